@@ -1,0 +1,42 @@
+# Compile rules shared by every target of the project.
+
+add_library(zvr_compile_rules INTERFACE)
+target_compile_features(zvr_compile_rules INTERFACE cxx_std_20)
+target_compile_options(zvr_compile_rules INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wformat=2
+  -Wno-format-nonliteral -Wundef -Werror -fno-strict-aliasing)
+if(ZVR_SANITIZE)
+  target_compile_options(zvr_compile_rules INTERFACE
+    -fsanitize=${ZVR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zvr_compile_rules INTERFACE -fsanitize=${ZVR_SANITIZE})
+endif()
+
+# The libraries take no exceptions and no run-time types: a failure is a code.
+add_library(zvr_library_rules INTERFACE)
+target_link_libraries(zvr_library_rules INTERFACE zvr_compile_rules)
+target_compile_options(zvr_library_rules INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+target_include_directories(zvr_library_rules INTERFACE
+  ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+
+# zvr_floor(NAME SOURCES ... USES ...): one folder of the library as a static
+# part, which may use only the parts named in USES (all on lower floors).
+function(zvr_floor name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE zvr_library_rules PUBLIC ${arg_USES})
+endfunction()
+
+# zvr_test(NAME SOURCES ... USES ...): one test program; each of its cases is a
+# test of its own for ctest.
+function(zvr_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;USES" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE zvr_compile_rules ${arg_USES} GTest::gtest_main GTest::gmock)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT})
+endfunction()

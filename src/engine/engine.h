@@ -1,0 +1,133 @@
+// The storage engine: ordered record files with B-tree indexes, variable records,
+// sharing between processes and transactions.  It calls nothing above it.
+//
+// One thread at a time may be inside the engine in a process.  Results are 0 or a
+// negative number of the table below (1, 2, 3 are find statuses).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zvrdb::engine {
+
+// The open-file block.  The caller owns psp_size zeroed bytes, aligned to 8.
+struct PSP;
+inline constexpr std::size_t psp_size = 1532;
+
+enum result : int {
+  e_ok = 0,
+  e_not_found = -1,          // not found, at the end, or general failure
+  e_bad_argument = -2,       // key number, direction, mode, value too long
+  e_bad_handle = -3,         // not a valid open-file block
+  e_io = -4,                 // input/output failure, no node, no cache
+  e_foreign_file = -5,       // not a file of this engine
+  e_write = -8,              // write failed, or disk full
+  e_short_read = -9,
+  e_broken_pieces = -12,     // pieces of a value not consecutive
+  e_no_field = -14,          // no such field, or field without data
+  e_no_current = -16,        // no current record or position
+  e_body = -18,              // record body missing or already there
+  e_field_list = -20,        // field list doesn't fit the record
+  e_checksum = -21,
+  e_field_type = -22,
+  e_key_type = -23,
+  e_duplicates_flag = -24,
+  e_field_length = -25,
+  e_too_long = -26,          // value or key too long
+  e_key_number = -27,
+  e_record_length = -28,     // record longer than the buffer
+  e_exists = -29,            // file to create exists
+  e_damaged = -30,           // tree damaged, or node overflow at write
+  e_node_range = -31,        // node number out of range at a split
+  e_byte_order = -32,
+  e_read_only = -33,
+  e_no_memory = -34,
+  e_key_table = -35,         // key table doesn't fit the file
+  e_segments = -37,          // bad segment table
+  e_write_flag = -40,        // write-in-progress flag found
+  e_level = -41,             // transaction at an integrity level below 4
+  e_negative_node = -43,
+  e_unallocated_node = -47,
+  e_open_exclusive = -101,   // open failed in exclusive mode
+  e_byte_lock = -102,
+  e_locked_by_other = -104,
+  e_locked_by_self = -105,   // a state, not an error
+  e_not_locked = -106,       // a state
+  e_lock_needed = -107,      // update or delete without a lock
+  e_no_slot = -109,
+  e_queue = -110,
+  e_trans_busy = -111,       // transaction busy under another handle
+  e_trans_interrupted = -112,
+  e_trans_empty = -113,      // transaction chain allocated, empty
+  e_trans_none = -114,       // nothing to roll back
+  e_log_record = -115,       // unknown log record type
+  e_unlock = -116,           // lock on a key couldn't be dropped
+  e_old_locks = -302,        // read-only handle found old locks of its slot
+};
+
+// One field of a record.  The list is ended by ftype 'E'.
+struct field {
+  char ftype;           // 'B' 'D' 'F' 'H' 'I' 'L' 'M' 'S' 'U', 'X', 'E'; bit 7: taken out
+  char fkeytype;        // 'N' not a key; 'S' key of type 0; else the key type number
+  char fdup;            // 'D' duplicates allowed; 'U' unique; 'N' not a key
+  char spare1;
+  std::int16_t flen;    // maximum length, or the length of a 'B' value
+  std::uint8_t fkey;    // key number 0 to 15, 0 not a key
+  std::uint8_t spare2;
+  void* fdata;          // the value, may be null
+};
+
+struct segment;
+struct key_entry {
+  std::uint8_t number;  // 0 ends the table
+  std::uint8_t type;
+  std::uint8_t spare[2];
+  const segment* segments;
+};
+
+enum find_option { find_equal = 1, find_greater = 2, find_greater_equal = 3, find_less = 4, find_less_equal = 5 };
+enum direction { seq_next = 1, seq_previous = 2, seq_first = 3, seq_last = 4 };
+
+// ---- Lifecycle
+int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int byte_order, const key_entry* keys);
+int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys);
+int _bopen(PSP* h, const char* path, char access, int mode);
+int clrwrit(PSP* h);
+int cclose(PSP* h);
+int dclose(PSP* h);
+int csetfile(PSP* h, int level);
+int dflush(PSP* h);
+char checkpsp(const PSP* h);  // 'O' open, 'C' closed, 'I' neither
+// Lets go of a block that is still open and whose close failed or must not write:
+// blocks of the cache, byte locks and descriptor are given up, nothing is written.
+void abandon(PSP* h);
+
+// ---- Records
+int dfind(PSP* h, int key, const void* value, char key_type, int option);
+int dseq(PSP* h, int key, int direction);
+int dread(PSP* h, field* fields);
+int dkeyval(PSP* h, int key, const field* fields, int index, void* out);  // out: 256 bytes
+int dinsert(PSP* h, const field* fields);
+int dupdate(PSP* h, field* fields);
+int ddelete(PSP* h, field* fields);
+int dlock(PSP* h);
+int dunlock(PSP* h);
+// Key value of the entry that the last dfind or dseq found, in the file's order: for
+// key type 2 a length byte, then the bytes.  Valid until the next call on h.
+const unsigned char* current_key(const PSP* h);
+int last_status(const PSP* h);
+
+// ---- Transactions
+struct log_view;  // one log record as the progress function sees it
+using progress_fn = int (*)(PSP* h, double done, const log_view* record);
+int transbeg(PSP* h, int type, PSP* companion);
+int transend(PSP* h, int mode);
+int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion);
+int transstat(PSP* h);
+
+// ---- Process-wide
+// Number of cache blocks, made at the first use of the cache by any file; default 10.
+// Takes effect when no file is open.
+void set_cache_blocks(unsigned count);
+
+}  // namespace zvrdb::engine

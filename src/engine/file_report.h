@@ -1,0 +1,64 @@
+// Check, dump and summary of a record file, as functions with callbacks.  None of
+// them changes the file; each survives any bytes whatever: bounded in time, memory
+// and depth, never a read out of bounds.  They may run beside live users: the file
+// is read under the reader byte (or, with snapshot set, as it lies).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zvrdb::engine {
+
+enum class report_outcome { sound, problems, unreadable };
+
+struct problem {
+  std::int64_t node;    // node number, -1 for the header
+  std::string path;     // how the walk came there, e.g. "root 7 > child 3 > leaf 12"
+  std::string text;     // what is wrong and, where it helps, what was expected
+};
+
+struct check_options {
+  bool deep = false;    // also every record body against its key entries, free numbers, log chains
+  void (*progress)(void* context, std::uint64_t done, std::uint64_t all) = nullptr;
+  void* progress_context = nullptr;
+};
+
+using problem_fn = void (*)(void* context, const problem&);
+// reason: why the file could not be read, when the outcome is unreadable.
+report_outcome verify_file(const char* path, const check_options&, problem_fn, void* context, std::string* reason);
+
+struct file_header {
+  std::uint32_t generation;
+  bool little_endian;
+  std::int32_t root, depth, nextnode, nextrec, extent, freenode, freerecs, reccount, infolen, transhead, savedhead;
+  std::array<std::uint8_t, 22> key_types;
+  bool write_flag;      // write-in-progress flag set
+  std::uint64_t size;   // bytes of the file
+};
+
+struct dump_entry {
+  int key;                            // key number
+  std::vector<unsigned char> value;   // key value, as it lies in the file
+  std::int32_t rec;
+  int piece;
+  bool last;
+  std::vector<unsigned char> data;
+};
+
+// header_fn once, then entry_fn for each leaf entry in tree order; either may stop
+// the walk by returning false.
+report_outcome dump_file(const char* path, bool (*header_fn)(void*, const file_header&),
+                         bool (*entry_fn)(void*, const dump_entry&), void* context, std::string* reason);
+
+struct file_summary {
+  file_header header;
+  std::uint64_t inner_nodes, leaves, empty_leaves, free_nodes, log_nodes, unused_nodes, unreachable_nodes;
+  std::uint64_t records, free_numbers, locks;
+  double leaf_fill, inner_fill;                   // 0 to 1, mean share of the entry area in use
+  std::array<std::uint64_t, 22> entries_by_key, bytes_by_key;
+};
+report_outcome summarize_file(const char* path, file_summary*, std::string* reason);
+
+}  // namespace zvrdb::engine
