@@ -49,8 +49,9 @@ std::int16_t get_more_alt(void* task, std::uint32_t db_id, file_entry* handle, v
 std::int16_t unparse_keyed(void* task, std::uint32_t db_id, void* external, const void* internal,
                            std::uint32_t* external_len, std::uint32_t internal_len);
 
-// log_db_msg: logs with the record type's name as insert; db_get_type_str's work.
-void log_db_msg(void* task, std::uint32_t message_number, std::uint32_t db_id);
-void type_str(void* task, std::uint32_t db_id, char* dst);
+// External to internal form; the internal record has been zeroed by the caller.
+// external_len: in bytes of external data; internal_len: in size of the record.
+std::int16_t parse_keyed(void* task, std::uint32_t db_id, const void* external, void* internal,
+                         std::uint32_t* external_len, std::uint32_t* internal_len);
 
 }  // namespace zvrdb::keyed
