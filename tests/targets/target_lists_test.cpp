@@ -193,7 +193,7 @@ TEST_F(TargetLists, AShortBlockIsRefusedAndNotWrittenBeyondItsEnd) {
 
 TEST_F(TargetLists, ASpoiledBlockNeverReadsOutsideTheTable) {
   for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put(Record(name)), DBE_OK);
-  for (const unsigned char filler : {0x01, 0x7F, 0x80, 0xFF}) {
+  for (const unsigned char filler : {std::uint8_t{0x01}, std::uint8_t{0x7F}, std::uint8_t{0x80}, std::uint8_t{0xFF}}) {
     for (std::size_t at = 268; at < block_len; ++at) {
       ASSERT_EQ(init(Filter().name("A*").exclude()), DBE_OK);
       block[at] = filler;

@@ -25,7 +25,6 @@ struct Reading {
 
 class TargetsTest : public ::testing::Test {
  protected:
-  TargetsTest();
   void SetUp() override;
   void TearDown() override;
 
@@ -50,9 +49,10 @@ class TargetsTest : public ::testing::Test {
   int rebuild();
   // Ends this task and starts another.
   void new_task();
-  // Runs the body in a child process with a task of its own; its exit status.
+  // Runs the body in a child process with a task of its own: its result, or the signal
+  // that killed it as a negative number.
   int in_child(const std::function<int(void* task)>& body);
-  // The child kills itself with SIGKILL where the body calls raise(SIGKILL).
+  // A child process runs the body and is killed right behind it, its task still open.
   void kill_writer_after(const std::function<void(void* task)>& body);
 
   zvrdb::DBR_CNTL* cntl();
@@ -62,7 +62,7 @@ class TargetsTest : public ::testing::Test {
   int logged(unsigned number);
   void expect_sound();
 
-  std::unique_ptr<zvr_test::temp_installation> installation_;
+  std::unique_ptr<zvrdb::test::TempInstallation> installation_;
   void* task = nullptr;
 };
 
