@@ -4,31 +4,12 @@
 #include <cmath>
 #include <cstring>
 
-namespace zvrdb::engine {
+namespace zvrdb::engine::report {
 namespace {
-
-constexpr std::uint64_t page_size = 1024;
-constexpr std::size_t header_size = 352;
-constexpr std::uint64_t flag_offset = 1010;
-constexpr unsigned flag_value = 13245;
-
-struct magic_word {
-  std::size_t offset;
-  std::uint32_t value;
-};
-constexpr magic_word magic_words[] = {{4, 86},  {16, 65}, {20, 76}, {24, 73},
-                                      {32, 68}, {40, 65}, {48, 84}, {56, 49}};
 
 template <typename T>
 int sign_of(T first, T second) {
   return first < second ? -1 : first > second ? 1 : 0;
-}
-
-// 8 bytes of a number in the file's order, as a native integer.
-std::uint64_t load64(bool little_endian, const unsigned char* at) {
-  std::uint64_t a = report_load32(little_endian, at);
-  std::uint64_t b = report_load32(little_endian, at + 4);
-  return little_endian ? a | b << 32 : b | a << 32;
 }
 
 template <typename T, typename U>
@@ -61,25 +42,26 @@ int compare_bytes(const entry_head& first, const entry_head& second, int offset)
 }
 
 template <typename T>
-order compare_floats(T first, T second) {
+comparison compare_floats(T first, T second) {
   bool unordered = std::isnan(first) || std::isnan(second);
   return {unordered ? 1 : sign_of(first, second), unordered};
 }
 
-order compare_values(const file_header& header, int type, const entry_head& first, const entry_head& second) {
-  bool little = header.little_endian;
+comparison compare_values(const file_header& header, int type, const entry_head& first, const entry_head& second) {
+  byte_order bytes = order_of(header);
   const unsigned char* a = first.value.data();
   const unsigned char* b = second.value.data();
   switch (type) {
     case 1: return {compare_folded(first, second), false};
     case 3:
     case 5:
-      return {sign_of(static_cast<std::int32_t>(report_load32(little, a)), static_cast<std::int32_t>(report_load32(little, b))), false};
+      return {sign_of(static_cast<std::int32_t>(load32(a, bytes)), static_cast<std::int32_t>(load32(b, bytes))), false};
     case 4:
-      return {sign_of(static_cast<std::int16_t>(report_load16(little, a)), static_cast<std::int16_t>(report_load16(little, b))), false};
-    case 6: return compare_floats(from_bits<float>(report_load32(little, a)), from_bits<float>(report_load32(little, b)));
-    case 7: return compare_floats(from_bits<double>(load64(little, a)), from_bits<double>(load64(little, b)));
-    case 10: return {sign_of(report_load16(little, a), report_load16(little, b)), false};
+      return {sign_of(static_cast<std::int16_t>(load16(a, bytes)), static_cast<std::int16_t>(load16(b, bytes))), false};
+    case 6: return compare_floats(from_bits<float>(load32(a, bytes)), from_bits<float>(load32(b, bytes)));
+    case 7: return compare_floats(from_bits<double>(load<std::uint64_t>(a, bytes)), from_bits<double>(load<std::uint64_t>(b, bytes)));
+    case 8: return {-1, true};  // the segment tables are not in the file
+    case 10: return {sign_of(load16(a, bytes), load16(b, bytes)), false};
     case 0:
     case 9: return {compare_bytes(first, second, 0), false};
     default: return {compare_bytes(first, second, 1), false};
@@ -88,74 +70,63 @@ order compare_values(const file_header& header, int type, const entry_head& firs
 
 }  // namespace
 
-std::uint16_t report_load16(bool little_endian, const unsigned char* at) {
-  return static_cast<std::uint16_t>(little_endian ? at[0] | at[1] << 8 : at[1] | at[0] << 8);
-}
-
-std::uint32_t report_load32(bool little_endian, const unsigned char* at) {
-  std::uint32_t first = report_load16(little_endian, at);
-  std::uint32_t second = report_load16(little_endian, at + 2);
-  return little_endian ? first | second << 16 : second | first << 16;
-}
-
-bool read_report_header(const report_reader& reader, file_header* header, std::string* reason) {
+bool read_header(const report_reader& reader, file_header* header, std::string* reason) {
   unsigned char bytes[header_size];
   if (!read_bytes(reader, 0, bytes, sizeof bytes)) {
     *reason = "is too short for a header";
     return false;
   }
   *header = file_header();
-  header->little_endian = bytes[8] == 1;
-  bool little = header->little_endian;
+  byte_order in_file = order_of_marker(bytes + header_at::marker);
+  header->little_endian = in_file == byte_order::little;
   for (const magic_word& word : magic_words) {
-    if (report_load32(little, bytes + word.offset) != word.value) {
+    if (load32(bytes + word.offset, in_file) != word.letter) {
       *reason = "isn't a record file: no check word in its header";
       return false;
     }
   }
-  auto field = [&](std::size_t offset) { return static_cast<std::int32_t>(report_load32(little, bytes + offset)); };
-  header->generation = report_load32(little, bytes);
-  header->root = field(12);
-  header->depth = field(28);
-  header->nextnode = field(36);
-  header->nextrec = field(44);
-  header->extent = field(52);
-  header->freenode = field(60);
-  header->freerecs = field(64);
-  header->reccount = field(68);
-  header->infolen = field(72);
-  header->transhead = field(344);
-  header->savedhead = field(348);
-  std::copy(bytes + 192, bytes + 214, header->key_types.begin());
+  auto field = [&](std::size_t offset) { return load32s(bytes + offset, in_file); };
+  header->generation = load32(bytes + header_at::generation, in_file);
+  header->root = field(header_at::root);
+  header->depth = field(header_at::depth);
+  header->nextnode = field(header_at::nextnode);
+  header->nextrec = field(header_at::nextrec);
+  header->extent = field(header_at::extent);
+  header->freenode = field(header_at::freenode);
+  header->freerecs = field(header_at::freerecs);
+  header->reccount = field(header_at::reccount);
+  header->infolen = field(header_at::infolen);
+  header->transhead = field(header_at::transhead);
+  header->savedhead = field(header_at::savedhead);
+  std::memcpy(header->key_types.data(), bytes + header_at::keytypes, header->key_types.size());
   header->size = reader.size;
   unsigned char flag[2] = {};
   if (read_bytes(reader, flag_offset, flag, sizeof flag))
-    header->write_flag = report_load16(true, flag) == flag_value || report_load16(false, flag) == flag_value;
+    header->write_flag = load_le16(flag) == flag_set || load_be16(flag) == flag_set;
   return true;
 }
 
-bool read_report_node(const report_reader& reader, const file_header& header, std::int32_t number, report_node* node) {
-  std::uint64_t offset = page_size + page_size * static_cast<std::uint64_t>(number);
-  if (!read_bytes(reader, offset, node->bytes.data(), node->bytes.size())) return false;
-  bool little = header.little_endian;
-  const unsigned char* at = node->bytes.data();
-  node->number = number;
-  node->child0 = static_cast<std::int32_t>(report_load32(little, at));
-  node->next = static_cast<std::int32_t>(report_load32(little, at + 4));
-  node->prev = static_cast<std::int32_t>(report_load32(little, at + 8));
-  node->level = report_load16(little, at + 12);
-  node->count = report_load16(little, at + 14);
-  node->room = static_cast<std::int16_t>(report_load16(little, at + 16));
+bool read_node(const report_reader& reader, const file_header& header, std::int32_t number, node* out) {
+  if (!read_bytes(reader, node_offset(number), out->bytes.data(), out->bytes.size())) return false;
+  byte_order in_file = order_of(header);
+  const unsigned char* at = out->bytes.data();
+  out->number = number;
+  out->child0 = load32s(at + offsetof(node_head, child0), in_file);
+  out->next = load32s(at + offsetof(node_head, next), in_file);
+  out->prev = load32s(at + offsetof(node_head, prev), in_file);
+  out->level = load16(at + offsetof(node_head, level), in_file);
+  out->count = load16(at + offsetof(node_head, count), in_file);
+  out->room = static_cast<std::int16_t>(load16(at + offsetof(node_head, room), in_file));
   return true;
 }
 
-int report_key_type(const file_header& header, int key) {
+int key_type_of(const file_header& header, int key) {
   if (key == key_locks) return 2;
   if (key >= key_rollback) return 0;
-  return key >= 0 ? header.key_types[static_cast<std::size_t>(key)] & 0x1F : 0;
+  return key >= 0 ? header.key_types[static_cast<std::size_t>(key)] & key_type_mask : 0;
 }
 
-int report_value_size(int key_type, const unsigned char* at, int left) {
+int value_size_of(int key_type, const unsigned char* at, int left) {
   int size = -1;
   switch (key_type) {
     case 0:
@@ -185,54 +156,53 @@ int report_value_size(int key_type, const unsigned char* at, int left) {
   return size <= left ? size : -1;
 }
 
-entry_outcome parse_entry(const file_header& header, const unsigned char* at, int left, report_entry* entry,
-                          std::string* text) {
-  if (left <= 0 || at[0] == 0) return entry_outcome::end;
-  int length = at[0];
+parsed parse_entry(const file_header& header, const unsigned char* at, int left, entry* out, std::string* text) {
+  if (left <= 0 || at[entry_at::length] == 0) return parsed::end;
+  int length = at[entry_at::length];
   if (length > left - 1) {
     *text = "an entry of " + std::to_string(length + 1) + " bytes runs out of the node, which has " +
             std::to_string(left) + " left";
-    return entry_outcome::damaged;
+    return parsed::damaged;
   }
-  if (length < 7) {
+  if (length < entry_head_size) {
     *text = "an entry of " + std::to_string(length + 1) + " bytes is shorter than any can be";
-    return entry_outcome::damaged;
+    return parsed::damaged;
   }
-  entry->size = length + 1;
-  entry->key = at[1];
-  entry->piece_byte = at[2];
-  entry->piece = at[2] & 0x7F;
-  entry->last = (at[2] & 0x80) != 0;
-  entry->rec = static_cast<std::int32_t>(report_load32(header.little_endian, at + 3));
-  if (entry->key < 1 || entry->key > key_locks || entry->key == key_unused) {
-    *text = "an entry has key number " + std::to_string(entry->key) + ", which isn't in use";
-    return entry_outcome::damaged;
+  out->size = length + 1;
+  out->key = at[entry_at::key];
+  out->piece_byte = at[entry_at::piece];
+  out->piece = out->piece_byte & piece_number;
+  out->last = (out->piece_byte & last_piece) != 0;
+  out->rec = load32s(at + entry_at::record, order_of(header));
+  if (out->key < 1 || out->key > max_key_number || out->key == key_rollback + 1) {
+    *text = "an entry has key number " + std::to_string(out->key) + ", which isn't in use";
+    return parsed::damaged;
   }
-  entry->value = at + 7;
-  entry->value_size = report_value_size(report_key_type(header, entry->key), at + 7, length - 6);
-  if (entry->value_size < 0) {
-    *text = "an entry of key number " + std::to_string(entry->key) + " is too short for its key value";
-    return entry_outcome::damaged;
+  out->value = at + entry_at::value;
+  out->value_size = value_size_of(key_type_of(header, out->key), out->value, out->size - entry_head_size);
+  if (out->value_size < 0) {
+    *text = "an entry of key number " + std::to_string(out->key) + " is too short for its key value";
+    return parsed::damaged;
   }
-  entry->data = entry->value + entry->value_size;
-  entry->data_size = length - 6 - entry->value_size;
-  return entry_outcome::entry;
+  out->data = out->value + out->value_size;
+  out->data_size = out->size - entry_head_size - out->value_size;
+  return parsed::entry;
 }
 
-entry_head head_of(const report_entry& entry) {
+entry_head head_of(const entry& from) {
   entry_head head;
-  head.key = entry.key;
-  head.piece_byte = entry.piece_byte;
-  head.rec = entry.rec;
-  head.value_size = entry.value_size;
+  head.key = from.key;
+  head.piece_byte = from.piece_byte;
+  head.rec = from.rec;
+  head.value_size = from.value_size;
   head.value.fill(0);
-  std::memcpy(head.value.data(), entry.value, static_cast<std::size_t>(entry.value_size));
+  std::memcpy(head.value.data(), from.value, static_cast<std::size_t>(from.value_size));
   return head;
 }
 
-order compare_heads(const file_header& header, const entry_head& first, const entry_head& second) {
+comparison compare_heads(const file_header& header, const entry_head& first, const entry_head& second) {
   if (first.key != second.key) return {sign_of(first.key, second.key), false};
-  order by_value = compare_values(header, report_key_type(header, first.key), first, second);
+  comparison by_value = compare_values(header, key_type_of(header, first.key), first, second);
   if (by_value.sign || by_value.unordered) return by_value;
   if (first.rec != second.rec) return {sign_of(first.rec, second.rec), false};
   return {sign_of(first.piece_byte & 0x7F, second.piece_byte & 0x7F), false};
@@ -251,4 +221,4 @@ std::string describe(const entry_head& head) {
   return text + ", record " + std::to_string(head.rec) + ", piece " + std::to_string(head.piece_byte & 0x7F);
 }
 
-}  // namespace zvrdb::engine
+}  // namespace zvrdb::engine::report

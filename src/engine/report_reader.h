@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-namespace zvrdb::engine {
+namespace zvrdb::engine::report {
 
 struct report_reader {
   int fd = -1;
@@ -21,4 +21,4 @@ void close_reader(report_reader* reader);
 // Fills all n bytes from the offset; false when the file ends before or can't be read.
 bool read_bytes(const report_reader& reader, std::uint64_t offset, void* out, std::size_t n);
 
-}  // namespace zvrdb::engine
+}  // namespace zvrdb::engine::report

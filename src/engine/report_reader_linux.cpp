@@ -8,13 +8,11 @@
 #include <cerrno>
 #include <cstring>
 
-namespace zvrdb::engine {
+#include "engine/format.h"
+
+namespace zvrdb::engine::report {
 namespace {
 
-constexpr off_t slot_bytes = 353;
-constexpr off_t reader_bytes = 562;
-constexpr off_t arbiter_byte = 771;
-constexpr int slots = 209;
 constexpr int longest_wait_ms = 5000;
 
 // The file is open for reading alone, which allows shared locks only.  They conflict with
@@ -52,7 +50,7 @@ bool locked_by_others(int fd, off_t at) {
 
 // Slots are taken from the top, where live handles come last.
 int take_slot(int fd) {
-  for (int slot = slots - 1; slot >= 0; slot--) {
+  for (int slot = slot_count - 1; slot >= 0; slot--) {
     if (!lock_shared(fd, slot_bytes + slot)) continue;
     if (!locked_by_others(fd, slot_bytes + slot)) return slot;
     unlock(fd, slot_bytes + slot);
@@ -118,4 +116,4 @@ bool read_bytes(const report_reader& reader, std::uint64_t offset, void* out, st
   return true;
 }
 
-}  // namespace zvrdb::engine
+}  // namespace zvrdb::engine::report

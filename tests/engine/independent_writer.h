@@ -27,23 +27,23 @@ struct log_record {
 
 struct log_chain {
   int owner_slot = 0;
-  std::vector<log_record> records;
+  std::vector<log_record> records = {};
 };
 
 struct file_recipe {
   bool big_endian = false;
   std::uint32_t generation = 7;
-  std::map<int, int> key_types;        // application keys 1 to 15
-  std::vector<tree_entry> entries;
+  std::map<int, int> key_types = {};      // application keys 1 to 15
+  std::vector<tree_entry> entries = {};
   int leaf_limit = 1006;               // bytes of entries that a leaf may take
   int inner_limit = 1006;              // the same for an inner node
   unsigned scatter_seed = 0;           // 0: nodes numbered in tree order, else at random
   int free_nodes = 0;
   int spare_nodes = 5;                 // nodes on disk that were never used
   std::int32_t next_record = 0;        // 0: one above the highest number in use
-  std::string information;             // user information, at most 100 bytes
-  std::optional<log_chain> transaction;
-  std::vector<log_chain> kept;         // the first one heads the list
+  std::string information = {};          // user information, at most 100 bytes
+  std::optional<log_chain> transaction = {};
+  std::vector<log_chain> kept = {};         // the first one heads the list
   bool write_flag = false;
 };
 
