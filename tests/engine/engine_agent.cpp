@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string>
 
-#include "engine/agent_commands.h"
 #include "engine/engine_handle.h"
+#include "engine/faulty_os.h"
 
 namespace zvrdb::test {
 namespace {
@@ -71,7 +71,10 @@ int run(handle* h, const std::string& line) {
   if (command == "back") return engine::transroll(*h, nullptr, 0, nullptr);
   if (command == "state") return engine::transstat(*h);
   if (command == "close") return h->close();
-  if (command == "kill_at_write") return kill_at_write(a);
+  if (command == "kill_after_flag") {
+    kill_after_flag(a);
+    return 0;
+  }
   std::cerr << "agent: unknown command " << line << std::endl;
   std::abort();
 }
@@ -80,6 +83,7 @@ int run(handle* h, const std::string& line) {
 }  // namespace zvrdb::test
 
 int main() {
+  zvrdb::test::install_faulty_os();
   zvrdb::test::handle h;
   std::string line;
   while (std::getline(std::cin, line)) std::cout << zvrdb::test::run(&h, line) << std::endl;

@@ -242,7 +242,7 @@ TEST_F(Sharing, ACloseDropsTheLocks) {
 TEST_F(Sharing, AWriterKilledBetweenFlagAndClearingLeavesTheFileToClrwrit) {
   agent writer, other;
   ASSERT_EQ(writer.tell(open()), 0);
-  ASSERT_EQ(writer.tell("kill_at_write 3"), 0);
+  ASSERT_EQ(writer.tell("kill_after_flag 2"), 0);
   ASSERT_EQ(writer.tell("insert 60"), agent::died);
   EXPECT_TRUE(summary().header.write_flag);
   EXPECT_EQ(other.tell(open()), engine::e_write_flag);
@@ -257,7 +257,7 @@ TEST_F(Sharing, AWriterKilledInATransactionMidWriteIsRolledBack) {
   ASSERT_EQ(writer.tell("begin"), 0);
   ASSERT_EQ(writer.tell("insert 60"), 0);
   // The flag alone is on disk, none of the data.
-  ASSERT_EQ(writer.tell("kill_at_write 2"), 0);
+  ASSERT_EQ(writer.tell("kill_after_flag 1"), 0);
   ASSERT_EQ(writer.tell("insert 61"), agent::died);
   EXPECT_EQ(other.tell(open()), engine::e_write_flag);
   EXPECT_EQ(other.tell("clear " + path_), 0);
