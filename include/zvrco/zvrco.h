@@ -64,6 +64,16 @@ CO_API uint16_t co_delay(void *task, uint32_t milliseconds);
 CO_API uint16_t co_get_signal(void *task, uint32_t number, uint32_t *value);
 CO_API uint16_t co_set_signal(void *task, uint32_t number, uint32_t value);
 CO_API uint16_t co_set_title(void *task, const char *title);
+/* Build date and time that co_reg_version recorded for a component in this task.
+ * CO_NOT_FOUND when it recorded none. */
+CO_API uint16_t co_version(void *task, uint32_t component, const char **date, const char **time);
+/* Tells a failure of the start, when there is no task yet: formats to standard error. */
+CO_API uint16_t co_init_log(uint32_t number, const char *format, ...) CO_PRINTF(2, 3);
+/* Reads the names of hardware parameters that inventories leave out, one a line,
+ * '#' comments, from "hwfilter" of the base directory; none when there is no file. */
+#define CO_HARDWARE_NAME 81u
+CO_API uint16_t co_read_hw_filter(void *task);
+CO_API int co_hw_filtered(void *task, const char *name);
 
 /* The registry of live tasks.  A place is taken from co_init_task to
  * coi_term_task and proved by a held kernel lock, never by a process number; its
@@ -195,6 +205,8 @@ CO_API uint16_t co_get_orvo_path(void *task, char *buffer, uint32_t zero);
 CO_API uint16_t co_build_objname(void *task, char *directory, const char *name, char *out, uint32_t size);
 CO_API uint16_t co_db_get_tmpnam(const char *target, char *temporary, uint16_t sem_index, uint16_t exists);
 CO_API int co_db_get_name(char *target, const char *entry, uint16_t sem_index, uint16_t *existed);
+#define CO_DOTTED_NAME 144u
+#define CO_REQUEST_TEXT 128u
 CO_API void co_glob_to_dot(void *task, char *out, const void *in);
 CO_API uint8_t co_find_subtree(void *task, const void *name);
 CO_API void co_bld_reqid(void *task, const void *request_key, char *out);

@@ -1,0 +1,105 @@
+#include "common/log_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "common/bounded_text.h"
+#include "common/process.h"
+
+namespace zvrdb::common {
+namespace {
+
+struct OpenLog {
+  int fd = -1;
+  char path[CO_PATH_MAX] = {};
+};
+
+OpenLog logs[2];  // under log_mutex
+std::mutex log_mutex;
+
+OpenLog& log_of(LogFile file) { return logs[file == LogFile::trace ? 0 : 1]; }
+
+void name_log(LogFile file, OpenLog* log) {
+  const Installation& installation = process().installation;
+  const char* chosen = file == LogFile::trace ? getenv("ZVR_TRACE_FILE") : nullptr;
+  if (chosen != nullptr && *chosen != '\0') {
+    copy_text(log->path, sizeof log->path, chosen);
+    return;
+  }
+  // The base directory leaves room for this; see describe_installation.
+  snprintf(log->path, sizeof log->path, "%.190s/log/%s", installation.base,
+           file == LogFile::trace ? "trace.log" : "messages.log");
+}
+
+void open_log(OpenLog* log) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY;
+  log->fd = open(log->path, kFlags, 0664);
+  if (log->fd >= 0 || errno != ENOENT) return;
+  char directory[CO_PATH_MAX];
+  snprintf(directory, sizeof directory, "%.190s/log", process().installation.base);
+  if (mkdir(directory, 0775) == 0 || errno == EEXIST) log->fd = open(log->path, kFlags, 0664);
+}
+
+bool moved_away(int fd) {
+  struct stat status;
+  return fstat(fd, &status) != 0 || status.st_nlink == 0;
+}
+
+}  // namespace
+
+void append_line(LogFile file, const char* line, size_t length) {
+  std::lock_guard<std::mutex> guard(log_mutex);
+  OpenLog& log = log_of(file);
+  if (log.path[0] == '\0') name_log(file, &log);
+  if (log.fd >= 0 && moved_away(log.fd)) {
+    close(log.fd);
+    log.fd = -1;
+  }
+  if (log.fd < 0) open_log(&log);
+  if (log.fd < 0) return;
+  ssize_t written;
+  do {
+    written = write(log.fd, line, length);
+  } while (written < 0 && errno == EINTR);
+}
+
+const char* log_path(LogFile file) {
+  std::lock_guard<std::mutex> guard(log_mutex);
+  OpenLog& log = log_of(file);
+  if (log.path[0] == '\0') name_log(file, &log);
+  return log.path;
+}
+
+void stamp_now(char* out, size_t size) {
+  co_date date;
+  co_time time;
+  co_date_time(nullptr, &date, &time);
+  snprintf(out, size, "%04u-%02u-%02u %02u:%02u:%02u.%02u", date.year, date.month, date.day, time.hour, time.minute,
+           time.second, time.hundredth);
+}
+
+void close_log_files() {
+  std::lock_guard<std::mutex> guard(log_mutex);
+  for (OpenLog& log : logs) {
+    if (log.fd >= 0) close(log.fd);
+    log = OpenLog{};
+  }
+}
+
+void forget_log_files() {
+  for (OpenLog& log : logs) {
+    if (log.fd >= 0) close(log.fd);
+    log = OpenLog{};
+  }
+}
+
+void lock_log_files() { log_mutex.lock(); }
+void unlock_log_files() { log_mutex.unlock(); }
+
+}  // namespace zvrdb::common
