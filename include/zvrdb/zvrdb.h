@@ -1,8 +1,34 @@
 /* zvrdb: the persistent state of a software-distribution server.
  *
- * Every call takes a task of the common services (zvrco/zvrco.h: co_init_task) as
- * its first argument and is made on that task's own thread.  A call returns one of
- * the codes below; nothing is thrown.
+ * Targets, change files, users, requests and configuration of one installation, kept
+ * in record files and in memory shared by all its processes.
+ *
+ * Rules for every call
+ *   - The first argument is a task of the common services (zvrco/zvrco.h,
+ *     co_init_task).  A task is used on the thread that made it; another thread makes
+ *     a task of its own.  A null task gives DBE_INIT_FAILED.
+ *   - A call returns one of the DBE_ codes; nothing is thrown, and no call ends the
+ *     process.  Details of a failure go to the message log of the installation.
+ *   - Buffers belong to the caller.  A null pointer where the call must follow one is
+ *     refused: a null key with DBE_NOT_FOUND (DBE_NO_TARGET from db_get_trg_index), a
+ *     null record or buffer with DBE_BAD_RECORD, a null list, list state, count or
+ *     index with DBE_LIST_TOO_SMALL.  A null buffer of length 0 is allowed.
+ *   - Any call can also return:
+ *       DBE_BAD_DB_ID          db_id of 34 or more, or a record type without this call
+ *       DBE_INIT_FAILED        the task or the tables in memory could not be set up
+ *       DBE_TRANS_IN_PROGRESS  a call for record types 0 to 3 while this task has a
+ *                              transaction open, or stands between db_get_trg_stat and
+ *                              db_put_trg_stat and somebody else is in such a call
+ *       DBE_IO_ERROR           storage error
+ *     and the first call of a task what opening the files answered (DBE_IO_ERROR).
+ *
+ * Locking
+ *   A call holds one lock of the installation while it runs, so calls of all processes
+ *   follow one another: one lock for record types 0 to 3, another for all others.  An
+ *   explicit transaction keeps the second lock from db_start_trans to its end, and so
+ *   does the pair db_get_trg_stat, db_put_trg_stat: other tasks wait meanwhile.
+ *   A process may be killed at any time: the next call of any task repairs what it left.
+ *   SIGINT, SIGQUIT and SIGHUP that come during a call are delivered when it ends.
  */
 #ifndef ZVRDB_H
 #define ZVRDB_H
@@ -15,72 +41,207 @@ extern "C" {
 
 #define DB_API __attribute__((visibility("default")))
 
+/* Results.  0x20xx tell of records, 0x21xx of files. */
 enum {
   DBE_OK = 0,
   DBE_BAD_DB_ID = 8193,         /* db_id out of range, or no such operation for this record type */
-  DBE_NOT_FOUND = 8194,
+  DBE_NOT_FOUND = 8194,         /* no such record */
   DBE_BAD_RECORD = 8195,        /* cannot be parsed, or no field table, or a name that may not stand there */
   DBE_RECORD_REPLACED = 8196,   /* success: an existing record was replaced */
-  DBE_END_OF_LIST = 8199,
+  DBE_END_OF_LIST = 8199,       /* no further entry */
   DBE_NO_TARGET = 8200,         /* target name unknown, or number out of range */
-  DBE_INIT_FAILED = 8201,
-  DBE_BAD_CMS_KEY = 8209,
-  DBE_ENTRY_CHANGED = 8210,
-  DBE_LIST_TOO_SMALL = 8211,
+  DBE_INIT_FAILED = 8201,       /* task block, shared memory or tables in memory could not be set up */
+  DBE_BAD_CMS_KEY = 8209,       /* CM status key names no local target or no change file */
+  DBE_ENTRY_CHANGED = 8210,     /* a catalog list entry is no longer what it was */
+  DBE_LIST_TOO_SMALL = 8211,    /* the caller's list area is too small */
   DBE_CMS_EXISTS = 8212,        /* change file has status and cannot go */
-  DBE_LIMIT_EXCEEDED = 8213,
-  DBE_NO_STATUS = 8214,
+  DBE_LIMIT_EXCEEDED = 8213,    /* a configured maximum would be exceeded */
+  DBE_NO_STATUS = 8214,         /* the target exists but has no status slot */
   DBE_NO_STAT_GET = 8215,       /* db_put_trg_stat without a successful db_get_trg_stat before */
-  DBE_NOT_AUTHORIZED = 8216,
-  DBE_EMPTY_LIST = 8217,
-  DBE_BUFFER_TOO_SMALL = 8224,
+  DBE_NOT_AUTHORIZED = 8216,    /* the user is known and may not */
+  DBE_EMPTY_LIST = 8217,        /* the filter names something unknown: the list is empty */
+  DBE_BUFFER_TOO_SMALL = 8224,  /* output buffer shorter than the record */
   DBE_TRANS_IN_PROGRESS = 8225, /* the task has a transaction open in the other class */
-  DBE_FILE_NOT_FOUND = 8449,
-  DBE_IO_ERROR = 8455,
-  DBE_FILE_STATUS = 8457,
-  DBE_CO_FAILURE = 8464
+  DBE_FILE_NOT_FOUND = 8449,    /* file does not exist */
+  DBE_IO_ERROR = 8455,          /* storage error; its own code stands in the message log */
+  DBE_FILE_STATUS = 8457,       /* answer of a size query */
+  DBE_CO_FAILURE = 8464         /* the common services failed */
 };
 
 /* Record types that have a number. */
 enum {
-  DB_CFG = 0, DB_RTE = 1, DB_SCN = 2, DB_SCF = 3, DB_TRG = 4, DB_PRM = 5, DB_TG = 6, DB_UA = 7, DB_UCF = 8,
-  DB_CAT = 9, DB_CMS = 10, DB_THW = 11, DB_RQR = 17, DB_RQF = 18, DB_FAN = 19, DB_RQD = 20, DB_RQT = 21,
-  DB_USR = 22, DB_APR = 23, DB_TAK = 24, DB_DAK = 25, DB_PRD = 26, DB_FST = 27, DB_COI = 28, DB_COO = 29,
-  DB_RQV = 30, DB_DTG = 31, DB_SHT = 32, DB_TYPE_COUNT = 34
+  DB_CFG = 0,   /* base configuration */
+  DB_RTE = 1,   /* routes */
+  DB_SCN = 2,   /* SNADS connections */
+  DB_SCF = 3,   /* SNADS configuration */
+  DB_TRG = 4,   /* targets */
+  DB_PRM = 5,   /* target parameters */
+  DB_TG = 6,    /* target groups */
+  DB_UA = 7,    /* user authorization */
+  DB_UCF = 8,   /* user configuration */
+  DB_CAT = 9,   /* distribution catalog */
+  DB_CMS = 10,  /* CM status */
+  DB_THW = 11,  /* target hardware */
+  DB_RQR = 17,  /* user requests */
+  DB_RQF = 18,  /* request functions */
+  DB_FAN = 19,  /* fan-out records */
+  DB_RQD = 20,  /* request domain records */
+  DB_RQT = 21,  /* request target records */
+  DB_USR = 22,  /* users */
+  DB_APR = 23,  /* authorization profiles */
+  DB_TAK = 24,  /* target access key */
+  DB_DAK = 25,  /* default access key */
+  DB_PRD = 26,  /* products */
+  DB_FST = 27,  /* filesets */
+  DB_COI = 28,  /* correlators by SNA correlator */
+  DB_COO = 29,  /* correlators by origin */
+  DB_RQV = 30,  /* request vectors */
+  DB_DTG = 31,  /* dynamic target groups */
+  DB_SHT = 32,  /* shadow records */
+  DB_TYPE_COUNT = 34
 };
 
-/* Generic calls. */
+/* ---- Generic calls ----------------------------------------------------
+ *
+ * db_id: the record type.  keys: num_keys pointers to NUL-terminated strings (what
+ * each record type takes stands with its record in zvrdb/records.h); fewer keys than
+ * the type takes give DBE_NOT_FOUND.  Lengths and sizes are in bytes. */
+
+/* Deletes a record.  DBE_OK, DBE_NOT_FOUND, codes of the record type. */
 DB_API int16_t db_del(void *task, uint32_t db_id, uint16_t num_keys, const void *const *keys);
+
+/* Reads a record into buffer.  A shorter buffer takes the fields that fit: DBE_OK all
+ * the same.  A buffer of at most int_key_len[db_id] bytes reads no record: of exactly
+ * that length it takes the fields of the key, of less nothing at all.
+ * Targets: at most 192 bytes come from memory and touch no file.
+ * DB_CFG: the smaller of buffer_len and 4640 bytes are copied.
+ * DB_UA (keys: user name of up to 16 characters, a second name, one byte): fills as far
+ * as whole pieces fit 16 bytes user name, 16 bytes second name, the byte, the level;
+ * DBE_NOT_FOUND for an unknown user, DBE_NOT_AUTHORIZED, both with the buffer filled.
+ * DBE_OK, DBE_NOT_FOUND, DBE_NO_TARGET, codes of the record type. */
 DB_API int16_t db_get(void *task, uint32_t db_id, uint16_t num_keys, const void *const *keys, void *buffer,
                       uint16_t buffer_len);
+
+/* Reads the record of entry *index of a list made by db_start_list, then adds 1 to
+ * *index, whatever the result.  max: entries of the list.  *index of max or more gives
+ * DBE_END_OF_LIST and stays. */
 DB_API int16_t db_get_next(void *task, uint32_t db_id, const void *list, uint16_t max, uint16_t *index, void *buffer,
                            uint16_t buffer_len);
+
+/* Reads the next record of a list begun with db_init_list.  DBE_END_OF_LIST behind the
+ * last one, and for a list state that no db_init_list filled. */
 DB_API int16_t db_get_more(void *task, uint32_t db_id, void *list_state, void *buffer, uint16_t buffer_len);
+
+/* Stores a record: DBE_OK when it is new, DBE_RECORD_REPLACED when it replaced one.
+ * For either result the record is there after any kill.  Inside an explicit
+ * transaction it becomes so with db_commit.
+ * These types take their full length from `record`, whatever record_len says, so the
+ * area must be that long: DB_CFG 4640 bytes, DB_PRM 62812, DB_THW 20804.
+ * DBE_NO_TARGET, DBE_BAD_RECORD, DBE_LIMIT_EXCEEDED, codes of the record type. */
 DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void *const *keys, void *record,
                       uint16_t record_len);
+
+/* Fills list with the names that match filter, as many as list_size bytes take, and
+ * sets *count to their number and *index to 0.  DBE_LIST_TOO_SMALL when there are more:
+ * what fits is in the list. *count and *index are left alone when the call is refused
+ * before it begins. */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
+
+/* Begins a list that db_get_more walks.  list_state: the caller's, of at least the size
+ * that the record type asks for (420 bytes for targets and their parameters), else
+ * DBE_LIST_TOO_SMALL.  DBE_EMPTY_LIST when the filter matches nothing.  The filter may
+ * be written to. */
 DB_API int16_t db_init_list(void *task, uint32_t db_id, void *filter, void *list_state, uint32_t list_state_size);
-/* dst: at least 128 bytes. */
+
+/* Writes the name of a record type to dst (at least 128 bytes), "" for 12 to 16 and
+ * for 33 and above.  Takes no lock. */
 DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
 
-/* Transactions. */
+/* ---- Transactions -----------------------------------------------------
+ *
+ * A transaction is on one record file: that of db_id, so it covers all record types
+ * that share the file (4, 5, 11, 32; 17 to 21 and 30; 28 and 29).  Calls on other files
+ * meanwhile are transactions of their own.  The task keeps the lock of the installation
+ * until the transaction ends, and waits for nobody; it should not take long.
+ *
+ * Who ends it:
+ *   - db_commit or db_rollback with the db_id given to db_start_trans.
+ *   - Some calls use a transaction of their own inside (deletion of a change file or of
+ *     a request tree, CM status).  Made inside an explicit transaction on the same
+ *     file, such a call ends that one with its own: what was done before it is
+ *     committed or rolled back with it, and a later db_commit or db_rollback finds
+ *     nothing and answers DBE_OK.
+ *   - A second db_start_trans on another file takes over the lock: the end of the
+ *     newer one releases it, though the older transaction is still open.
+ *   - A task that ends, or whose process dies, has its transaction rolled back.
+ *
+ * After a roll-back that undid changes of targets or of the catalog, the tables in
+ * memory are built anew by the next call; the volatile status of targets is lost. */
+
+/* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
+ * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */
 DB_API int16_t db_start_trans(void *task, uint32_t db_id);
+/* DBE_OK, also without a transaction.  DBE_IO_ERROR: the commit failed, everything was
+ * rolled back, and the transaction is over.  DBE_BAD_DB_ID. */
 DB_API int16_t db_commit(void *task, uint32_t db_id);
+/* DBE_OK, also without a transaction or without changes in it.  DBE_IO_ERROR: the
+ * transaction is over, and the next opening of the file repeats the roll-back. */
 DB_API int16_t db_rollback(void *task, uint32_t db_id);
 
-/* Targets. */
+/* ---- Targets ----------------------------------------------------------
+ *
+ * Names: NUL-terminated, up to 63 characters; a longer one is unknown. */
+
+/* *number: the target's number, from 1.  DBE_OK, DBE_NO_TARGET, DBE_NO_STATUS (the
+ * number is 65535; it is set all the same). */
 DB_API int16_t db_get_trg_index(void *task, const char *name, uint32_t *number);
+
+/* Gives a target a new name; its number, status and links stay.  new_name is cut to
+ * 63 characters and must not be in use: that is not tested.  The base configuration is
+ * not touched: who renames the local target must change its name there as well, or the
+ * next building of the tables fails with DBE_INIT_FAILED.
+ * DBE_OK, DBE_NOT_FOUND, DBE_IO_ERROR. */
 DB_API int16_t db_rename_trg(void *task, const char *old_name, const char *new_name);
+
+/* Reads the record of the target with this RGN and REN, 8 characters each and 16 bytes
+ * in all.  An RGN that begins with a zero byte means the installation's own network.
+ * As db_get of the target; DBE_NOT_FOUND. */
 DB_API int16_t db_trg_from_rr(void *task, const char *rgn_ren, void *buffer, uint16_t buffer_len);
+
+/* Reads the 4 bytes of volatile status of a target.  On DBE_OK the task keeps the lock
+ * of the installation, so that it can decide and write back with nobody between:
+ * db_put_trg_stat must follow at once.  Any other call of the task in between ends
+ * that.  DBE_OK, DBE_NOT_FOUND. */
 DB_API int16_t db_get_trg_stat(void *task, const char *name, void *status);
+
+/* Writes the 4 bytes of volatile status of a target and releases the lock.  A name that
+ * is not there writes to the next one in order, if there is one.  Called on its own
+ * after an earlier pair it takes the lock for its own length.
+ * DBE_OK; DBE_NOT_FOUND, name above all others; DBE_NO_STAT_GET, no db_get_trg_stat of
+ * this task has succeeded yet. */
 DB_API int16_t db_put_trg_stat(void *task, const char *name, const void *status);
+
+/* Takes `elapsed` off the counter (u16 in bytes 0 and 1 of the status) of each target;
+ * a counter that runs out is cleared together with byte 2.  DBE_OK. */
 DB_API int16_t db_time_trg_stat(void *task, uint16_t elapsed);
+
+/* Writes the name of a target's server (its own for a target without one) to server,
+ * 64 bytes.  DBE_OK, DBE_NOT_FOUND. */
 DB_API int16_t db_get_srv(void *task, const char *name, char *server);
 
-/* Record conversion. */
+/* ---- Record conversion ------------------------------------------------ */
+
+/* Turns the stored form of a record into the caller's form.  external: the stored form,
+ * key first; *external_len: in its bytes.  internal: the record, zeroed by the caller;
+ * *internal_len: in its size.  Takes no lock; names behind numbers come from the tables
+ * that the task's last call mapped, so a task without such a call gets
+ * DBE_INIT_FAILED.  DBE_OK, DBE_BAD_RECORD, DBE_NO_TARGET, codes of a field. */
 DB_API int16_t parse_keyed(void *task, uint32_t db_id, const void *external, void *internal, uint32_t *external_len,
                            uint32_t *internal_len);
+
+/* For each db_id: how much of the record its key alone can fill, in bytes; 0 for types
+ * without a keyed record. */
 DB_API extern const uint32_t int_key_len[DB_TYPE_COUNT];
 
 #ifdef __cplusplus

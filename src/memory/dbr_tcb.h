@@ -53,6 +53,10 @@ struct DBR_TCB {
   std::uint32_t undone_ids;      // bit a file index: an explicit roll-back undid something there in this call
   unsigned char* scratch;        // work area for one record conversion, made on first use
   std::uint32_t scratch_len;
+  unsigned char* piece_area;     // work area of the record operations, made on first use
+  std::uint32_t changed_files;   // bit a file index: records changed in its open transaction
+  std::uint32_t changed_before;  // the same, as it stood when the last call ended
+  std::uint32_t write_marked;    // this call has set fwrite_in_prog
 };
 
 }  // namespace zvrdb

@@ -1,0 +1,237 @@
+// Opening and closing of the record files, with what a crash left repaired on the way.
+#include <cstring>
+
+#include "engine/engine.h"
+#include "memory/record_types.h"
+#include "memory/trace.h"
+#include "recfile/crash_repair.h"
+#include "recfile/file_table.h"
+#include "recfile/storage_messages.h"
+#include "recfile/transaction_state.h"
+#include "recfile/use_ledger.h"
+
+namespace zvrdb::recfile {
+namespace {
+
+constexpr int transaction_level = 4;          // integrity level that transactions need
+constexpr int read_write = 2;
+constexpr int native_order = 3;
+constexpr std::uint32_t busy_wait_ms = 60000;
+// Enough for the inner nodes of every file and the leaves in use (about 5 MiB).
+constexpr unsigned cache_blocks = 4096;
+
+DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+
+// The paths of the common services have this length.
+struct file_path {
+  char text[CO_PATH_MAX];
+};
+
+bool build_path(void* task, const char* name, file_path* path) {
+  std::memset(path->text, 0, sizeof path->text);
+  if (co_get_orvo_path(task, path->text, 0) != CO_OK) return false;
+  if (co_build_objname(task, path->text, "db", nullptr, CO_PATH_MAX) != CO_OK) return false;
+  return co_build_objname(task, path->text, name, nullptr, CO_PATH_MAX) == CO_OK;
+}
+
+void free_handle(void* task, file_entry* entry) {
+  if (entry->psp) {
+    // A block that is still open would leave its descriptor and locks behind.
+    if (engine::checkpsp(entry->psp) == 'O') engine::abandon(entry->psp);
+    co_free_int(task, entry->psp, "db_close");
+    entry->psp = nullptr;
+  }
+  if (entry->record_buffer) co_free_int(task, entry->record_buffer, "db_close");
+  entry->record_buffer = nullptr;
+}
+
+bool allocate_handle(void* task, file_entry* entry) {
+  entry->psp = static_cast<engine::PSP*>(co_malloc(task, engine::psp_size, CO_MEM_PRIVATE, "CFILE_PSP"));
+  if (entry->psp)
+    entry->record_buffer =
+        static_cast<unsigned char*>(co_malloc(task, record_buffer_len, CO_MEM_PRIVATE, "CFILE_BUF"));
+  if (entry->psp && entry->record_buffer) return true;
+  free_handle(task, entry);
+  co_log2(task, 36355, 0, 0, 0, "%s", "CFILE_PSP");
+  return false;
+}
+
+// Opens the file, or makes it when it is not there.  0, an engine code, or
+// permissions_failed when a new file could not be given its permissions.
+constexpr int permissions_failed = 1;
+int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigned index, const char* path) {
+  const engine::key_entry* keys = engine_keys(spec.kind);
+  int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+                           read_write, keys);
+  if (code == engine::e_write_flag && clear_flag_beside_live_users(task, entry->psp, index, path))
+    code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+                         read_write, keys);
+  if (code != engine::e_not_found) return code;
+  code = engine::dcreate(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+                         native_order, keys);
+  if (code != engine::e_ok) return code;
+  if (co_dflt_mod(task, path, 1) == CO_OK) return engine::e_ok;
+  co_remove(task, path, 1);
+  return permissions_failed;
+}
+
+// Rolls back what a dead task left in the file.  0, or the code of a transaction
+// that a live task keeps open.
+int settle_transaction(void* task, engine::PSP* psp, const char* path) {
+  int state = engine::transstat(psp);
+  if (state == engine::e_trans_busy) {
+    ZVR_TRACE(task, 4, 2, "Busy transaction found for file %s, waiting for 60 secs", path);
+    co_delay(task, busy_wait_ms);
+    state = engine::transstat(psp);
+    if (state == engine::e_trans_busy) return state;
+  }
+  end_interrupted_transaction(task, psp, path, state);
+  return engine::e_ok;
+}
+
+std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned index) {
+  const file_spec& spec = file_at(index);
+  if (!allocate_handle(task, entry)) return DBE_IO_ERROR;
+  file_path path;
+  if (!build_path(task, spec.name, &path)) {
+    free_handle(task, entry);
+    return DBE_IO_ERROR;
+  }
+  if (block->use_count == 0) clear_flag_alone(task, entry->psp, path.text);
+  int code = open_or_create(task, entry, spec, index, path.text);
+  if (code != engine::e_ok) {
+    if (code != permissions_failed) issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_open);
+    free_handle(task, entry);
+    return DBE_IO_ERROR;
+  }
+  code = engine::csetfile(entry->psp, transaction_level);
+  ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
+  code = settle_transaction(task, entry->psp, path.text);
+  if (code != engine::e_ok) {
+    issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_transroll);
+    free_handle(task, entry);
+    return DBE_IO_ERROR;
+  }
+  count_open(task, index);
+  entry->use_count = 1;
+  entry->iocb = block;
+  return DBE_OK;
+}
+
+}  // namespace
+
+void set_datalist(void* task, std::uint32_t db_id, iocb* block, const char* name, std::uint16_t key_len) {
+  const trace_bracket bracket(task, __func__);
+  if (block->inited != 0) return;
+  std::strncpy(block->name, name, sizeof block->name - 1);
+  block->db_id = db_id;
+  block->use_count = 0;
+  block->max_rec_len = longest_piece;
+  block->buff_len = record_buffer_len;
+  const int index = file_index(db_id);
+  const field_kind kind = index < 0 ? field_kind::one_key : file_at(static_cast<unsigned>(index)).kind;
+  unsigned row_number = 0;
+  for (field_row row : field_rows(kind)) {
+    if (row.key == 1) row.length = static_cast<std::int16_t>(key_len);
+    block->field_list[row_number++] = row;
+  }
+  // Last, so that a block half filled by a task that died is filled anew.
+  block->inited = 1;
+}
+
+std::int16_t get_file_ptr(void* task, iocb** block, file_entry** entry, std::uint32_t db_id) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  const int index = file_index(db_id);
+  DBR_TCB* tcb = tcb_of(task);
+  if (index < 0 || !tcb) {
+    bracket.quitting();
+    co_log2(task, 36366, 0, 0, 0, "%ld", static_cast<long>(db_id));
+    *block = nullptr;
+    *entry = nullptr;
+    return rc = DBE_BAD_DB_ID;
+  }
+  *block = &tcb->cntl->files[index];
+  *entry = &tcb->files[index];
+  return rc;
+}
+
+std::int16_t db_open(void* task, std::uint32_t db_id, file_entry** handle) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  *handle = nullptr;
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  rc = get_file_ptr(task, &block, &entry, db_id);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    memory::log_db_msg(task, 36429, db_id);
+    return rc;
+  }
+  if (entry->iocb) {
+    ++entry->use_count;
+    *handle = entry;
+    return rc;
+  }
+  rc = open_entry(task, entry, block, static_cast<unsigned>(file_index(db_id)));
+  if (rc == DBE_OK)
+    *handle = entry;
+  else
+    bracket.quitting();
+  return rc;
+}
+
+std::int16_t db_close(void* task, file_entry* handle) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  open_file file;
+  if (!find_open(task, handle, &file)) {
+    ZVR_TRACE(task, 3, 2, "File not open for file handle %p", static_cast<const void*>(handle));
+    return rc;
+  }
+  if (handle->use_count > 0 && --handle->use_count != 0) return rc;
+  const iocb* block = handle->iocb;
+  const std::uint32_t db_id = file.spec->list_id;
+  if (file.tcb->trans_active[db_id] == 1) {
+    ZVR_TRACE(task, 4, 2, "Interrupted transaction found for file %s", file.spec->name);
+    note_undone(file.tcb, file.index);
+    const int code = engine::transroll(handle->psp, nullptr, 0, nullptr);
+    ZVR_TRACE(task, 1, 2, "transroll returned %d", code);
+    reset_trans_active(task, db_id);
+  }
+  const int code = engine::dclose(handle->psp);
+  if (code != engine::e_ok) {
+    issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_close_or_flush);
+    rc = DBE_IO_ERROR;
+  }
+  free_handle(task, handle);
+  handle->iocb = nullptr;
+  handle->use_count = 0;
+  count_close(task, file.index);
+  return rc;
+}
+
+std::int16_t open_files(void* task) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  // In the order in which the files are opened, which is not that of the table.
+  constexpr unsigned opening_order[file_count] = {0, 2, 3, 4, 5, 6, 1, 7, 8};
+  static const bool cache_sized = (engine::set_cache_blocks(cache_blocks), true);
+  (void)cache_sized;
+  DBR_TCB* tcb = tcb_of(task);
+  reap_dead_use_counts(task);
+  for (const unsigned index : opening_order) {
+    const file_spec& spec = file_at(index);
+    set_datalist(task, spec.list_id, &tcb->cntl->files[index], spec.name, spec.key_len);
+    file_entry* handle = nullptr;
+    rc = db_open(task, spec.list_id, &handle);
+    tcb->*spec.handle = handle;
+    if (rc != DBE_OK) {
+      bracket.quitting();
+      return rc;
+    }
+  }
+  return rc;
+}
+
+}  // namespace zvrdb::recfile

@@ -1,0 +1,216 @@
+// Transactions on one file: explicit ones of a client, internal ones of a handler,
+// and the implicit one of a single record operation.
+#include <algorithm>
+#include <array>
+#include <span>
+
+#include "engine/engine.h"
+#include "memory/record_types.h"
+#include "memory/trace.h"
+#include "recfile/file_table.h"
+#include "recfile/storage_messages.h"
+#include "recfile/transaction_state.h"
+
+namespace zvrdb::recfile {
+namespace {
+
+constexpr int plain_transaction = 3;
+constexpr int free_the_chain = 1;
+constexpr std::uint16_t memory_class = 1;  // every record with a file is of this class
+
+// Record types that share a file and are flagged together.  Others that share one
+// (9 with 26 and 27, 23 with 24 and 25) are not grouped.
+constexpr std::uint32_t target_types[] = {4, 5, 11, 32};
+constexpr std::uint32_t request_types[] = {17, 18, 19, 20, 21, 30};
+constexpr std::uint32_t correlator_types[] = {28, 29};
+constexpr std::array<std::span<const std::uint32_t>, 3> shared_types = {target_types, request_types,
+                                                                         correlator_types};
+
+DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+
+void flag_types(DBR_TCB* tcb, std::uint32_t db_id, std::uint16_t value) {
+  if (db_id >= DB_TYPE_COUNT) return;
+  for (const auto& group : shared_types) {
+    if (std::find(group.begin(), group.end(), db_id) == group.end()) continue;
+    for (const std::uint32_t id : group) tcb->trans_active[id] = value;
+    return;
+  }
+  tcb->trans_active[db_id] = value;
+}
+
+void forget_changes(DBR_TCB* tcb, unsigned index) {
+  tcb->changed_files &= ~(1u << index);
+  tcb->changed_before &= ~(1u << index);
+}
+
+// After a transaction has ended, well or badly.
+void transaction_over(void* task, DBR_TCB* tcb, std::uint32_t db_id) {
+  if (tcb->start_trans_id == db_id) tcb->trans_in_prog[memory_class] = 0;
+  reset_trans_active(task, db_id);
+  const int index = file_index(db_id);
+  if (index >= 0) forget_changes(tcb, static_cast<unsigned>(index));
+}
+
+// The handle is taken to have gone stale: the file is closed and opened again.
+std::int16_t begin_on_fresh_handle(void* task, DBR_TCB* tcb, std::uint32_t db_id, const iocb* block) {
+  file_entry** field = handle_field(tcb, db_id);
+  std::int16_t rc = db_close(task, *field);
+  if (rc != DBE_OK) return rc;
+  file_entry* handle = nullptr;
+  rc = db_open(task, db_id, &handle);
+  if (rc != DBE_OK) return rc;
+  *field = handle;
+  const int code = engine::transbeg(handle->psp, plain_transaction, nullptr);
+  if (code == engine::e_ok) return DBE_OK;
+  issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_transbeg);
+  return DBE_IO_ERROR;
+}
+
+// Ends the engine's transaction for good; when that fails it is rolled back.
+std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* psp) {
+  const int code = engine::transend(psp, free_the_chain);
+  if (code == engine::e_ok) return DBE_OK;
+  issue_err_msg(task, file_at(index).name, static_cast<std::int16_t>(code), at_transend);
+  note_undone(tcb, index);
+  const int undone = engine::transroll(psp, nullptr, 0, nullptr);
+  ZVR_TRACE(task, 5, 2, "transroll after a failed transend returned %d", undone);
+  return DBE_IO_ERROR;
+}
+
+enum class ending { keep, undo };
+
+std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  std::int16_t rc = get_file_ptr(task, &block, &entry, db_id);
+  if (rc != DBE_OK) {
+    memory::log_db_msg(task, how == ending::keep ? 36431 : 36432, db_id);
+    return rc;
+  }
+  DBR_TCB* tcb = tcb_of(task);
+  if (tcb->trans_active[db_id] == 0 || !entry->iocb) {
+    ZVR_TRACE(task, 3, 2, "called with no transaction active for db_id %lu, returning OK",
+              static_cast<unsigned long>(db_id));
+    transaction_over(task, tcb, db_id);
+    return DBE_OK;
+  }
+  const auto index = static_cast<unsigned>(file_index(db_id));
+  if (how == ending::keep) {
+    rc = end_or_undo(task, tcb, index, entry->psp);
+  } else {
+    note_undone(tcb, index);
+    const int code = engine::transroll(entry->psp, nullptr, 0, nullptr);
+    if (code != engine::e_ok && code != engine::e_trans_none) {
+      issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_transroll);
+      rc = DBE_IO_ERROR;
+    }
+  }
+  transaction_over(task, tcb, db_id);
+  return rc;
+}
+
+}  // namespace
+
+void set_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 1); }
+void reset_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 0); }
+
+void note_change(DBR_TCB* tcb, unsigned index) { tcb->changed_files |= 1u << index; }
+void note_undone(DBR_TCB* tcb, unsigned index) { tcb->undone_ids |= tcb->changed_before & (1u << index); }
+
+std::int16_t start_trans(void* task, std::uint32_t db_id) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  rc = get_file_ptr(task, &block, &entry, db_id);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    memory::log_db_msg(task, 36430, db_id);
+    return rc;
+  }
+  DBR_TCB* tcb = tcb_of(task);
+  if (tcb->trans_active[db_id] == 1) {
+    ZVR_TRACE(task, 3, 2, "called with transaction active for db_id %lu, returning OK",
+              static_cast<unsigned long>(db_id));
+    return rc;
+  }
+  if (!entry->iocb || engine::transbeg(entry->psp, plain_transaction, nullptr) != engine::e_ok) {
+    rc = begin_on_fresh_handle(task, tcb, db_id, block);
+    if (rc != DBE_OK) {
+      bracket.quitting();
+      return rc;
+    }
+  }
+  // Only the transaction that the client named keeps the semaphore over calls.
+  if (tcb->start_trans_id == db_id) tcb->trans_in_prog[memory_class] = 1;
+  set_trans_active(task, db_id);
+  forget_changes(tcb, static_cast<unsigned>(file_index(db_id)));
+  return rc;
+}
+
+std::int16_t commit(void* task, std::uint32_t db_id) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  return rc = end_transaction(task, db_id, ending::keep);
+}
+
+std::int16_t rollback(void* task, std::uint32_t db_id) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  return rc = end_transaction(task, db_id, ending::undo);
+}
+
+std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction) {
+  transaction->owned = false;
+  if (file.tcb->trans_active[file.spec->list_id] != 0) {
+    note_change(file.tcb, file.index);
+    return DBE_OK;
+  }
+  const int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  if (code != engine::e_ok) {
+    issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);
+    return DBE_IO_ERROR;
+  }
+  set_trans_active(task, file.spec->list_id);
+  transaction->owned = true;
+  return DBE_OK;
+}
+
+std::int16_t end_implicit(void* task, const open_file& file, const implicit_transaction& transaction,
+                          std::int16_t rc) {
+  if (!transaction.owned) return rc;
+  if (rc == DBE_OK) {
+    rc = end_or_undo(task, file.tcb, file.index, file.entry->psp);
+  } else {
+    const int code = engine::transroll(file.entry->psp, nullptr, 0, nullptr);
+    ZVR_TRACE(task, 4, 2, "transroll returned %d", code);
+  }
+  reset_trans_active(task, file.spec->list_id);
+  return rc;
+}
+
+std::int16_t db_bflush(void* task, std::uint32_t db_id) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  // Types whose records are flushed after a write; 24 to 27, 31 and 32 are made
+  // durable by the end of their transaction alone.
+  constexpr std::uint32_t flushed_types[] = {4, 5, 6, 9, 10, 11, 17, 18, 19, 20, 21, 22, 23, 28, 29, 30};
+  if (std::find(std::begin(flushed_types), std::end(flushed_types), db_id) == std::end(flushed_types)) return rc;
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  rc = get_file_ptr(task, &block, &entry, db_id);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    memory::log_db_msg(task, 36429, db_id);
+    return rc;
+  }
+  if (!entry->iocb) return rc;
+  const int code = engine::dflush(entry->psp);
+  if (code != engine::e_ok) {
+    issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_close_or_flush);
+    rc = DBE_IO_ERROR;
+  }
+  return rc;
+}
+
+}  // namespace zvrdb::recfile
