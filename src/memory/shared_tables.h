@@ -66,11 +66,14 @@ inline constexpr std::uint32_t segment_header_len = 4;  // inited flag and 3 spa
 inline constexpr std::uint32_t no_server = 0xFFFFFFFFu;
 inline constexpr std::size_t trg_name_len = 64;
 inline constexpr std::size_t dsu_text_len = 17;  // without its NUL
+inline constexpr std::uint8_t trg_type_local = 32;  // bit of trg_type: a target of this server
 
 // ---- layout of the segment
 // Bytes that the lengths in DBR_CNTL ask for.
 std::uint64_t segment_length(const DBR_TCB* tcb);
-// Sets the six pointers for a segment mapped at base, whose length is known to suffice.
+// Sets the six pointers for a segment mapped at base, whose length is known to suffice,
+// and shm_length to that length.  The tables count as mapped only as long as the lengths
+// in DBR_CNTL ask for no more than shm_length.
 void lay_out(DBR_TCB* tcb, unsigned char* base);
 void forget_layout(DBR_TCB* tcb);
 // "MEM_%4.4lu"; out holds 16 bytes.
@@ -82,12 +85,14 @@ TRG_CNTL_ENTRY* trg_slot(DBR_TCB* tcb, std::uint32_t number);
 // Number of targets in use, never above the table's size whatever memory says.
 std::uint32_t trg_count(const DBR_TCB* tcb);
 
-// Position in the name index of the entry with this very name, or -1.  Among names
-// that the collation calls equal the one equal to the byte is taken, if it is there;
-// a name that only collates equal counts as found by `find_name_loose`.
+// Lookups make no system call and allocate nothing.
+//
+// Position in the name index of the entry with this very name, or -1.  Two names that
+// the collation calls equal but that differ in a byte are two names.  A name longer
+// than 63 bytes is never found.
 std::int64_t find_name(void* task, const char* name);
-// Position of the entry that collates equal to the name or, failing that, of the
-// first one above it; -1 when the name is above all entries.
+// Position of the entry with this very name; else of the first one that collates equal;
+// else of the first one above; -1 when the name is above all entries.
 std::int64_t locate_name(void* task, const char* name);
 // The same two on the DSU index, by DSU text.
 std::int64_t find_dsu(void* task, const char* text);
@@ -117,9 +122,10 @@ std::int16_t get_cat_num(void* task, std::uint16_t* number, const void* cf_name)
 // Writes 76 bytes.  0; 8194.
 std::int16_t get_cat_name(void* task, void* cf_name, std::uint16_t number);
 
-// Whether the in-memory tables hold together: every number 1 to num_trgs_allowed
-// exactly once in each index, the used parts sorted, the free parts equal, the counts
-// right.  False with a reason (at least 160 bytes) when not.
+// Whether the in-memory tables of targets hold together: every number 1 to
+// num_trgs_allowed exactly once in each index, the used parts sorted and marked as in
+// use, the free parts equal.  (The counts of local targets and servers
+// follow rules of their own and are not judged.)  False with a reason (at least 160 bytes) when not.
 bool tables_sound(void* task, char* reason, std::size_t reason_size);
 
 }  // namespace memory
