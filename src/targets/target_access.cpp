@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "memory/codes.h"
+
 namespace zvrdb::targets {
 
 DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
@@ -34,6 +36,13 @@ TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number, std
   if (number) *number = tcb->name_index[found].trg_index;
   if (position) *position = found;
   return slot;
+}
+
+std::uint32_t server_number(void* task, const char* srv_name, std::uint32_t own_number) {
+  const target_name server = name_from(srv_name, name_len);
+  std::uint32_t number = own_number;
+  if (!server.text[0] || server.cut || memory::get_trg_index(task, server.text, &number) != DBE_OK) return own_number;
+  return number;
 }
 
 void apply_local_dsu(const DBR_TCB* tcb, std::uint8_t trg_type, char* rgn) {

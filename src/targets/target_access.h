@@ -27,6 +27,10 @@ TRG_CNTL_ENTRY* slot_at(DBR_TCB* tcb, std::int64_t position);
 // Slot of the target with this name, or null; number and position may be null.
 TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number, std::int64_t* position = nullptr);
 
+// Number of the server of this name (64 bytes, terminated or not); the target's own
+// number when the name is empty or unknown.
+std::uint32_t server_number(void* task, const char* srv_name, std::uint32_t own_number);
+
 // Writes local_dsu into rgn when the target is local and local_dsu is set.
 void apply_local_dsu(const DBR_TCB* tcb, std::uint8_t trg_type, char* rgn);
 

@@ -217,6 +217,10 @@ std::int16_t get_next_trg(void* task, const void* list, const std::uint16_t* ind
 std::int16_t init_list_trg(void* task, void* filter, void* list_state, std::uint32_t size) {
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "init_list_trg", &rc);
+  if (!filter) {
+    trace.quitting();
+    return rc = DBE_BAD_RECORD;
+  }
   target_list list{};
   rc = set_up_list(task, static_cast<unsigned char*>(filter), list);
   if (size < trg_list_len) {

@@ -1,4 +1,4 @@
-// Building of the target table in a fresh shared segment from the record file.
+// Building of the target table in a fresh, zeroed segment from the record file.
 #include <algorithm>
 #include <cstring>
 
@@ -137,8 +137,6 @@ std::int16_t init_trg(void* task) {
     co_log2(task, 36355, 0, 0, 0, "%s", "temp ext buffer");
     return rc = DBE_IO_ERROR;
   }
-  // A builder that died may have left slots of its own behind.
-  std::memset(tcb->trg_cntl, 0, tcb->cntl->trg_cntl_len);
   rc = load_table(load, record);
   co_free_int(task, record, "init_trg");
   return rc;

@@ -30,7 +30,10 @@ std::int16_t rename_record(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t numbe
   memory::sort_names(task);
   key = {DB_TRG, number, 0};
   const std::int16_t rc = keyed::put_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len);
-  return rc == DBE_RECORD_REPLACED ? std::int16_t{DBE_OK} : rc;
+  if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) return rc;
+  // The link was written anew from the server's name, which may be another's by now.
+  slot->srv_num = server_number(task, record + srv_name_offset, number);
+  return DBE_OK;
 }
 
 }  // namespace

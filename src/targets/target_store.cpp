@@ -22,7 +22,7 @@ struct target_put {
   DBR_TCB* tcb;
   target_name name;
   TRG_CNTL_ENTRY head;       // of the caller's record; bytes that it does not have are zero
-  char srv_name[name_len + 1];
+  char srv_name[name_len];
   const void* record;        // what is stored
   std::uint32_t record_len;
   char dsu[memory::dsu_text_len + 1];
@@ -67,18 +67,11 @@ std::int16_t write_record(const target_put& put, std::uint32_t number) {
   return keyed::put_keyed(put.task, DB_TRG, put.tcb->trg_file, &key, put.record, put.record_len);
 }
 
-// A target without a server's name is its own server.
-std::uint32_t server_number(const target_put& put, std::uint32_t own_number) {
-  std::uint32_t number = own_number;
-  if (put.srv_name[0] && memory::get_trg_index(put.task, put.srv_name, &number) != DBE_OK) number = own_number;
-  return number;
-}
-
 void fill_slot(const target_put& put, TRG_CNTL_ENTRY* slot, std::uint32_t number) {
   *slot = put.head;
   slot->in_use = 1;
   apply_local_dsu(put.tcb, slot->trg_type, slot->rgn);
-  slot->srv_num = server_number(put, number);
+  slot->srv_num = server_number(put.task, put.srv_name, number);
 }
 
 std::int16_t replace_target(target_put& put) {
