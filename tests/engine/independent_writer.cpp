@@ -427,7 +427,9 @@ std::string leaf_form(bool big, const tree_entry& entry, int piece_byte) {
 
 void write_file(const std::string& path, const std::vector<unsigned char>& bytes) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() || std::fclose(file)) fail("cannot write");
+  if (!file) fail("cannot open for writing");
+  bool whole = bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  if (std::fclose(file) || !whole) fail("cannot write");
 }
 
 std::vector<unsigned char> read_file(const std::string& path) {
