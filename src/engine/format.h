@@ -188,21 +188,28 @@ constexpr std::uint64_t node_offset(std::int32_t n) {
 }
 static_assert(node_offset(max_node) + page_size <= (std::uint64_t{1} << 32));
 
-// The head of a node in memory: native order.
-struct node_head {
+// A node in memory: the head in native order, the entries as they lie in the file.
+// The spare bytes behind the entry area let an insert overflow a node before it is
+// split, and stand for the zero byte that ends the entries of a full node.
+inline constexpr int node_spare = 275;
+struct node {
   std::int32_t child0;    // inner: first child; leaf 0; free -1; first log node: former head
   std::int32_t next;      // right neighbour, -1 for none; free: next free; log: next, 0 at the end
   std::int32_t prev;      // left neighbour, -1 for none; free -1; log: slot of the owner
   std::uint16_t level;    // 0 leaf, above that inner, or a mark
   std::uint16_t count;    // entries, or log records
   std::int16_t room;      // free bytes of the entry area; negative only before a split
+  std::uint8_t entries[entry_area + node_spare];
 };
-static_assert(offsetof(node_head, child0) == 0);
-static_assert(offsetof(node_head, next) == 4);
-static_assert(offsetof(node_head, prev) == 8);
-static_assert(offsetof(node_head, level) == 12);
-static_assert(offsetof(node_head, count) == 14);
-static_assert(offsetof(node_head, room) == 16);
+static_assert(offsetof(node, child0) == 0);
+static_assert(offsetof(node, next) == 4);
+static_assert(offsetof(node, prev) == 8);
+static_assert(offsetof(node, level) == 12);
+static_assert(offsetof(node, count) == 14);
+static_assert(offsetof(node, room) == 16);
+static_assert(offsetof(node, entries) == node_head_size);
+static_assert(node_head_size + entry_area == page_size);
+static_assert(std::is_trivially_copyable_v<node>);
 
 // ---- Entries
 
