@@ -125,14 +125,18 @@ config_record interim_config(const config_record& wanted) {
 }
 
 config_lock::config_lock(const std::string& base)
-    : descriptor_(open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    : base_(base), descriptor_(open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
   if (descriptor_ < 0) fail(base, "cannot be opened");
-  if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
+  taken_ = flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+  if (taken_ || errno == EWOULDBLOCK) return;
   const int reason = errno;
   close(descriptor_);
-  if (reason == EWOULDBLOCK) throw refusal(base + ": another process is changing the configuration; wait for its end");
   errno = reason;
   fail(base, "cannot be locked");
+}
+
+void config_lock::require() const {
+  if (!taken_) throw refusal(base_ + ": another process is changing the configuration; wait for its end");
 }
 
 config_lock::~config_lock() { close(descriptor_); }

@@ -46,17 +46,22 @@ std::string config_name(const config_record& record);
 void set_config_name(config_record& record, const std::string& name);
 config_record interim_config(const config_record& wanted);
 
-// Held by whoever changes the configuration.  Throws refusal when another process
-// holds it.
+// Held by whoever changes the configuration; goes with its process.
 class config_lock {
  public:
+  // Takes it if that needs no wait.
   explicit config_lock(const std::string& base);
   ~config_lock();
   config_lock(const config_lock&) = delete;
   config_lock& operator=(const config_lock&) = delete;
+  bool taken() const { return taken_; }
+  // Throws refusal when another process has it.
+  void require() const;
 
  private:
+  std::string base_;
   int descriptor_;
+  bool taken_ = false;
 };
 
 }  // namespace zvradm

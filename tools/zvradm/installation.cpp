@@ -175,6 +175,7 @@ making make_installation(const std::string& base, const installation_values& val
   const bool was_there = read_config(config_path(base), present);
   make_folders(base);
   const config_lock lock(base);
+  lock.require();
   told(step_folders);
   const bool pending = read_config(pending_path(base), wanted);
   const bool there = read_config(config_path(base), present);

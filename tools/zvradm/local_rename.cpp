@@ -50,6 +50,7 @@ void undo(void* task, const std::string& base, const config_record& wanted, cons
 void rename_local_target(void* task, const std::string& base, const std::string& old_name,
                          const std::string& new_name) {
   const config_lock lock(base);
+  lock.require();
   config_record wanted{};
   if (!read_config(config_path(base), wanted)) throw refusal(config_path(base) + " is missing");
   config_record interim = interim_config(wanted);
@@ -67,8 +68,10 @@ void rename_local_target(void* task, const std::string& base, const std::string&
 }
 
 void settle_interrupted_rename(void* task, const std::string& base) {
-  const config_lock lock(base);
   config_record wanted{}, present{};
+  if (!read_config(pending_path(base), wanted)) return;
+  const config_lock lock(base);
+  if (!lock.taken()) return;  // the change is under way, not interrupted
   if (!read_config(pending_path(base), wanted) || !read_config(config_path(base), present)) return;
   if (config_name(wanted) == config_name(present))
     throw refusal(base + ": an init was interrupted; repeat it with the same values");
