@@ -1,0 +1,44 @@
+// What the pages tell must be what there is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zvrdb/zvrdb.h>
+
+#include "record_fields.h"
+#include "tool_driver.h"
+
+namespace {
+
+using namespace tool_test;
+using testing::HasSubstr;
+
+std::string page(const char* name) {
+  const std::string text = read_file(std::string(ZVR_DOCS) + "/" + name);
+  EXPECT_NE(text, "") << name;
+  return text;
+}
+
+TEST(Documentation, TheManualPageTellsEveryCommand) {
+  const std::string manual = page("man/zvradm.1");
+  for (const char* command :
+       {"init", "status", "reset", "trace on", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
+        "target\\-by\\-rr", "server\\-of", "export", "import", "file check", "file dump", "file summary"})
+    EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
+}
+
+TEST(Documentation, TheRecordsPageTellsEveryTypeAndField) {
+  const std::string records = page("records.md");
+  for (const zvradm::record_type& type : zvradm::record_types()) {
+    EXPECT_THAT(records, HasSubstr("| `" + std::string(type.suffix) + "` | " + std::to_string(type.db_id)));
+    if (type.db_id == DB_CFG) continue;  // told by the rule that makes its names
+    for (const zvradm::field& f : type.fields) EXPECT_THAT(records, HasSubstr("`" + std::string(f.name) + "`"));
+  }
+}
+
+TEST(Documentation, TheRecordsPageTellsEveryWordOfATarget) {
+  const std::string records = page("records.md");
+  for (const auto& words : {zvradm::target_types(), zvradm::target_modes(), zvradm::target_systems()})
+    for (const zvradm::word& w : words)
+      EXPECT_THAT(records, HasSubstr(std::to_string(w.value) + " `" + w.text + "`"));
+}
+
+}  // namespace

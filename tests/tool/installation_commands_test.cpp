@@ -1,0 +1,218 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "tool_driver.h"
+
+namespace {
+
+using namespace tool_test;
+using testing::HasSubstr;
+
+constexpr const char* record_files[] = {"userreq", "trgcfg", "users",   "auth",    "cmstatus",
+                                        "trggrp",  "catalog", "snacorr", "dyntggrp"};
+
+// A tool process that waits for its standard input, attached to the installation.
+class waiting_writer {
+ public:
+  explicit waiting_writer(const scratch_base& base) {
+    int in[2], out[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) abort();
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(in[0], STDIN_FILENO);
+      dup2(out[1], STDOUT_FILENO);
+      execl(ZVRADM_PATH, "zvradm", "--base", base.path().c_str(), "put", "trg", static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    in_ = in[1];
+    out_ = out[0];
+  }
+  ~waiting_writer() { end(SIGKILL); }
+  waiting_writer(const waiting_writer&) = delete;
+  waiting_writer& operator=(const waiting_writer&) = delete;
+
+  void send(const std::string& lines) const {
+    if (write(in_, lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) abort();
+  }
+  // The next answer, "" when there is none any more.
+  std::string answer() const {
+    std::string line;
+    char c;
+    while (read(out_, &c, 1) == 1) {
+      if (c == '\n') return line;
+      line += c;
+    }
+    return "";
+  }
+  void end(int signal) {
+    if (process_ <= 0) return;
+    kill(process_, signal);
+    waitpid(process_, nullptr, 0);
+    process_ = -1;
+    close(in_);
+    close(out_);
+  }
+
+ private:
+  pid_t process_ = -1;
+  int in_ = -1, out_ = -1;
+};
+
+class InstallationCommands : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(base.init().exit, 0); }
+  zvradm::json status() { return base.tool({"status", "--json"}).json(); }
+  scratch_base base;
+};
+
+TEST_F(InstallationCommands, StatusTellsCountsLimitsAndFiles) {
+  base.tool({"put", "trg"}, R"({"trg_name":"BERGEN","trg_type":["LOCAL","CLIENT"],"srv_name":"OSLO"})");
+  const zvradm::json all = status();
+  EXPECT_EQ(all["local_target"], "OSLO");
+  EXPECT_EQ(all["targets"]["actual"], 2);
+  EXPECT_EQ(all["targets"]["allowed"], 10000);
+  EXPECT_EQ(all["local_targets"]["actual"], 2);
+  EXPECT_EQ(all["server_targets"]["configured"], 10000);
+  EXPECT_EQ(all["write_in_progress"], 0);
+  EXPECT_EQ(all["local_dsu"], "OSLO01");
+  EXPECT_EQ(all["files"].size(), 9u);
+  for (const zvradm::json& file : all["files"]) EXPECT_EQ(file["use_count"], 0);
+  EXPECT_TRUE(all["tasks"].empty());
+  EXPECT_THAT(base.tool({"status"}).out, HasSubstr("no other task is alive"));
+}
+
+TEST_F(InstallationCommands, StatusNamesTheTasksThatLive) {
+  waiting_writer writer(base);
+  writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+  ASSERT_EQ(writer.answer(), R"({"line":1,"rc":0,"code":"DBE_OK"})");
+  const zvradm::json all = status();
+  ASSERT_EQ(all["tasks"].size(), 1u);
+  EXPECT_EQ(all["tasks"][0]["name"], "zvradm");
+  for (const zvradm::json& file : all["files"]) EXPECT_EQ(file["use_count"], 1);
+}
+
+TEST_F(InstallationCommands, ResetIsRefusedWhileATaskLives) {
+  waiting_writer writer(base);
+  writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+  ASSERT_NE(writer.answer(), "");
+  const tool_result refused = base.tool({"reset"});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_THAT(refused.err, HasSubstr("1 task is alive"));
+  writer.end(SIGKILL);
+  EXPECT_EQ(base.tool({"reset"}).exit, 0);
+  EXPECT_EQ(base.tool({"get", "trg", "BERGEN"}).exit, 0);
+}
+
+TEST_F(InstallationCommands, ResetRemovesTheSharedFolderAndMayBeRepeated) {
+  const std::string folder = status()["shared_folder"];
+  EXPECT_TRUE(std::filesystem::exists(folder));
+  EXPECT_EQ(base.tool({"reset"}).exit, 0);
+  EXPECT_FALSE(std::filesystem::exists(folder));
+  EXPECT_EQ(base.tool({"reset"}).exit, 0);
+}
+
+TEST_F(InstallationCommands, InitIsRefusedWhileATaskLives) {
+  waiting_writer writer(base);
+  writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+  ASSERT_NE(writer.answer(), "");
+  const std::string config = read_file(base.file("orvo.cfg"));
+  const tool_result refused = base.init({"--force", "--max-targets", "77"});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_THAT(refused.err, HasSubstr("alive"));
+  EXPECT_EQ(read_file(base.file("orvo.cfg")), config);
+}
+
+TEST_F(InstallationCommands, AKilledWriterLosesNothingThatWasAcknowledged) {
+  std::string lines;
+  for (int i = 100; i < 400; ++i) lines += "{\"trg_name\":\"K" + std::to_string(i) + "\",\"trg_type\":130}\n";
+  waiting_writer writer(base);
+  writer.send(lines);
+  int acknowledged = 0;
+  while (acknowledged < 20 && !writer.answer().empty()) ++acknowledged;
+  writer.end(SIGKILL);
+  ASSERT_EQ(acknowledged, 20);
+  const tool_result listed = base.tool({"list", "trg", "--name", "K"});
+  ASSERT_EQ(listed.exit, 0) << listed.err;
+  const auto found = listed.lines();
+  ASSERT_GE(found.size(), 20u);
+  for (std::size_t i = 0; i < found.size(); ++i)
+    EXPECT_EQ(zvradm::json::parse(found[i])["trg_name"], "K" + std::to_string(100 + i));
+  EXPECT_EQ(status()["write_in_progress"], 0);
+  for (const zvradm::json& file : status()["files"]) EXPECT_EQ(file["use_count"], 0);
+  std::vector<std::string> check{"file", "check", "--deep"};
+  for (const char* name : record_files) check.push_back(base.file(std::string("db/") + name));
+  const tool_result checked = run_tool(check);
+  EXPECT_EQ(checked.exit, 0) << checked.out;
+}
+
+TEST_F(InstallationCommands, CheckTellsSoundFiles) {
+  const tool_result result = run_tool({"file", "check", base.file("db/trgcfg"), base.file("db/catalog")});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(result.out, base.file("db/trgcfg") + ": sound\n" + base.file("db/catalog") + ": sound\n");
+}
+
+TEST_F(InstallationCommands, CheckTellsProblemsWithTheirPlaceAndEndsWithOne) {
+  std::string bytes = read_file(base.file("db/trgcfg"));
+  ASSERT_GT(bytes.size(), 2048u);
+  bytes[1024 + 30] = static_cast<char>(bytes[1024 + 30] ^ 0x55);
+  for (std::size_t i = 1024 + 18; i < 1024 + 60; ++i) bytes[i] = static_cast<char>(0xA5);
+  write_file(base.file("damaged"), bytes);
+  const tool_result result = run_tool({"file", "check", base.file("damaged"), base.file("db/trgcfg")});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.out, HasSubstr("node 0"));
+  EXPECT_THAT(result.out, HasSubstr(" problem"));
+  EXPECT_THAT(result.out, HasSubstr("db/trgcfg: sound")) << "the files behind are checked all the same";
+}
+
+TEST_F(InstallationCommands, CheckOfWhatIsNoRecordFileEndsWithTwo) {
+  write_file(base.file("text"), "hello\n");
+  const tool_result foreign = run_tool({"file", "check", base.file("text"), base.file("db/trgcfg")});
+  EXPECT_EQ(foreign.exit, 2);
+  EXPECT_THAT(foreign.err, HasSubstr("not readable"));
+  EXPECT_EQ(run_tool({"file", "check", base.file("nothing")}).exit, 2);
+  const auto lines = run_tool({"file", "check", "--json", base.file("text")}).lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(zvradm::json::parse(lines[0])["outcome"], "unreadable");
+}
+
+TEST_F(InstallationCommands, DumpPrintsTheHeaderAndTheEntriesInOrder) {
+  const tool_result result = run_tool({"file", "dump", base.file("db/trgcfg")});
+  ASSERT_EQ(result.exit, 0) << result.err;
+  const auto lines = result.lines();
+  ASSERT_GE(lines.size(), 3u);
+  EXPECT_TRUE(zvradm::json::parse(lines[0]).contains("nextnode"));
+  int previous = 0;
+  bool record_seen = false;
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    const zvradm::json entry = zvradm::json::parse(lines[i]);
+    std::string members;
+    for (const auto& [name, value] : entry.items()) members += name + " ";
+    EXPECT_EQ(members, "key value rec piece last data ");
+    EXPECT_GE(entry["key"].get<int>(), previous);
+    previous = entry["key"];
+    record_seen = record_seen || entry["data"].get<std::string>().find("4f534c4f") != std::string::npos;
+  }
+  EXPECT_TRUE(record_seen) << "the local target's name";
+  EXPECT_EQ(run_tool({"file", "dump", base.file("nothing")}).exit, 1);
+}
+
+TEST_F(InstallationCommands, SummaryCountsRecordsAndNodes) {
+  const tool_result result = run_tool({"file", "summary", base.file("db/trgcfg")});
+  ASSERT_EQ(result.exit, 0) << result.err;
+  const zvradm::json summary = result.json();
+  EXPECT_EQ(summary["records"], 1);
+  EXPECT_GE(summary["nodes"]["leaves"], 1);
+  EXPECT_EQ(summary["header"]["size"], read_file(base.file("db/trgcfg")).size());
+  EXPECT_THAT(run_tool({"file", "summary", "--table", base.file("db/trgcfg")}).out, HasSubstr("fill of leaves"));
+  EXPECT_EQ(run_tool({"file", "summary", base.file("nothing")}).exit, 1);
+}
+
+}  // namespace

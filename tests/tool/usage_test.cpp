@@ -1,0 +1,92 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tool_driver.h"
+
+namespace {
+
+using namespace tool_test;
+using testing::HasSubstr;
+
+const std::vector<std::vector<std::string>> all_commands{
+    {"init"}, {"status"}, {"reset"}, {"put"}, {"get"}, {"del"}, {"list"}, {"rename-target"},
+    {"target-status"}, {"target-by-rr"}, {"server-of"}, {"import"}, {"export"}, {"trace"},
+    {"file", "check"}, {"file", "dump"}, {"file", "summary"}};
+
+TEST(Usage, EveryCommandTellsItsFormWithAnExample) {
+  for (std::vector<std::string> command : all_commands) {
+    command.push_back("--help");
+    const tool_result result = run_tool(command);
+    EXPECT_EQ(result.exit, 0) << command[0];
+    EXPECT_THAT(result.out, HasSubstr("Example")) << command[0];
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
+  const scratch_base base;
+  const std::vector<std::vector<std::string>> wrong{
+      {},
+      {"frobnicate"},
+      {"get"},
+      {"get", "xyz", "A"},
+      {"get", "trg"},
+      {"get", "trg", "A", "B"},
+      {"get", "trg", "A", "--len", "65536"},
+      {"get", "trg", "A", "--len", "x"},
+      {"list", "trg", "--type", "NONSENSE"},
+      {"list", "trg", "--type", "256"},
+      {"list", "trg", "--exclude"},
+      {"list", "prm", "--name", "A"},
+      {"list", "trg", "--names", "--server", "A"},
+      {"init", "--name", "A", "--rgn", "B"},
+      {"init", "--name", "A", "--rgn", "NINECHARS", "--ren", "C"},
+      {"init", "--name", std::string(64, 'x'), "--rgn", "B", "--ren", "C"},
+      {"init", "--name", "A", "--rgn", "B", "--ren", "C", "--kind", "castle"},
+      {"init", "--name", "A", "--rgn", "B", "--ren", "C", "--max-targets", "0"},
+      {"init", "--name", " A", "--rgn", "B", "--ren", "C"},
+      {"rename-target", "A"},
+      {"rename-target", "A", std::string(64, 'x')},
+      {"target-status", "put", "A", "123"},
+      {"target-status", "age", "65536"},
+      {"target-by-rr", "NODOT"},
+      {"target-by-rr", "NINECHARS.A"},
+      {"export", "cfg"},
+      {"import"},
+      {"trace"},
+      {"file", "check"},
+      {"file"}};
+  for (const std::vector<std::string>& arguments : wrong) {
+    const tool_result result = base.tool(arguments);
+    std::string text;
+    for (const std::string& word : arguments) text += word + " ";
+    EXPECT_EQ(result.exit, 2) << text << result.err;
+    EXPECT_EQ(result.out, "") << text;
+    EXPECT_NE(result.err, "") << text;
+  }
+}
+
+TEST(Usage, WithoutABaseDirectoryNothingIsDone) {
+  unsetenv("ORVO_PATH");
+  const tool_result result = run_tool({"status"});
+  EXPECT_EQ(result.exit, 2);
+  EXPECT_THAT(result.err, HasSubstr("--base DIR"));
+}
+
+TEST(Usage, WithoutAnInstallationTheToolTellsHowToMakeOne) {
+  const scratch_base base;
+  const tool_result result = base.tool({"get", "trg", "OSLO"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("init --name"));
+}
+
+TEST(Usage, TheBaseMayStandBehindTheCommandOrInTheEnvironment) {
+  const scratch_base base;
+  ASSERT_EQ(base.init().exit, 0);
+  EXPECT_EQ(run_tool({"get", "trg", "OSLO", "--base", base.path()}).exit, 0);
+  setenv("ORVO_PATH", base.path().c_str(), 1);
+  EXPECT_EQ(run_tool({"get", "trg", "OSLO"}).exit, 0);
+  unsetenv("ORVO_PATH");
+}
+
+}  // namespace

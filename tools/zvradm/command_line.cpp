@@ -1,0 +1,83 @@
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+
+namespace zvradm {
+
+namespace {
+
+constexpr const char* examples = R"(Exit codes:
+  0  done
+  1  the library refused; standard error tells the code by name and number
+  2  wrong usage
+
+Examples:
+  zvradm --base /srv/zvr init --name OSLO --rgn NORTH --ren OSLO01 --kind server
+  zvradm --base /srv/zvr put trg targets.jsonl
+  zvradm --base /srv/zvr list trg --server OSLO --table
+  zvradm file check --deep /srv/zvr/db/*
+
+'zvradm COMMAND --help' tells about one command.)";
+
+// Text on standard error, one line a message, with the tool's name before it.
+void complain(const std::string& text) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "zvradm: %s\n", text.c_str());
+}
+
+}  // namespace
+
+int run_command_line(int argc, const char* const* argv) {
+  globals all;
+  CLI::App app{"Administration of a zvrdb installation."};
+  app.name("zvradm");
+  app.footer(examples);
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Help of all commands");
+  app.add_option("--base", all.base, "Base directory of the installation")->type_name("DIR")->envname("ORVO_PATH");
+  add_init(app, all);
+  add_status(app, all);
+  add_reset(app, all);
+  add_put(app, all);
+  add_get(app, all);
+  add_del(app, all);
+  add_list(app, all);
+  add_rename_target(app, all);
+  add_target_status(app, all);
+  add_target_by_rr(app, all);
+  add_server_of(app, all);
+  add_import(app, all);
+  add_export(app, all);
+  add_trace(app, all);
+  CLI::App& file = *app.add_subcommand("file", "Check, dump and sum up record files");
+  file.require_subcommand(1);
+  add_file_check(file, all);
+  add_file_dump(file, all);
+  add_file_summary(file, all);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& fault) {
+    const bool help = fault.get_exit_code() == 0;
+    app.exit(fault);
+    return help ? exit_done : exit_usage;
+  } catch (const usage_fault& fault) {
+    complain(fault.what());
+    return exit_usage;
+  } catch (const refusal& fault) {
+    complain(fault.what());
+    return exit_refused;
+  } catch (const std::exception& fault) {
+    complain(fault.what());
+    return exit_refused;
+  }
+  if (std::fflush(stdout) != 0) {
+    complain("standard output cannot be written");
+    return exit_refused;
+  }
+  return all.answer;
+}
+
+}  // namespace zvradm

@@ -1,0 +1,67 @@
+// "orvo.cfg" of an installation, changed so that a crash leaves the old or the new
+// file whole.
+//
+// A change that needs more than one step announces itself: "orvo.cfg.pending" holds
+// the configuration that will stand when all is done.  While it is there, "orvo.cfg"
+// holds an interim configuration of the kind SERVER_NO_COMMS, with which the library
+// works whether or not the local target's record is in place.
+#pragma once
+
+#include <zvrco/zvrco.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace zvradm {
+
+using config_record = std::array<unsigned char, CO_CONFIG_LENGTH>;
+
+enum installation_kind : std::uint8_t {
+  kind_client = 0,
+  kind_base = 1,
+  kind_server_no_comms = 2,
+  kind_server = 3,
+  kind_remote_admin_server = 4,
+  kind_remote_admin_base = 5
+};
+
+// Offsets of the fields that this tool reads and sets.
+inline constexpr std::size_t config_name_at = 0, config_machine_at = 84, config_kind_at = 85, config_path_at = 88,
+                             config_max_targets_at = 4268, config_max_local_at = 4284, config_max_server_at = 4568;
+
+std::string config_path(const std::string& base);
+std::string pending_path(const std::string& base);
+
+// False when there is no such file.  Throws refusal, with file, line and reason, when
+// it cannot be read or has a fault.
+bool read_config(const std::string& path, config_record& record);
+// Replaces the file, durably.
+void write_config(void* task, const std::string& path, const config_record& record);
+// "orvo.cfg.pending" becomes "orvo.cfg", durably.
+void publish_pending(const std::string& base);
+void remove_pending(const std::string& base);
+
+std::string config_name(const config_record& record);
+void set_config_name(config_record& record, const std::string& name);
+config_record interim_config(const config_record& wanted);
+
+// Held by whoever changes the configuration; goes with its process.
+class config_lock {
+ public:
+  // Takes it if that needs no wait.
+  explicit config_lock(const std::string& base);
+  ~config_lock();
+  config_lock(const config_lock&) = delete;
+  config_lock& operator=(const config_lock&) = delete;
+  bool taken() const { return taken_; }
+  // Throws refusal when another process has it.
+  void require() const;
+
+ private:
+  std::string base_;
+  int descriptor_;
+  bool taken_ = false;
+};
+
+}  // namespace zvradm

@@ -1,0 +1,64 @@
+// get TYPE KEY...: one record.
+#include <zvrdb/zvrdb.h>
+
+#include <memory>
+
+#include "commands.h"
+#include "json_output.h"
+#include "record_keys.h"
+#include "record_table.h"
+#include "session.h"
+
+namespace zvradm {
+
+namespace {
+
+struct get_options {
+  std::string type;
+  std::vector<std::string> keys;
+  std::uint16_t length = 0;
+  bool length_given = false;
+  bool words = false;
+  bool as_table = false;
+};
+
+void get_one(const globals& all, const get_options& options) {
+  const record_type& type = record_type_named(options.type);
+  const record_keys keys(type, options.keys);
+  const session s(base_directory(all));
+  const std::uint16_t length = options.length_given ? options.length : type.get_length;
+  std::vector<unsigned char> record(65535);
+  const std::int16_t code = db_get(s.task(), type.db_id, keys.count(), keys.data(), record.data(), length);
+  require_ok(call_text("get", type, options.keys), code);
+  const std::span<const unsigned char> filled(record.data(), length);
+  if (options.as_table)
+    print_table(record_sheet(type, filled), stdout);
+  else
+    print_json(record_to_json(type, filled, {.words = options.words}));
+}
+
+}  // namespace
+
+void add_get(CLI::App& app, globals& all) {
+  auto options = std::make_shared<get_options>();
+  CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua")->required();
+  sub.add_option("KEY", options->keys, "NAME of the target; for ua: USER [SECOND [SELECTOR]]; none for cfg");
+  CLI::Option* length = sub.add_option("--len", options->length,
+                                       "Buffer length of the call; only fields that fit whole are printed");
+  sub.add_flag("--words", options->words, "Numbers that have words as words");
+  sub.add_flag("--table", options->as_table, "A table for people, a field a line");
+  sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file.
+
+Examples:
+  zvradm get trg OSLO
+  zvradm get trg OSLO --len 192
+  zvradm get thw OSLO --table
+  zvradm get ua KLUND OSLO)");
+  sub.callback([&all, options, length] {
+    options->length_given = length->count() > 0;
+    get_one(all, *options);
+  });
+}
+
+}  // namespace zvradm

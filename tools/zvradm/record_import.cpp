@@ -1,0 +1,120 @@
+#include "record_import.h"
+
+#include <zvrdb/zvrdb.h>
+
+#include <set>
+
+#include "refusals.h"
+
+namespace zvradm {
+
+namespace {
+
+const record_type& type_of(const json& object) {
+  const auto suffix = object.find("type");
+  if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
+  const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
+  if (!type || !type->key_field) throw field_fault("type", "is not one that can be imported");
+  return *type;
+}
+
+// Text of a field, "" when it has none or is not plain text (which the put tells).
+std::string text_of(const json& object, const char* name) {
+  const auto member = object.find(name);
+  return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
+}
+
+bool known(void* task, const std::string& name) {
+  std::uint32_t number = 0;
+  return db_get_trg_index(task, name.c_str(), &number) != DBE_NO_TARGET;
+}
+
+class importer {
+ public:
+  importer(void* task, bool keep_going, const refusal_fn& refused, progress& shown, std::uint64_t all)
+      : task_(task), writer_(task), keep_going_(keep_going), refused_(refused), shown_(shown), all_(all) {}
+
+  // Stores what can be stored now; what must wait is left in lines.
+  bool pass(std::vector<import_line>& lines, bool wait) {
+    std::vector<import_line> waiting;
+    for (import_line& line : lines) {
+      if (stopped()) return false;
+      if (!one(line, wait)) waiting.push_back(std::move(line));
+    }
+    lines = std::move(waiting);
+    return !stopped();
+  }
+
+  // Stores one of a ring of servers without its link, so that the others can follow;
+  // false when no line waits for another.
+  bool break_ring(const std::vector<import_line>& lines) {
+    std::set<std::string> names;
+    for (const import_line& line : lines) names.insert(text_of(parse_record_line(line.text), "trg_name"));
+    for (const import_line& line : lines) {
+      json object = parse_record_line(line.text);
+      if (type_of(object).db_id != DB_TRG || names.count(text_of(object, "srv_name")) == 0) continue;
+      object.erase("srv_name");
+      return is_stored(writer_.put(type_of(object), object));
+    }
+    return false;
+  }
+
+  const import_counts& counts() const { return counts_; }
+  bool stopped() const { return counts_.refused > 0 && !keep_going_; }
+
+ private:
+  bool must_wait(const record_type& type, const json& object) const {
+    const std::string name = text_of(object, "trg_name");
+    if (type.db_id != DB_TRG) return !name.empty() && !known(task_, name);
+    const std::string server = text_of(object, "srv_name");
+    return !server.empty() && server != name && !known(task_, server);
+  }
+
+  bool one(const import_line& line, bool wait) {
+    std::string fault;
+    try {
+      const json object = parse_record_line(line.text);
+      const record_type& type = type_of(object);
+      if (wait && must_wait(type, object)) return false;
+      const std::int16_t code = writer_.put(type, object);
+      if (code == DBE_OK) ++counts_.added;
+      if (code == DBE_RECORD_REPLACED) ++counts_.replaced;
+      if (!is_stored(code)) fault = library_refusal(writer_.what(), code).what();
+    } catch (const field_fault& wrong) {
+      fault = (wrong.path.empty() ? "" : wrong.path + ": ") + wrong.what();
+    } catch (const usage_fault& wrong) {
+      fault = wrong.what();
+    }
+    if (!fault.empty()) {
+      ++counts_.refused;
+      refused_(line.number, fault);
+    }
+    shown_.reached(counts_.added + counts_.replaced + counts_.refused, all_);
+    return true;
+  }
+
+  void* task_;
+  record_writer writer_;
+  bool keep_going_;
+  const refusal_fn& refused_;
+  progress& shown_;
+  std::uint64_t all_;
+  import_counts counts_;
+};
+
+}  // namespace
+
+import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going, const refusal_fn& refused,
+                             progress& shown) {
+  importer work(task, keep_going, refused, shown, lines.size());
+  while (!lines.empty()) {
+    const std::size_t before = lines.size();
+    if (!work.pass(lines, true)) return work.counts();
+    if (lines.size() < before || work.break_ring(lines)) continue;
+    work.pass(lines, false);  // the library tells what is missing
+    break;
+  }
+  return work.counts();
+}
+
+}  // namespace zvradm

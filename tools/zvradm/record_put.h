@@ -1,0 +1,30 @@
+// Storing of one JSON record through the exported calls; used by put and import.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "record_json.h"
+
+namespace zvradm {
+
+// One line as a JSON object.  Throws field_fault.
+json parse_record_line(const std::string& line);
+
+class record_writer {
+ public:
+  explicit record_writer(void* task) : task_(task), buffer_(65535) {}
+  // The code of db_put.  With update the record that is stored already gives the
+  // fields that the object leaves out.  Throws field_fault.
+  std::int16_t put(const record_type& type, const json& object, bool update = false);
+  // The last call in words: `put trg "OSLO"`.
+  const std::string& what() const { return what_; }
+
+ private:
+  void* task_;
+  std::vector<unsigned char> buffer_;
+  std::string what_;
+};
+
+}  // namespace zvradm

@@ -1,0 +1,37 @@
+#include "session.h"
+
+#include <sys/stat.h>
+#include <zvrco/zvrco.h>
+
+#include <cstdlib>
+
+namespace zvradm {
+
+std::string base_directory(const globals& all) {
+  if (all.base.empty()) throw usage_fault("no base directory: give --base DIR or set ORVO_PATH");
+  return all.base;
+}
+
+void announce_base(const std::string& base) {
+  if (setenv("ORVO_PATH", base.c_str(), 1) != 0) throw refusal(base + ": cannot be told to the common services");
+}
+
+session::session(const std::string& base) : task_(nullptr) {
+  const std::string config = base + "/orvo.cfg";
+  struct stat status {};
+  if (stat(config.c_str(), &status) != 0)
+    throw refusal(base + ": no installation here (" + config +
+                  " is missing); make one with 'zvradm --base " + base + " init --name NAME --rgn RGN --ren REN'");
+  announce_base(base);
+  task_ = co_init_task("zvradm", nullptr, 1);
+  if (!task_) {
+    const char* reason = co_init_error();
+    throw refusal(base + ": cannot attach to the installation: " + (reason ? reason : "unknown reason"));
+  }
+}
+
+session::~session() {
+  if (task_) coi_term_task(task_, 0);
+}
+
+}  // namespace zvradm

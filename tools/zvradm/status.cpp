@@ -1,0 +1,173 @@
+// status: what the shared state of an installation says, read without any lock.
+#include <sys/stat.h>
+#include <zvrco/zvrco.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "commands.h"
+#include "config_file.h"
+#include "json_output.h"
+#include "local_target.h"
+#include "memory/dbr_cntl.h"
+#include "record_fields.h"
+#include "session.h"
+#include "table_output.h"
+
+namespace zvradm {
+
+namespace {
+
+struct status_options {
+  bool as_json = false;
+};
+
+std::string bounded_text(const char* text, std::size_t width) { return {text, strnlen(text, width)}; }
+
+// A copy of the control block: the block itself changes while we look.
+zvrdb::DBR_CNTL read_control_block(void* task) {
+  const void* area = co_croca(task, CO_AREA_DBR_CNTL);
+  if (!area) throw refusal("status: the shared control block cannot be reached");
+  zvrdb::DBR_CNTL block;
+  std::memcpy(&block, area, sizeof block);
+  return block;
+}
+
+json tasks_json(void* task) {
+  std::vector<co_task_info> tasks(CO_MAX_TASKS);
+  const std::uint32_t alive = co_live_tasks(task, tasks.data(), CO_MAX_TASKS);
+  tasks.resize(std::min<std::size_t>(alive, tasks.size()));
+  json all = json::array();
+  for (const co_task_info& info : tasks) {
+    if (info.place == co_task_place(task)) continue;  // this command itself
+    all.push_back({{"place", info.place},
+                   {"incarnation", info.incarnation},
+                   {"process", info.process},
+                   {"name", bounded_text(info.name, sizeof info.name)}});
+  }
+  return all;
+}
+
+json files_json(const zvrdb::DBR_CNTL& block) {
+  json all = json::array();
+  for (const zvrdb::iocb& file : block.files)
+    if (file.inited == 1)
+      all.push_back({{"name", bounded_text(file.name, sizeof file.name)}, {"use_count", file.use_count}});
+  return all;
+}
+
+json collect(void* task, const std::string& base) {
+  const zvrdb::DBR_CNTL block = read_control_block(task);
+  config_record config{};
+  if (const void* area = co_croca(task, CO_AREA_CONFIG)) std::memcpy(config.data(), area, config.size());
+  const auto number = [&](std::size_t at) { return load_number(config.data() + at, 4); };
+  std::uint32_t signal = 0;
+  (void)co_get_signal(task, 3, &signal);
+  struct stat pending {};
+  json all;
+  all["base"] = base;
+  all["shared_folder"] = co_shared_folder(task);
+  all["local_target"] = local_target_name(task);
+  all["configuration"] = config[config_kind_at];
+  all["collation"] = co_collation_name(task);
+  all["generation"] = block.shm_generation;
+  all["built"] = block.finitialized;
+  all["write_in_progress"] = block.fwrite_in_prog;
+  all["text_records_repaired"] = block.fparsed_ok;
+  all["generation_signal"] = signal;
+  all["trace"] = *co_trace_word;
+  all["local_dsu"] = bounded_text(block.local_dsu, sizeof block.local_dsu);
+  all["targets"] = {{"actual", block.num_trgs_actual},
+                    {"allowed", block.num_trgs_allowed},
+                    {"configured", number(config_max_targets_at)}};
+  all["local_targets"] = {{"actual", block.num_ltrg_actual},
+                          {"allowed", block.num_ltrg_allowed},
+                          {"configured", number(config_max_local_at)}};
+  all["server_targets"] = {{"actual", block.num_srv_actual}, {"configured", number(config_max_server_at)}};
+  all["change_files"] = {{"actual", block.num_cat_actual}, {"allowed", block.num_cat_alloc}};
+  all["groups"] = {{"actual", block.num_tg_actual}};
+  all["dynamic_groups"] = {{"actual", block.num_dtg_actual}};
+  all["pending_change"] = stat(pending_path(base).c_str(), &pending) == 0;
+  all["tasks"] = tasks_json(task);
+  all["files"] = files_json(block);
+  return all;
+}
+
+std::string yes_no(const json& value) { return value == 0 || value == false ? "no" : "yes"; }
+
+std::string counts_text(const json& counts) {
+  std::string text = json_line(counts["actual"]);
+  if (counts.contains("allowed")) text += " of " + json_line(counts["allowed"]);
+  if (counts.contains("configured") && (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
+    text += " (configured: " + json_line(counts["configured"]) + ")";
+  return text;
+}
+
+std::string kind_text(const json& kind) {
+  for (const word& w : installation_kinds())
+    if (kind == w.value) return w.text;
+  return json_line(kind);
+}
+
+void print_sheet(const json& all) {
+  const auto line = [](const char* name, const std::string& value) {
+    std::printf("%-20s %s\n", name, printable(value).c_str());
+  };
+  line("base", cell_text(all["base"]));
+  line("shared folder", cell_text(all["shared_folder"]));
+  line("local target", cell_text(all["local_target"]) + " (" + kind_text(all["configuration"]) + ")");
+  line("local network", cell_text(all["local_dsu"]));
+  line("collation", cell_text(all["collation"]));
+  line("generation", json_line(all["generation"]) + (all["built"] == 0 ? ", not built yet" : ""));
+  line("write in progress", yes_no(all["write_in_progress"]));
+  line("targets", counts_text(all["targets"]));
+  line("  local", counts_text(all["local_targets"]));
+  line("  servers", counts_text(all["server_targets"]));
+  line("change files", counts_text(all["change_files"]));
+  line("trace", all["trace"] == 0 ? "off" : "on");
+  if (all["pending_change"] == true)
+    line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
+  std::printf("\n");
+  table files{{"file", "use count"}, {}, {false, true}};
+  for (const json& file : all["files"]) files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
+  print_table(files, stdout);
+  std::printf("\n");
+  if (all["tasks"].empty()) {
+    std::printf("no other task is alive\n");
+    return;
+  }
+  table tasks{{"task", "place", "incarnation", "process"}, {}, {false, true, true, true}};
+  for (const json& task : all["tasks"])
+    tasks.rows.push_back({cell_text(task["name"]), json_line(task["place"]), json_line(task["incarnation"]),
+                          json_line(task["process"])});
+  print_table(tasks, stdout);
+}
+
+void show_status(const globals& all, const status_options& options) {
+  const std::string base = base_directory(all);
+  const session s(base);
+  const json status = collect(s.task(), base);
+  if (options.as_json)
+    print_json(status);
+  else
+    print_sheet(status);
+}
+
+}  // namespace
+
+void add_status(CLI::App& app, globals& all) {
+  auto options = std::make_shared<status_options>();
+  CLI::App& sub = *app.add_subcommand("status", "Show the shared state of the installation");
+  sub.add_flag("--json", options->as_json, "One JSON line, for machines");
+  sub.footer(R"(Takes no semaphore: it answers while other tasks write, and after one was killed.
+"write in progress" that stays without a live task means that a writer died; the next
+call repairs it.
+
+Examples:
+  zvradm status
+  zvradm status --json)");
+  sub.callback([&all, options] { show_status(all, *options); });
+}
+
+}  // namespace zvradm
