@@ -1,6 +1,6 @@
 // Where the tables lie in the shared segment, from the lengths in DBR_CNTL.
 #include <cstdio>
-#include <cstring>
+#include <initializer_list>
 
 #include "memory/dbr_tcb.h"
 
