@@ -1,0 +1,145 @@
+// Building of the target table in a fresh, zeroed segment from the record file.
+#include <algorithm>
+#include <cstring>
+
+#include "keyed/keyed.h"
+#include "memory/trace.h"
+#include "targets/focal_points.h"
+#include "targets/target_access.h"
+#include "targets/target_limits.h"
+#include "targets/targets.h"
+
+namespace zvrdb::targets {
+namespace {
+
+// One byte short of the server's name: the number of the link is read, but not turned
+// into a name, which could fail for a link that leads out of the table.
+constexpr std::uint32_t load_len = srv_name_offset + name_len - 1;
+constexpr std::uint32_t list_len = keyed::list_state_len(sizeof(target_key));
+
+struct loading {
+  void* task;
+  DBR_TCB* tcb;
+  std::uint32_t allowed;
+  char local_name[name_len + 1];
+  bool local_seen;
+  target_counts counts;
+};
+
+// Until the local target is met, one place is kept for it.
+bool within_limits(loading& load, const TRG_CNTL_ENTRY& record) {
+  if (load.local_seen) return check_trg_limits(load.task, record, load.counts, 0) == DBE_OK;
+  if ((record.trg_type & type_local) && std::strncmp(record.trg_name, load.local_name, name_len) == 0) {
+    load.local_seen = true;
+    return true;
+  }
+  return check_trg_limits(load.task, record, load.counts, 1) == DBE_OK;
+}
+
+bool counts_as_server(std::uint8_t trg_type) {
+  return ((trg_type & type_server) && (trg_type & type_remote)) || (trg_type & type_base);
+}
+
+std::int16_t enter_record(loading& load, const unsigned char* record, std::uint32_t number) {
+  TRG_CNTL_ENTRY head;
+  std::memcpy(&head, record, sizeof head);
+  head.trg_name[name_len - 1] = 0;
+  TRG_CNTL_ENTRY* slot = memory::trg_slot(load.tcb, number);
+  if (!slot || slot->in_use || load.counts.targets >= load.allowed) {
+    co_log2(load.task, 36417, 0, 0, 0, "%s|%ld", head.trg_name, static_cast<long>(load.allowed));
+    return DBE_LIMIT_EXCEEDED;
+  }
+  if (!within_limits(load, head)) return DBE_LIMIT_EXCEEDED;
+  // A link that names no slot would be a link to nothing: the target serves itself.
+  if (!memory::trg_slot(load.tcb, head.srv_num)) head.srv_num = number;
+  std::memset(head.trg_status, 0, sizeof head.trg_status);
+  head.in_use = 1;
+  *slot = head;
+  load.tcb->name_index[load.counts.targets] = {number, 0};
+  load.tcb->dsu_index[load.counts.targets] = number;
+  ++load.counts.targets;
+  if (head.trg_type & type_local) ++load.counts.local;
+  if (counts_as_server(head.trg_type)) ++load.counts.servers;
+  if (head.trg_mode & mode_focal_point) enter_focal_point(load.task, head.trg_name, head.rgn, head.ren);
+  return DBE_OK;
+}
+
+// Reads all target records in order of their numbers.
+std::int16_t enter_all(loading& load, unsigned char* record) {
+  unsigned char list[list_len] = {};
+  const target_key first{DB_TRG, 0, 0};
+  keyed::set_list_state(list, &first, sizeof first, {1, 4, sizeof(target_key)});
+  for (;;) {
+    std::int16_t rc = keyed::get_more_keyed(load.task, DB_TRG, load.tcb->trg_file, list, record, load_len);
+    if (rc == DBE_END_OF_LIST) return DBE_OK;
+    if (rc == DBE_OK) {
+      target_key key;
+      std::memcpy(&key, list + keyed::list_last_key, sizeof key);
+      rc = enter_record(load, record, key.number);
+    }
+    if (rc != DBE_OK) return rc;
+  }
+}
+
+// The numbers that no record has follow in both indexes, in rising order.
+void append_free_numbers(loading& load) {
+  std::uint32_t position = static_cast<std::uint32_t>(load.counts.targets);
+  for (std::uint32_t number = 1; number <= load.allowed && position < load.allowed; ++number) {
+    TRG_CNTL_ENTRY* slot = memory::trg_slot(load.tcb, number);
+    if (slot->in_use == 1) continue;
+    slot->in_use = 0;
+    load.tcb->name_index[position] = {number, 0};
+    load.tcb->dsu_index[position] = number;
+    ++position;
+  }
+}
+
+std::int16_t load_table(loading& load, unsigned char* record) {
+  if (enter_all(load, record) != DBE_OK) {
+    co_log2(load.task, 36360, 0, 0, 0, "%s", "");
+    return DBE_INIT_FAILED;
+  }
+  append_free_numbers(load);
+  DBR_CNTL* cntl = load.tcb->cntl;
+  cntl->num_trgs_actual = static_cast<std::uint32_t>(load.counts.targets);
+  cntl->num_ltrg_actual = static_cast<std::uint32_t>(load.counts.local);
+  cntl->num_srv_actual = static_cast<std::uint32_t>(load.counts.servers);
+  co_log2(load.task, 36357, 0, 0, 0, "%ld", static_cast<long>(load.counts.targets));
+  memory::sort_names(load.task);
+  memory::sort_dsu(load.task);
+  return DBE_OK;
+}
+
+}  // namespace
+
+std::int16_t alloc_trg(void* task) {
+  std::int16_t rc = DBE_OK;
+  trace_bracket trace(task, "alloc_trg", &rc);
+  DBR_CNTL* cntl = tcb_of(task)->cntl;
+  if (cntl->alloc_generation == cntl->shm_generation && cntl->finitialized) return rc;
+  cntl->num_trgs_allowed = std::min(configured_targets(task), most_targets);
+  cntl->trg_cntl_len = cntl->num_trgs_allowed * head_len;
+  cntl->name_index_len = cntl->num_trgs_allowed * static_cast<std::uint32_t>(sizeof(NAME_INDEX_ENTRY));
+  cntl->dsu_index_len = cntl->num_trgs_allowed * 4;
+  cntl->num_ltrg_allowed = configured_local_targets(task);
+  return rc;
+}
+
+std::int16_t init_trg(void* task) {
+  std::int16_t rc = DBE_OK;
+  trace_bracket trace(task, "init_trg", &rc);
+  DBR_TCB* tcb = tcb_of(task);
+  loading load{task, tcb, tcb->cntl->num_trgs_allowed, {}, false, {}};
+  co_get_target(task, load.local_name, 0);
+  load.local_name[name_len] = 0;
+  auto* record = static_cast<unsigned char*>(co_malloc(task, load_len, CO_MEM_PRIVATE, "INI_TRG"));
+  if (!record) {
+    co_log2(task, 36355, 0, 0, 0, "%s", "temp ext buffer");
+    return rc = DBE_IO_ERROR;
+  }
+  rc = load_table(load, record);
+  co_free_int(task, record, "init_trg");
+  return rc;
+}
+
+}  // namespace zvrdb::targets

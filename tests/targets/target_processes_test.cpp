@@ -1,0 +1,150 @@
+// Several processes change targets at once while their writers are killed: what was
+// answered as done is there, what was under way is there whole or not at all.
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <random>
+
+#include "targets/targets_fixture.h"
+
+namespace target_test {
+namespace {
+
+constexpr unsigned writers = 3;
+constexpr unsigned cells = 12;
+
+// One name: the version that its description tells, 0 when there is no such target.
+struct Cell {
+  std::atomic<std::uint32_t> under_way;
+  std::atomic<std::uint32_t> done;
+};
+struct Shared {
+  std::atomic<std::uint32_t> stop;
+  std::atomic<std::uint32_t> failed;
+  Cell cell[writers][cells];
+};
+
+std::string name_of(unsigned writer, unsigned cell) {
+  return "W" + std::to_string(writer) + "." + std::to_string(cell);
+}
+
+class TargetProcesses : public TargetsTest {
+ protected:
+  void SetUp() override {
+    TargetsTest::SetUp();
+    void* memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    shared = static_cast<Shared*>(memory);
+  }
+  void TearDown() override {
+    munmap(shared, sizeof(Shared));
+    TargetsTest::TearDown();
+  }
+
+  // What a writer does until it is told to stop or killed; each finished step is a
+  // byte in the pipe.
+  void write_until_stopped(void* child, unsigned writer, unsigned seed, int progress) {
+    std::mt19937 random(seed);
+    while (!shared->stop) {
+      const unsigned at = static_cast<unsigned>(random() % cells);
+      Cell& cell = shared->cell[writer][at];
+      const std::string name = name_of(writer, at);
+      const void* keys[] = {name.c_str()};
+      const std::uint32_t old = cell.done;
+      const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
+      cell.under_way = next;
+      int rc;
+      if (next == 0) {
+        rc = db_del(child, DB_TRG, 1, keys);
+        if (rc != (old ? DBE_OK : DBE_NOT_FOUND)) shared->failed = 1;
+      } else {
+        Record record(name);
+        record.description(std::to_string(next)).ren(std::to_string(at)).text(288, 60, std::to_string(next));
+        rc = db_put(child, DB_TRG, 1, keys, record.bytes.data(), record_len);
+        if (rc != (old ? DBE_RECORD_REPLACED : DBE_OK)) shared->failed = 1;
+      }
+      cell.done = next;
+      const char byte = 0;
+      if (write(progress, &byte, 1) != 1) _exit(3);
+    }
+  }
+
+  pid_t start(unsigned writer, unsigned seed, int progress) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    void* own = co_init_task("writer", nullptr, 1);
+    if (!own) _exit(2);
+    write_until_stopped(own, writer, seed, progress);
+    coi_term_task(own, 0);
+    _exit(0);
+  }
+
+  std::uint32_t stored_version(const std::string& name) {
+    const Reading whole = get(name);
+    if (whole.rc == DBE_NOT_FOUND) return 0;
+    EXPECT_EQ(whole.rc, DBE_OK);
+    EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
+    EXPECT_EQ(whole.record.text_at(64, 60), get(name, 192).record.text_at(64, 60)) << "memory and file of " << name;
+    return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
+  }
+
+  // After the writer's death the stored version becomes the one that counts.
+  void check_dead_writer(unsigned writer) {
+    for (unsigned at = 0; at < cells; ++at) {
+      Cell& cell = shared->cell[writer][at];
+      const std::uint32_t stored = stored_version(name_of(writer, at));
+      EXPECT_TRUE(stored == cell.done || stored == cell.under_way) << name_of(writer, at);
+      cell.done = stored;
+      cell.under_way = stored;
+    }
+  }
+
+  Shared* shared = nullptr;
+};
+
+TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAnyWriter) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::array<std::array<int, 2>, writers> pipes{};
+  std::array<pid_t, writers> children{};
+  for (unsigned w = 0; w < writers; ++w) {
+    ASSERT_EQ(pipe(pipes[w].data()), 0);
+    children[w] = start(w, static_cast<unsigned>(random()), pipes[w][1]);
+  }
+  for (int kill_count = 0; kill_count < 12 && !HasFailure(); ++kill_count) {
+    const unsigned victim = static_cast<unsigned>(random() % writers);
+    char byte;
+    for (unsigned n = 5 + static_cast<unsigned>(random() % 20); n > 0; --n) ASSERT_EQ(read(pipes[victim][0], &byte, 1), 1);
+    ASSERT_EQ(kill(children[victim], SIGKILL), 0);
+    ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
+    check_dead_writer(victim);
+    close(pipes[victim][0]);
+    close(pipes[victim][1]);
+    ASSERT_EQ(pipe(pipes[victim].data()), 0);
+    children[victim] = start(victim, static_cast<unsigned>(random()), pipes[victim][1]);
+  }
+  shared->stop = 1;
+  for (unsigned w = 0; w < writers; ++w) {
+    close(pipes[w][1]);
+    char bytes[256];
+    while (read(pipes[w][0], bytes, sizeof bytes) > 0) {
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(children[w], &status, 0), children[w]);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(shared->failed, 0u) << "an answer that the writer did not expect";
+  for (unsigned w = 0; w < writers; ++w)
+    for (unsigned at = 0; at < cells; ++at)
+      EXPECT_EQ(stored_version(name_of(w, at)), shared->cell[w][at].done) << name_of(w, at);
+  for (auto& ends : pipes) close(ends[0]);
+}
+
+}  // namespace
+}  // namespace target_test

@@ -1,0 +1,130 @@
+// Reads that memory answers make no system call and allocate nothing, once the task
+// has made its first call.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "targets/targets_fixture.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZVR_SANITIZED 1
+#else
+#define ZVR_SANITIZED 0
+#endif
+
+#if !ZVR_SANITIZED
+// Counts what this process allocates, the library's share included.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* old, std::size_t size);
+}
+namespace {
+volatile unsigned long allocations = 0;
+}
+extern "C" {
+void* malloc(std::size_t size) {
+  allocations = allocations + 1;
+  return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) {
+  allocations = allocations + 1;
+  return __libc_calloc(count, size);
+}
+void* realloc(void* old, std::size_t size) {
+  allocations = allocations + 1;
+  return __libc_realloc(old, size);
+}
+}
+#endif
+
+namespace target_test {
+namespace {
+
+// From here on any system call but the end of the process is its death.
+bool forbid_system_calls() {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+  };
+  sock_fprog filter{sizeof program / sizeof program[0], program};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+struct WarmRead {
+  unsigned char record[192];
+  const void* keys[1] = {"T50"};
+
+  int all(void* task) {
+    std::uint32_t number = 0;
+    int rc = db_get_trg_index(task, "T50", &number);
+    if (rc == DBE_OK) rc = db_get(task, DB_TRG, 1, keys, record, 148);
+    if (rc == DBE_OK) rc = db_get(task, DB_TRG, 1, keys, record, 192);
+    return rc;
+  }
+};
+
+class WarmReads : public TargetsTest {
+ protected:
+  void fill() {
+    configure(100);
+    for (int i = 0; i < 60; ++i) ASSERT_EQ(put(Record("T" + std::to_string(i)).type(local | client)), DBE_OK);
+  }
+};
+
+TEST_F(WarmReads, MakeNoSystemCall) {
+  fill();
+  EXPECT_EQ(in_child([](void* child) {
+              WarmRead reads;
+              if (reads.all(child) != DBE_OK) return 1;
+              if (!forbid_system_calls()) return 2;
+              int rc = DBE_OK;
+              for (int i = 0; i < 1000 && rc == DBE_OK; ++i) rc = reads.all(child);
+              syscall(SYS_exit_group, rc == DBE_OK ? 0 : 3);
+              return 4;
+            }),
+            0);
+}
+
+TEST_F(WarmReads, AreKilledByTheSameFilterWhenTheyReachTheFile) {
+  fill();
+  const int status = in_child([](void* child) {
+    WarmRead reads;
+    if (reads.all(child) != DBE_OK) return 1;
+    if (!forbid_system_calls()) return 2;
+    std::vector<unsigned char> record(193);
+    db_get(child, DB_TRG, 1, reads.keys, record.data(), 193);
+    syscall(SYS_exit_group, 0);
+    return 4;
+  });
+  EXPECT_LT(status, 0) << "the filter works: a read from the file makes system calls";
+}
+
+TEST_F(WarmReads, AllocateNothing) {
+#if ZVR_SANITIZED
+  GTEST_SKIP() << "the sanitizer has the allocator";
+#else
+  fill();
+  WarmRead reads;
+  ASSERT_EQ(reads.all(task), DBE_OK);
+  const unsigned long before = allocations;
+  const std::size_t in_use = mallinfo2().uordblks;
+  for (int i = 0; i < 1000; ++i)
+    if (reads.all(task) != DBE_OK) FAIL();
+  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(mallinfo2().uordblks, in_use);
+  get("T50");
+  EXPECT_GT(allocations, before) << "the counter works";
+#endif
+}
+
+}  // namespace
+}  // namespace target_test
