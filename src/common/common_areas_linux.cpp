@@ -80,10 +80,6 @@ void release_areas() {
     if (void* address = mapped[i].exchange(nullptr)) munmap(address, kAreas[i].capacity);
 }
 
-void forget_areas() {
-  for (std::atomic<void*>& address : mapped) address.store(nullptr);
-}
-
 }  // namespace zvrdb::common
 
 using namespace zvrdb::common;

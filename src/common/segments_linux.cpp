@@ -179,9 +179,8 @@ void release_all_segments() {
 
 void forget_segments_of_parent() {
   for (MappedSegment& segment : table) {
-    if (segment.address == nullptr) continue;
-    close(segment.fd);
-    segment = MappedSegment{};
+    // A mapping alone would keep the parent's lock on the file alive.
+    if (segment.address != nullptr) unmap(&segment);
   }
 }
 
