@@ -62,7 +62,7 @@ std::int16_t del_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
-  // CM status of a local target is deleted here, before anything else of it.
+  // There is no CM status yet; that of a local target will have to go before its records.
   rc = delete_records(task, number);
   if (rc != DBE_OK) {
     trace.quitting();
