@@ -111,12 +111,12 @@ bool read_node(const report_reader& reader, const file_header& header, std::int3
   byte_order in_file = order_of(header);
   const unsigned char* at = out->bytes.data();
   out->number = number;
-  out->child0 = load32s(at + offsetof(node_head, child0), in_file);
-  out->next = load32s(at + offsetof(node_head, next), in_file);
-  out->prev = load32s(at + offsetof(node_head, prev), in_file);
-  out->level = load16(at + offsetof(node_head, level), in_file);
-  out->count = load16(at + offsetof(node_head, count), in_file);
-  out->room = static_cast<std::int16_t>(load16(at + offsetof(node_head, room), in_file));
+  out->child0 = load32s(at + offsetof(engine::node, child0), in_file);
+  out->next = load32s(at + offsetof(engine::node, next), in_file);
+  out->prev = load32s(at + offsetof(engine::node, prev), in_file);
+  out->level = load16(at + offsetof(engine::node, level), in_file);
+  out->count = load16(at + offsetof(engine::node, count), in_file);
+  out->room = static_cast<std::int16_t>(load16(at + offsetof(engine::node, room), in_file));
   return true;
 }
 

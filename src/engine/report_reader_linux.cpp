@@ -14,6 +14,9 @@ namespace zvrdb::engine::report {
 namespace {
 
 constexpr int longest_wait_ms = 5000;
+// Locked by a handle that has the file for itself; such a one writes without the bytes
+// of the header page.
+constexpr off_t denies_readers = (off_t{1} << 32) + 2;
 
 // The file is open for reading alone, which allows shared locks only.  They conflict with
 // the exclusive ones of every handle, and two reports may share a byte.
@@ -92,7 +95,8 @@ bool open_reader(const char* path, report_reader* reader, std::string* reason) {
   }
   reader->fd = fd;
   int slot = take_slot(fd);
-  reader->guarded = slot >= 0 && take_reader_byte(fd, slot);
+  bool taken_whole = locked_by_others(fd, denies_readers);
+  reader->guarded = !taken_whole && slot >= 0 && take_reader_byte(fd, slot);
   // The size counts from here on: a writer may have grown the file until the byte was held.
   if (fstat(fd, &status) == 0) reader->size = static_cast<std::uint64_t>(status.st_size);
   return true;

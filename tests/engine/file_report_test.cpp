@@ -252,6 +252,39 @@ TEST_P(FileReport, TellsCountersThatARollBackLeftInNotesOnly) {
   EXPECT_EQ(result.notes.size(), 2U);
 }
 
+TEST_P(FileReport, CheckShowsItsProgressUpToTheEnd) {
+  struct shown {
+    std::uint64_t calls = 0, last = 0, all = 0;
+    bool rising = true;
+  } progress;
+  file_layout layout = build_file(full_recipe(GetParam()));
+  engine::check_options options;
+  options.progress_context = &progress;
+  options.progress = [](void* context, std::uint64_t done, std::uint64_t all) {
+    shown* s = static_cast<shown*>(context);
+    s->rising = s->rising && done >= s->last && done <= all;
+    s->last = done;
+    s->all = all;
+    s->calls++;
+  };
+  std::string reason;
+  EXPECT_EQ(engine::verify_file(put(layout).c_str(), options, nullptr, nullptr, &reason), report_outcome::sound);
+  EXPECT_TRUE(progress.rising);
+  EXPECT_EQ(progress.last, progress.all);
+  EXPECT_EQ(progress.all, static_cast<std::uint64_t>(layout.next_node));
+}
+
+TEST_P(FileReport, NeitherCheckNorDumpNorSummaryChangesTheFile) {
+  file_layout layout = build_file(full_recipe(GetParam()));
+  std::string path = put(layout);
+  std::string reason;
+  engine::file_summary summary;
+  check_file(path, true);
+  engine::summarize_file(path.c_str(), &summary, &reason);
+  engine::dump_file(path.c_str(), nullptr, nullptr, nullptr, &reason);
+  EXPECT_EQ(read_file(path), layout.bytes);
+}
+
 TEST_P(FileReport, DumpGivesEveryEntryInTreeOrder) {
   struct dumped {
     int headers = 0;

@@ -359,6 +359,122 @@ TEST_P(ForeignFile, IsAsItWasAfterARollBack) {
   expect_sound(path);
 }
 
+TEST_P(ForeignFile, MayHoldARollBackListThatACrashLeft) {
+  file_recipe recipe = deep_recipe(big(), 30);
+  log_chain chain{77, {{4, ""}}};
+  for (const tree_entry& entry : recipe.entries)
+    if (entry.rec == 5) chain.records.push_back({1, leaf_form(big(), entry)});
+  chain.records.push_back({5, ""});
+  recipe.transaction = chain;
+  for (int position = 1; position <= 3; position++)
+    recipe.entries.push_back({16, std::string("TRANSNDE\0", 9), position, bytes32(false, 0)});
+  std::string path = put(recipe);
+  expect_sound(path);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  EXPECT_EQ(engine::transroll(h, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(h.find_name(deep_sample(5).name), engine::e_not_found);
+  EXPECT_EQ(h.find_name(deep_sample(6).name), 0);
+  ASSERT_EQ(h.close(), 0);
+  EXPECT_EQ(summary_of(path).entries_by_key[16], 0U);
+  expect_sound(path);
+}
+
+TEST_P(ForeignFile, WithACountOfFreeNumbersButNoneInTheTreeTakesNewRecords) {
+  std::vector<unsigned char> bytes = build_file(deep_recipe(big(), 30)).bytes;
+  std::string three = bytes32(big(), 3);
+  std::copy(three.begin(), three.end(), bytes.begin() + 64);
+  std::string path = folder_.file("foreign");
+  write_file(path, bytes);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  for (int i = 100; i < 110; i++) EXPECT_EQ(h.insert(deep_sample(i)), 0);
+  ASSERT_EQ(h.close(), 0);
+  expect_sound(path);
+}
+
+TEST_P(ForeignFile, MayHaveAChecksumOverUnsignedBytes) {
+  file_recipe recipe;
+  recipe.big_endian = big();
+  recipe.key_types = sample_key_types();
+  add_record(&recipe, 1, written_fields(big(), sample(1)));
+  std::string& body = recipe.entries.back().data;
+  unsigned sum = 0;
+  for (std::size_t i = 4; i < body.size(); i++) sum = ((sum + static_cast<unsigned char>(body[i])) << 1) & 0xFFFF;
+  ASSERT_NE(body.substr(2, 2), bytes16(big(), static_cast<std::uint16_t>(sum)));
+  body.replace(2, 2, bytes16(big(), static_cast<std::uint16_t>(sum)));
+  std::string path = put(recipe);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  ASSERT_EQ(h.find_name(sample(1).name), 0);
+  sample_record found;
+  EXPECT_EQ(h.read(&found), 0);
+  EXPECT_EQ(found, sample(1));
+  expect_sound(path);
+}
+
+TEST_P(ForeignFile, WithAWrongChecksumIsRefusedByRead) {
+  file_recipe recipe = deep_recipe(big(), 1);
+  std::string& body = recipe.entries.back().data;
+  body[3] = static_cast<char>(body[3] ^ 0x55);
+  handle h;
+  ASSERT_EQ(h.open_for_work(put(recipe)), 0);
+  ASSERT_EQ(h.find_name(deep_sample(1).name), 0);
+  sample_record found;
+  EXPECT_EQ(h.read(&found), engine::e_checksum);
+}
+
+TEST_P(ForeignFile, HandsTheTypeOfTheRecordReadLastToTheNextOneWritten) {
+  file_recipe recipe;
+  recipe.big_endian = big();
+  recipe.key_types = sample_key_types();
+  add_record(&recipe, 1, written_fields(big(), sample(1)));
+  recipe.entries.back().data = packed_record(big(), written_fields(big(), sample(1)), 9);
+  std::string path = put(recipe);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  ASSERT_EQ(h.insert(sample(2)), 0);
+  ASSERT_EQ(h.find_name(sample(1).name), 0);
+  sample_record found;
+  ASSERT_EQ(h.read(&found), 0);
+  ASSERT_EQ(h.insert(sample(3)), 0);
+  ASSERT_EQ(h.insert(sample(4)), 0);
+  std::vector<int> types;
+  auto bodies = [](void* context, const engine::dump_entry& entry) {
+    if (entry.key == 19 && entry.piece == 0) static_cast<std::vector<int>*>(context)->push_back(entry.data[4]);
+    return true;
+  };
+  std::string reason;
+  engine::dump_file(path.c_str(), nullptr, bodies, &types, &reason);
+  EXPECT_EQ(types, (std::vector<int>{9, 0, 9, 9}));
+}
+
+TEST_P(ForeignFile, MayHaveItsWriteFlagInEitherOrder) {
+  for (bool flag_big : {false, true}) {
+    std::vector<unsigned char> bytes = build_file(deep_recipe(big(), 3)).bytes;
+    std::string flag = bytes16(flag_big, 13245);
+    std::copy(flag.begin(), flag.end(), bytes.begin() + 1010);
+    std::string path = folder_.file("foreign");
+    write_file(path, bytes);
+    handle h;
+    EXPECT_EQ(h.open(path), engine::e_write_flag);
+  }
+}
+
+TEST_P(ForeignFile, WithAFreeChainThatRunsIntoTheTreeLosesNoRecord) {
+  file_layout layout = build_file(deep_recipe(big(), 60));
+  std::string leaf = bytes32(big(), 1);
+  std::copy(leaf.begin(), leaf.end(), layout.bytes.begin() + 60);
+  std::string path = folder_.file("foreign");
+  write_file(path, layout.bytes);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  for (int i = 100; i < 140; i++) ASSERT_EQ(h.insert(deep_sample(i)), 0);
+  for (int i = 1; i <= 60; i++) ASSERT_EQ(h.find_name(deep_sample(i).name), 0) << i;
+  ASSERT_EQ(h.close(), 0);
+  expect_sound(path);
+}
+
 TEST_P(ForeignFile, SkipsItsEmptyLeavesInBothDirections) {
   file_recipe recipe = deep_recipe(big());
   for (tree_entry& entry : recipe.entries) entry.removed = entry.rec > 20 && entry.rec < 280;

@@ -2,6 +2,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "engine/engine_handle.h"
@@ -207,6 +208,65 @@ TEST_F(Lifecycle, CloseWritesAllDirtyNodesAtEveryLevel) {
       for (int i = 1; i <= 200; i++) ASSERT_EQ(again.find_name(sample(i).name), 0) << access << level;
     }
   }
+}
+
+TEST_F(Lifecycle, RewritingTheHeaderNeverClearsTheWriteFlag) {
+  make_file();
+  handle h;
+  ASSERT_EQ(h.open(path_, 'E'), 0);
+  ASSERT_EQ(engine::csetfile(h, 3), 0);
+  set_flag();
+  ASSERT_EQ(h.insert(sample(2)), 0);
+  ASSERT_EQ(h.close(), 0);
+  EXPECT_EQ(h.open(path_), engine::e_write_flag);
+}
+
+TEST_F(Lifecycle, ANodeWrittenAtLevelThreeIsOnDiskAtOnce) {
+  make_file();
+  handle h;
+  ASSERT_EQ(h.open(path_, 'E'), 0);
+  ASSERT_EQ(engine::csetfile(h, 3), 0);
+  ASSERT_EQ(h.insert(sample(2)), 0);
+  std::vector<unsigned char> bytes = read_file(path_);
+  std::string name = sample(2).name;
+  EXPECT_NE(std::search(bytes.begin(), bytes.end(), name.begin(), name.end()), bytes.end());
+}
+
+TEST_F(Lifecycle, OneBlockMayServeOneFileAfterAnother) {
+  std::string other = folder_.file("other");
+  handle h;
+  for (const std::string& path : {path_, other}) {
+    ASSERT_EQ(h.create(path), 0);
+    ASSERT_EQ(engine::csetfile(h, 4), 0);
+    for (int i = 1; i <= 40; i++) ASSERT_EQ(h.insert(sample(path == other ? 100 + i : i)), 0);
+    ASSERT_EQ(h.close(), 0);
+  }
+  for (int round = 0; round < 5; round++) {
+    ASSERT_EQ(h.open_for_work(path_), 0);
+    ASSERT_EQ(h.find_name(sample(7).name), 0);
+    ASSERT_EQ(h.find_name(sample(107).name), engine::e_not_found);
+    ASSERT_EQ(h.close(), 0);
+    ASSERT_EQ(h.open_for_work(other), 0);
+    ASSERT_EQ(h.find_name(sample(7).name), engine::e_not_found);
+    ASSERT_EQ(h.find_name(sample(107).name), 0);
+    ASSERT_EQ(h.close(), 0);
+  }
+}
+
+TEST_F(Lifecycle, WithoutCacheBlocksNoNodeCanBeReached) {
+  make_file();
+  engine::set_cache_blocks(0);
+  {
+    handle h;
+    int result = h.open(path_, 'E');
+    if (result == 0) result = h.find_name(sample(1).name);
+    EXPECT_LT(result, engine::e_not_found);
+    engine::abandon(h);
+  }
+  engine::set_cache_blocks(10);
+  handle h;
+  ASSERT_EQ(h.open(path_), 0);
+  EXPECT_EQ(h.find_name(sample(1).name), 0);
 }
 
 TEST_F(Lifecycle, AReadOnlyHandleChangesNothing) {

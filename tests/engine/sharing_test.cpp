@@ -303,6 +303,17 @@ TEST_F(Sharing, TheCheckRunsBesideAWriter) {
   }
 }
 
+TEST_F(Sharing, TheCheckTellsThatItReadAFileTakenWhole) {
+  agent owner;
+  ASSERT_EQ(owner.tell(open("E 2")), 0);
+  check_result result = check_file(path_, true);
+  EXPECT_EQ(result.outcome, engine::report_outcome::sound) << result.text();
+  ASSERT_FALSE(result.notes.empty());
+  EXPECT_NE(result.notes[0].text.find("read as it lay"), std::string::npos);
+  ASSERT_EQ(owner.tell("close"), 0);
+  EXPECT_TRUE(check_file(path_, true).notes.empty());
+}
+
 TEST_F(Sharing, ManyWritersKeepTheFileSound) {
   std::vector<std::unique_ptr<agent>> agents;
   for (int a = 0; a < 4; a++) {
