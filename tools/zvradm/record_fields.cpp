@@ -98,13 +98,11 @@ constexpr std::array trg_fields{
 
 constexpr std::array prm_fields{
     row("trg_name", 0, 64, text, column),
-    row("carried66", 66, 2, hex),
-    list_row("entries", "parms", 68, 62, parameter, 1000, 64),
+    list_row("parms", "entries", 68, 62, parameter, 1000, 64),
 };
 constexpr std::array thw_fields{
     row("trg_name", 0, 64, text, column),
-    row("carried66", 66, 2, hex),
-    list_row("entries", "hw_parms", 68, 162, hardware_parameter, 128, 64),
+    list_row("hw_parms", "entries", 68, 162, hardware_parameter, 128, 64),
 };
 
 constexpr std::array ua_fields{
@@ -121,7 +119,7 @@ constexpr std::array cfg_fields{
     row("log_file_size", 68, 4, number),
     row("api_trace_file_size", 72, 4, number),
     row("trace_file_size", 76, 4, number),
-    row("tcp_ip_port", 80, 2, number),
+    row("tcpip_port", 80, 2, number),
     row("file_system", 82, 2, number),
     words_row("machine_type", 84, 1, machine_words, column),
     words_row("configuration", 85, 1, kind_words, column),
