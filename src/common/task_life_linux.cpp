@@ -125,6 +125,8 @@ co_task_slots* co_slots(void* handle) {
 uint16_t co_reg_exit(void* handle, co_exit_fn function) {
   Task* task = task_of(handle);
   if (task == nullptr || function == nullptr) return CO_BAD_ARGUMENT;
+  for (uint32_t i = 0; i < task->exit_count; ++i)
+    if (task->exit_functions[i] == function) return CO_OK;
   if (task->exit_count == kMaxExitFunctions) return CO_NO_MEMORY;
   task->exit_functions[task->exit_count++] = function;
   return CO_OK;

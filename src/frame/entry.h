@@ -10,7 +10,11 @@ namespace zvrdb::frame {
 
 enum class operation : std::uint16_t { read = 0, write = 1 };
 
-inline DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+// Null before the task's first call, and for what is no task.
+inline DBR_TCB* tcb_of(void* task) {
+  const co_task_slots* slots = co_slots(task);
+  return slots ? static_cast<DBR_TCB*>(slots->dbr_tcb) : nullptr;
+}
 
 // Brings the task and the shared state up to date and takes the semaphore of the
 // record's class.  0, 8193, 8201, 8225 or what opening and loading answered.  dbr_out

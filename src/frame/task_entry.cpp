@@ -162,6 +162,7 @@ std::int16_t dbr_in(void* task, operation op, std::uint32_t db_id) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   co_task_slots* slots = co_slots(task);
+  if (!slots) return rc = DBE_INIT_FAILED;
   if (slots->in_das == 0) co_hold_events(task);
   slots->in_das = 1;
   if (db_id >= DB_TYPE_COUNT) {

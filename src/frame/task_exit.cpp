@@ -68,6 +68,7 @@ bool take_for_exit(void* task, DBR_TCB* tcb) {
 void dbr_out(void* task, operation op, std::uint32_t db_id, std::int16_t rc) {
   const trace_bracket bracket(task, __func__);
   co_task_slots* slots = co_slots(task);
+  if (!slots) return;
   DBR_TCB* tcb = tcb_of(task);
   if (!tcb)
     bracket.quitting();

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "memory/dbr_cntl.h"
+
 namespace zvrdb::targets {
 
 // Takes the entry at `from` out and puts it in at `to`; what lies between closes up.
@@ -16,6 +18,19 @@ void move_entry(entry* index, std::uint32_t from, std::uint32_t to) {
   if (from < to) std::memmove(index + from, index + from + 1, (std::size_t{to} - from) * sizeof(entry));
   if (to < from) std::memmove(index + to + 1, index + to, (std::size_t{from} - to) * sizeof(entry));
   index[to] = moved;
+}
+
+// Gives the entry at `from` of the used part the place that its text has now; it is
+// the only one out of order.  find_place searches the used part without it and
+// answers a position, or -1 for behind the last.
+template <typename entry, typename search>
+void put_in_order(DBR_CNTL* cntl, entry* index, std::uint32_t from, search find_place) {
+  const std::uint32_t last = cntl->num_trgs_actual - 1;
+  move_entry(index, from, last);
+  cntl->num_trgs_actual = last;
+  const std::int64_t place = find_place();
+  cntl->num_trgs_actual = last + 1;
+  if (place >= 0) move_entry(index, last, static_cast<std::uint32_t>(place));
 }
 
 }  // namespace zvrdb::targets

@@ -3,6 +3,7 @@
 #include "keyed/keyed.h"
 #include "memory/trace.h"
 #include "targets/focal_points.h"
+#include "targets/index_order.h"
 #include "targets/target_access.h"
 #include "targets/targets.h"
 
@@ -13,9 +14,11 @@ void set_name(char* field, const target_name& name) { std::memcpy(field, name.te
 
 // Reads the record, gives it and its slot the new name, and writes it.  The table
 // stays renamed when the write fails.
-std::int16_t rename_record(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t number, const target_name& old_name,
+std::int16_t rename_record(void* task, std::uint32_t position, const target_name& old_name,
                            const target_name& new_name, char* record) {
   DBR_TCB* tcb = tcb_of(task);
+  TRG_CNTL_ENTRY* slot = slot_at(tcb, position);
+  const std::uint32_t number = tcb->name_index[position].trg_index;
   target_key key{DB_TRG, number, 0};
   if (keyed::get_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len) != DBE_OK) {
     ZVR_TRACE(task, 5, 2, "CONFIG record not found for target number %hu", static_cast<unsigned short>(number));
@@ -27,7 +30,7 @@ std::int16_t rename_record(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t numbe
     set_name(record + srv_name_offset, new_name);
   }
   set_name(slot->trg_name, new_name);
-  memory::sort_names(task);
+  put_in_order(tcb->cntl, tcb->name_index, position, [&] { return memory::locate_name(task, new_name.text); });
   key = {DB_TRG, number, 0};
   const std::int16_t rc = keyed::put_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len);
   if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) return rc;
@@ -41,8 +44,8 @@ std::int16_t rename_record(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t numbe
 std::int16_t rename_trg(void* task, const char* old_name, const char* new_name) {
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "rename_trg", &rc);
-  std::uint32_t number = 0;
-  TRG_CNTL_ENTRY* slot = slot_of(task, old_name, &number);
+  std::int64_t position = -1;
+  TRG_CNTL_ENTRY* slot = slot_of(task, old_name, nullptr, &position);
   if (!slot) {
     trace.quitting();
     return rc = DBE_NOT_FOUND;
@@ -56,7 +59,7 @@ std::int16_t rename_trg(void* task, const char* old_name, const char* new_name) 
   ++tcb_of(task)->cntl->gen[DB_CMS];
   const target_name from = name_from(slot->trg_name, name_len);
   const target_name to = name_from(new_name, name_len);
-  rc = rename_record(task, slot, number, from, to, record);
+  rc = rename_record(task, static_cast<std::uint32_t>(position), from, to, record);
   co_free_int(task, record, "rename_trg");
   if (rc == DBE_OK && (slot->trg_mode & mode_focal_point) && !rename_focal_point(task, from.text, to.text)) {
     log_missing_focal_point(task, from.text);

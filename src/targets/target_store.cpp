@@ -88,11 +88,17 @@ std::int16_t replace_target(target_put& put) {
   }
   char old_dsu[memory::dsu_text_len + 1];
   memory::dsu_text_of(put.tcb, slot, old_dsu);
+  const bool moves = std::strcmp(old_dsu, put.dsu) != 0;
+  const std::int64_t dsu_position = moves ? memory::find_dsu_of(put.task, old_dsu, number) : -1;
   unsigned char status[sizeof slot->trg_status];
   std::memcpy(status, slot->trg_status, sizeof status);
   fill_slot(put, slot, number);
   std::memcpy(slot->trg_status, status, sizeof status);
-  if (std::strcmp(old_dsu, put.dsu) != 0) memory::sort_dsu(put.task);
+  if (moves && dsu_position >= 0)
+    put_in_order(cntl, put.tcb->dsu_index, static_cast<std::uint32_t>(dsu_position),
+                 [&] { return memory::locate_dsu(put.task, put.dsu); });
+  else if (moves)
+    memory::sort_dsu(put.task);  // the order was stale already
   return rc;
 }
 

@@ -9,7 +9,7 @@ namespace {
 class FileOpen : public ::testing::Test {
  protected:
   std::string path(const char* name) const { return installation.base() + "/db/" + name; }
-  zvrtest::temp_installation installation;
+  zvrdb::test::TempInstallation installation;
 };
 
 TEST_F(FileOpen, NineFilesAreMadeAtTheFirstOpen) {

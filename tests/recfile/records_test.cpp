@@ -65,7 +65,7 @@ class Records : public ::testing::Test {
   void* task() { return files.task(); }
   file_entry* trg() { return files.tcb()->trg_file; }
 
-  zvrtest::temp_installation installation;
+  zvrdb::test::TempInstallation installation;
   zvrtest::file_task files;
 };
 

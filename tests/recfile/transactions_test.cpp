@@ -27,7 +27,7 @@ class Transactions : public ::testing::Test {
   Transactions() : files("transactions") { EXPECT_EQ(0, files.open()); }
   std::string path(const char* name) const { return installation.base() + "/db/" + name; }
   void* task() { return files.task(); }
-  zvrtest::temp_installation installation;
+  zvrdb::test::TempInstallation installation;
   zvrtest::file_task files;
 };
 

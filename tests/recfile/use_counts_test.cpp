@@ -18,7 +18,7 @@ class UseCounts : public ::testing::Test {
     });
     ASSERT_EQ(1000 + SIGKILL, child.finish());
   }
-  zvrtest::temp_installation installation;
+  zvrdb::test::TempInstallation installation;
 };
 
 TEST_F(UseCounts, CountsOfAKilledTaskAreTakenBackByTheNextOpener) {
