@@ -17,7 +17,7 @@ namespace zvradm {
 namespace {
 
 constexpr std::array exported_types{"trg", "prm", "thw", "sht"};
-constexpr std::uint32_t list_area_length = 420;
+constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
   json line{{"type", type.suffix}};

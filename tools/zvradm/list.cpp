@@ -36,7 +36,7 @@ struct list_options {
 
 constexpr std::size_t name_width = sizeof(db_trg::trg_name);
 // Longest area that any list of a record type asks for.
-constexpr std::uint32_t list_area_length = 420;
+constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 void put_name(char (&to)[name_width], const char* option, const std::string& text) {
   if (text.size() >= name_width)
