@@ -129,10 +129,12 @@ TEST_F(RecordCommands, GetOfAUserAnswersTheLevel) {
 
 TEST_F(RecordCommands, ParametersHardwareAndShadowHangOnTheirTarget) {
   for (const char* type : {"prm", "thw", "sht"}) {
+    const std::string list = std::string(type) == "thw" ? "hw_parms" : "parms";
     const tool_result result =
-        put(type, R"({"trg_name":"OSLO","entries":[{"name":"one","value":"1"},{"name":"two","value":"2"}]})");
+        put(type, "{\"trg_name\":\"OSLO\",\"" + list +
+                      "\":[{\"name\":\"one\",\"value\":\"1\"},{\"name\":\"two\",\"value\":\"2\"}]}");
     ASSERT_EQ(result.exit, 0) << type << result.err;
-    EXPECT_EQ(base.tool({"get", type, "OSLO"}).json()["entries"].size(), 2u) << type;
+    EXPECT_EQ(base.tool({"get", type, "OSLO"}).json()[list].size(), 2u) << type;
     EXPECT_EQ(base.tool({"del", type, "OSLO"}).exit, 0) << type;
     EXPECT_EQ(base.tool({"get", type, "OSLO"}).exit, 1) << type;
   }
@@ -218,11 +220,11 @@ TEST_F(ListCommand, ATableHasAHeadAndTheServersNames) {
 }
 
 TEST_F(ListCommand, ListsParameterRecordsOfAllTargets) {
-  put("prm", R"({"trg_name":"AA","entries":[{"name":"n","value":"v"}]})");
-  put("prm", R"({"trg_name":"AC","entries":[]})");
+  put("prm", R"({"trg_name":"AA","parms":[{"name":"n","value":"v"}]})");
+  put("prm", R"({"trg_name":"AC","parms":[]})");
   const auto lines = base.tool({"list", "prm"}).lines();
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_THAT(lines[0], HasSubstr(R"("entries":[{"name":"n","value":"v"}])"));
+  EXPECT_THAT(lines[0], HasSubstr(R"("parms":[{"name":"n","value":"v"}])"));
 }
 
 TEST_F(ListCommand, ATypeWithoutListsIsRefusedByTheLibrary) {

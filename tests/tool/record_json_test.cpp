@@ -149,20 +149,20 @@ TEST(RecordJson, TextMustLeaveRoomForItsEnd) {
 }
 
 TEST(RecordJson, AListTakesAsManyElementsAsThereIsRoomFor) {
-  json line{{"trg_name", "A"}, {"entries", json::array()}};
-  for (int i = 0; i < 1000; ++i) line["entries"].push_back({{"name", std::to_string(i)}, {"value", "v"}});
+  json line{{"trg_name", "A"}, {"parms", json::array()}};
+  for (int i = 0; i < 1000; ++i) line["parms"].push_back({{"name", std::to_string(i)}, {"value", "v"}});
   const record_type& prm = record_type_named("prm");
   const auto record = record_of(prm, json_line(line).c_str());
   EXPECT_EQ(load_number(record.data() + 64, 2), 1000u);
-  EXPECT_EQ(record_to_json(prm, {record.data(), 62068})["entries"], line["entries"]);
-  line["entries"].push_back({{"name", "one too many"}});
-  EXPECT_EQ(fault_of(prm, json_line(line).c_str()), "entries: 1001 elements, at most 1000");
+  EXPECT_EQ(record_to_json(prm, {record.data(), 62068})["parms"], line["parms"]);
+  line["parms"].push_back({{"name", "one too many"}});
+  EXPECT_EQ(fault_of(prm, json_line(line).c_str()), "parms: 1001 elements, at most 1000");
 }
 
-TEST(RecordJson, HardwareRecordsTakeTheNameOfTheListInATargetToo) {
+TEST(RecordJson, ListsOfParametersMayBeCalledEntriesInTheInput) {
   const record_type& thw = record_type_named("thw");
-  const auto record = record_of(thw, R"({"trg_name":"A","hw_parms":[{"name":"n","value":"v"}]})");
-  EXPECT_EQ(json_line(record_to_json(thw, {record.data(), 20804})["entries"]), R"([{"name":"n","value":"v"}])");
+  const auto record = record_of(thw, R"({"trg_name":"A","entries":[{"name":"n","value":"v"}]})");
+  EXPECT_EQ(json_line(record_to_json(thw, {record.data(), 20804})["hw_parms"]), R"([{"name":"n","value":"v"}])");
 }
 
 TEST(RecordJson, ServersOfTheConfigurationAreTakenUpToTheLastOne) {

@@ -15,9 +15,9 @@ constexpr const char* awkward_records =
     R"({"type":"trg","trg_name":"RING-A","trg_type":136,"srv_name":"RING-B"})" "\n"
     R"({"type":"trg","trg_name":"RING-B","trg_type":136,"srv_name":"RING-A"})" "\n"
     R"({"type":"trg","trg_name":"Åse \"quoted\" \\","trg_type":130,"carried140":"00ff00ff","contact_name":{"hex":"53f872"},"carried702":"0100"})" "\n"
-    R"({"type":"thw","trg_name":"CLIENT","entries":[{"name":"memory","value":"512"}]})" "\n"
-    R"({"type":"prm","trg_name":"RING-A","entries":[{"name":"short","value":"v"},{"name":"","value":""}]})" "\n"
-    R"({"type":"sht","trg_name":"CLIENT","entries":[{"name":"s","value":"t"}]})" "\n";
+    R"({"type":"thw","trg_name":"CLIENT","hw_parms":[{"name":"memory","value":"512"}]})" "\n"
+    R"({"type":"prm","trg_name":"RING-A","parms":[{"name":"short","value":"v"},{"name":"","value":""}]})" "\n"
+    R"({"type":"sht","trg_name":"CLIENT","parms":[{"name":"s","value":"t"}]})" "\n";
 
 class TransferCommands : public testing::Test {
  protected:

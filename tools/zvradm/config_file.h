@@ -8,8 +8,10 @@
 #pragma once
 
 #include <zvrco/zvrco.h>
+#include <zvrdb/records.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -27,8 +29,14 @@ enum installation_kind : std::uint8_t {
 };
 
 // Offsets of the fields that this tool reads and sets.
-inline constexpr std::size_t config_name_at = 0, config_machine_at = 84, config_kind_at = 85, config_path_at = 88,
-                             config_max_targets_at = 4268, config_max_local_at = 4284, config_max_server_at = 4568;
+inline constexpr std::size_t config_name_at = offsetof(db_cfg, workstation_name),
+                             config_machine_at = offsetof(db_cfg, machine_type),
+                             config_kind_at = offsetof(db_cfg, configuration),
+                             config_path_at = offsetof(db_cfg, file_path),
+                             config_mode_at = offsetof(db_cfg, target_mode),
+                             config_max_targets_at = offsetof(db_cfg, max_targets),
+                             config_max_local_at = offsetof(db_cfg, max_local_targets),
+                             config_max_server_at = offsetof(db_cfg, max_server_targets);
 
 std::string config_path(const std::string& base);
 std::string pending_path(const std::string& base);

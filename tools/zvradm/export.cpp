@@ -1,4 +1,5 @@
 // export [TYPE...]: the records of an installation as JSON lines.
+#include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
 #include <array>
@@ -16,7 +17,7 @@ namespace zvradm {
 namespace {
 
 constexpr std::array exported_types{"trg", "prm", "thw", "sht"};
-constexpr std::uint32_t list_area_length = 420;
+constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
   json line{{"type", type.suffix}};
@@ -32,9 +33,9 @@ std::string text_of(const json& object, const char* name) {
 // All targets, in the order of their names.
 std::vector<ordered_target> read_targets(void* task) {
   const record_type& type = record_type_named("trg");
-  std::array<unsigned char, 138> filter{};
+  db_trg_filter filter{};
   std::array<unsigned char, list_area_length> area{};
-  require_ok("export trg", db_init_list(task, type.db_id, filter.data(), area.data(), list_area_length));
+  require_ok("export trg", db_init_list(task, type.db_id, &filter, area.data(), list_area_length));
   std::vector<ordered_target> targets;
   std::vector<unsigned char> record(65535);
   progress shown("reading targets", 0);

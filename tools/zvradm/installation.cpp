@@ -1,5 +1,6 @@
 #include "installation.h"
 
+#include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
@@ -20,13 +21,14 @@ void (*after_making_step)(int step) = nullptr;
 namespace {
 
 constexpr std::uint32_t default_max_targets = 10000;
-constexpr std::uint8_t system_unknown = 24;
-constexpr std::uint8_t mode_none = 16;
-constexpr std::size_t dsu_part = 8;
-constexpr std::size_t path_width = 256;
+constexpr std::uint8_t push_mode = 2;  // of the configuration
+constexpr std::size_t dsu_part = sizeof(db_trg::rgn);
+constexpr std::size_t path_width = sizeof(db_cfg::file_path);
 
 // Target record fields.
-constexpr std::size_t rgn_at = 124, ren_at = 132, type_at = 144, system_at = 145, mode_at = 146;
+constexpr std::size_t rgn_at = offsetof(db_trg, rgn), ren_at = offsetof(db_trg, ren),
+                      type_at = offsetof(db_trg, trg_type), system_at = offsetof(db_trg, trg_os),
+                      mode_at = offsetof(db_trg, trg_mode);
 
 void told(int step) {
   if (after_making_step) after_making_step(step);
@@ -48,8 +50,9 @@ config_record fresh_config(const std::string& base, const installation_values& v
   const std::string path = std::filesystem::absolute(base).lexically_normal().string();
   if (path.size() >= path_width) throw refusal(base + ": the path is longer than " + std::to_string(path_width - 1));
   std::copy(path.begin(), path.end(), record.begin() + config_path_at);
-  record[config_machine_at] = values.system.value_or(system_unknown);
+  record[config_machine_at] = values.system.value_or(DB_OS_UNKNOWN);
   record[config_kind_at] = values.kind.value_or(kind_server);
+  record[config_mode_at] = push_mode;
   set_config_name(record, values.name);
   const std::uint32_t most = values.max_targets.value_or(default_max_targets);
   set_number(record, config_max_targets_at, most);
@@ -130,7 +133,7 @@ void store_local_target(void* task, const config_record& wanted, const std::stri
   if (!there) {
     std::copy(name.begin(), name.end(), record.begin());
     record[system_at] = wanted[config_machine_at];
-    record[mode_at] = mode_none;
+    record[mode_at] = DB_MODE_NONE;
   }
   if (values.system) record[system_at] = *values.system;
   set_dsu_part(record.data() + rgn_at, values.rgn);
@@ -164,10 +167,9 @@ bool local_target_stands(void* task, const config_record& config, const installa
 }  // namespace
 
 std::uint8_t local_target_type(std::uint8_t kind) {
-  constexpr std::uint8_t local = 32, server = 8, base_system = 4, client = 2;
-  if (kind == kind_client) return local | client;
-  if (kind == kind_base || kind == kind_remote_admin_base) return local | base_system;
-  return local | server;
+  if (kind == kind_client) return DB_TRG_LOCAL | DB_TRG_CLIENT;
+  if (kind == kind_base || kind == kind_remote_admin_base) return DB_TRG_LOCAL | DB_TRG_BASE;
+  return DB_TRG_LOCAL | DB_TRG_SERVER;
 }
 
 making make_installation(const std::string& base, const installation_values& values) {

@@ -1,4 +1,5 @@
 // list TYPE: records by filters, or names only.
+#include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
 #include <array>
@@ -33,19 +34,14 @@ struct list_options {
   }
 };
 
-// Filter record of a target list.
-constexpr std::size_t filter_name = 0, filter_type = 64, filter_mode = 66, filter_os_on = 67, filter_os_low = 68,
-                      filter_os_high = 70, filter_server = 72, filter_exclude = 136, filter_length = 138;
-constexpr std::size_t name_width = 64;
+constexpr std::size_t name_width = sizeof(db_trg::trg_name);
 // Longest area that any list of a record type asks for.
-constexpr std::uint32_t list_area_length = 420;
+constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
-using filter_record = std::array<unsigned char, filter_length>;
-
-void put_name(filter_record& filter, std::size_t at, const char* option, const std::string& text) {
+void put_name(char (&to)[name_width], const char* option, const std::string& text) {
   if (text.size() >= name_width)
     throw usage_fault(std::string(option) + " is longer than " + std::to_string(name_width - 1) + " bytes");
-  std::memcpy(filter.data() + at, text.data(), text.size());
+  std::memcpy(to, text.data(), text.size());
 }
 
 std::uint8_t byte_of(const char* option, const std::string& text, std::span<const word> words) {
@@ -63,19 +59,19 @@ std::uint32_t system_mask(const std::string& text) {
   return parse_bits("--os", text, {bits.data(), count});
 }
 
-filter_record make_filter(const list_options& options) {
-  filter_record filter{};
-  put_name(filter, filter_name, "--name", options.name);
-  put_name(filter, filter_server, "--server", options.server);
-  if (!options.type_bits.empty()) filter[filter_type] = byte_of("--type", options.type_bits, target_types());
-  if (!options.mode_bits.empty()) filter[filter_mode] = byte_of("--mode", options.mode_bits, target_modes());
+db_trg_filter make_filter(const list_options& options) {
+  db_trg_filter filter{};
+  put_name(filter.name, "--name", options.name);
+  put_name(filter.server, "--server", options.server);
+  if (!options.type_bits.empty()) filter.type = byte_of("--type", options.type_bits, target_types());
+  if (!options.mode_bits.empty()) filter.mode = byte_of("--mode", options.mode_bits, target_modes());
   if (!options.systems.empty()) {
     const std::uint32_t mask = system_mask(options.systems);
-    filter[filter_os_on] = 1;
-    store_number(filter.data() + filter_os_low, 2, mask & 0xFFFF);
-    store_number(filter.data() + filter_os_high, 2, mask >> 16);
+    filter.os_filter_on = 1;
+    filter.os_mask_low = static_cast<std::uint16_t>(mask);
+    filter.os_mask_high = static_cast<std::uint16_t>(mask >> 16);
   }
-  store_number(filter.data() + filter_exclude, 2, options.exclude ? 1 : 0);
+  filter.exclude_filter = options.exclude ? 1 : 0;
   return filter;
 }
 
@@ -113,9 +109,9 @@ class list_printer {
 };
 
 void list_records(void* task, const record_type& type, const list_options& options) {
-  filter_record filter = make_filter(options);
+  db_trg_filter filter = make_filter(options);
   std::array<unsigned char, list_area_length> area{};
-  std::int16_t code = db_init_list(task, type.db_id, filter.data(), area.data(), list_area_length);
+  std::int16_t code = db_init_list(task, type.db_id, &filter, area.data(), list_area_length);
   list_printer printer(type, options);
   if (code == DBE_EMPTY_LIST) return printer.end();  // nothing in the table can match
   require_ok(std::string("list ") + type.suffix, code);

@@ -1,8 +1,10 @@
 #include "record_fields.h"
 
+#include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
 #include <array>
+#include <cstddef>
 #include <string>
 
 #include "refusals.h"
@@ -60,51 +62,56 @@ constexpr field list_row(const char* name, const char* alias, std::uint32_t offs
           .elements = elements, .capacity = capacity, .count_at = count_at};
 }
 
-constexpr std::array hardware_parameter{row("name", 0, 81, text), row("value", 81, 81, text)};
-constexpr std::array parameter{row("name", 0, 12, text), row("value", 12, 50, text)};
-constexpr std::array named_server{row("name", 0, 64, text), row("carried64", 64, 286, hex)};
+// Name, place and width of a field as the public layouts have them.
+#define ROW(record, member, ...) row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
+#define WORDS(record, member, ...) words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
+#define LIST(record, member, alias, elements, count_at)                                                     \
+  list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements,                   \
+           static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), count_at)
+
+constexpr std::array hardware_parameter{ROW(db_hw_parm, name, text), ROW(db_hw_parm, value, text)};
+constexpr std::array parameter{ROW(db_parm, name, text), ROW(db_parm, value, text)};
+constexpr std::array named_server{ROW(db_cfg_server, name, text), ROW(db_cfg_server, carried64, hex)};
 
 constexpr std::array trg_fields{
-    row("trg_name", 0, 64, text, column),
-    row("description", 64, 60, text, column),
-    row("rgn", 124, 8, full_text, column),
-    row("ren", 132, 8, full_text, column),
-    row("carried140", 140, 4, hex),
-    words_row("trg_type", 144, 1, type_words, bit_set | column),
-    words_row("trg_os", 145, 1, system_words, column),
-    words_row("trg_mode", 146, 1, mode_words, bit_set | column),
-    row("mob_conn_stat", 147, 1, number),
-    row("cm_window_start", 148, 4, number),
-    row("cm_window_stop", 152, 4, number),
-    row("dist_window_start", 156, 4, number),
-    row("dist_window_stop", 160, 4, number),
-    words_row("rbapi_trace", 164, 1, rbapi_words),
-    words_row("log_level", 165, 1, log_level_words),
-    words_row("held_status", 166, 1, held_words),
-    row("in_use", 167, 1, number, live),
-    row("carried168", 168, 16, text),
-    row("trg_status", 184, 4, hex, live),
-    row("srv_num", 188, 4, number, live),
-    row("srv_name", 192, 64, text, column),
-    row("lan_address", 256, 32, text, column),
-    row("customer_name", 288, 60, text),
-    row("contact_name", 348, 60, text),
-    row("contact_phone", 408, 32, text),
-    row("manager_name", 440, 60, text),
-    row("manager_address", 500, 200, text),
-    row("carried702", 702, 286, hex),
-    list_row("hw_parms", nullptr, 988, 162, hardware_parameter, 128, 700),
+    ROW(db_trg, trg_name, text, column),
+    ROW(db_trg, description, text, column),
+    ROW(db_trg, rgn, full_text, column),
+    ROW(db_trg, ren, full_text, column),
+    ROW(db_trg, carried140, hex),
+    WORDS(db_trg, trg_type, type_words, bit_set | column),
+    WORDS(db_trg, trg_os, system_words, column),
+    WORDS(db_trg, trg_mode, mode_words, bit_set | column),
+    ROW(db_trg, mob_conn_stat, number),
+    ROW(db_trg, cm_window_start, number),
+    ROW(db_trg, cm_window_stop, number),
+    ROW(db_trg, dist_window_start, number),
+    ROW(db_trg, dist_window_stop, number),
+    WORDS(db_trg, rbapi_trace, rbapi_words),
+    WORDS(db_trg, log_level, log_level_words),
+    WORDS(db_trg, held_status, held_words),
+    ROW(db_trg, in_use, number, live),
+    ROW(db_trg, carried168, text),
+    ROW(db_trg, trg_status, hex, live),
+    ROW(db_trg, srv_num, number, live),
+    ROW(db_trg, srv_name, text, column),
+    ROW(db_trg, lan_address, text, column),
+    ROW(db_trg, customer_name, text),
+    ROW(db_trg, contact_name, text),
+    ROW(db_trg, contact_phone, text),
+    ROW(db_trg, manager_name, text),
+    ROW(db_trg, manager_address, text),
+    ROW(db_trg, carried702, hex),
+    LIST(db_trg, hw_parms, nullptr, hardware_parameter, offsetof(db_trg, num_hw_parms)),
 };
 
 constexpr std::array prm_fields{
-    row("trg_name", 0, 64, text, column),
-    row("carried66", 66, 2, hex),
-    list_row("entries", "parms", 68, 62, parameter, 1000, 64),
+    ROW(db_prm, trg_name, text, column),
+    LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms)),
 };
 constexpr std::array thw_fields{
-    row("trg_name", 0, 64, text, column),
-    row("carried66", 66, 2, hex),
-    list_row("entries", "hw_parms", 68, 162, hardware_parameter, 128, 64),
+    ROW(db_thw, trg_name, text, column),
+    LIST(db_thw, hw_parms, "entries", hardware_parameter, offsetof(db_thw, num_hw_parms)),
 };
 
 constexpr std::array ua_fields{
@@ -115,57 +122,61 @@ constexpr std::array ua_fields{
 };
 
 constexpr std::array cfg_fields{
-    row("workstation_name", 0, 64, text, column),
-    words_row("message_log_level", 64, 2, log_level_words),
-    row("lan_authorization", 66, 2, number),
-    row("log_file_size", 68, 4, number),
-    row("api_trace_file_size", 72, 4, number),
-    row("trace_file_size", 76, 4, number),
-    row("tcp_ip_port", 80, 2, number),
-    row("file_system", 82, 2, number),
-    words_row("machine_type", 84, 1, machine_words, column),
-    words_row("configuration", 85, 1, kind_words, column),
-    row("max_attempts", 86, 2, number),
-    row("file_path", 88, 256, text),
-    row("repository", 344, 256, text),
-    row("service_area", 600, 256, text),
-    row("backup_area", 856, 256, text),
-    row("work_area", 1112, 256, text),
-    list_row("servers", nullptr, 1368, 350, named_server, 5, -1),
-    row("carried3118", 3118, 1146, hex),
-    row("max_connections", 4264, 4, number),
-    row("max_targets", 4268, 4, number, column),
-    row("max_user_interfaces", 4272, 4, number),
-    words_row("authorize", 4276, 1, authorize_words),
-    words_row("automatic_client_upgrade", 4277, 1, flag_words),
-    words_row("target_password_authentication", 4278, 1, flag_words),
-    row("carried4279", 4279, 1, hex),
-    row("max_requests", 4280, 4, number),
-    row("max_local_targets", 4284, 4, number, column),
-    row("max_server_connections", 4288, 4, number),
-    row("max_sts", 4292, 4, number),
-    row("daca_idle_time", 4296, 4, number),
-    row("daca_retry_time", 4300, 4, number),
-    row("sts_idle_time", 4304, 4, number),
-    row("sts_retry_time", 4308, 4, number),
-    row("inventory_program", 4312, 256, text),
-    row("max_server_targets", 4568, 4, number, column),
-    row("max_snads_routes", 4572, 4, number),
-    row("max_sts_routes", 4576, 4, number),
-    words_row("plan_feature", 4580, 1, plan_words),
-    words_row("automatic_target_registration", 4581, 1, flag_words),
-    words_row("automatic_target_inventory", 4582, 1, flag_words),
-    words_row("target_mode", 4583, 1, cfg_mode_words),
-    row("target_address", 4584, 9, text),
-    words_row("extend_file_system_on_store", 4593, 1, flag_words),
-    row("os_user", 4594, 16, text),
-    words_row("automatic_target_info_update", 4610, 1, flag_words),
-    words_row("automatic_target_deletion", 4611, 1, flag_words),
-    row("carried4612", 4612, 12, hex),
-    words_row("kestra_alert", 4624, 1, flag_words),
-    row("carried4625", 4625, 11, hex),
-    row("connection_window_duration", 4636, 4, number),
+    ROW(db_cfg, workstation_name, text, column),
+    WORDS(db_cfg, message_log_level, log_level_words),
+    ROW(db_cfg, lan_authorization, number),
+    ROW(db_cfg, log_file_size, number),
+    ROW(db_cfg, api_trace_file_size, number),
+    ROW(db_cfg, trace_file_size, number),
+    ROW(db_cfg, tcpip_port, number),
+    ROW(db_cfg, file_system, number),
+    WORDS(db_cfg, machine_type, machine_words, column),
+    WORDS(db_cfg, configuration, kind_words, column),
+    ROW(db_cfg, max_attempts, number),
+    ROW(db_cfg, file_path, text),
+    ROW(db_cfg, repository, text),
+    ROW(db_cfg, service_area, text),
+    ROW(db_cfg, backup_area, text),
+    ROW(db_cfg, work_area, text),
+    LIST(db_cfg, servers, nullptr, named_server, -1),
+    ROW(db_cfg, carried3118, hex),
+    ROW(db_cfg, max_connections, number),
+    ROW(db_cfg, max_targets, number, column),
+    ROW(db_cfg, max_user_interfaces, number),
+    WORDS(db_cfg, authorize, authorize_words),
+    WORDS(db_cfg, automatic_client_upgrade, flag_words),
+    WORDS(db_cfg, target_password_authentication, flag_words),
+    ROW(db_cfg, carried4279, hex),
+    ROW(db_cfg, max_requests, number),
+    ROW(db_cfg, max_local_targets, number, column),
+    ROW(db_cfg, max_server_connections, number),
+    ROW(db_cfg, max_sts, number),
+    ROW(db_cfg, daca_idle_time, number),
+    ROW(db_cfg, daca_retry_time, number),
+    ROW(db_cfg, sts_idle_time, number),
+    ROW(db_cfg, sts_retry_time, number),
+    ROW(db_cfg, inventory_program, text),
+    ROW(db_cfg, max_server_targets, number, column),
+    ROW(db_cfg, max_snads_routes, number),
+    ROW(db_cfg, max_sts_routes, number),
+    WORDS(db_cfg, plan_feature, plan_words),
+    WORDS(db_cfg, automatic_target_registration, flag_words),
+    WORDS(db_cfg, automatic_target_inventory, flag_words),
+    WORDS(db_cfg, target_mode, cfg_mode_words),
+    ROW(db_cfg, target_address, text),
+    WORDS(db_cfg, extend_file_system_on_store, flag_words),
+    ROW(db_cfg, os_user, text),
+    WORDS(db_cfg, automatic_target_info_update, flag_words),
+    WORDS(db_cfg, automatic_target_deletion, flag_words),
+    ROW(db_cfg, carried4612, hex),
+    WORDS(db_cfg, kestra_alert, flag_words),
+    ROW(db_cfg, carried4625, hex),
+    ROW(db_cfg, connection_window_duration, number),
 };
+
+#undef ROW
+#undef WORDS
+#undef LIST
 
 // No two rows overlap, all lie within the record, counts included.
 template <std::size_t N>
@@ -180,22 +191,24 @@ constexpr bool rows_fit(const std::array<field, N>& rows, std::uint32_t length) 
   }
   return true;
 }
-static_assert(rows_fit(trg_fields, 21724) && 988 + 128 * 162 == 21724);
-static_assert(rows_fit(prm_fields, 62068) && rows_fit(thw_fields, 20804));
-static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, 4640));
-static_assert(rows_fit(hardware_parameter, 162) && rows_fit(parameter, 62) && rows_fit(named_server, 350));
+static_assert(rows_fit(trg_fields, sizeof(db_trg)));
+// Target parameters and shadow records differ in length only.
+static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) && sizeof(db_prm::parms) == sizeof(db_sht::parms));
+static_assert(rows_fit(prm_fields, sizeof(db_sht)) && rows_fit(thw_fields, sizeof(db_thw)));
+static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, sizeof(db_cfg)));
+static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) && rows_fit(named_server, sizeof(db_cfg_server)));
 
 constexpr std::array<key_part, 0> no_key{};
 constexpr std::array target_key{key_part{"NAME", 65}};
 constexpr std::array user_key{key_part{"USER", 17}, key_part{"SECOND", 33}, key_part{"SELECTOR", 1}};
 
 constexpr std::array all_types{
-    record_type{"cfg", DB_CFG, "base configuration", 4640, 4640, 4640, no_key, cfg_fields, nullptr},
+    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key, cfg_fields, nullptr},
     record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length, target_key,
                 trg_fields, "trg_name"},
-    record_type{"prm", DB_PRM, "target parameters", 62812, 62812, 62812, target_key, prm_fields, "trg_name"},
-    record_type{"thw", DB_THW, "target hardware", 20804, 20804, 20804, target_key, thw_fields, "trg_name"},
-    record_type{"sht", DB_SHT, "shadow records", 62068, 62068, 62068, target_key, prm_fields, "trg_name"},
+    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm), target_key, prm_fields, "trg_name"},
+    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key, thw_fields, "trg_name"},
+    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key, prm_fields, "trg_name"},
     record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields, nullptr},
 };
 

@@ -3,6 +3,8 @@
 // record type is a further set of rows.
 #pragma once
 
+#include <zvrdb/records.h>
+
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -69,7 +71,7 @@ const record_type* find_record_type(std::string_view suffix);
 const record_type& record_type_named(std::string_view suffix);
 
 inline constexpr std::uint16_t target_head_length = 192;  // what memory holds of a target
-inline constexpr std::uint16_t target_record_length = 21724;
+inline constexpr std::uint16_t target_record_length = sizeof(db_trg);
 
 // Words shared with the options of some commands.
 std::span<const word> installation_kinds();

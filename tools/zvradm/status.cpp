@@ -131,7 +131,10 @@ void print_sheet(const json& all) {
   std::printf("\n");
   table files{{"file", "use count"}, {}, {false, true}};
   for (const json& file : all["files"]) files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
-  print_table(files, stdout);
+  if (files.rows.empty())
+    std::printf("no record file has been opened yet\n");
+  else
+    print_table(files, stdout);
   std::printf("\n");
   if (all["tasks"].empty()) {
     std::printf("no other task is alive\n");
