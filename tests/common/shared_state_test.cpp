@@ -155,25 +155,29 @@ bool run_and_kill_after(int calls, int (*body)()) {
 
 TEST(SharedState, SetUpMayBeKilledBeforeAnySystemCall) {
   bool finished = false;
-  for (int calls = 1; !finished; ++calls) {
-    ASSERT_LT(calls, 2000);
+  int calls = 0;
+  while (!finished) {
+    ASSERT_LT(++calls, 2000);
     TempInstallation installation;
     finished = run_and_kill_after(calls, use_state);
     Agent next([](Agent&) { return use_state(); });
     ASSERT_EQ(next.result(), 0) << "after " << calls << " system calls";
   }
+  EXPECT_GT(calls, 50);
 }
 
 TEST(SharedState, ResetMayBeKilledBeforeAnySystemCall) {
   bool finished = false;
-  for (int calls = 1; !finished; ++calls) {
-    ASSERT_LT(calls, 2000);
+  int calls = 0;
+  while (!finished) {
+    ASSERT_LT(++calls, 2000);
     TempInstallation installation;
     ASSERT_EQ(use_state(), 0);
     finished = run_and_kill_after(calls, [] { return static_cast<int>(co_reset(nullptr, nullptr, 0, nullptr)); });
     Agent next([](Agent&) { return use_state(); });
     ASSERT_EQ(next.result(), 0) << "after " << calls << " system calls";
   }
+  EXPECT_GT(calls, 20);
 }
 
 TEST(SharedState, ResetIsRefusedWhileATaskLivesAndNamesIt) {
