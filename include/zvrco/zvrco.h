@@ -316,8 +316,8 @@ CO_API void *co_croca(void *task, uint32_t n);
 CO_API uint16_t co_reload_config(void *task);
 /* Parses the text of an "orvo.cfg" (NUL-terminated) into a record of
  * CO_CONFIG_LENGTH bytes, which the caller zeroed.  Lines "KEYWORD: value" in any order,
- * '#' comments; numbers decimal, 0x.. or 0..; a missing FILE PATH is ".\\\\".  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason
- * tell it; what was read so far stays. */
+ * '#' comments; numbers decimal, 0x.. or 0..; a missing FILE PATH is ".\\"
+ * (3 bytes).  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason tell it; what was read so far stays. */
 CO_API uint16_t co_parse_config(const char *text, void *record, uint32_t *line, char *reason, uint32_t reason_size);
 /* Changes the local target's name (at most 63 bytes) in areas 2 and 1, not in the file. */
 CO_API uint16_t co_set_target(void *task, const char *name);

@@ -32,7 +32,8 @@ class Semaphore : public testing::Test {
     Agent agent([&](Agent& self) {
       void* own = co_init_task("victim", nullptr, 1);
       uint32_t handle = 0;
-      if (co_open_sema4(own, "DBR_MEM", &handle, 0, 1) != CO_OK || co_req_sema4(own, handle, 0) != CO_OK) return 1;
+      if (co_open_sema4(own, "DBR_MEM", &handle, 0, 1) != CO_OK || co_req_sema4(own, handle, 0) != CO_OK)
+        return 1;
       inside(own, handle);
       self.tell(1);
       self.hear();
