@@ -33,14 +33,17 @@ struct NumberRow {
   size_t length;
 };
 constexpr NumberRow kNumbers[] = {
-    {"LAN AUTHORIZATION", 66, 2},   {"LOG FILE SIZE", 68, 4},       {"API TRACE FILE SIZE", 72, 4},
-    {"TRACE FILE SIZE", 76, 4},     {"TCP/IP PORT", 80, 2},         {"FILE SYSTEM", 82, 2},
-    {"MAX ATTEMPTS", 86, 2},        {"MAX CONNECTIONS", 4264, 4},   {"MAX TARGETS", 4268, 4},
-    {"MAX USER INTERFACES", 4272, 4}, {"MAX REQUESTS", 4280, 4},    {"MAX LOCAL TARGETS", 4284, 4},
-    {"MAX SERVER CONNS", 4288, 4},  {"MAX STS", 4292, 4},           {"DACA IDLE TIME", 4296, 4},
-    {"DACA RETRY TIME", 4300, 4},   {"STS IDLE TIME", 4304, 4},     {"STS RETRY TIME", 4308, 4},
-    {"MAX SERVER TARGETS", 4568, 4}, {"MAX SNADS ROUTES", 4572, 4}, {"MAX STS ROUTES", 4576, 4},
-    {"CONNECTION WINDOW DURATION", 4636, 4},
+    {"LAN AUTHORIZATION", 66, 2},    {"LOG FILE SIZE", 68, 4},
+    {"API TRACE FILE SIZE", 72, 4},  {"TRACE FILE SIZE", 76, 4},
+    {"TCP/IP PORT", 80, 2},          {"FILE SYSTEM", 82, 2},
+    {"MAX ATTEMPTS", 86, 2},         {"MAX CONNECTIONS", 4264, 4},
+    {"MAX TARGETS", 4268, 4},        {"MAX USER INTERFACES", 4272, 4},
+    {"MAX REQUESTS", 4280, 4},       {"MAX LOCAL TARGETS", 4284, 4},
+    {"MAX SERVER CONNS", 4288, 4},   {"MAX STS", 4292, 4},
+    {"DACA IDLE TIME", 4296, 4},     {"DACA RETRY TIME", 4300, 4},
+    {"STS IDLE TIME", 4304, 4},      {"STS RETRY TIME", 4308, 4},
+    {"MAX SERVER TARGETS", 4568, 4}, {"MAX SNADS ROUTES", 4572, 4},
+    {"MAX STS ROUTES", 4576, 4},     {"CONNECTION WINDOW DURATION", 4636, 4},
 };
 
 TEST(Config, EveryNumberGoesToItsPlaceAndNowhereElse) {
@@ -68,8 +71,8 @@ struct TextRow {
   size_t room;
 };
 constexpr TextRow kTexts[] = {
-    {"WORKSTATION NAME", 0, 64}, {"FILE PATH", 88, 256},   {"REPOSITORY", 344, 256},
-    {"SERVICE AREA", 600, 256},  {"BACKUP AREA", 856, 256}, {"WORK AREA", 1112, 256},
+    {"WORKSTATION NAME", 0, 64}, {"FILE PATH", 88, 256},           {"REPOSITORY", 344, 256},
+    {"SERVICE AREA", 600, 256},  {"BACKUP AREA", 856, 256},        {"WORK AREA", 1112, 256},
     {"SERVER", 1368, 350},       {"INVENTORY PROGRAM", 4312, 256}, {"TARGET ADDRESS", 4584, 9},
     {"OS USER", 4594, 16},
 };
@@ -139,7 +142,8 @@ TEST(Config, EveryWordHasItsValue) {
 }
 
 TEST(Config, OrderIsFreeAndCommentsAndEmptyLinesArePassedOver) {
-  const Parsed parsed("# head\n\nMAX TARGETS: 0x10\r\n\r\nWORKSTATION NAME:two: words \n#MAX TARGETS: 9\nMAX STS: 4");
+  const Parsed parsed(
+      "# head\n\nMAX TARGETS: 0x10\r\n\r\nWORKSTATION NAME:two: words \n#MAX TARGETS: 9\nMAX STS: 4");
   ASSERT_EQ(parsed.result, CO_OK) << parsed.reason;
   EXPECT_EQ(parsed.number(4268, 4), 16u);
   EXPECT_EQ(parsed.text(0), "two: words");
@@ -152,14 +156,14 @@ TEST(Config, FaultsAreToldWithTheirLine) {
     uint32_t line;
     const char* reason;
   };
-  for (const Fault& fault : {Fault{"MAX STS: 1\nMAX STUFF: 2\n", 2, "MAX STUFF is no keyword"},
-                             Fault{" MAX STS: 1\n", 1, " MAX STS is no keyword"},
-                             Fault{"MAX STS : 1\n", 1, "MAX STS  is no keyword"},
-                             Fault{"max sts: 1\n", 1, "max sts is no keyword"},
-                             Fault{"\n\nno colon\n", 3, "a line is KEYWORD: value"},
-                             Fault{":\n", 1, " is no keyword"},
-                             Fault{"AUTHORIZE: MAYBE\n", 1, "AUTHORIZE has no value MAYBE"},
-                             Fault{"MAX STS: 4294967296\n", 1, "the value of MAX STS is above 4294967295"}}) {
+  for (const Fault& fault :
+       {Fault{"MAX STS: 1\nMAX STUFF: 2\n", 2, "MAX STUFF is no keyword"},
+        Fault{" MAX STS: 1\n", 1, " MAX STS is no keyword"},
+        Fault{"MAX STS : 1\n", 1, "MAX STS  is no keyword"},
+        Fault{"max sts: 1\n", 1, "max sts is no keyword"},
+        Fault{"\n\nno colon\n", 3, "a line is KEYWORD: value"}, Fault{":\n", 1, " is no keyword"},
+        Fault{"AUTHORIZE: MAYBE\n", 1, "AUTHORIZE has no value MAYBE"},
+        Fault{"MAX STS: 4294967296\n", 1, "the value of MAX STS is above 4294967295"}}) {
     const Parsed parsed(fault.text);
     EXPECT_EQ(parsed.result, CO_BAD_ARGUMENT) << fault.text;
     EXPECT_EQ(parsed.line, fault.line) << fault.text;

@@ -15,7 +15,9 @@ using zvrdb::test::Agent;
 using zvrdb::test::TempInstallation;
 
 std::atomic<int> events{0};
-void count_event(int) { events.fetch_add(1); }
+void count_event(int) {
+  events.fetch_add(1);
+}
 
 // Each case runs in a process of its own: the guard stays for a process's life.
 int in_child(int (*body)(void* task)) {

@@ -159,7 +159,8 @@ TEST_F(Files, NamesAreAppendedWithinTheRoom) {
 }
 
 TEST_F(Files, TemporaryNamesTellTargetClassAndExistence) {
-  for (const char* target : {"orvo.cfg", "db/routetab", "db/snadscon/CONN 1", "db/snadscon/50%25%2F", "db/a b%"}) {
+  for (const char* target :
+       {"orvo.cfg", "db/routetab", "db/snadscon/CONN 1", "db/snadscon/50%25%2F", "db/a b%"}) {
     for (uint16_t sem_index : {uint16_t{0}, uint16_t{1}}) {
       for (uint16_t exists : {uint16_t{0}, uint16_t{1}}) {
         char temporary[256];
@@ -182,8 +183,9 @@ TEST_F(Files, TemporaryNamesTellTargetClassAndExistence) {
 TEST_F(Files, NamesThatAreNoTemporaryFilesAreLeft) {
   char back[256] = "kept";
   uint16_t existed = 9;
-  for (const char* entry : {"", ".", "..", "t0e_", "t0x_a", "x0e_a", "t0ea", "t0e_..%2Fetc", "t0e_%2Fetc", "t0e_a%2F",
-                            "t0e_a%2F%2Fb", "t0e_a%", "t0e_a%2", "t0e_a%41", "t0e_a%2F..%2Fb", "readme"}) {
+  for (const char* entry :
+       {"", ".", "..", "t0e_", "t0x_a", "x0e_a", "t0ea", "t0e_..%2Fetc", "t0e_%2Fetc", "t0e_a%2F",
+        "t0e_a%2F%2Fb", "t0e_a%", "t0e_a%2", "t0e_a%41", "t0e_a%2F..%2Fb", "readme"}) {
     EXPECT_EQ(co_db_get_name(back, entry, 0, &existed), 0) << entry;
   }
   EXPECT_EQ(co_db_get_name(back, ("t0e_" + std::string(250, 'a')).c_str(), 0, &existed), 0);

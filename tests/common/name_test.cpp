@@ -47,7 +47,8 @@ TEST(Names, TokensAreJoinedByDots) {
   EXPECT_EQ(dotted(name_of({})), "");
   EXPECT_EQ(dotted(name_of({"A", "", "B"})), "A..B");
   EXPECT_EQ(dotted(name_of({"V1.2", "x"})), "V1\\.2.x");
-  EXPECT_EQ(dotted(name_of({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"})), "1.2.3.4.5.6.7.8.9.10.11");
+  EXPECT_EQ(dotted(name_of({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"})),
+            "1.2.3.4.5.6.7.8.9.10.11");
 }
 
 TEST(Names, TheLongestNamesFit) {
@@ -63,7 +64,8 @@ TEST(Names, DamagedNamesStayInTheirBuffers) {
   std::mt19937 random(20261121);
   for (int round = 0; round < 20000; ++round) {
     Name name;
-    for (unsigned char& byte : name) byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 66);
+    for (unsigned char& byte : name)
+      byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 66);
     dotted(name);
     const uint8_t token = co_find_subtree(nullptr, name.data());
     EXPECT_TRUE(token == 255 || token < 11);

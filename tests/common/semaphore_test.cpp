@@ -32,7 +32,8 @@ class Semaphore : public testing::Test {
     Agent agent([&](Agent& self) {
       void* own = co_init_task("victim", nullptr, 1);
       uint32_t handle = 0;
-      if (co_open_sema4(own, "DBR_MEM", &handle, 0, 1) != CO_OK || co_req_sema4(own, handle, 0) != CO_OK) return 1;
+      if (co_open_sema4(own, "DBR_MEM", &handle, 0, 1) != CO_OK || co_req_sema4(own, handle, 0) != CO_OK)
+        return 1;
       inside(own, handle);
       self.tell(1);
       self.hear();
@@ -263,6 +264,9 @@ TEST_F(Semaphore, GuardsACounterBetweenThreadsAndProcesses) {
 
 // In strict mode any system call but read, write and exit kills the process.
 TEST_F(Semaphore, UncontendedPathsMakeNoSystemCall) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the sanitizer's own thread outlives the exit of the only other one";
+#endif
   Agent agent([&](Agent&) {
     void* own = co_init_task("strict", nullptr, 1);
     uint32_t handle = 0;

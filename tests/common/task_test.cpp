@@ -96,8 +96,12 @@ TEST(Task, AKilledProcessIsDeadAtOnce) {
 }
 
 std::vector<int> exit_calls;
-void exit_one(void*, uint32_t reason) { exit_calls.push_back(10 + static_cast<int>(reason)); }
-void exit_two(void*, uint32_t reason) { exit_calls.push_back(20 + static_cast<int>(reason)); }
+void exit_one(void*, uint32_t reason) {
+  exit_calls.push_back(10 + static_cast<int>(reason));
+}
+void exit_two(void*, uint32_t reason) {
+  exit_calls.push_back(20 + static_cast<int>(reason));
+}
 
 TEST(Task, ExitFunctionsRunLastFirst) {
   TempInstallation installation;
