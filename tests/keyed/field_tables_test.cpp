@@ -42,6 +42,14 @@ TEST(FieldTables, EachKeyedTypeHasItsTable) {
   }
 }
 
+TEST(FieldTables, AFieldHasBothFunctionsOrNoneAndAKeyHasThem) {
+  for (const expected_table& of : expected) {
+    EXPECT_NE(field_table(of.db_id).front().parse, nullptr) << of.db_id;
+    for (const field_descriptor& field : field_table(of.db_id))
+      EXPECT_EQ(field.parse == nullptr, field.unparse == nullptr) << of.db_id << " at " << field.offset;
+  }
+}
+
 TEST(FieldTables, SomeFieldsAreStoredOutOfTheOrderOfTheirOffsets) {
   const auto trg = field_table(DB_TRG);
   EXPECT_EQ(trg[3].offset, 140u);
