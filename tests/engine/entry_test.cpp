@@ -27,7 +27,6 @@ class Entry : public ::testing::TestWithParam<char> {
     path_ = folder_.file("entries");
     ASSERT_EQ(h_.create(path_, GetParam(), 1, entry_keys), 0);
     ASSERT_EQ(engine::csetfile(h_, 4), 0);
-    h_.get()->nextrec = 100000;   // entries are made here without records
   }
   void TearDown() override {
     if (engine::checkpsp(h_) == 'O') {
@@ -199,8 +198,6 @@ TEST_P(Entry, RecordNumbersSortSigned) {
   for (int r = engine::bfirst(h_, 3, nullptr, 0); r == 0; r = engine::bnext(h_, 3, nullptr, 0)) order.push_back(h_.get()->recno);
   EXPECT_EQ(engine::blast(h_, 3, nullptr, 0), 0);
   EXPECT_EQ(h_.get()->recno, 7);
-  // First begins at record number 0 under the lowest value, so it passes no lower ones
-  // of any value above the lowest.
   EXPECT_EQ(order, (std::vector<int>{-2000000000, -1, 0, 5, 7}));
 }
 
