@@ -151,7 +151,7 @@ DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, voi
 /* Begins a list that db_get_more walks.  list_state: the caller's, of at least the size
  * that the record type asks for (420 bytes for targets and their parameters), else
  * DBE_LIST_TOO_SMALL.  DBE_EMPTY_LIST when the filter matches nothing.  The filter may
- * be written to. */
+ * be written to; a null filter where the record type has one gives DBE_BAD_RECORD. */
 DB_API int16_t db_init_list(void *task, uint32_t db_id, void *filter, void *list_state, uint32_t list_state_size);
 
 /* Writes the name of a record type to dst (at least 128 bytes), "" for 12 to 16 and

@@ -27,7 +27,13 @@ void trace_handler(void* task, const char* call, const char* handler, std::uint3
     co_trc2(task, 2, 2, call, "Calling %s for db_id %hd", handler, static_cast<short>(db_id));
 }
 
-bool fits(const void* area, std::uint32_t length) { return area || length == 0; }
+// A null area of length 0 is allowed; the handler then gets an area that is none, for
+// it may not take null.  False for a null area of any other length.
+bool take_area(void** area, std::uint32_t length) {
+  static unsigned char nothing;
+  if (!*area && length == 0) *area = &nothing;
+  return *area != nullptr;
+}
 
 }  // namespace
 
@@ -84,7 +90,7 @@ int16_t db_get(void* task, uint32_t db_id, uint16_t num_keys, const void* const*
     return rc = has_no_handler(task, no_get, db_id);
   }
   if (!keys_given(db_id, num_keys, keys)) return rc = DBE_NOT_FOUND;
-  if (!fits(buffer, buffer_len)) return rc = DBE_BAD_RECORD;
+  if (!take_area(&buffer, buffer_len)) return rc = DBE_BAD_RECORD;
   trace_handler(task, __func__, "get_fn", db_id);
   return rc = handler(task, num_keys, keys, buffer, buffer_len);
 }
@@ -107,7 +113,7 @@ int16_t db_get_next(void* task, uint32_t db_id, const void* list, uint16_t max, 
   if (!index) return rc = DBE_LIST_TOO_SMALL;
   if (*index >= max) return rc = DBE_END_OF_LIST;
   if (!list) return rc = DBE_LIST_TOO_SMALL;
-  if (!fits(buffer, buffer_len)) return rc = DBE_BAD_RECORD;
+  if (!take_area(&buffer, buffer_len)) return rc = DBE_BAD_RECORD;
   trace_handler(task, __func__, "get_next_fn", db_id);
   rc = handler(task, list, index, buffer, buffer_len);
   *index = static_cast<std::uint16_t>(*index + 1u);
@@ -129,7 +135,7 @@ int16_t db_get_more(void* task, uint32_t db_id, void* list_state, void* buffer, 
     return rc = has_no_handler(task, no_get_more, db_id);
   }
   if (!list_state) return rc = DBE_LIST_TOO_SMALL;
-  if (!fits(buffer, buffer_len)) return rc = DBE_BAD_RECORD;
+  if (!take_area(&buffer, buffer_len)) return rc = DBE_BAD_RECORD;
   trace_handler(task, __func__, "get_more_fn", db_id);
   return rc = handler(task, list_state, buffer, buffer_len);
 }
@@ -173,7 +179,7 @@ int16_t db_start_list(void* task, uint32_t db_id, const void* filter, void* list
     bracket.quitting();
     return rc = has_no_handler(task, no_start_list, db_id);
   }
-  if (!count || !index || !fits(list, list_size)) return rc = DBE_LIST_TOO_SMALL;
+  if (!count || !index || !take_area(&list, list_size)) return rc = DBE_LIST_TOO_SMALL;
   *count = 0;
   *index = 0;
   trace_handler(task, __func__, "start_list_fn", db_id);
@@ -194,7 +200,7 @@ int16_t db_init_list(void* task, uint32_t db_id, void* filter, void* list_state,
     bracket.quitting();
     return rc = has_no_handler(task, no_init_list, db_id);
   }
-  if (!fits(list_state, list_state_size)) return rc = DBE_LIST_TOO_SMALL;
+  if (!take_area(&list_state, list_state_size)) return rc = DBE_LIST_TOO_SMALL;
   trace_handler(task, __func__, "init_list_fn", db_id);
   return rc = handler(task, filter, list_state, list_state_size);
 }

@@ -74,7 +74,9 @@ int16_t db_trg_from_rr(void* task, const char* rgn_ren, void* buffer, uint16_t b
     return rc;
   }
   if (!rgn_ren) return rc = DBE_NOT_FOUND;
-  if (!buffer && buffer_len != 0) return rc = DBE_BAD_RECORD;
+  unsigned char nothing = 0;
+  if (!buffer && buffer_len == 0) buffer = &nothing;
+  if (!buffer) return rc = DBE_BAD_RECORD;
   TRG_CNTL_ENTRY* entry = nullptr;
   rc = targets::trg_from_rr(task, rgn_ren, &entry);
   if (rc != DBE_OK || !entry) {

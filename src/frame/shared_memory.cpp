@@ -66,6 +66,12 @@ std::int16_t cannot_allocate(void* task) {
   return DBE_INIT_FAILED;
 }
 
+// Whether the length fields were computed for the current generation.  There is always
+// room for change files, so a block that was never filled shows by that length.
+bool lengths_stand(const DBR_CNTL* cntl) {
+  return cntl->alloc_generation == cntl->shm_generation && cntl->dist_cat_len != 0;
+}
+
 // What stands under the name of the current generation.
 struct found_segment {
   char name[segment_name_len];
@@ -90,7 +96,7 @@ found_segment find_current(void* task, const DBR_CNTL* cntl) {
 bool does_not_fit(const DBR_CNTL* cntl, const found_segment& found, std::uint64_t wanted) {
   if (found.length == 0) return false;
   if (!found.base) return true;
-  if (found.finished) return cntl->alloc_generation != cntl->shm_generation || found.length < wanted;
+  if (found.finished) return !lengths_stand(cntl) || found.length < wanted;
   return found.length != wanted;
 }
 
@@ -99,7 +105,7 @@ std::int16_t map_current(void* task, DBR_TCB* tcb) {
   DBR_CNTL* cntl = tcb->cntl;
   for (unsigned tried = 0; tried < most_generations_tried; ++tried) {
     const found_segment found = find_current(task, cntl);
-    const bool sized = found.finished && cntl->alloc_generation == cntl->shm_generation;
+    const bool sized = found.finished && lengths_stand(cntl);
     if (!found.finished || sized) {
       cntl->finitialized = sized ? 1 : 0;
       const std::int16_t rc = run_steps(task, sizing_steps);
@@ -173,11 +179,11 @@ bool try_attach(void* task, DBR_TCB* tcb) {
   const found_segment found = find_current(task, cntl);
   if (!found.base) return false;
   const std::uint64_t wanted = memory::segment_length(tcb);
-  if (found.finished && cntl->alloc_generation == current && found.length >= wanted) {
+  if (found.finished && lengths_stand(cntl) && found.length >= wanted) {
     memory::lay_out(tcb, found.base);
     tcb->shm_generation = current;
     tcb->shm_length = wanted;
-    if (generation.load(std::memory_order_acquire) == current && cntl->alloc_generation == current) return true;
+    if (generation.load(std::memory_order_acquire) == current && lengths_stand(cntl)) return true;
     memory::forget_layout(tcb);
   }
   co_shm_letgo(task, found.base, found.name);

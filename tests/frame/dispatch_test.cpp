@@ -43,15 +43,27 @@ TEST_F(Dispatch, ACallWithoutAHandlerIsRefusedWithTheMessageOfTheCall) {
   unsigned del = 0, get = 0, next = 0, more = 0, put = 0, start = 0, init = 0;
   for (std::uint32_t db_id = 0; db_id < DB_TYPE_COUNT; ++db_id) {
     const record_type& row = type_row(db_id);
-    if (!row.del_fn && ++del) EXPECT_EQ(DBE_BAD_DB_ID, db_del(task, db_id, 3, keys)) << db_id;
-    if (!row.get_fn && ++get) EXPECT_EQ(DBE_BAD_DB_ID, db_get(task, db_id, 3, keys, buffer, 8)) << db_id;
-    if (!row.get_next_fn && ++next)
+    if (!row.del_fn && ++del) {
+      EXPECT_EQ(DBE_BAD_DB_ID, db_del(task, db_id, 3, keys)) << db_id;
+    }
+    if (!row.get_fn && ++get) {
+      EXPECT_EQ(DBE_BAD_DB_ID, db_get(task, db_id, 3, keys, buffer, 8)) << db_id;
+    }
+    if (!row.get_next_fn && ++next) {
       EXPECT_EQ(DBE_BAD_DB_ID, db_get_next(task, db_id, buffer, 1, &index, buffer, 8)) << db_id;
-    if (!row.get_more_fn && ++more) EXPECT_EQ(DBE_BAD_DB_ID, db_get_more(task, db_id, buffer, buffer, 8)) << db_id;
-    if (!row.put_fn && ++put) EXPECT_EQ(DBE_BAD_DB_ID, db_put(task, db_id, 3, keys, buffer, 8)) << db_id;
-    if (!row.start_list_fn && ++start)
+    }
+    if (!row.get_more_fn && ++more) {
+      EXPECT_EQ(DBE_BAD_DB_ID, db_get_more(task, db_id, buffer, buffer, 8)) << db_id;
+    }
+    if (!row.put_fn && ++put) {
+      EXPECT_EQ(DBE_BAD_DB_ID, db_put(task, db_id, 3, keys, buffer, 8)) << db_id;
+    }
+    if (!row.start_list_fn && ++start) {
       EXPECT_EQ(DBE_BAD_DB_ID, db_start_list(task, db_id, buffer, buffer, 8, &count, &index)) << db_id;
-    if (!row.init_list_fn && ++init) EXPECT_EQ(DBE_BAD_DB_ID, db_init_list(task, db_id, buffer, buffer, 8)) << db_id;
+    }
+    if (!row.init_list_fn && ++init) {
+      EXPECT_EQ(DBE_BAD_DB_ID, db_init_list(task, db_id, buffer, buffer, 8)) << db_id;
+    }
     EXPECT_FALSE(task.owns_files());
     EXPECT_FALSE(task.owns_memory());
   }

@@ -193,9 +193,9 @@ TEST_F(Generations, OldGenerationsDoNotPileUp) {
 }
 
 TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
-  client_task task("mover");
-  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  // Forked before there is a task: what a child inherits mapped stays mapped in it.
   child_process child([](parent_link& parent) {
+    parent.stop_here();
     void* own = co_init_task("other", nullptr, 0);
     if (get_target(own, "A") != DBE_OK) return 1;
     parent.stop_here();
@@ -204,6 +204,10 @@ TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
     coi_term_task(own, 0);
     return 0;
   });
+  ASSERT_EQ(1, child.next());
+  client_task task("mover");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  child.go_on();
   ASSERT_EQ(1, child.next());
   task.cntl()->fwrite_in_prog = 1;
   ASSERT_EQ(DBE_OK, put_target(task, "B"));

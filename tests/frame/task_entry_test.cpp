@@ -232,7 +232,7 @@ TEST_F(TaskEntry, TheTaskRegistersTheVersionOfTheLibrary) {
 
 class NeedsLocalTarget : public zvrtest::FrameTest {
  protected:
-  NeedsLocalTarget() : FrameTest(zvrdb::test::default_config({.workstation = "LOCAL", .kind = "SERVER"})) {}
+  NeedsLocalTarget() : FrameTest(zvrdb::test::default_config({.workstation = "LOCAL", .kind = "SERVER_WITH_COMMS"})) {}
   unsigned char* config(void* task) { return static_cast<unsigned char*>(co_croca(task, CO_AREA_CONFIG)); }
 };
 

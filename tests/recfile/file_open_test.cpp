@@ -74,7 +74,7 @@ TEST_F(FileOpen, EachFileBelongsToItsRecordTypesAndToNoOther) {
       EXPECT_EQ(&files.tcb()->files[expected[db_id]], entry) << db_id;
     }
   }
-  EXPECT_EQ(13u, zvrtest::logged(files.task(), 36366));
+  EXPECT_EQ(16u, zvrtest::logged(files.task(), 36366));
 }
 
 TEST_F(FileOpen, ASecondOpenGivesTheSameHandleAndClosesAreCounted) {
