@@ -4,7 +4,7 @@ add_library(zvr_compile_rules INTERFACE)
 target_compile_features(zvr_compile_rules INTERFACE cxx_std_20)
 target_compile_options(zvr_compile_rules INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wformat=2
-  -Wno-format-nonliteral -Wundef -Werror -fno-strict-aliasing)
+  -Wno-format-nonliteral -Wno-format-zero-length -Wundef -Werror -fno-strict-aliasing)
 if(ZVR_SANITIZE)
   target_compile_options(zvr_compile_rules INTERFACE
     -fsanitize=${ZVR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

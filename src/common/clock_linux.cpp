@@ -68,7 +68,8 @@ int16_t co_date_diff(void* handle, const co_date* a, const co_date* b) {
 uint16_t co_delay(void* handle, uint32_t milliseconds) {
   (void)handle;
   delayed.fetch_add(milliseconds);
-  const uint64_t scaled = static_cast<uint64_t>(milliseconds) * delay_numerator.load() / delay_denominator.load();
+  const uint64_t scaled =
+      static_cast<uint64_t>(milliseconds) * delay_numerator.load() / delay_denominator.load();
   if (scaled == 0) return CO_OK;
   timespec left{static_cast<time_t>(scaled / 1000), static_cast<long>(scaled % 1000) * 1000000};
   int result;
@@ -83,7 +84,9 @@ void co_test_delay_factor(uint32_t numerator, uint32_t denominator) {
   delay_denominator.store(denominator == 0 ? 1 : denominator);
 }
 
-uint64_t co_test_delayed(void) { return delayed.load(); }
+uint64_t co_test_delayed(void) {
+  return delayed.load();
+}
 
 void co_test_set_clock(const co_date* date, const co_time* time) {
   std::lock_guard<std::mutex> guard(clock_mutex);

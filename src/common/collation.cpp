@@ -15,7 +15,9 @@ namespace {
 
 constexpr int kCategories = LC_COLLATE_MASK | LC_CTYPE_MASK;
 
-bool is_plain(const char* name) { return strcmp(name, "C") == 0 || strcmp(name, "POSIX") == 0; }
+bool is_plain(const char* name) {
+  return strcmp(name, "C") == 0 || strcmp(name, "POSIX") == 0;
+}
 
 }  // namespace
 
@@ -26,7 +28,8 @@ void choose_collation(char* name, size_t size) {
     if (wanted != nullptr && *wanted != '\0') break;
   }
   // A path would name a file of the caller's own; a name too long cannot be kept.
-  const bool usable = wanted != nullptr && *wanted != '\0' && strchr(wanted, '/') == nullptr && strlen(wanted) < size;
+  const bool usable =
+      wanted != nullptr && *wanted != '\0' && strchr(wanted, '/') == nullptr && strlen(wanted) < size;
   if (usable && !is_plain(wanted)) {
     if (locale_t locale = newlocale(kCategories, wanted, nullptr)) {
       freelocale(locale);
@@ -46,7 +49,8 @@ bool open_collation(const char* name) {
   copy_text(checked, sizeof checked, name);
   here.locale = newlocale(kCategories, checked, nullptr);
   if (here.locale == nullptr)
-    return init_error("the installation sorts names by the locale %s, which this system does not have", checked);
+    return init_error("the installation sorts names by the locale %s, which this system does not have",
+                      checked);
   here.plain_order = false;
   const locale_t before = uselocale(here.locale);
   here.wide_text = MB_CUR_MAX > 1;

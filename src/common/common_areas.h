@@ -9,8 +9,6 @@ struct Installation;
 // A missing file leaves them zero; a faulty one is a reason not to start.
 bool fill_configuration_areas(const Installation& installation, int folder_fd);
 
-// Both under process().mutex.
-void release_areas();
-void forget_areas();
+void release_areas();  // under process().mutex
 
 }  // namespace zvrdb::common

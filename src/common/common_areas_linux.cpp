@@ -1,5 +1,3 @@
-#include "common/common_areas.h"
-
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -11,6 +9,7 @@
 #include <cstring>
 
 #include "common/bounded_text.h"
+#include "common/common_areas.h"
 #include "common/config_file.h"
 #include "common/held_descriptor.h"
 #include "common/init_error.h"
@@ -28,12 +27,9 @@ struct AreaRow {
 constexpr uint32_t kNameLength = 64;  // of the local target, the NUL not counted
 constexpr uint32_t kAccessKeysSize = 4 + 2432;
 constexpr AreaRow kAreas[] = {
-    {CO_AREA_CONFIG, CO_CONFIG_LENGTH},
-    {CO_AREA_LOCAL_TARGET, kNameLength + 1},
-    {CO_AREA_DBR_CNTL, CO_AREA_DBR_CNTL_SIZE},
-    {CO_AREA_TARGET_KEYS, kAccessKeysSize},
-    {CO_AREA_DEFAULT_KEYS, kAccessKeysSize},
-    {CO_AREA_FOCAL_POINTS, 8 + CO_FOCAL_CAPACITY * 80},
+    {CO_AREA_CONFIG, CO_CONFIG_LENGTH},        {CO_AREA_LOCAL_TARGET, kNameLength + 1},
+    {CO_AREA_DBR_CNTL, CO_AREA_DBR_CNTL_SIZE}, {CO_AREA_TARGET_KEYS, kAccessKeysSize},
+    {CO_AREA_DEFAULT_KEYS, kAccessKeysSize},   {CO_AREA_FOCAL_POINTS, 8 + CO_FOCAL_CAPACITY * 80},
     {CO_AREA_LEDGER, CO_AREA_LEDGER_SIZE},
 };
 constexpr uint32_t kAreaCount = sizeof kAreas / sizeof kAreas[0];
@@ -47,7 +43,8 @@ void* map_area(const Installation& installation, int folder_fd, const AreaRow& a
   struct stat status;
   if (file.fd < 0 || fstat(file.fd, &status) != 0) return nullptr;
   // Only ever grown, so two processes that come first at once do no harm.
-  if (status.st_size < static_cast<off_t>(area.capacity) && ftruncate(file.fd, area.capacity) != 0) return nullptr;
+  if (status.st_size < static_cast<off_t>(area.capacity) && ftruncate(file.fd, area.capacity) != 0)
+    return nullptr;
   void* address = mmap(nullptr, area.capacity, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd, 0);
   return address == MAP_FAILED ? nullptr : address;
 }
@@ -67,7 +64,8 @@ bool fill_configuration_areas(const Installation& installation, int folder_fd) {
     const AreaRow& area = *area_row(number);
     void* address = map_area(installation, folder_fd, area);
     if (address == nullptr)
-      return init_error("common area %u of %s cannot be made: %s", number, installation.folder, strerror(errno));
+      return init_error("common area %u of %s cannot be made: %s", number, installation.folder,
+                        strerror(errno));
     // Area 2 takes the workstation name, which leads the record and ends in a NUL.
     memcpy(address, record, number == CO_AREA_CONFIG ? CO_CONFIG_LENGTH : kNameLength);
     munmap(address, area.capacity);
@@ -78,10 +76,6 @@ bool fill_configuration_areas(const Installation& installation, int folder_fd) {
 void release_areas() {
   for (uint32_t i = 0; i < kAreaCount; ++i)
     if (void* address = mapped[i].exchange(nullptr)) munmap(address, kAreas[i].capacity);
-}
-
-void forget_areas() {
-  for (std::atomic<void*>& address : mapped) address.store(nullptr);
 }
 
 }  // namespace zvrdb::common

@@ -32,11 +32,12 @@ constexpr Word kConfigurations[] = {{"CLIENT", 0},
                                     {"REMOTE_ADMIN_SERVER", 4},
                                     {"REMOTE_ADMIN_BASE", 5},
                                     {nullptr, 0}};
-constexpr Word kMachines[] = {{"MK/6", 0},     {"MK/7", 2},    {"HP_UX", 3},      {"DOS", 4},       {"WINDOWS", 5},
-                              {"SUNOS", 6},    {"SOLARIS", 7}, {"MAC", 8},        {"NCR", 9},       {"NETWARE", 10},
-                              {"WINDOWS_NT", 11}, {"SCO", 12}, {"SINIX", 13},     {"MK/900", 14},   {"IRIX", 16},
-                              {"MK/8", 17},    {"WIN95", 18},  {"WIN98", 19},     {"WIN2K", 20},    {"WIN2K_ADV", 21},
-                              {"OS_UNKNOWN", 24}, {"Unknown", kUnknown}, {nullptr, 0}};
+constexpr Word kMachines[] = {
+    {"MK/6", 0},        {"MK/7", 2},           {"HP_UX", 3},  {"DOS", 4},     {"WINDOWS", 5},
+    {"SUNOS", 6},       {"SOLARIS", 7},        {"MAC", 8},    {"NCR", 9},     {"NETWARE", 10},
+    {"WINDOWS_NT", 11}, {"SCO", 12},           {"SINIX", 13}, {"MK/900", 14}, {"IRIX", 16},
+    {"MK/8", 17},       {"WIN95", 18},         {"WIN98", 19}, {"WIN2K", 20},  {"WIN2K_ADV", 21},
+    {"OS_UNKNOWN", 24}, {"Unknown", kUnknown}, {nullptr, 0}};
 constexpr Word kAuthorize[] = {{"ALL", 1}, {"NONE", 0}, {"Unknown", kUnknown}, {nullptr, 0}};
 constexpr Word kFlags[] = {{"YES", 1}, {"NO", 0}, {"Unknown", kUnknown}, {nullptr, 0}};
 constexpr Word kYesNo[] = {{"Y", 1}, {"N", 0}, {nullptr, 0}};
@@ -123,7 +124,9 @@ struct Fault {
   }
 };
 
-bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool is_space(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 // A line without its end and without white space there.
 struct Line {
@@ -139,9 +142,12 @@ Line trimmed(const char* text, size_t length) {
 void store_low_bytes(unsigned char* field, uint16_t length, uint32_t value) {
   const uint16_t narrow16 = static_cast<uint16_t>(value);
   const uint8_t narrow8 = static_cast<uint8_t>(value);
-  if (length == 4) memcpy(field, &value, 4);
-  else if (length == 2) memcpy(field, &narrow16, 2);
-  else memcpy(field, &narrow8, 1);
+  if (length == 4)
+    memcpy(field, &value, 4);
+  else if (length == 2)
+    memcpy(field, &narrow16, 2);
+  else
+    memcpy(field, &narrow8, 1);
 }
 
 bool store_text(const Row& row, Line value, unsigned char* field, Fault fault) {
@@ -176,7 +182,8 @@ bool store_word(const Row& row, Line value, unsigned char* field, Fault fault) {
     store_low_bytes(field, row.length, word->value);
     return true;
   }
-  return fault.tell("%s has no value %.*s", row.keyword, static_cast<int>(length < 64 ? length : 64), value.text);
+  return fault.tell("%s has no value %.*s", row.keyword, static_cast<int>(length < 64 ? length : 64),
+                    value.text);
 }
 
 uint32_t row_of(const char* keyword, size_t length) {
@@ -193,7 +200,8 @@ bool store_line(Line line, unsigned char* record, uint16_t* seen, Fault fault) {
   const size_t keyword_length = static_cast<size_t>(static_cast<const char*>(colon) - line.text);
   const uint32_t index = row_of(line.text, keyword_length);
   if (index == kRowCount)
-    return fault.tell("%.*s is no keyword", static_cast<int>(keyword_length < 64 ? keyword_length : 64), line.text);
+    return fault.tell("%.*s is no keyword", static_cast<int>(keyword_length < 64 ? keyword_length : 64),
+                      line.text);
   const Row& row = kRows[index];
   uint16_t occurrence = 0;
   if (row.most > 1) {

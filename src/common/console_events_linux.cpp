@@ -1,5 +1,3 @@
-#include "common/console_events.h"
-
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -8,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "common/console_events.h"
 #include "common/task_block.h"
 
 namespace zvrdb::common {
@@ -57,7 +56,8 @@ void on_event(int number, siginfo_t* info, void* context) {
     const uint32_t bit = 1u << index_of(number);
     events_pending.fetch_or(bit);
     // The last call may have ended between the two looks and seen nothing pending.
-    if (calls_inside.load() == 0 && (events_pending.fetch_and(~bit) & bit) != 0) pass_on(number, info, context);
+    if (calls_inside.load() == 0 && (events_pending.fetch_and(~bit) & bit) != 0)
+      pass_on(number, info, context);
   }
   errno = kept_errno;
 }
@@ -68,9 +68,10 @@ void install_guard() {
   if (!guard_state.compare_exchange_strong(expected, 1)) return;
   for (uint32_t i = 0; i < kEventCount; ++i) {
     if (sigaction(kEvents[i], nullptr, &program_action[i]) != 0) continue;
-    const bool ignored = (program_action[i].sa_flags & SA_SIGINFO) == 0 && program_action[i].sa_handler == SIG_IGN;
+    const bool ignored =
+        (program_action[i].sa_flags & SA_SIGINFO) == 0 && program_action[i].sa_handler == SIG_IGN;
     if (ignored) continue;
-    struct sigaction guard{};
+    struct sigaction guard {};
     guard.sa_sigaction = on_event;
     guard.sa_mask = program_action[i].sa_mask;
     guard.sa_flags = SA_SIGINFO | (program_action[i].sa_flags & (SA_RESTART | SA_ONSTACK));

@@ -21,7 +21,9 @@ constexpr size_t kStatusFilled = 14;  // callers may have no more
 constexpr size_t kStatusAttributesOffset = 13;
 constexpr unsigned char kPassedOver = 0x40;  // entries that listings skip
 
-bool good_path(const char* path) { return path != nullptr && *path != '\0' && strnlen(path, CO_PATH_MAX) < CO_PATH_MAX; }
+bool good_path(const char* path) {
+  return path != nullptr && *path != '\0' && strnlen(path, CO_PATH_MAX) < CO_PATH_MAX;
+}
 
 bool open_flags_of(uint32_t flags, int* out) {
   switch (flags) {
@@ -39,10 +41,13 @@ bool open_flags_of(uint32_t flags, int* out) {
 }
 
 uint16_t failure_of_path() {
-  return errno == ENOENT || errno == ENOTDIR ? static_cast<uint16_t>(CO_NOT_FOUND) : static_cast<uint16_t>(CO_IO_ERROR);
+  return errno == ENOENT || errno == ENOTDIR ? static_cast<uint16_t>(CO_NOT_FOUND)
+                                             : static_cast<uint16_t>(CO_IO_ERROR);
 }
 
-uint16_t result_of(int outcome) { return outcome == 0 ? static_cast<uint16_t>(CO_OK) : failure_of_path(); }
+uint16_t result_of(int outcome) {
+  return outcome == 0 ? static_cast<uint16_t>(CO_OK) : failure_of_path();
+}
 
 void fill_status(const char* path, const struct stat& file, void* out) {
   unsigned char block[CO_STATUS_BLOCK] = {};
@@ -85,7 +90,8 @@ uint16_t co_read(void* handle, uint32_t file, void* buffer, uint32_t* length) {
   const uint32_t wanted = *length;
   *length = 0;
   while (*length < wanted) {
-    const ssize_t got = read(static_cast<int>(file - 1), static_cast<char*>(buffer) + *length, wanted - *length);
+    const ssize_t got =
+        read(static_cast<int>(file - 1), static_cast<char*>(buffer) + *length, wanted - *length);
     if (got == 0) break;
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return CO_IO_ERROR;
@@ -161,7 +167,8 @@ uint16_t co_opendir(void* handle, const char* path, uint32_t* out, uint32_t one)
 }
 
 uint16_t co_readdir(void* handle, uint32_t* directory, char* name, uint32_t size) {
-  if (task_of(handle) == nullptr || directory == nullptr || name == nullptr || size == 0) return CO_BAD_ARGUMENT;
+  if (task_of(handle) == nullptr || directory == nullptr || name == nullptr || size == 0)
+    return CO_BAD_ARGUMENT;
   DIR* listing = kept_directory(*directory);
   if (listing == nullptr) return CO_BAD_ARGUMENT;
   errno = 0;

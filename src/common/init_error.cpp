@@ -10,7 +10,9 @@ namespace {
 thread_local char reason[512];
 }
 
-void clear_init_error() { reason[0] = '\0'; }
+void clear_init_error() {
+  reason[0] = '\0';
+}
 
 bool init_error(const char* format, ...) {
   va_list arguments;
@@ -20,8 +22,12 @@ bool init_error(const char* format, ...) {
   return false;
 }
 
-const char* init_error_text() { return reason; }
+const char* init_error_text() {
+  return reason;
+}
 
 }  // namespace zvrdb::common
 
-extern "C" const char* co_init_error(void) { return zvrdb::common::init_error_text(); }
+extern "C" const char* co_init_error(void) {
+  return zvrdb::common::init_error_text();
+}

@@ -1,5 +1,3 @@
-#include "common/log_files.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +8,7 @@
 #include <mutex>
 
 #include "common/bounded_text.h"
+#include "common/log_files.h"
 #include "common/process.h"
 
 namespace zvrdb::common {
@@ -23,7 +22,9 @@ struct OpenLog {
 OpenLog logs[2];  // under log_mutex
 std::mutex log_mutex;
 
-OpenLog& log_of(LogFile file) { return logs[file == LogFile::trace ? 0 : 1]; }
+OpenLog& log_of(LogFile file) {
+  return logs[file == LogFile::trace ? 0 : 1];
+}
 
 void name_log(LogFile file, OpenLog* log) {
   const Installation& installation = process().installation;
@@ -80,8 +81,8 @@ void stamp_now(char* out, size_t size) {
   co_date date;
   co_time time;
   co_date_time(nullptr, &date, &time);
-  snprintf(out, size, "%04u-%02u-%02u %02u:%02u:%02u.%02u", date.year, date.month, date.day, time.hour, time.minute,
-           time.second, time.hundredth);
+  snprintf(out, size, "%04u-%02u-%02u %02u:%02u:%02u.%02u", date.year, date.month, date.day, time.hour,
+           time.minute, time.second, time.hundredth);
 }
 
 void close_log_files() {
@@ -99,7 +100,11 @@ void forget_log_files() {
   }
 }
 
-void lock_log_files() { log_mutex.lock(); }
-void unlock_log_files() { log_mutex.unlock(); }
+void lock_log_files() {
+  log_mutex.lock();
+}
+void unlock_log_files() {
+  log_mutex.unlock();
+}
 
 }  // namespace zvrdb::common

@@ -54,7 +54,8 @@ void add_rows(char* text, MessageTable* table) {
 }
 
 char* read_standard_file() {
-  for (const char* path : {static_cast<const char*>(getenv("ZVR_MESSAGES")), ZVR_MESSAGES_INSTALLED, ZVR_MESSAGES_SOURCE}) {
+  for (const char* path :
+       {static_cast<const char*>(getenv("ZVR_MESSAGES")), ZVR_MESSAGES_INSTALLED, ZVR_MESSAGES_SOURCE}) {
     if (path == nullptr || *path == '\0') continue;
     if (char* text = read_small_file(path, kMaxFileSize)) return text;
   }
@@ -86,8 +87,8 @@ void free_messages(MessageTable* table) {
 const Message* find_message(const MessageTable& table, uint32_t number) {
   const Message* rows = table.rows;
   const Message* end = rows + table.count;
-  const Message* found =
-      std::lower_bound(rows, end, number, [](const Message& row, uint32_t wanted) { return row.number < wanted; });
+  const Message* found = std::lower_bound(
+      rows, end, number, [](const Message& row, uint32_t wanted) { return row.number < wanted; });
   return found != end && found->number == number ? found : nullptr;
 }
 

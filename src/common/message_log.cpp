@@ -103,8 +103,8 @@ void log_message(const char* task_name, uint32_t number, char severity, const ch
   char stamp[32];
   stamp_now(stamp, sizeof stamp);
   char line[kTextSize + 128];
-  const int length =
-      snprintf(line, sizeof line, "%s %d %s ZVR%05u%c %s\n", stamp, getpid(), task_name, number, severity, text);
+  const int length = snprintf(line, sizeof line, "%s %d %s ZVR%05u%c %s\n", stamp, getpid(), task_name,
+                              number, severity, text);
   if (length <= 0) return;
   append_line(LogFile::messages, line, strnlen(line, sizeof line - 1));
   send_to_syslog(severity, number, text);
@@ -124,7 +124,8 @@ void log_formatted(const Task& task, uint32_t number, const char* format, va_lis
 
 using namespace zvrdb::common;
 
-uint16_t co_log2(void* handle, uint32_t number, uint32_t zero1, uint32_t zero2, uint32_t zero3, const char* format, ...) {
+uint16_t co_log2(void* handle, uint32_t number, uint32_t zero1, uint32_t zero2, uint32_t zero3,
+                 const char* format, ...) {
   (void)zero1, (void)zero2, (void)zero3;
   const Task* task = task_of(handle);
   if (task == nullptr) return CO_BAD_ARGUMENT;
@@ -135,7 +136,8 @@ uint16_t co_log2(void* handle, uint32_t number, uint32_t zero1, uint32_t zero2, 
   return CO_OK;
 }
 
-uint16_t co_log2_notest(void* handle, uint32_t number, char* out, uint32_t zero1, uint32_t zero2, const char* format, ...) {
+uint16_t co_log2_notest(void* handle, uint32_t number, char* out, uint32_t zero1, uint32_t zero2,
+                        const char* format, ...) {
   (void)zero1, (void)zero2;
   const Task* task = task_of(handle);
   if (task == nullptr) return CO_BAD_ARGUMENT;
@@ -164,7 +166,9 @@ const char* co_message_text(void* handle, uint32_t number) {
   return message == nullptr ? nullptr : message->text;
 }
 
-const char* co_log_path(void* handle) { return task_of(handle) == nullptr ? nullptr : log_path(LogFile::messages); }
+const char* co_log_path(void* handle) {
+  return task_of(handle) == nullptr ? nullptr : log_path(LogFile::messages);
+}
 
 uint16_t co_init_log(uint32_t number, const char* format, ...) {
   if (format == nullptr) return CO_BAD_ARGUMENT;

@@ -90,7 +90,8 @@ uint8_t co_find_subtree(void* handle, const void* in) {
   for (uint32_t i = 0; i < kMaxTokens; ++i) {
     Token token;
     if (!token_of(name, i, &token)) break;
-    if (is_word(token, "REF") || is_word(token, "UPD") || is_word(token, "FIX")) return static_cast<uint8_t>(i);
+    if (is_word(token, "REF") || is_word(token, "UPD") || is_word(token, "FIX"))
+      return static_cast<uint8_t>(i);
   }
   return kNoToken;
 }
@@ -105,9 +106,10 @@ void co_bld_reqid(void* handle, const void* request_key, char* out) {
   uint16_t recursion;
   memcpy(&sequence, key + kSequenceOffset, sizeof sequence);
   memcpy(&recursion, key + kRecursionOffset, sizeof recursion);
-  snprintf(out, CO_REQUEST_TEXT, "%.*s.%.*s.%lu.%hu.%.*s", static_cast<int>(strnlen(key + kDomainOffset, kDomainWidth)),
-           key + kDomainOffset, static_cast<int>(strnlen(key, kUserWidth)), key, static_cast<unsigned long>(sequence),
-           recursion, static_cast<int>(strnlen(key + kFunctionOffset, kFunctionWidth)), key + kFunctionOffset);
+  snprintf(out, CO_REQUEST_TEXT, "%.*s.%.*s.%lu.%hu.%.*s",
+           static_cast<int>(strnlen(key + kDomainOffset, kDomainWidth)), key + kDomainOffset,
+           static_cast<int>(strnlen(key, kUserWidth)), key, static_cast<unsigned long>(sequence), recursion,
+           static_cast<int>(strnlen(key + kFunctionOffset, kFunctionWidth)), key + kFunctionOffset);
 }
 
 int co_mblen(void* handle, const char* position) {

@@ -1,15 +1,15 @@
-#include "common/open_lock.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "common/open_lock.h"
+
 namespace zvrdb::common {
 namespace {
 
 struct flock range_of(short type, off_t start, off_t length) {
-  struct flock range{};
+  struct flock range {};
   range.l_type = type;
   range.l_whence = SEEK_SET;
   range.l_start = start;

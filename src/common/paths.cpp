@@ -27,8 +27,10 @@ bool append_escaped(char* out, size_t size, const char* relative) {
     const char* escape = *c == CO_SEPARATOR ? "%2F" : *c == '%' ? "%25" : nullptr;
     const size_t more = escape == nullptr ? 1 : 3;
     if (length + more >= size) return false;
-    if (escape == nullptr) out[length] = *c;
-    else memcpy(out + length, escape, more);
+    if (escape == nullptr)
+      out[length] = *c;
+    else
+      memcpy(out + length, escape, more);
     length += more;
     out[length] = '\0';
   }
@@ -40,8 +42,10 @@ bool append_unescaped(char* out, size_t size, const char* name) {
   for (const char* c = name; *c != '\0'; ++c) {
     char plain = *c;
     if (plain == '%') {
-      if (strncmp(c, "%2F", 3) == 0) plain = CO_SEPARATOR;
-      else if (strncmp(c, "%25", 3) != 0) return false;
+      if (strncmp(c, "%2F", 3) == 0)
+        plain = CO_SEPARATOR;
+      else if (strncmp(c, "%25", 3) != 0)
+        return false;
       c += 2;
     }
     if (length + 1 >= size) return false;
@@ -55,7 +59,8 @@ bool append_unescaped(char* out, size_t size, const char* name) {
 bool stays_inside(const char* relative) {
   while (*relative != '\0') {
     const size_t step = strcspn(relative, "/");
-    if (step == 0 || (step == 1 && relative[0] == '.') || (step == 2 && relative[0] == '.' && relative[1] == '.'))
+    if (step == 0 || (step == 1 && relative[0] == '.') ||
+        (step == 2 && relative[0] == '.' && relative[1] == '.'))
       return false;
     relative += step;
     if (*relative == CO_SEPARATOR && *++relative == '\0') return false;
@@ -92,13 +97,15 @@ uint16_t co_build_objname(void* handle, char* directory, const char* name, char*
 
 uint16_t co_db_get_tmpnam(const char* target, char* temporary, uint16_t sem_index, uint16_t exists) {
   const char* base = base_directory();
-  if (target == nullptr || temporary == nullptr || base == nullptr || sem_index > kMaxClass) return CO_BAD_ARGUMENT;
+  if (target == nullptr || temporary == nullptr || base == nullptr || sem_index > kMaxClass)
+    return CO_BAD_ARGUMENT;
   const size_t base_length = strlen(base);
   if (strncmp(target, base, base_length) != 0 || target[base_length] != CO_SEPARATOR) return CO_BAD_ARGUMENT;
   const char* relative = target + base_length + 1;
   if (*relative == '\0' || !stays_inside(relative)) return CO_BAD_ARGUMENT;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s%st%u%c_", base, kTemporaryDirectory, +sem_index, exists != 0 ? 'e' : 'n');
+  snprintf(path, sizeof path, "%.190s%st%u%c_", base, kTemporaryDirectory, +sem_index,
+           exists != 0 ? 'e' : 'n');
   if (!append_escaped(path, sizeof path, relative)) return CO_BAD_ARGUMENT;
   copy_text(temporary, CO_PATH_MAX, path);
   return CO_OK;
@@ -106,9 +113,11 @@ uint16_t co_db_get_tmpnam(const char* target, char* temporary, uint16_t sem_inde
 
 int co_db_get_name(char* target, const char* entry, uint16_t sem_index, uint16_t* existed) {
   const char* base = base_directory();
-  if (target == nullptr || entry == nullptr || existed == nullptr || base == nullptr || sem_index > kMaxClass) return 0;
-  if (strnlen(entry, kHeadLength + 1) <= kHeadLength || entry[0] != 't' || entry[1] != static_cast<char>('0' + sem_index) ||
-      (entry[2] != 'e' && entry[2] != 'n') || entry[3] != '_')
+  if (target == nullptr || entry == nullptr || existed == nullptr || base == nullptr || sem_index > kMaxClass)
+    return 0;
+  if (strnlen(entry, kHeadLength + 1) <= kHeadLength || entry[0] != 't' ||
+      entry[1] != static_cast<char>('0' + sem_index) || (entry[2] != 'e' && entry[2] != 'n') ||
+      entry[3] != '_')
     return 0;
   char path[CO_PATH_MAX];
   copy_text(path, sizeof path, base);

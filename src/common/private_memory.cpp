@@ -42,8 +42,10 @@ void* allocate_private(Task* task, uint32_t size) {
 void free_private(Task* task, void* address) {
   MemoryBlock* block = static_cast<MemoryBlock*>(address) - 1;
   if (block->owner != task) return;
-  if (block->previous != nullptr) block->previous->next = block->next;
-  else task->blocks = block->next;
+  if (block->previous != nullptr)
+    block->previous->next = block->next;
+  else
+    task->blocks = block->next;
   if (block->next != nullptr) block->next->previous = block->previous;
   free(block);
 }
@@ -74,4 +76,6 @@ void co_free_int(void* handle, void* address, const char* caller) {
   if (!drop_segment_reference(task, address)) free_private(task, address);
 }
 
-void co_test_fail_malloc(int32_t n) { allocations_until_failure.store(n < 0 ? -1 : n); }
+void co_test_fail_malloc(int32_t n) {
+  allocations_until_failure.store(n < 0 ? -1 : n);
+}

@@ -52,5 +52,4 @@ Process& process();
 bool attach();
 void detach();
 
-
 }  // namespace zvrdb::common

@@ -40,15 +40,17 @@ void after_fork_in_parent() {
   process().mutex.unlock();
 }
 
-// The child is no task of the installation.  It closes its copies of descriptors,
-// which unlocks nothing of the parent's, and keeps mappings readable for whoever
-// still holds an address; it never runs exit functions of the parent's tasks.
+// The child is no task of the installation.  It drops its copies of descriptors
+// and its mappings, which unlocks nothing of the parent's; it never runs exit
+// functions of the parent's tasks.
 void after_fork_in_child() {
   Process& here = process();
   here.epoch.fetch_add(1);
   for (Task* task = here.first_task; task != nullptr; task = task->next) close_if_open(&task->registry_fd);
   here.first_task = nullptr;
   here.task_count = 0;
+  trace_by_private_word();
+  if (here.control != nullptr) munmap(here.control, sizeof(SharedControl));
   here.control = nullptr;
   close_if_open(&here.folder_fd);
   close_if_open(&here.query_fd);
@@ -57,10 +59,9 @@ void after_fork_in_child() {
   here.wide_text = false;
   here.messages = MessageTable{};
   forget_segments_of_parent();
-  forget_areas();
+  release_areas();
   forget_log_files();
   forget_held_events();
-  trace_by_private_word();
   unlock_log_files();
   here.mutex.unlock();
 }

@@ -19,6 +19,7 @@ bool drop_segment_reference(Task* task, void* address);
 // The next three are called under process().mutex.
 void release_segments_of(Task* task);
 void release_all_segments();
+// In a forked child.
 void forget_segments_of_parent();
 
 }  // namespace zvrdb::common

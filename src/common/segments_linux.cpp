@@ -1,5 +1,3 @@
-#include "common/segments.h"
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -14,6 +12,7 @@
 #include "common/bounded_text.h"
 #include "common/held_descriptor.h"
 #include "common/open_lock.h"
+#include "common/segments.h"
 #include "common/shared_folder.h"
 #include "common/task_block.h"
 
@@ -41,7 +40,8 @@ bool good_name(const char* name) {
   if (length == 0 || length == kSegmentNameSize) return false;
   for (size_t i = 0; i < length; ++i) {
     const char c = name[i];
-    if (!((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_')) return false;
+    if (!((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_'))
+      return false;
   }
   return true;
 }
@@ -111,11 +111,13 @@ Found make_segment(const Task& task, const char* name, uint64_t size, MappedSegm
   snprintf(unfinished, sizeof unfinished, "%s%u-%u", kUnfinishedPrefix, task.place, task.incarnation);
   file_name_of(name, file_name);
   unlinkat(here.folder_fd, unfinished, 0);
-  HeldDescriptor file(open_shared_file(here.installation, here.folder_fd, unfinished, O_RDWR | O_CREAT | O_EXCL));
+  HeldDescriptor file(
+      open_shared_file(here.installation, here.folder_fd, unfinished, O_RDWR | O_CREAT | O_EXCL));
   if (file.fd < 0) return Found::failed;
   Found result = Found::failed;
   // Allocated, not sparse: a full memory file system must refuse here, not kill later.
-  if (lock_range(file.fd, F_RDLCK, 0, 1, false) && posix_fallocate(file.fd, 0, static_cast<off_t>(size)) == 0) {
+  if (lock_range(file.fd, F_RDLCK, 0, 1, false) &&
+      posix_fallocate(file.fd, 0, static_cast<off_t>(size)) == 0) {
     if (linkat(here.folder_fd, unfinished, here.folder_fd, file_name, 0) == 0) {
       *out = map_segment(&file, name, size);
       if (*out != nullptr) result = Found::mapped;
@@ -179,9 +181,8 @@ void release_all_segments() {
 
 void forget_segments_of_parent() {
   for (MappedSegment& segment : table) {
-    if (segment.address == nullptr) continue;
-    close(segment.fd);
-    segment = MappedSegment{};
+    // A mapping alone would keep the parent's lock on the file alive.
+    if (segment.address != nullptr) unmap(&segment);
   }
 }
 
@@ -206,7 +207,8 @@ uint64_t co_shmlen(void* handle, const char* name) {
   char file_name[kFileNameSize];
   file_name_of(name, file_name);
   struct stat status;
-  if (fstatat(process().folder_fd, file_name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode)) return 0;
+  if (fstatat(process().folder_fd, file_name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode))
+    return 0;
   return static_cast<uint64_t>(status.st_size);
 }
 

@@ -1,11 +1,10 @@
-#include "common/semaphores.h"
-
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "common/bounded_text.h"
+#include "common/semaphores.h"
 #include "common/shared_folder.h"
 #include "common/task_block.h"
 
@@ -135,7 +134,8 @@ void co_mark_sema4(void* handle, uint32_t semaphore_handle, uint32_t mark) {
 uint32_t co_sema4_death(void* handle, uint32_t semaphore_handle) {
   const Task* task = task_of(handle);
   SharedSemaphore* semaphore = semaphore_of(semaphore_handle);
-  if (task == nullptr || semaphore == nullptr || !owns(*task, *semaphore) || semaphore->death_asked != 0) return 0;
+  if (task == nullptr || semaphore == nullptr || !owns(*task, *semaphore) || semaphore->death_asked != 0)
+    return 0;
   semaphore->death_asked = semaphore->death != 0 ? 1 : 0;
   return semaphore->death;
 }

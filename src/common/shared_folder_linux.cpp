@@ -1,5 +1,3 @@
-#include "common/shared_folder.h"
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -16,6 +14,7 @@
 #include "common/held_descriptor.h"
 #include "common/init_error.h"
 #include "common/open_lock.h"
+#include "common/shared_folder.h"
 #include "common/task_block.h"
 #include "common/task_registry.h"
 
@@ -95,7 +94,9 @@ bool someone_lives(const Installation& installation, int folder_fd) {
 SharedControl* map_present_control(const Installation& installation, int folder_fd, bool* unusable) {
   HeldDescriptor file(open_shared_file(installation, folder_fd, kControlName, O_RDWR));
   if (file.fd < 0) {
-    if (errno != ENOENT) *unusable = !init_error("%s/%s is not a usable file: %s", installation.folder, kControlName, strerror(errno));
+    if (errno != ENOENT)
+      *unusable =
+          !init_error("%s/%s is not a usable file: %s", installation.folder, kControlName, strerror(errno));
     return nullptr;
   }
   struct stat status;
@@ -111,7 +112,8 @@ SharedControl* map_present_control(const Installation& installation, int folder_
     *unusable = !init_error("%s/%s cannot be mapped: %s", installation.folder, kControlName, strerror(errno));
     return nullptr;
   }
-  if (*unusable) init_error("the shared state %s is in use by another version of the library", installation.folder);
+  if (*unusable)
+    init_error("the shared state %s is in use by another version of the library", installation.folder);
   return nullptr;
 }
 
@@ -146,15 +148,18 @@ SharedControl* make_control(const Installation& installation, int folder_fd) {
 bool describe_installation(const char* base, Installation* out) {
   *out = Installation{};
   if (base == nullptr || *base == '\0') base = getenv("ORVO_PATH");
-  if (base == nullptr || *base == '\0') return init_error("no installation: the environment variable ORVO_PATH is not set");
+  if (base == nullptr || *base == '\0')
+    return init_error("no installation: the environment variable ORVO_PATH is not set");
   char* resolved = *base == '/' ? strdup(base) : realpath(base, nullptr);
-  if (resolved == nullptr) return init_error("the base directory %s cannot be found: %s", base, strerror(errno));
+  if (resolved == nullptr)
+    return init_error("the base directory %s cannot be found: %s", base, strerror(errno));
   size_t length = strlen(resolved);
   while (length > 1 && resolved[length - 1] == '/') resolved[--length] = '\0';
   const bool fits = length < sizeof out->base - 64;  // room for the names below it
   if (fits) copy_text(out->base, sizeof out->base, resolved);
   free(resolved);
-  if (!fits) return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 65);
+  if (!fits)
+    return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 65);
 
   HeldDescriptor directory(open(out->base, O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct statx status;
@@ -188,7 +193,8 @@ int open_shared_folder(const Installation& installation, bool make) {
   HeldDescriptor folder(open(installation.folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder.fd < 0) {
     const int reason = errno;
-    if (make || reason != ENOENT) init_error("%s is not a usable directory: %s", installation.folder, strerror(reason));
+    if (make || reason != ENOENT)
+      init_error("%s is not a usable directory: %s", installation.folder, strerror(reason));
     errno = reason;
     return -1;
   }
@@ -234,7 +240,8 @@ int open_shared_file(const Installation& installation, int folder_fd, const char
   struct stat status;
   if (fstat(file.fd, &status) != 0) return -1;
   if ((flags & O_CREAT) != 0 && status.st_uid == geteuid() &&
-      (fchmod(file.fd, kFileMode) != 0 || !give_to_owner(installation, file.fd) || fstat(file.fd, &status) != 0))
+      (fchmod(file.fd, kFileMode) != 0 || !give_to_owner(installation, file.fd) ||
+       fstat(file.fd, &status) != 0))
     return -1;
   if (!S_ISREG(status.st_mode) || !owner_fits(installation, status)) {
     errno = EPERM;

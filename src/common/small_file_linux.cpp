@@ -1,5 +1,3 @@
-#include "common/small_file.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +6,7 @@
 #include <cstdlib>
 
 #include "common/held_descriptor.h"
+#include "common/small_file.h"
 
 namespace zvrdb::common {
 

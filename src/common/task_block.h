@@ -46,6 +46,8 @@ inline Task* task_of(void* handle) {
   return task->epoch == process().epoch.load(std::memory_order_relaxed) ? task : nullptr;
 }
 
-inline uint64_t identity_of(const Task& task) { return task_identity(task.place, task.incarnation); }
+inline uint64_t identity_of(const Task& task) {
+  return task_identity(task.place, task.incarnation);
+}
 
 }  // namespace zvrdb::common

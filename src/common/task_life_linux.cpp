@@ -33,7 +33,8 @@ bool enter_installation(Task* task) {
       return entered;
     }
     if (!gone) return false;
-    if (here.task_count != 0) return init_error("the shared state %s was removed under living tasks", here.installation.folder);
+    if (here.task_count != 0)
+      return init_error("the shared state %s was removed under living tasks", here.installation.folder);
     detach();
   }
 }
@@ -44,8 +45,8 @@ bool same_installation() {
   Installation wanted;
   if (!describe_installation(nullptr, &wanted)) return false;
   if (strcmp(wanted.folder, here.installation.folder) == 0) return true;
-  return init_error("this process has tasks of the installation %s and can have none of %s", here.installation.base,
-                    wanted.base);
+  return init_error("this process has tasks of the installation %s and can have none of %s",
+                    here.installation.base, wanted.base);
 }
 
 void run_exit_functions(Task* task, uint32_t reason) {

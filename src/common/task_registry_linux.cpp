@@ -1,5 +1,3 @@
-#include "common/task_registry.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,6 +9,7 @@
 #include "common/open_lock.h"
 #include "common/shared_folder.h"
 #include "common/task_block.h"
+#include "common/task_registry.h"
 
 namespace zvrdb::common {
 
@@ -28,7 +27,8 @@ void describe_place(const SharedControl* control, uint32_t place, co_task_info* 
 
 bool take_place(const Installation& installation, int folder_fd, SharedControl* control, Task* task) {
   const int fd = open_shared_file(installation, folder_fd, kRegistryName, O_RDWR | O_CREAT);
-  if (fd < 0) return init_error("%s/%s cannot be opened: %s", installation.folder, kRegistryName, strerror(errno));
+  if (fd < 0)
+    return init_error("%s/%s cannot be opened: %s", installation.folder, kRegistryName, strerror(errno));
   for (uint32_t place = 0; place < CO_MAX_TASKS; ++place) {
     if (place_locked(fd, place)) continue;
     SharedTask& entry = control->tasks[place];

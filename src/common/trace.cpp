@@ -34,7 +34,9 @@ bool word_of_environment(uint32_t* word) {
 
 }  // namespace
 
-void trace_by_private_word() { co_trace_word = &no_trace; }
+void trace_by_private_word() {
+  co_trace_word = &no_trace;
+}
 
 void trace_by_environment_or_shared_word() {
   if (word_of_environment(&environment_word)) {
@@ -52,14 +54,15 @@ using namespace zvrdb::common;
 
 const volatile uint32_t* co_trace_word = &no_trace;
 
-void co_trc2(void* handle, uint32_t level, uint32_t component, const char* function, const char* format, ...) {
+void co_trc2(void* handle, uint32_t level, uint32_t component, const char* function, const char* format,
+             ...) {
   const Task* task = task_of(handle);
   if (task == nullptr || format == nullptr) return;
   char stamp[32];
   stamp_now(stamp, sizeof stamp);
   char line[kLineSize];
-  const int head = snprintf(line, sizeof line, "%s %d %s %u/%u %s: ", stamp, getpid(), task->name, level, component,
-                            function == nullptr ? "" : function);
+  const int head = snprintf(line, sizeof line, "%s %d %s %u/%u %s: ", stamp, getpid(), task->name, level,
+                            component, function == nullptr ? "" : function);
   if (head < 0) return;
   size_t length = static_cast<size_t>(head) < sizeof line - 1 ? static_cast<size_t>(head) : sizeof line - 2;
   va_list arguments;

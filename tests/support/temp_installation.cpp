@@ -19,7 +19,8 @@ std::string shared_folder_of(const std::string& base) {
   char name[64];
   const unsigned long long device =
       (static_cast<unsigned long long>(major(status.st_dev)) << 20) | minor(status.st_dev);
-  snprintf(name, sizeof name, "/dev/shm/zvr-%llx-%llx", device, static_cast<unsigned long long>(status.st_ino));
+  snprintf(name, sizeof name, "/dev/shm/zvr-%llx-%llx", device,
+           static_cast<unsigned long long>(status.st_ino));
   return name;
 }
 

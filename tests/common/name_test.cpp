@@ -1,0 +1,178 @@
+// Structured names, request identifiers, characters, collation.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "common/agent.h"
+#include "support/temp_installation.h"
+#include "zvrco/zvrco.h"
+
+namespace {
+
+using zvrdb::test::Agent;
+using zvrdb::test::TempInstallation;
+
+using Name = std::array<unsigned char, 76>;
+
+Name name_of(const std::vector<std::string>& tokens) {
+  Name name;
+  name.fill(0);
+  for (size_t i = 0; i < 11; ++i) name[i] = 255;
+  size_t offset = 0;
+  for (size_t i = 0; i < tokens.size(); ++i) {
+    name[i] = static_cast<unsigned char>(offset);
+    memcpy(name.data() + 11 + offset, tokens[i].c_str(), tokens[i].size() + 1);
+    offset += tokens[i].size() + 1;
+  }
+  return name;
+}
+
+std::string dotted(const Name& name) {
+  char out[CO_DOTTED_NAME + 1];
+  out[CO_DOTTED_NAME] = 0x55;
+  co_glob_to_dot(nullptr, out, name.data());
+  EXPECT_EQ(out[CO_DOTTED_NAME], 0x55);
+  EXPECT_LT(strnlen(out, CO_DOTTED_NAME), CO_DOTTED_NAME);
+  return out;
+}
+
+TEST(Names, TokensAreJoinedByDots) {
+  EXPECT_EQ(dotted(name_of({"PROD", "REF", "1"})), "PROD.REF.1");
+  EXPECT_EQ(dotted(name_of({"A"})), "A");
+  EXPECT_EQ(dotted(name_of({})), "");
+  EXPECT_EQ(dotted(name_of({"A", "", "B"})), "A..B");
+  EXPECT_EQ(dotted(name_of({"V1.2", "x"})), "V1\\.2.x");
+  EXPECT_EQ(dotted(name_of({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"})),
+            "1.2.3.4.5.6.7.8.9.10.11");
+}
+
+TEST(Names, TheLongestNamesFit) {
+  EXPECT_EQ(dotted(name_of({std::string(64, '.')})).size(), 128u);
+  Name unterminated;
+  unterminated.fill('.');
+  unterminated[0] = 0;
+  unterminated[1] = 255;
+  EXPECT_EQ(dotted(unterminated).size(), 130u);
+}
+
+TEST(Names, DamagedNamesStayInTheirBuffers) {
+  std::mt19937 random(20261121);
+  for (int round = 0; round < 20000; ++round) {
+    Name name;
+    for (unsigned char& byte : name)
+      byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 66);
+    dotted(name);
+    const uint8_t token = co_find_subtree(nullptr, name.data());
+    EXPECT_TRUE(token == 255 || token < 11);
+  }
+}
+
+TEST(Names, TheSubtreeIsTheFirstTokenOfItsKind) {
+  EXPECT_EQ(co_find_subtree(nullptr, name_of({"A", "REF", "UPD"}).data()), 1);
+  EXPECT_EQ(co_find_subtree(nullptr, name_of({"UPD"}).data()), 0);
+  EXPECT_EQ(co_find_subtree(nullptr, name_of({"A", "B", "FIX", "9"}).data()), 2);
+  EXPECT_EQ(co_find_subtree(nullptr, name_of({"A", "REFX", "ref", "RE"}).data()), 255);
+  EXPECT_EQ(co_find_subtree(nullptr, name_of({}).data()), 255);
+  EXPECT_EQ(co_find_subtree(nullptr, nullptr), 255);
+  Name cut = name_of({"A"});
+  cut[0] = 62;
+  memcpy(cut.data() + 11 + 62, "REF", 3);  // ends with the name, no NUL
+  EXPECT_EQ(co_find_subtree(nullptr, cut.data()), 0);
+}
+
+TEST(Names, ARequestIdentifierIsDomainUserNumbersFunction) {
+  char key[104] = {};
+  memcpy(key, "USER", 4);
+  memcpy(key + 16, "SERVER1", 7);
+  const uint32_t sequence = 4000000000u;
+  const uint16_t recursion = 65535;
+  memcpy(key + 80, &sequence, 4);
+  memcpy(key + 84, &recursion, 2);
+  memcpy(key + 88, "INSTALL", 7);
+  char out[CO_REQUEST_TEXT];
+  co_bld_reqid(nullptr, key, out);
+  EXPECT_STREQ(out, "SERVER1.USER.4000000000.65535.INSTALL");
+  memset(key, 'x', 80);
+  memset(key + 88, 'y', 16);
+  co_bld_reqid(nullptr, key, out);
+  EXPECT_EQ(strlen(out), 64u + 1 + 16 + 1 + 10 + 1 + 5 + 1 + 16);
+}
+
+TEST(Names, BlanksAtTheEndAreStripped) {
+  char text[] = "  a b \t\r\n";
+  co_strip_trailing_blanks(nullptr, text);
+  EXPECT_STREQ(text, "  a b");
+  char blanks[] = "   ";
+  co_strip_trailing_blanks(nullptr, blanks);
+  EXPECT_STREQ(blanks, "");
+}
+
+TEST(Names, StepsGoByCharactersOfTheInstallation) {
+  setenv("LC_ALL", "C.UTF-8", 1);
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  unsetenv("LC_ALL");
+  ASSERT_NE(task, nullptr);
+  EXPECT_STREQ(co_collation_name(task), "C.UTF-8");
+  const char* text = "a\xC3\xA4z";
+  EXPECT_EQ(co_mblen(task, text), 1);
+  EXPECT_EQ(co_mblen(task, text + 1), 2);
+  EXPECT_EQ(co_next_char(task, text + 1), text + 3);
+  EXPECT_EQ(co_prev_char(task, text, text + 3), text + 1);
+  EXPECT_EQ(co_prev_char(task, text, text + 1), text);
+  EXPECT_EQ(co_prev_char(task, text, text), text);
+  EXPECT_EQ(co_mblen(task, ""), 0);
+  EXPECT_EQ(co_next_char(task, text + 4), text + 4);
+  const char* cut = "\xC3";  // the first half of a character
+  EXPECT_EQ(co_mblen(task, cut), 1);
+  coi_term_task(task, 0);
+}
+
+TEST(Collation, IsFixedWhenTheSharedStateIsMade) {
+  setenv("LC_ALL", "C.UTF-8", 1);
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  setenv("LC_ALL", "C", 1);
+  Agent agent([](Agent&) {
+    void* own = co_init_task("other", nullptr, 1);
+    return strcmp(co_collation_name(own), "C.UTF-8") == 0 && co_mblen(own, "\xC3\xA4") == 2 ? 0 : 1;
+  });
+  EXPECT_EQ(agent.result(), 0);
+  unsetenv("LC_ALL");
+  coi_term_task(task, 0);
+}
+
+TEST(Collation, WhatIsNotAvailableIsC) {
+  for (const char* name : {"xx_YY.nowhere", "C", "POSIX", "", "/tmp/evil",
+                           "a_name_of_a_locale_that_is_much_longer_than_what_the_shared_state_can_keep"}) {
+    setenv("LC_ALL", name, 1);
+    unsetenv("LC_COLLATE");
+    unsetenv("LANG");
+    TempInstallation installation;
+    void* task = co_init_task("t", nullptr, 1);
+    ASSERT_NE(task, nullptr);
+    EXPECT_STREQ(co_collation_name(task), "C") << name;
+    EXPECT_LT(co_collate(task, "B", "a"), 0);
+    EXPECT_EQ(co_collate(task, "a", "a"), 0);
+    EXPECT_GT(co_collate(task, "\xC3\xA4", "z"), 0);
+    coi_term_task(task, 0);
+  }
+  unsetenv("LC_ALL");
+}
+
+TEST(Collation, AnOrderThatThisSystemDoesNotHaveIsRefused) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  strcpy(const_cast<char*>(co_collation_name(task)), "xx_YY.nowhere");
+  coi_term_task(task, 0);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("xx_YY.nowhere"), std::string::npos);
+}
+
+}  // namespace

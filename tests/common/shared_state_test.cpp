@@ -1,0 +1,321 @@
+// Set-up, guarding and dropping of an installation's shared state.
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "common/agent.h"
+#include "support/temp_installation.h"
+#include "zvrco/zvrco.h"
+
+namespace {
+
+using zvrdb::test::Agent;
+using zvrdb::test::ConfigChoices;
+using zvrdb::test::default_config;
+using zvrdb::test::TempInstallation;
+namespace fs = std::filesystem;
+
+// 0 when the state is whole and usable for a new task.
+int use_state() {
+  void* task = co_init_task("user", nullptr, 1);
+  if (task == nullptr) return 1;
+  uint32_t semaphore = 0;
+  if (co_open_sema4(task, "DBR_MEM", &semaphore, 0, 1) != CO_OK) return 2;
+  if (co_req_sema4(task, semaphore, 0) != CO_OK) return 3;
+  const char* target = static_cast<const char*>(co_croca(task, CO_AREA_LOCAL_TARGET));
+  if (target == nullptr || strcmp(target, "LOCAL") != 0) return 4;
+  uint32_t* counter = static_cast<uint32_t*>(co_croca(task, CO_AREA_DBR_CNTL));
+  if (counter == nullptr) return 5;
+  ++counter[0];
+  coi_term_task(task, 0);
+  return 0;
+}
+
+TEST(SharedState, BelongsToTheOwnerAlone) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  ASSERT_EQ(installation.shared_folder(), co_shared_folder(task));
+  struct stat status {};
+  ASSERT_EQ(stat(installation.shared_folder().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0700u);  // the base directory is its owner's alone
+  co_croca(task, 3);
+  co_malloc(task, 100, CO_MEM_SHARED, "SEG");
+  for (const fs::directory_entry& entry : fs::directory_iterator(installation.shared_folder())) {
+    ASSERT_EQ(stat(entry.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0660u) << entry.path();
+  }
+  coi_term_task(task, 0);
+}
+
+TEST(SharedState, IsSharedWithTheGroupThatMayWriteTheBase) {
+  TempInstallation installation;
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  struct stat status {};
+  ASSERT_EQ(stat(installation.shared_folder().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0770u);
+  coi_term_task(task, 0);
+}
+
+TEST(SharedState, AFolderOfAnotherOwnerIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a folder away";
+  TempInstallation installation;
+  ASSERT_EQ(mkdir(installation.shared_folder().c_str(), 0770), 0);
+  ASSERT_EQ(chown(installation.shared_folder().c_str(), 65534, 65534), 0);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("refused"), std::string::npos) << co_init_error();
+  uint32_t count = 0;
+  EXPECT_EQ(co_reset(nullptr, nullptr, 0, &count), CO_FAILURE);
+}
+
+TEST(SharedState, AFolderOpenToOthersIsRefused) {
+  TempInstallation installation;
+  ASSERT_EQ(mkdir(installation.shared_folder().c_str(), 0700), 0);
+  ASSERT_EQ(chmod(installation.shared_folder().c_str(), 0777), 0);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+}
+
+TEST(SharedState, ALinkOrAFileInItsPlaceIsRefused) {
+  TempInstallation installation;
+  const fs::path elsewhere = installation.path("elsewhere");
+  fs::create_directory(elsewhere);
+  fs::create_directory_symlink(elsewhere, installation.shared_folder());
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+  fs::remove(installation.shared_folder());
+  std::ofstream(installation.shared_folder()) << "x";
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+}
+
+TEST(SharedState, ALinkInTheFolderIsNotFollowed) {
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  installation.write("victim", "precious");
+  fs::create_symlink(installation.path("victim"), installation.shared_folder() + "/area-40");
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  EXPECT_EQ(co_croca(task, CO_AREA_LEDGER), nullptr);
+  EXPECT_EQ(installation.read("victim"), "precious");
+  coi_term_task(task, 0);
+}
+
+TEST(SharedState, EightProcessesMaySetItUpAtOnce) {
+  for (int round = 0; round < 10; ++round) {
+    TempInstallation installation;
+    {
+      std::vector<std::unique_ptr<Agent>> agents;
+      for (int i = 0; i < 8; ++i)
+        agents.push_back(std::make_unique<Agent>([](Agent& self) {
+          self.hear();
+          return use_state();
+        }));
+      for (auto& agent : agents) agent->tell(1);
+      for (auto& agent : agents) EXPECT_EQ(agent->result(), 0);
+    }
+    void* task = co_init_task("t", nullptr, 1);
+    ASSERT_NE(task, nullptr);
+    EXPECT_EQ(static_cast<uint32_t*>(co_croca(task, CO_AREA_DBR_CNTL))[0], 8u);
+    coi_term_task(task, 0);
+  }
+}
+
+// Runs body in a child that is killed before its system call number `calls`; true
+// when the child came to its end before that.
+bool run_and_kill_after(int calls, int (*body)()) {
+  const pid_t child = fork();
+  if (child == 0) {
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(99);
+    raise(SIGSTOP);
+    _exit(body());
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  for (int stop = 0; stop < 2 * calls; ++stop) {
+    if (!WIFSTOPPED(status)) break;
+    ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    waitpid(child, &status, 0);
+  }
+  if (WIFEXITED(status)) {
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    return true;
+  }
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  return false;
+}
+
+TEST(SharedState, SetUpMayBeKilledBeforeAnySystemCall) {
+  bool finished = false;
+  int calls = 0;
+  while (!finished) {
+    ASSERT_LT(++calls, 2000);
+    TempInstallation installation;
+    finished = run_and_kill_after(calls, use_state);
+    Agent next([](Agent&) { return use_state(); });
+    ASSERT_EQ(next.result(), 0) << "after " << calls << " system calls";
+  }
+  EXPECT_GT(calls, 50);
+}
+
+TEST(SharedState, ResetMayBeKilledBeforeAnySystemCall) {
+  bool finished = false;
+  int calls = 0;
+  while (!finished) {
+    ASSERT_LT(++calls, 2000);
+    TempInstallation installation;
+    ASSERT_EQ(use_state(), 0);
+    finished =
+        run_and_kill_after(calls, [] { return static_cast<int>(co_reset(nullptr, nullptr, 0, nullptr)); });
+    Agent next([](Agent&) { return use_state(); });
+    ASSERT_EQ(next.result(), 0) << "after " << calls << " system calls";
+  }
+  EXPECT_GT(calls, 20);
+}
+
+TEST(SharedState, ResetIsRefusedWhileATaskLivesAndNamesIt) {
+  TempInstallation installation;
+  Agent agent([](Agent& self) {
+    void* task = co_init_task("holder", nullptr, 1);
+    self.tell(task != nullptr);
+    self.hear();
+    return 0;
+  });
+  ASSERT_EQ(agent.hear(), 1u);
+  co_task_info info[2];
+  uint32_t count = 0;
+  EXPECT_EQ(co_reset(nullptr, info, 2, &count), CO_FAILURE);
+  ASSERT_EQ(count, 1u);
+  EXPECT_STREQ(info[0].name, "holder");
+  EXPECT_EQ(info[0].process, agent.pid());
+  EXPECT_TRUE(fs::exists(installation.shared_folder()));
+  agent.kill_now();
+  EXPECT_EQ(co_reset(installation.base().c_str(), info, 2, &count), CO_OK);
+  EXPECT_EQ(count, 0u);
+  EXPECT_FALSE(fs::exists(installation.shared_folder()));
+  EXPECT_EQ(co_reset(nullptr, info, 2, &count), CO_OK);
+}
+
+TEST(SharedState, OutlivesItsTasksUntilReset) {
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  ASSERT_EQ(use_state(), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  EXPECT_EQ(static_cast<uint32_t*>(co_croca(task, CO_AREA_DBR_CNTL))[0], 2u);
+  coi_term_task(task, 0);
+  ASSERT_EQ(co_reset(nullptr, nullptr, 0, nullptr), CO_OK);
+  task = co_init_task("t", nullptr, 1);
+  EXPECT_EQ(static_cast<uint32_t*>(co_croca(task, CO_AREA_DBR_CNTL))[0], 0u);
+  coi_term_task(task, 0);
+}
+
+TEST(SharedState, ADamagedControlFileIsMadeAnewWhenNobodyLives) {
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  fs::resize_file(installation.shared_folder() + "/control", 100);
+  EXPECT_EQ(use_state(), 0);
+}
+
+TEST(SharedState, AStateOfAnEarlierDirectoryOfTheSameInodeIsDropped) {
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  // The birth of the base directory stands behind magic and size.
+  std::fstream control(installation.shared_folder() + "/control",
+                       std::ios::in | std::ios::out | std::ios::binary);
+  control.seekp(16);
+  const int64_t other_birth = 1;
+  control.write(reinterpret_cast<const char*>(&other_birth), sizeof other_birth);
+  control.close();
+  ASSERT_EQ(use_state(), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  EXPECT_EQ(static_cast<uint32_t*>(co_croca(task, CO_AREA_DBR_CNTL))[0], 1u);
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, AreOneMemoryForAllProcessesAndZeroAtFirst) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  struct Row {
+    uint32_t number;
+    size_t size;
+  };
+  for (const Row& row : {Row{3, CO_AREA_DBR_CNTL_SIZE}, Row{13, 2436}, Row{14, 2436},
+                         Row{24, 8 + size_t{CO_FOCAL_CAPACITY} * 80}, Row{40, CO_AREA_LEDGER_SIZE}}) {
+    auto* area = static_cast<unsigned char*>(co_croca(task, row.number));
+    ASSERT_NE(area, nullptr) << row.number;
+    EXPECT_EQ(area[0], 0);
+    EXPECT_EQ(area[row.size - 1], 0);
+    area[row.size - 1] = static_cast<unsigned char>(row.number);
+    EXPECT_EQ(co_croca(task, row.number), area);
+    Agent agent([&](Agent&) {
+      void* own = co_init_task("other", nullptr, 1);
+      auto* seen = static_cast<unsigned char*>(co_croca(own, row.number));
+      return seen != nullptr && seen[row.size - 1] == row.number ? 0 : 1;
+    });
+    EXPECT_EQ(agent.result(), 0) << row.number;
+  }
+  EXPECT_EQ(co_croca(task, 0), nullptr);
+  EXPECT_EQ(co_croca(task, 99), nullptr);
+  EXPECT_EQ(co_croca(nullptr, 1), nullptr);
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, ConfigurationIsReadOnceForTheSharedState) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  auto* config = static_cast<unsigned char*>(co_croca(task, CO_AREA_CONFIG));
+  uint32_t max_targets = 0;
+  memcpy(&max_targets, config + 4268, 4);
+  EXPECT_EQ(max_targets, 100u);
+  EXPECT_EQ(config[85], 2);
+  ConfigChoices choices;
+  choices.workstation = "RENAMED";
+  choices.max_targets = 77;
+  installation.write("orvo.cfg", default_config(choices));
+  void* second = co_init_task("u", nullptr, 0);
+  memcpy(&max_targets, config + 4268, 4);
+  EXPECT_EQ(max_targets, 100u);
+  EXPECT_EQ(co_reload_config(task), CO_OK);
+  memcpy(&max_targets, config + 4268, 4);
+  EXPECT_EQ(max_targets, 77u);
+  char name[65];
+  EXPECT_EQ(co_get_target(second, name, 0), CO_OK);
+  EXPECT_STREQ(name, "RENAMED");
+  EXPECT_EQ(co_set_target(second, "AGAIN"), CO_OK);
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_STREQ(name, "AGAIN");
+  EXPECT_STREQ(reinterpret_cast<const char*>(config), "AGAIN");
+  EXPECT_EQ(co_set_target(task, std::string(64, 'x').c_str()), CO_BAD_ARGUMENT);
+  EXPECT_EQ(co_set_target(task, std::string(63, 'x').c_str()), CO_OK);
+  coi_term_task(second, 0);
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, AMissingConfigurationLeavesZeros) {
+  TempInstallation installation("");
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  auto* config = static_cast<unsigned char*>(co_croca(task, CO_AREA_CONFIG));
+  for (uint32_t i = 0; i < CO_CONFIG_LENGTH; ++i) ASSERT_EQ(config[i], 0) << i;
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, AFaultyConfigurationIsToldWithItsLine) {
+  TempInstallation installation("# first\nMAX TARGETS: many\n");
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("orvo.cfg, line 2: the value of MAX TARGETS"),
+            std::string::npos)
+      << co_init_error();
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+// Tasks: making, ending, the registry, exit functions, fork.
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/agent.h"
+#include "support/temp_installation.h"
+#include "zvrco/zvrco.h"
+
+namespace {
+
+using zvrdb::test::Agent;
+using zvrdb::test::TempInstallation;
+
+TEST(Task, NoInstallationIsToldAndRefused) {
+  unsetenv("ORVO_PATH");
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("ORVO_PATH"), std::string::npos);
+  setenv("ORVO_PATH", "/nonexistent/base", 1);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("/nonexistent/base"), std::string::npos);
+}
+
+TEST(Task, StartsWithZeroSlotsAndEndsClean) {
+  TempInstallation installation;
+  void* task = co_init_task("first", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  ASSERT_NE(co_slots(task), nullptr);
+  EXPECT_EQ(co_slots(task)->dbr_tcb, nullptr);
+  EXPECT_EQ(co_slots(task)->task_rc, 0);
+  EXPECT_EQ(co_slots(task)->in_das, 0);
+  co_task_info info[4];
+  ASSERT_EQ(co_live_tasks(task, info, 4), 1u);
+  EXPECT_STREQ(info[0].name, "first");
+  EXPECT_EQ(info[0].process, getpid());
+  EXPECT_EQ(info[0].place, co_task_place(task));
+  EXPECT_EQ(info[0].incarnation, co_task_incarnation(task));
+  coi_term_task(task, 0);
+}
+
+TEST(Task, FailsCleanlyWithoutAHandle) {
+  EXPECT_EQ(co_slots(nullptr), nullptr);
+  EXPECT_EQ(co_task_alive(nullptr, 0, 1), 0);
+  EXPECT_EQ(co_live_tasks(nullptr, nullptr, 0), 0u);
+  EXPECT_EQ(co_reg_exit(nullptr, nullptr), CO_BAD_ARGUMENT);
+  EXPECT_EQ(co_get_signal(nullptr, 3, nullptr), CO_BAD_ARGUMENT);
+  coi_term_task(nullptr, 0);
+}
+
+TEST(Task, IncarnationRisesWhenAPlaceIsTakenAgain) {
+  TempInstallation installation;
+  void* keeper = co_init_task("keeper", nullptr, 1);
+  ASSERT_NE(keeper, nullptr);
+  void* first = co_init_task("a", nullptr, 0);
+  const uint32_t place = co_task_place(first);
+  const uint32_t incarnation = co_task_incarnation(first);
+  EXPECT_EQ(co_task_alive(keeper, place, incarnation), 1);
+  coi_term_task(first, 0);
+  EXPECT_EQ(co_task_alive(keeper, place, incarnation), 0);
+  void* second = co_init_task("b", nullptr, 0);
+  EXPECT_EQ(co_task_place(second), place);
+  EXPECT_EQ(co_task_incarnation(second), incarnation + 1);
+  EXPECT_EQ(co_task_alive(keeper, place, incarnation), 0);
+  EXPECT_EQ(co_task_alive(keeper, place, incarnation + 1), 1);
+  EXPECT_EQ(co_task_alive(keeper, CO_MAX_TASKS, 1), 0);
+  EXPECT_EQ(co_task_alive(keeper, place, 0), 0);
+  coi_term_task(second, 0);
+  coi_term_task(keeper, 0);
+}
+
+TEST(Task, AKilledProcessIsDeadAtOnce) {
+  TempInstallation installation;
+  Agent agent([](Agent& self) {
+    void* task = co_init_task("agent", nullptr, 1);
+    self.tell(co_task_place(task));
+    self.tell(co_task_incarnation(task));
+    return static_cast<int>(self.hear());
+  });
+  const uint32_t place = agent.hear();
+  const uint32_t incarnation = agent.hear();
+  void* task = co_init_task("watcher", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  EXPECT_EQ(co_task_alive(task, place, incarnation), 1);
+  EXPECT_EQ(co_live_tasks(task, nullptr, 0), 2u);
+  agent.kill_now();
+  EXPECT_EQ(co_task_alive(task, place, incarnation), 0);
+  EXPECT_EQ(co_live_tasks(task, nullptr, 0), 1u);
+  coi_term_task(task, 0);
+}
+
+std::vector<int> exit_calls;
+void exit_one(void*, uint32_t reason) {
+  exit_calls.push_back(10 + static_cast<int>(reason));
+}
+void exit_two(void*, uint32_t reason) {
+  exit_calls.push_back(20 + static_cast<int>(reason));
+}
+
+TEST(Task, ExitFunctionsRunLastFirst) {
+  TempInstallation installation;
+  exit_calls.clear();
+  void* task = co_init_task("t", nullptr, 1);
+  EXPECT_EQ(co_reg_exit(task, exit_one), CO_OK);
+  EXPECT_EQ(co_reg_exit(task, exit_two), CO_OK);
+  coi_term_task(task, 3);
+  EXPECT_EQ(exit_calls, (std::vector<int>{23, 13}));
+}
+
+TEST(Task, ExitOfTheProgramEndsItsTask) {
+  TempInstallation installation;
+  const std::string mark = installation.path("mark");
+  static const char* mark_path;
+  mark_path = mark.c_str();
+  Agent agent([](Agent&) {
+    void* task = co_init_task("agent", nullptr, 1);
+    co_reg_exit(task, [](void*, uint32_t reason) {
+      FILE* file = fopen(mark_path, "w");
+      fprintf(file, "%u", reason);
+      fclose(file);
+    });
+    exit(7);
+    return 0;
+  });
+  EXPECT_EQ(agent.result(), 7);
+  EXPECT_EQ(installation.read("mark"), "1");
+}
+
+TEST(Task, AForkedChildForgetsItsParentsTask) {
+  TempInstallation installation;
+  void* task = co_init_task("parent", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const uint32_t place = co_task_place(task);
+  const uint32_t incarnation = co_task_incarnation(task);
+  uint32_t semaphore = 0;
+  ASSERT_EQ(co_open_sema4(task, "S", &semaphore, 0, 1), CO_OK);
+  ASSERT_EQ(co_req_sema4(task, semaphore, 0), CO_OK);
+  void* segment = co_malloc(task, 4096, CO_MEM_SHARED, "SEG");
+  ASSERT_NE(segment, nullptr);
+  Agent agent([&](Agent& self) {
+    if (co_slots(task) != nullptr || co_lock_sema4(task, semaphore) != 0) return 1;
+    coi_term_task(task, 0);  // nothing of the parent's may change
+    void* own = co_init_task("child", nullptr, 1);
+    if (own == nullptr || co_task_place(own) == place) return 2;
+    if (co_try_sema4(own, semaphore) != 0) return 3;
+    if (co_task_alive(own, place, incarnation) != 1) return 4;
+    self.tell(1);
+    self.hear();
+    if (co_task_alive(own, place, incarnation) != 0) return 5;
+    co_shm_sweep(own, nullptr);
+    if (co_shmlen(own, "SEG") != 0) return 6;
+    coi_term_task(own, 0);
+    return 0;
+  });
+  ASSERT_EQ(agent.hear(), 1u);
+  EXPECT_NE(co_lock_sema4(task, semaphore), 0);
+  EXPECT_EQ(co_shmlen(task, "SEG"), 4096u);
+  coi_term_task(task, 0);
+  agent.tell(1);
+  EXPECT_EQ(agent.result(), 0);
+}
+
+TEST(Task, OneProcessHoldsOneInstallationAtATime) {
+  void* task;
+  {
+    TempInstallation first;
+    task = co_init_task("t", nullptr, 1);
+    ASSERT_NE(task, nullptr);
+    TempInstallation second;
+    EXPECT_EQ(co_init_task("u", nullptr, 1), nullptr);
+    EXPECT_NE(std::string(co_init_error()).find(second.base()), std::string::npos);
+    coi_term_task(task, 0);
+    task = co_init_task("u", nullptr, 1);
+    ASSERT_NE(task, nullptr) << co_init_error();
+    EXPECT_EQ(second.shared_folder(), co_shared_folder(task));
+    coi_term_task(task, 0);
+  }
+}
+
+TEST(Task, VersionsAndSignalsAreKept) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const char* date = nullptr;
+  const char* time = nullptr;
+  EXPECT_EQ(co_version(task, 4, &date, &time), CO_NOT_FOUND);
+  EXPECT_EQ(co_reg_version(task, 4, "Dec 11 2000", "23:34:09"), CO_OK);
+  ASSERT_EQ(co_version(task, 4, &date, &time), CO_OK);
+  EXPECT_STREQ(date, "Dec 11 2000");
+  EXPECT_STREQ(time, "23:34:09");
+  uint32_t value = 9;
+  EXPECT_EQ(co_get_signal(task, 3, &value), CO_OK);
+  EXPECT_EQ(value, 0u);
+  EXPECT_EQ(co_set_signal(task, 3, 2), CO_OK);
+  Agent agent([](Agent&) {
+    void* own = co_init_task("other", nullptr, 1);
+    uint32_t seen = 0;
+    return co_get_signal(own, 3, &seen) == CO_OK && seen == 2 ? 0 : 1;
+  });
+  EXPECT_EQ(agent.result(), 0);
+  EXPECT_EQ(co_set_signal(task, 32, 1), CO_BAD_ARGUMENT);
+  coi_term_task(task, 0);
+}
+
+}  // namespace
