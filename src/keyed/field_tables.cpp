@@ -202,13 +202,13 @@ constexpr table_list all_tables() {
 }
 constexpr table_list tables = all_tables();
 
-// What the conversion relies on: both functions or none; the first row is the key, at
-// offset 0; the count of an array lies before the array.
+// What the conversion relies on: the first row is the key, at offset 0; no field is
+// empty; the count of an array lies before the array.
 constexpr bool tables_hold() {
   for (const std::span<const field_descriptor> table : tables) {
-    if (!table.empty() && (table.front().offset != 0 || table.front().parse == nullptr)) return false;
+    if (!table.empty() && table.front().offset != 0) return false;
     for (const field_descriptor& field : table) {
-      if ((field.parse == nullptr) != (field.unparse == nullptr) || field.length == 0) return false;
+      if (field.length == 0) return false;
       const bool counted = field.occ != 0 && field.count_offset != fixed_count;
       if (counted && field.count_offset + sizeof(std::uint16_t) > field.offset) return false;
     }

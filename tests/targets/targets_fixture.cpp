@@ -133,7 +133,7 @@ int TargetsTest::in_child(const std::function<int(void* task)>& body) {
     if (!own) _exit(99);
     const int rc = body(own);
     coi_term_task(own, 0);
-    _exit(rc == 0 ? 0 : 98);
+    _exit(rc >= 0 && rc < 98 ? rc : 98);
   }
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);

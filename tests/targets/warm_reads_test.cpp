@@ -75,6 +75,7 @@ struct WarmRead {
 class WarmReads : public TargetsTest {
  protected:
   void fill() {
+    configure(100);
     for (int i = 0; i < 60; ++i) ASSERT_EQ(put(Record("T" + std::to_string(i)).type(local | client)), DBE_OK);
   }
 };
