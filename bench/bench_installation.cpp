@@ -37,7 +37,8 @@ Installation::~Installation() {
 void Installation::reset() const {
   std::uint32_t alive = 0;
   const std::uint16_t rc = co_reset(base_.c_str(), nullptr, 0, &alive);
-  if (rc != CO_OK) std::fprintf(stderr, "targets_bench: shared state not dropped (%u), %u tasks live\n", rc, alive);
+  if (rc != CO_OK)
+    std::fprintf(stderr, "targets_bench: shared state not dropped (%u), %u tasks live\n", rc, alive);
 }
 
 Task::Task() : task_(co_init_task("bench", nullptr, 1)) {
@@ -47,6 +48,8 @@ Task::Task() : task_(co_init_task("bench", nullptr, 1)) {
   }
 }
 
-Task::~Task() { coi_term_task(task_, 0); }
+Task::~Task() {
+  coi_term_task(task_, 0);
+}
 
 }  // namespace bench

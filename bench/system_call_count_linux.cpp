@@ -1,5 +1,3 @@
-#include "system_call_count.h"
-
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -9,11 +7,14 @@
 
 #include <cerrno>
 
+#include "system_call_count.h"
+
 namespace bench {
 namespace {
 
 bool is_flush(unsigned long long number) {
-  return number == SYS_fsync || number == SYS_fdatasync || number == SYS_msync || number == SYS_sync_file_range;
+  return number == SYS_fsync || number == SYS_fdatasync || number == SYS_msync ||
+         number == SYS_sync_file_range;
 }
 
 // The work stands between two calls of getppid: the system call that does nothing.

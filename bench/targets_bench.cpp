@@ -42,7 +42,9 @@ double microseconds(Clock::time_point from) {
   return std::chrono::duration<double, std::micro>(Clock::now() - from).count();
 }
 
-std::string populated_name(unsigned i) { return "TARGET." + std::to_string(i); }
+std::string populated_name(unsigned i) {
+  return "TARGET." + std::to_string(i);
+}
 
 void fill_record(std::vector<unsigned char>& record, const std::string& name, unsigned i) {
   std::fill(record.begin(), record.end(), std::uint8_t{0});
@@ -87,10 +89,14 @@ class Workload {
         {"lookup by name", [this](void* t, unsigned w, unsigned i) { lookup(t, w, i); }, options_.reads},
         {"get 148 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 148); }, options_.reads},
         {"get 192 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 192); }, options_.reads},
-        {"get 193 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 193); }, options_.reads / 10},
-        {"get 21724 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 21724); }, options_.reads / 10},
-        {"put new", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); }, options_.writes},
-        {"put replace", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); }, options_.writes},
+        {"get 193 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 193); },
+         options_.reads / 10},
+        {"get 21724 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 21724); },
+         options_.reads / 10},
+        {"put new", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); },
+         options_.writes},
+        {"put replace", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); },
+         options_.writes},
         {"delete", [this](void* t, unsigned w, unsigned i) { erase(t, fresh_name(w, i)); }, options_.writes},
         {"list of all", [this](void* t, unsigned, unsigned) { list(t); }, options_.lists},
     };
@@ -243,8 +249,8 @@ std::vector<PerCall> count_per_call(const Options& options) {
         [&] {
           for (unsigned i = 0; i < n; ++i) operations[o].run(*task, worker, i);
         });
-    counts.push_back({static_cast<double>(counted.calls) / n, static_cast<double>(counted.flushes) / n,
-                      counted.known});
+    counts.push_back(
+        {static_cast<double>(counted.calls) / n, static_cast<double>(counted.flushes) / n, counted.known});
   }
   return counts;
 }
@@ -277,7 +283,8 @@ int first_call_worker() {
   std::uint32_t number = 0;
   Clock::time_point from = Clock::now();
   expect(db_get_trg_index(task, populated_name(0).c_str(), &number), "first call");
-  std::printf("| first call of a new process, shared state just dropped | %.3f s |\n", microseconds(from) / 1e6);
+  std::printf("| first call of a new process, shared state just dropped | %.3f s |\n",
+              microseconds(from) / 1e6);
   const long beyond = status_kib("VmRSS:") - status_kib("RssShmem:");
   std::printf("| its memory beyond shared memory | %.1f MiB |\n", static_cast<double>(beyond) / 1024);
   std::fflush(stdout);
@@ -306,9 +313,10 @@ void print_operations(const Options& options) {
   const std::vector<PerCall> counts = count_per_call(options);
   const std::vector<Timing> alone = measure_in(1, options);
   const std::vector<Timing> together = measure_in(processes, options);
-  std::printf("\n| operation | median us | p99 us | median us, %u processes | p99 us, %u processes | system calls | "
-              "flushes |\n|---|---:|---:|---:|---:|---:|---:|\n",
-              processes, processes);
+  std::printf(
+      "\n| operation | median us | p99 us | median us, %u processes | p99 us, %u processes | system calls | "
+      "flushes |\n|---|---:|---:|---:|---:|---:|---:|\n",
+      processes, processes);
   const std::vector<Operation> operations = Workload(options).operations();
   for (std::size_t o = 0; o < operations.size(); ++o) {
     std::printf("| %s | %.2f | %.2f | %.2f | %.2f |", operations[o].name, alone[o].median, alone[o].p99,
@@ -350,8 +358,8 @@ int main(int argc, char** argv) {
     }
   }
   const bench::Installation installation(options.folder, options.targets + 1000);
-  std::printf("Targets: %u in the table, installation under %s\n\n| whole table | |\n|---|---:|\n", options.targets,
-              options.folder.c_str());
+  std::printf("Targets: %u in the table, installation under %s\n\n| whole table | |\n|---|---:|\n",
+              options.targets, options.folder.c_str());
   populate(options);
   measure_first_call(installation);
   print_operations(options);

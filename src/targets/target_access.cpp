@@ -8,7 +8,9 @@
 
 namespace zvrdb::targets {
 
-DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_TCB* tcb_of(void* task) {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 target_name name_from(const void* source, std::size_t source_len) {
   target_name name{};
@@ -41,7 +43,8 @@ TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number, std
 std::uint32_t server_number(void* task, const char* srv_name, std::uint32_t own_number) {
   const target_name server = name_from(srv_name, name_len);
   std::uint32_t number = own_number;
-  if (!server.text[0] || server.cut || memory::get_trg_index(task, server.text, &number) != DBE_OK) return own_number;
+  if (!server.text[0] || server.cut || memory::get_trg_index(task, server.text, &number) != DBE_OK)
+    return own_number;
   return number;
 }
 

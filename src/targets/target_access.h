@@ -25,7 +25,8 @@ const char* name_key(std::uint16_t num_keys, const void* const* keys);
 // Slot that the name index names at this position of its used part; null beyond it.
 TRG_CNTL_ENTRY* slot_at(DBR_TCB* tcb, std::int64_t position);
 // Slot of the target with this name, or null; number and position may be null.
-TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number, std::int64_t* position = nullptr);
+TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number,
+                        std::int64_t* position = nullptr);
 
 // Number of the server of this name (64 bytes, terminated or not); the target's own
 // number when the name is empty or unknown.

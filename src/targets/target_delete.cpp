@@ -38,7 +38,8 @@ std::int16_t delete_records(void* task, std::uint32_t number) {
 }
 
 // The number becomes the head of both free lists.
-void free_number(DBR_TCB* tcb, TRG_CNTL_ENTRY* slot, std::uint32_t name_position, std::uint32_t dsu_position) {
+void free_number(DBR_TCB* tcb, TRG_CNTL_ENTRY* slot, std::uint32_t name_position,
+                 std::uint32_t dsu_position) {
   DBR_CNTL* cntl = tcb->cntl;
   const std::uint32_t last = cntl->num_trgs_actual - 1;
   move_entry(tcb->name_index, name_position, last);
@@ -62,7 +63,7 @@ std::int16_t del_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
-  // CM status of a local target is deleted here, before anything else of it.
+  // There is no CM status yet; that of a local target will have to go before its records.
   rc = delete_records(task, number);
   if (rc != DBE_OK) {
     trace.quitting();

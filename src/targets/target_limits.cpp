@@ -29,8 +29,12 @@ std::int16_t log_maximum(void* task, std::uint32_t message, std::int64_t maximum
 
 }  // namespace
 
-std::uint32_t configured_targets(void* task) { return configured(task, config_max_targets); }
-std::uint32_t configured_local_targets(void* task) { return configured(task, config_max_local); }
+std::uint32_t configured_targets(void* task) {
+  return configured(task, config_max_targets);
+}
+std::uint32_t configured_local_targets(void* task) {
+  return configured(task, config_max_local);
+}
 
 std::uint8_t configured_kind(void* task) {
   const auto* area = static_cast<const unsigned char*>(co_croca(task, CO_AREA_CONFIG));

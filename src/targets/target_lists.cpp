@@ -244,7 +244,8 @@ std::int16_t get_more_trg(void* task, void* list_state, void* buffer, std::uint1
   }
   DBR_TCB* tcb = tcb_of(task);
   // last_entry + 1 is 0 for an empty list.
-  walk names{tcb, list, std::min(list.last_entry + 1, memory::trg_count(tcb)), strnlen(list.name_filter, name_len)};
+  walk names{tcb, list, std::min(list.last_entry + 1, memory::trg_count(tcb)),
+             strnlen(list.name_filter, name_len)};
   while (const TRG_CNTL_ENTRY* target = next_by_name(names)) {
     if (!mode_passes(list, *target) || !type_passes(list, *target) || !os_passes(list, *target) ||
         !server_passes(tcb, list, *target))

@@ -24,7 +24,8 @@ std::int16_t key_of(void* task, const attached_record& type, std::uint16_t num_k
                     target_key* key) {
   *key = {type.db_id, 0, 0};
   const char* name = name_key(num_keys, keys);
-  const std::int16_t rc = name ? memory::get_trg_index(task, name, &key->number) : std::int16_t{DBE_NO_TARGET};
+  const std::int16_t rc =
+      name ? memory::get_trg_index(task, name, &key->number) : std::int16_t{DBE_NO_TARGET};
   if (rc != DBE_OK) ZVR_TRACE(task, 5, 2, "Error getting target number");
   return rc;
 }
@@ -63,27 +64,39 @@ std::int16_t put_attached(void* task, const attached_record& type, std::uint16_t
 
 }  // namespace
 
-std::int16_t del_prm(void* task, std::uint16_t n, const void* const* keys) { return del_attached(task, prm, n, keys); }
-std::int16_t del_thw(void* task, std::uint16_t n, const void* const* keys) { return del_attached(task, thw, n, keys); }
-std::int16_t del_sht(void* task, std::uint16_t n, const void* const* keys) { return del_attached(task, sht, n, keys); }
+std::int16_t del_prm(void* task, std::uint16_t n, const void* const* keys) {
+  return del_attached(task, prm, n, keys);
+}
+std::int16_t del_thw(void* task, std::uint16_t n, const void* const* keys) {
+  return del_attached(task, thw, n, keys);
+}
+std::int16_t del_sht(void* task, std::uint16_t n, const void* const* keys) {
+  return del_attached(task, sht, n, keys);
+}
 
-std::int16_t get_prm(void* task, std::uint16_t n, const void* const* keys, void* buffer, std::uint16_t length) {
+std::int16_t get_prm(void* task, std::uint16_t n, const void* const* keys, void* buffer,
+                     std::uint16_t length) {
   return get_attached(task, prm, n, keys, buffer, length);
 }
-std::int16_t get_thw(void* task, std::uint16_t n, const void* const* keys, void* buffer, std::uint16_t length) {
+std::int16_t get_thw(void* task, std::uint16_t n, const void* const* keys, void* buffer,
+                     std::uint16_t length) {
   return get_attached(task, thw, n, keys, buffer, length);
 }
-std::int16_t get_sht(void* task, std::uint16_t n, const void* const* keys, void* buffer, std::uint16_t length) {
+std::int16_t get_sht(void* task, std::uint16_t n, const void* const* keys, void* buffer,
+                     std::uint16_t length) {
   return get_attached(task, sht, n, keys, buffer, length);
 }
 
-std::int16_t put_prm(void* task, std::uint16_t n, const void* const* keys, void* record, std::uint16_t length) {
+std::int16_t put_prm(void* task, std::uint16_t n, const void* const* keys, void* record,
+                     std::uint16_t length) {
   return put_attached(task, prm, n, keys, record, length);
 }
-std::int16_t put_thw(void* task, std::uint16_t n, const void* const* keys, void* record, std::uint16_t length) {
+std::int16_t put_thw(void* task, std::uint16_t n, const void* const* keys, void* record,
+                     std::uint16_t length) {
   return put_attached(task, thw, n, keys, record, length);
 }
-std::int16_t put_sht(void* task, std::uint16_t n, const void* const* keys, void* record, std::uint16_t length) {
+std::int16_t put_sht(void* task, std::uint16_t n, const void* const* keys, void* record,
+                     std::uint16_t length) {
   return put_attached(task, sht, n, keys, record, length);
 }
 

@@ -12,8 +12,8 @@ namespace {
 
 // Reads the whole record from the file; what memory knows better replaces what was
 // stored.  The caller's buffer is longer than the head.
-std::int16_t read_from_file(void* task, const TRG_CNTL_ENTRY* slot, std::uint32_t number, unsigned char* buffer,
-                            std::uint16_t length) {
+std::int16_t read_from_file(void* task, const TRG_CNTL_ENTRY* slot, std::uint32_t number,
+                            unsigned char* buffer, std::uint16_t length) {
   DBR_TCB* tcb = tcb_of(task);
   target_key key{DB_TRG, number, 0};
   const std::int16_t rc = keyed::get_keyed(task, DB_TRG, tcb->trg_file, &key, buffer, length);

@@ -10,7 +10,9 @@
 namespace zvrdb::targets {
 namespace {
 
-void set_name(char* field, const target_name& name) { std::memcpy(field, name.text, name_len); }
+void set_name(char* field, const target_name& name) {
+  std::memcpy(field, name.text, name_len);
+}
 
 // Reads the record, gives it and its slot the new name, and writes it.  The table
 // stays renamed when the write fails.
@@ -21,7 +23,8 @@ std::int16_t rename_record(void* task, std::uint32_t position, const target_name
   const std::uint32_t number = tcb->name_index[position].trg_index;
   target_key key{DB_TRG, number, 0};
   if (keyed::get_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len) != DBE_OK) {
-    ZVR_TRACE(task, 5, 2, "CONFIG record not found for target number %hu", static_cast<unsigned short>(number));
+    ZVR_TRACE(task, 5, 2, "CONFIG record not found for target number %hu",
+              static_cast<unsigned short>(number));
     return DBE_IO_ERROR;
   }
   set_name(record, new_name);
@@ -30,7 +33,8 @@ std::int16_t rename_record(void* task, std::uint32_t position, const target_name
     set_name(record + srv_name_offset, new_name);
   }
   set_name(slot->trg_name, new_name);
-  put_in_order(tcb->cntl, tcb->name_index, position, [&] { return memory::locate_name(task, new_name.text); });
+  put_in_order(tcb->cntl, tcb->name_index, position,
+               [&] { return memory::locate_name(task, new_name.text); });
   key = {DB_TRG, number, 0};
   const std::int16_t rc = keyed::put_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len);
   if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) return rc;

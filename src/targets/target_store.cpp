@@ -21,21 +21,24 @@ struct target_put {
   void* task;
   DBR_TCB* tcb;
   target_name name;
-  TRG_CNTL_ENTRY head;       // of the caller's record; bytes that it does not have are zero
+  TRG_CNTL_ENTRY head;  // of the caller's record; bytes that it does not have are zero
   char srv_name[name_len];
-  const void* record;        // what is stored
+  const void* record;  // what is stored
   std::uint32_t record_len;
   char dsu[memory::dsu_text_len + 1];
   std::uint32_t name_position;  // of the target, or where it is to go
 };
 
-bool written(std::int16_t rc) { return rc == DBE_OK || rc == DBE_RECORD_REPLACED; }
+bool written(std::int16_t rc) {
+  return rc == DBE_OK || rc == DBE_RECORD_REPLACED;
+}
 
 void take_record(target_put& put, const void* record, std::uint16_t length) {
   const auto* bytes = static_cast<const unsigned char*>(record);
   std::memcpy(&put.head, bytes, std::min<std::size_t>(length, head_len));
   if (length > srv_name_offset)
-    std::memcpy(put.srv_name, bytes + srv_name_offset, std::min<std::size_t>(length - srv_name_offset, name_len));
+    std::memcpy(put.srv_name, bytes + srv_name_offset,
+                std::min<std::size_t>(length - srv_name_offset, name_len));
   const target_name own = name_from(put.head.trg_name, name_len);
   std::memcpy(put.head.trg_name, own.text, name_len);
   put.record = record;
@@ -46,8 +49,8 @@ void take_record(target_put& put, const void* record, std::uint16_t length) {
 // made: a name that fills its field gets its NUL, and the record of a mobile client
 // that ends right before its connection status gets one, or it could not be read.
 std::int16_t prepare_stored(target_put& put, bool own_name_cut, void** copy) {
-  const bool lacks_status = put.record_len == offsetof(TRG_CNTL_ENTRY, mob_conn_stat) &&
-                            (put.head.trg_type & type_mobile);
+  const bool lacks_status =
+      put.record_len == offsetof(TRG_CNTL_ENTRY, mob_conn_stat) && (put.head.trg_type & type_mobile);
   if (!own_name_cut && !lacks_status) return DBE_OK;
   const std::uint32_t length = put.record_len + (lacks_status ? 1 : 0);
   *copy = co_malloc(put.task, length, CO_MEM_PRIVATE, "PUT_TRG");
@@ -187,7 +190,8 @@ std::int16_t put_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_BAD_RECORD;
   }
-  const bool own_name_cut = length >= name_len && strnlen(static_cast<const char*>(record), name_len) == name_len;
+  const bool own_name_cut =
+      length >= name_len && strnlen(static_cast<const char*>(record), name_len) == name_len;
   void* copy = nullptr;
   rc = prepare_stored(put, own_name_cut, &copy);
   if (rc == DBE_OK) {

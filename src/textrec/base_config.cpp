@@ -20,33 +20,18 @@ constexpr word flag_words[] = {{1, "YES"}, {0, "NO"}, {any_other, "Unknown"}};
 constexpr word authorize_words[] = {{1, "ALL"}, {0, "NONE"}, {any_other, "Unknown"}};
 constexpr word plan_words[] = {{1, "Y"}, {any_other, "N"}};
 constexpr word target_mode_words[] = {{2, "PUSH"}, {1, "PULL"}, {any_other, "Unknown"}};
-constexpr word configuration_words[] = {
-    {0, "CLIENT"},            {1, "BASE"},
-    {2, "SERVER_NO_COMMS"},   {3, "SERVER_WITH_COMMS"},
-    {5, "REMOTE_ADMIN_BASE"}, {any_other, "REMOTE_ADMIN_SERVER"}};
+constexpr word configuration_words[] = {{0, "CLIENT"},
+                                        {1, "BASE"},
+                                        {2, "SERVER_NO_COMMS"},
+                                        {3, "SERVER_WITH_COMMS"},
+                                        {5, "REMOTE_ADMIN_BASE"},
+                                        {any_other, "REMOTE_ADMIN_SERVER"}};
 constexpr word machine_words[] = {
-    {0, "MK/6"},
-    {2, "MK/7"},
-    {3, "HP_UX"},
-    {4, "DOS"},
-    {5, "WINDOWS"},
-    {6, "SUNOS"},
-    {7, "SOLARIS"},
-    {8, "MAC"},
-    {9, "NCR"},
-    {10, "NETWARE"},
-    {11, "WINDOWS_NT"},
-    {12, "SCO"},
-    {13, "SINIX"},
-    {14, "MK/900"},
-    {16, "IRIX"},
-    {17, "MK/8"},
-    {18, "WIN95"},
-    {19, "WIN98"},
-    {20, "WIN2K"},
-    {21, "WIN2K_ADV"},
-    {24, "OS_UNKNOWN"},
-    {any_other, "Unknown"}};
+    {0, "MK/6"},        {2, "MK/7"},           {3, "HP_UX"},  {4, "DOS"},     {5, "WINDOWS"},
+    {6, "SUNOS"},       {7, "SOLARIS"},        {8, "MAC"},    {9, "NCR"},     {10, "NETWARE"},
+    {11, "WINDOWS_NT"}, {12, "SCO"},           {13, "SINIX"}, {14, "MK/900"}, {16, "IRIX"},
+    {17, "MK/8"},       {18, "WIN95"},         {19, "WIN98"}, {20, "WIN2K"},  {21, "WIN2K_ADV"},
+    {24, "OS_UNKNOWN"}, {any_other, "Unknown"}};
 
 enum field_kind : std::uint8_t {
   text,          // up to its NUL or its width
@@ -141,9 +126,14 @@ unsigned long load_number(const unsigned char* at, std::uint16_t width) {
   std::uint16_t two = 0;
   std::uint32_t four = 0;
   switch (width) {
-    case 1: return *at;
-    case 2: std::memcpy(&two, at, sizeof two); return two;
-    default: std::memcpy(&four, at, sizeof four); return four;
+    case 1:
+      return *at;
+    case 2:
+      std::memcpy(&two, at, sizeof two);
+      return two;
+    default:
+      std::memcpy(&four, at, sizeof four);
+      return four;
   }
 }
 
@@ -190,7 +180,9 @@ void print_line(printer& out, const config_line& line, const unsigned char* reco
       out.line(line.label, value, std::strlen(value));
       return;
     }
-    case server_blocks: print_servers(out, line, record); return;
+    case server_blocks:
+      print_servers(out, line, record);
+      return;
   }
 }
 

@@ -4,7 +4,9 @@
 #include "targets/targets_fixture.h"
 
 // Stands before the one of the common services in this program.
-extern "C" int co_collate(void*, const char* a, const char* b) { return strcasecmp(a, b); }
+extern "C" int co_collate(void*, const char* a, const char* b) {
+  return strcasecmp(a, b);
+}
 
 namespace target_test {
 namespace {

@@ -10,7 +10,9 @@ namespace {
 using zvrdb::targets::inventory_attribute_count;
 using zvrdb::targets::inventory_attributes;
 
-std::uint32_t id_of_row(unsigned row) { return inventory_attributes[row - 1].id; }
+std::uint32_t id_of_row(unsigned row) {
+  return inventory_attributes[row - 1].id;
+}
 
 TEST(InventoryAttributes, EveryIdStandsOnceAndARowWithoutIdClosesTheTable) {
   std::set<std::uint32_t> ids;

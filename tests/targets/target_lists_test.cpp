@@ -40,7 +40,8 @@ class TargetLists : public TargetsTest {
   // Name of the next target, or "" with the code in last_rc.
   std::string more(std::size_t length = 192) {
     Record record("");
-    last_rc = db_get_more(task, DB_TRG, block.data(), record.bytes.data(), static_cast<std::uint16_t>(length));
+    last_rc =
+        db_get_more(task, DB_TRG, block.data(), record.bytes.data(), static_cast<std::uint16_t>(length));
     return last_rc == DBE_OK ? record.name() : "";
   }
   std::vector<std::string> rest() {
@@ -187,13 +188,15 @@ TEST_F(TargetLists, AShortBlockIsRefusedAndNotWrittenBeyondItsEnd) {
     Filter filter;
     std::vector<unsigned char> area(block_len, 0xEE);
     EXPECT_EQ(db_init_list(task, DB_TRG, filter.bytes.data(), area.data(), size), DBE_LIST_TOO_SMALL);
-    EXPECT_TRUE(std::all_of(area.begin() + size, area.end(), [](unsigned char c) { return c == 0xEE; })) << size;
+    EXPECT_TRUE(std::all_of(area.begin() + size, area.end(), [](unsigned char c) { return c == 0xEE; }))
+        << size;
   }
 }
 
 TEST_F(TargetLists, ASpoiledBlockNeverReadsOutsideTheTable) {
   for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put(Record(name)), DBE_OK);
-  for (const unsigned char filler : {std::uint8_t{0x01}, std::uint8_t{0x7F}, std::uint8_t{0x80}, std::uint8_t{0xFF}}) {
+  for (const unsigned char filler :
+       {std::uint8_t{0x01}, std::uint8_t{0x7F}, std::uint8_t{0x80}, std::uint8_t{0xFF}}) {
     for (std::size_t at = 268; at < block_len; ++at) {
       ASSERT_EQ(init(Filter().name("A*").exclude()), DBE_OK);
       block[at] = filler;

@@ -91,16 +91,32 @@ class TargetModel : public TargetsTest {
 
   void step() {
     switch (pick(16)) {
-      case 0: case 1: case 2: case 3: return put_one(any_name());
-      case 4: case 5: return put_one(known_name());
-      case 6: case 7: return delete_one(pick(4) ? known_name() : any_name());
-      case 8: return rename_one();
-      case 9: case 10: return compare(pick(4) ? known_name() : any_name());
-      case 11: return list_all();
-      case 12: return age();
-      case 13: return set_status();
-      case 14: return find_by_network_name();
-      default: return pick(3) ? roll_back() : die_in_a_write();
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+        return put_one(any_name());
+      case 4:
+      case 5:
+        return put_one(known_name());
+      case 6:
+      case 7:
+        return delete_one(pick(4) ? known_name() : any_name());
+      case 8:
+        return rename_one();
+      case 9:
+      case 10:
+        return compare(pick(4) ? known_name() : any_name());
+      case 11:
+        return list_all();
+      case 12:
+        return age();
+      case 13:
+        return set_status();
+      case 14:
+        return find_by_network_name();
+      default:
+        return pick(3) ? roll_back() : die_in_a_write();
     }
   }
 
@@ -117,7 +133,8 @@ class TargetModel : public TargetsTest {
     if (!server_known) {
       EXPECT_EQ(rc, DBE_NO_TARGET);
       // The number tried goes to the end of the free list.
-      if (!exists) std::rotate(model.free_numbers.begin(), model.free_numbers.begin() + 1, model.free_numbers.end());
+      if (!exists)
+        std::rotate(model.free_numbers.begin(), model.free_numbers.begin() + 1, model.free_numbers.end());
       return;
     }
     EXPECT_EQ(rc, exists ? DBE_RECORD_REPLACED : DBE_OK);
@@ -252,7 +269,9 @@ class TargetModel : public TargetsTest {
   Model model;
 };
 
-TEST_F(TargetModel, ARandomRunAnswersAsThePlainModelDoes) { run(20261, 1500); }
+TEST_F(TargetModel, ARandomRunAnswersAsThePlainModelDoes) {
+  run(20261, 1500);
+}
 
 TEST_F(TargetModel, AnotherRandomRunAnswersAsThePlainModelDoes) {
   const char* given = std::getenv("ZVR_TEST_SEED");

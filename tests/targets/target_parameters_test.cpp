@@ -26,9 +26,15 @@ struct Entries {
   std::size_t entry;
   std::vector<unsigned char> bytes;
 };
-Entries prm(std::string_view name) { return Entries(name, 62, prm_len); }
-Entries thw(std::string_view name) { return Entries(name, 162, thw_len); }
-Entries sht(std::string_view name) { return Entries(name, 62, sht_len); }
+Entries prm(std::string_view name) {
+  return Entries(name, 62, prm_len);
+}
+Entries thw(std::string_view name) {
+  return Entries(name, 162, thw_len);
+}
+Entries sht(std::string_view name) {
+  return Entries(name, 62, sht_len);
+}
 
 class TargetParameters : public TargetsTest {
  protected:

@@ -89,7 +89,8 @@ class TargetProcesses : public TargetsTest {
     if (whole.rc == DBE_NOT_FOUND) return 0;
     EXPECT_EQ(whole.rc, DBE_OK);
     EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
-    EXPECT_EQ(whole.record.text_at(64, 60), get(name, 192).record.text_at(64, 60)) << "memory and file of " << name;
+    EXPECT_EQ(whole.record.text_at(64, 60), get(name, 192).record.text_at(64, 60))
+        << "memory and file of " << name;
     return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
   }
 
@@ -120,7 +121,8 @@ TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAnyWriter) {
   for (int kill_count = 0; kill_count < 12 && !HasFailure(); ++kill_count) {
     const unsigned victim = static_cast<unsigned>(random() % writers);
     char byte;
-    for (unsigned n = 5 + static_cast<unsigned>(random() % 20); n > 0; --n) ASSERT_EQ(read(pipes[victim][0], &byte, 1), 1);
+    for (unsigned n = 5 + static_cast<unsigned>(random() % 20); n > 0; --n)
+      ASSERT_EQ(read(pipes[victim][0], &byte, 1), 1);
     ASSERT_EQ(kill(children[victim], SIGKILL), 0);
     ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
     check_dead_writer(victim);

@@ -12,7 +12,9 @@ class TargetRelations : public TargetsTest {
   std::string status(const std::string& name) {
     return std::string(reinterpret_cast<const char*>(slot(name)->trg_status), 4);
   }
-  void set_status(const std::string& name, const char* bytes) { std::memcpy(slot(name)->trg_status, bytes, 4); }
+  void set_status(const std::string& name, const char* bytes) {
+    std::memcpy(slot(name)->trg_status, bytes, 4);
+  }
   // Reads by RGN.REN; the name found, or "" with the code in last_rc.
   std::string by_rr(std::string_view rgn, std::string_view ren, std::size_t length = 192) {
     char rr[16] = {};

@@ -47,9 +47,15 @@ TEST_F(TargetTable, TheWholeRecordComesBackAsItWasPut) {
   ASSERT_EQ(put(Record("SERVER").type(remote | server)), DBE_OK);
   Record record("TARGET");
   record.description("a machine").rgn("NETWORK1").ren("ELEMENT1").type(remote | client).os(11).mode(push);
-  record.text(140, 4, "abcd").text(148, 16, "0123456789ABCDEF").text(164, 3, "\1\1\1").text(168, 16, "carried");
+  record.text(140, 4, "abcd")
+      .text(148, 16, "0123456789ABCDEF")
+      .text(164, 3, "\1\1\1")
+      .text(168, 16, "carried");
   record.server("SERVER").text(256, 32, "lan").text(288, 60, "customer").text(348, 60, "contact");
-  record.text(408, 32, "phone").text(440, 60, "manager").text(500, 200, "address").text(702, 286, "raw block");
+  record.text(408, 32, "phone")
+      .text(440, 60, "manager")
+      .text(500, 200, "address")
+      .text(702, 286, "raw block");
   record.hardware(0, "processor", "fast").hardware(1, "memory", "large");
   ASSERT_EQ(put(record), DBE_OK);
   Record expected = record;
@@ -78,9 +84,9 @@ TEST_F(TargetTable, AReadWritesNoByteBeyondItsLength) {
     std::vector<unsigned char> buffer(record_len + 1, 0xEE);
     const void* keys[] = {"T"};
     ASSERT_EQ(db_get(task, DB_TRG, 1, keys, buffer.data(), static_cast<std::uint16_t>(length)), DBE_OK);
-    EXPECT_TRUE(std::all_of(buffer.begin() + static_cast<long>(length), buffer.end(),
-                            [](unsigned char c) { return c == 0xEE; }))
-        << length;
+    EXPECT_TRUE(std::all_of(buffer.begin() + static_cast<long>(length), buffer.end(), [](unsigned char c) {
+      return c == 0xEE;
+    })) << length;
   }
 }
 

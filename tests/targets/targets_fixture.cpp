@@ -103,7 +103,8 @@ std::string TargetsTest::server_of(const std::string& name) {
 std::vector<std::string> TargetsTest::names() {
   std::vector<char> list(200 * 64);
   std::uint16_t count = 0, index = 0;
-  EXPECT_EQ(db_start_list(task, DB_TRG, nullptr, list.data(), static_cast<std::uint32_t>(list.size()), &count, &index),
+  EXPECT_EQ(db_start_list(task, DB_TRG, nullptr, list.data(), static_cast<std::uint32_t>(list.size()), &count,
+                          &index),
             DBE_OK);
   std::vector<std::string> all;
   while (index < count) {
@@ -149,8 +150,12 @@ void TargetsTest::kill_writer_after(const std::function<void(void* task)>& body)
             -SIGKILL);
 }
 
-DBR_CNTL* TargetsTest::cntl() { return static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL)); }
-DBR_TCB* TargetsTest::tcb() { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_CNTL* TargetsTest::cntl() {
+  return static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
+}
+DBR_TCB* TargetsTest::tcb() {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 TRG_CNTL_ENTRY* TargetsTest::slot(const std::string& name) {
   const std::uint32_t found = number(name);

@@ -38,7 +38,9 @@ struct Config {
     EXPECT_EQ(std::strlen(out.data()), length);
     return out.data();
   }
-  bool prints(const std::string& line) const { return ("\n" + print()).find("\n" + line + "\n") != std::string::npos; }
+  bool prints(const std::string& line) const {
+    return ("\n" + print()).find("\n" + line + "\n") != std::string::npos;
+  }
 
   std::vector<unsigned char> bytes = std::vector<unsigned char>(base_config_len);
 };
@@ -91,27 +93,46 @@ TEST(BaseConfigText, AnEmptyRecordPrintsItsFixedLinesInOrder) {
 }
 
 TEST(BaseConfigText, NumbersComeFromTheirOffsetsAtTheirWidths) {
-  const Config config = Config().u16(66, 1).u32(68, 11).u32(72, 12).u32(76, 4294967295u).u16(80, 65535).u16(82, 3);
+  const Config config =
+      Config().u16(66, 1).u32(68, 11).u32(72, 12).u32(76, 4294967295u).u16(80, 65535).u16(82, 3);
   EXPECT_TRUE(config.prints("LAN AUTHORIZATION:    1"));
   EXPECT_TRUE(config.prints("LOG FILE SIZE:        11"));
   EXPECT_TRUE(config.prints("API TRACE FILE SIZE:  12"));
   EXPECT_TRUE(config.prints("TRACE FILE SIZE:      4294967295"));
   EXPECT_TRUE(config.prints("TCP/IP PORT:          65535"));
   EXPECT_TRUE(config.prints("FILE SYSTEM:    3"));
-  const Config limits = Config().u16(86, 9).u32(4264, 1).u32(4268, 2).u32(4272, 3).u32(4280, 4).u32(4284, 5)
-                            .u32(4288, 6).u32(4292, 7).u32(4296, 8).u32(4300, 9).u32(4304, 10).u32(4308, 11)
-                            .u32(4568, 12).u32(4572, 13).u32(4576, 14).u32(4636, 15);
+  const Config limits = Config()
+                            .u16(86, 9)
+                            .u32(4264, 1)
+                            .u32(4268, 2)
+                            .u32(4272, 3)
+                            .u32(4280, 4)
+                            .u32(4284, 5)
+                            .u32(4288, 6)
+                            .u32(4292, 7)
+                            .u32(4296, 8)
+                            .u32(4300, 9)
+                            .u32(4304, 10)
+                            .u32(4308, 11)
+                            .u32(4568, 12)
+                            .u32(4572, 13)
+                            .u32(4576, 14)
+                            .u32(4636, 15);
   for (const char* line :
        {"MAX ATTEMPTS:   9", "MAX CONNECTIONS:      1", "MAX TARGETS:          2", "MAX USER INTERFACES:  3",
-        "MAX REQUESTS:        4", "MAX LOCAL TARGETS:   5", "MAX SERVER CONNS:    6", "MAX STS:             7",
-        "DACA IDLE TIME:      8", "DACA RETRY TIME:     9", "STS IDLE TIME:       10", "STS RETRY TIME:      11",
-        "MAX SERVER TARGETS:  12", "MAX SNADS ROUTES:    13", "MAX STS ROUTES:      14",
-        "CONNECTION WINDOW DURATION:      15"})
+        "MAX REQUESTS:        4", "MAX LOCAL TARGETS:   5", "MAX SERVER CONNS:    6",
+        "MAX STS:             7", "DACA IDLE TIME:      8", "DACA RETRY TIME:     9",
+        "STS IDLE TIME:       10", "STS RETRY TIME:      11", "MAX SERVER TARGETS:  12",
+        "MAX SNADS ROUTES:    13", "MAX STS ROUTES:      14", "CONNECTION WINDOW DURATION:      15"})
     EXPECT_TRUE(limits.prints(line)) << line;
 }
 
 TEST(BaseConfigText, ValuesWithWordsPrintTheirWords) {
-  struct { std::size_t offset; unsigned value; const char* line; } const cases[] = {
+  struct {
+    std::size_t offset;
+    unsigned value;
+    const char* line;
+  } const cases[] = {
       {85, 1, "CONFIGURATION:        BASE"},
       {85, 2, "CONFIGURATION:        SERVER_NO_COMMS"},
       {85, 3, "CONFIGURATION:        SERVER_WITH_COMMS"},
@@ -161,7 +182,8 @@ TEST(BaseConfigText, ServersEndAtTheFirstEmptyBlockAndComeBeforeTheUser) {
   Config config;
   config.text(1368, "ONE").text(1368 + 350, "TWO").text(1368 + 3 * 350, "FOUR").text(4594, "daemon");
   const std::string text = config.print();
-  EXPECT_NE(text.find("SERVER:               ONE\nSERVER:               TWO\nOS USER:  daemon\n"), std::string::npos);
+  EXPECT_NE(text.find("SERVER:               ONE\nSERVER:               TWO\nOS USER:  daemon\n"),
+            std::string::npos);
   EXPECT_EQ(text.find("FOUR"), std::string::npos);
 }
 
@@ -169,7 +191,7 @@ TEST(BaseConfigText, TextThatFillsItsFieldEndsWithIt) {
   Config config;
   config.text(4584, "NINECHARS").u8(4593, 1);
   EXPECT_TRUE(config.prints("TARGET ADDRESS:  NINECHARS"));
-  EXPECT_TRUE(Config().text(0, std::string(64, 'W')).prints("WORKSTATION NAME:     " + std::string(64, 'W')) );
+  EXPECT_TRUE(Config().text(0, std::string(64, 'W')).prints("WORKSTATION NAME:     " + std::string(64, 'W')));
 }
 
 TEST(BaseConfigText, ARecordOfAnyBytesStaysWithinItsText) {
@@ -182,13 +204,39 @@ TEST(BaseConfigText, ARecordOfAnyBytesStaysWithinItsText) {
 
 TEST(BaseConfigText, WhatIsPrintedReadsBackAsTheSameRecord) {
   Config config;
-  config.text(0, "WORKSTATION").u16(64, 2).u16(66, 1).u32(68, 10).u32(72, 20).u32(76, 30).u16(80, 729).u16(82, 1);
-  config.u8(84, 11).u8(85, 3).u16(86, 5).text(88, "/opt/base").text(344, "/opt/repository").text(600, "/opt/service");
+  config.text(0, "WORKSTATION")
+      .u16(64, 2)
+      .u16(66, 1)
+      .u32(68, 10)
+      .u32(72, 20)
+      .u32(76, 30)
+      .u16(80, 729)
+      .u16(82, 1);
+  config.u8(84, 11)
+      .u8(85, 3)
+      .u16(86, 5)
+      .text(88, "/opt/base")
+      .text(344, "/opt/repository")
+      .text(600, "/opt/service");
   config.text(856, "/opt/backup").text(1112, "/opt/work").text(1368, "ONE").text(1368 + 350, "TWO");
-  config.u32(4264, 1).u32(4268, 2000).u32(4272, 3).u8(4276, 1).u8(4277, 1).u8(4278, 1).u32(4280, 4).u32(4284, 5);
-  config.u32(4288, 6).u32(4292, 7).u32(4296, 8).u32(4300, 9).u32(4304, 10).u32(4308, 11).text(4312, "inventory");
+  config.u32(4264, 1)
+      .u32(4268, 2000)
+      .u32(4272, 3)
+      .u8(4276, 1)
+      .u8(4277, 1)
+      .u8(4278, 1)
+      .u32(4280, 4)
+      .u32(4284, 5);
+  config.u32(4288, 6).u32(4292, 7).u32(4296, 8).u32(4300, 9).u32(4304, 10).u32(4308, 11).text(4312,
+                                                                                              "inventory");
   config.u32(4568, 12).u32(4572, 13).u32(4576, 14).u8(4580, 1).u8(4581, 1).u8(4582, 1).u8(4583, 2);
-  config.text(4584, "ADDRESS").u8(4593, 1).text(4594, "daemon").u8(4610, 1).u8(4611, 1).u8(4624, 1).u32(4636, 15);
+  config.text(4584, "ADDRESS")
+      .u8(4593, 1)
+      .text(4594, "daemon")
+      .u8(4610, 1)
+      .u8(4611, 1)
+      .u8(4624, 1)
+      .u32(4636, 15);
   std::vector<unsigned char> read(base_config_len);
   std::uint32_t line = 0;
   char reason[200] = {};
