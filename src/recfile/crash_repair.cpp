@@ -44,7 +44,7 @@ int end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, 
     ZVR_TRACE(task, 1, 2, "transend returned %d", code);
     return code;
   }
-  return engine::e_ok;
+  return state;
 }
 
 std::int16_t repair_open_files(void* task) {
@@ -63,8 +63,8 @@ std::int16_t repair_open_files(void* task) {
       if (engine::clrwrit(entry.psp) == engine::e_ok) state = engine::transstat(entry.psp);
     }
     const int ended = end_interrupted_transaction(task, entry.psp, spec.name, state);
-    if (ended == engine::e_ok && state != engine::e_write_flag) continue;
-    issue_err_msg(task, spec.name, static_cast<std::int16_t>(ended == engine::e_ok ? state : ended), at_transroll);
+    if (ended == engine::e_ok || ended == engine::e_trans_busy) continue;
+    issue_err_msg(task, spec.name, static_cast<std::int16_t>(ended), at_transroll);
     reopen_after_failure(task, index);
     if (!entry.iocb) rc = DBE_IO_ERROR;
   }

@@ -69,6 +69,10 @@ std::int16_t begin_on_fresh_handle(void* task, DBR_TCB* tcb, std::uint32_t db_id
 
 bool rolled_back(int code) { return code == engine::e_ok || code == engine::e_trans_none; }
 
+// What an operation that could not finish leaves on the disk: opening the file clears
+// both.
+bool left_behind(int code) { return code == engine::e_write_flag || code == engine::e_trans_interrupted; }
+
 // Undoes the engine's transaction.  A handle that cannot do so is opened anew.
 int undo(void* task, unsigned index, engine::PSP* psp) {
   const int code = engine::transroll(psp, nullptr, 0, nullptr);
@@ -176,7 +180,11 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
-  const int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  if (left_behind(code)) {
+    reopen_after_failure(task, file.index);
+    if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  }
   if (code != engine::e_ok) {
     issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);
     return DBE_IO_ERROR;

@@ -84,7 +84,7 @@ TEST_F(StorageFailures, AFullDiskIsOverWhenItIsOverForTheTasksThatMetIt) {
     writes_left = 0;
     EXPECT_EQ(DBE_IO_ERROR, put_target(task, "C")) << n;
     writes_left = -1;
-    EXPECT_TRUE(put_target(task, "D") == (n == 0 ? DBE_OK : DBE_RECORD_REPLACED)) << n;
+    EXPECT_EQ(n == 0 ? DBE_OK : DBE_RECORD_REPLACED, put_target(task, "D")) << n;
     EXPECT_EQ(DBE_RECORD_REPLACED, put_target(beside, "A")) << n;
     EXPECT_EQ(DBE_OK, get_target_from_file(beside, "D")) << n;
     EXPECT_EQ(DBE_NOT_FOUND, get_target(beside, "C")) << n;
