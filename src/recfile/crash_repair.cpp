@@ -1,6 +1,5 @@
 #include "recfile/crash_repair.h"
 
-#include "engine/os_file.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "recfile/storage_messages.h"
@@ -10,20 +9,6 @@ namespace zvrdb::recfile {
 namespace {
 
 constexpr int free_the_chain = 1;  // mode of transend
-constexpr unsigned dying_attempts = 3000;
-
-// State of a file's transaction when a writer has died.  The system hands the dead
-// task's semaphore on before it closes the task's files, so for a moment the dead one
-// still looks alive.  No live task can have a transaction here, since this one owns
-// "DBR_MEM": whoever seems to is waited for, though not for ever.
-int state_behind_the_dead(engine::PSP* psp) {
-  int state = engine::transstat(psp);
-  for (unsigned attempt = 0; state == engine::e_trans_busy && attempt < dying_attempts; ++attempt) {
-    engine::os().wait(attempt);
-    state = engine::transstat(psp);
-  }
-  return state;
-}
 
 bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
   if (engine::_bopen(psp, path, access, 2) != engine::e_ok) return false;
@@ -67,11 +52,11 @@ std::int16_t repair_open_files(void* task) {
     const file_spec& spec = file_at(index);
     // A transaction of this task's own is alive, not left behind.
     if (!entry.iocb || tcb->trans_active[spec.list_id] == 1) continue;
-    int state = state_behind_the_dead(entry.psp);
+    int state = engine::transstat(entry.psp);
     if (state == engine::e_ok || state == engine::e_trans_busy) continue;
     if (state == engine::e_write_flag) {
       ZVR_TRACE(task, 4, 2, "Clearing the write flag that a dead task left in %s", spec.name);
-      if (engine::clrwrit(entry.psp) == engine::e_ok) state = state_behind_the_dead(entry.psp);
+      if (engine::clrwrit(entry.psp) == engine::e_ok) state = engine::transstat(entry.psp);
     }
     end_interrupted_transaction(task, entry.psp, spec.name, state);
     state = engine::transstat(entry.psp);
