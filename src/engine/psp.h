@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <source_location>
 #include <type_traits>
 
 #include "engine/engine.h"
@@ -111,6 +110,7 @@ struct PSP {
   char mark_e;
   const segment* segments[cursor_count];
   cursor* cursors[cursor_count];
+  const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
 };
 static_assert(sizeof(PSP) <= psp_size);
@@ -126,9 +126,10 @@ inline bool good_key_number(int key) { return key >= 1 && key <= max_key_number;
 inline int type_of_key(const PSP* h, int key) { return h->keytypes[key] & key_type_mask; }
 
 // Damage is told through this one function, so that a report can name node and line.
-inline int raise_damage(PSP* h, std::int32_t n, std::source_location where = std::source_location::current()) {
+inline int raise_damage(PSP* h, std::int32_t n, int line = __builtin_LINE(), const char* source = __builtin_FILE()) {
   h->damaged_node = n;
-  h->damaged_line = static_cast<std::int32_t>(where.line());
+  h->damaged_line = line;
+  h->damaged_source = source;
   h->errdetail = e_damaged;
   return e_damaged;
 }
