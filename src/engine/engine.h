@@ -77,7 +77,17 @@ struct field {
   void* fdata;          // the value, may be null
 };
 
-struct segment;
+// One part of a composite key.
+struct segment {
+  std::uint8_t type;         // key type 0 to 20; 31 ends the table
+  std::uint8_t spare1[3];
+  std::int32_t field;        // index in the field list
+  std::uint8_t max_length;   // 0 means 242
+  std::uint8_t descending;
+  std::uint8_t spare2[6];
+};
+static_assert(sizeof(segment) == 16);
+
 struct key_entry {
   std::uint8_t number;  // 0 ends the table
   std::uint8_t type;

@@ -68,11 +68,6 @@ int foreign_lock(int file, std::uint64_t offset, std::uint64_t length) {
   return f.l_type == F_UNLCK ? 0 : 1;
 }
 
-bool is_writable(int file) {
-  const int flags = fcntl(file, F_GETFL);
-  return flags >= 0 && (flags & O_ACCMODE) == O_RDWR;
-}
-
 int linux_unlock(int file, std::uint64_t offset, std::uint64_t length) {
   return set_lock(file, F_UNLCK, offset, length) == lock_answer::taken ? 0 : -1;
 }
@@ -80,8 +75,9 @@ int linux_unlock(int file, std::uint64_t offset, std::uint64_t length) {
 // A descriptor without the right to write cannot take an exclusive lock.  It takes a
 // shared one and lets go again if anybody else has the byte.
 lock_answer linux_lock(int file, std::uint64_t offset, std::uint64_t length) {
-  if (is_writable(file)) return set_lock(file, F_WRLCK, offset, length);
-  const lock_answer answer = set_lock(file, F_RDLCK, offset, length);
+  lock_answer answer = set_lock(file, F_WRLCK, offset, length);
+  if (answer != lock_answer::failed || errno != EBADF) return answer;
+  answer = set_lock(file, F_RDLCK, offset, length);
   if (answer != lock_answer::taken) return answer;
   const int others = foreign_lock(file, offset, length);
   if (others == 0) return lock_answer::taken;

@@ -1,0 +1,282 @@
+#include "engine/key_search.h"
+
+#include <cstring>
+
+#include "engine/key_compare.h"
+#include "engine/node_cache.h"
+#include "engine/os_file.h"
+
+namespace zvrdb::engine {
+namespace {
+
+struct found_place {
+  int index;
+  int offset;
+  entry_sign sign;
+};
+
+// The first entry at or above the target, the last entry being looked at first, so
+// that rising targets are placed with one comparison.
+found_place search_entries(const node& v, const target& t) {
+  std::uint16_t offsets[max_entries];
+  const int count = v.count;
+  int at = 0;
+  for (int i = 0; i < count; ++i) {
+    offsets[i] = static_cast<std::uint16_t>(at);
+    at += entry_size(v.entries + at);
+  }
+  if (count == 0) return {0, 0, {1, 1}};
+  int high = count - 1;
+  entry_sign at_high = entrycmp(v.entries + offsets[high], t);
+  if (at_high.full < 0) return {count, at, {-1, -1}};
+  int low = 0;
+  while (low < high) {
+    const int probe = (high + low) / 2;
+    const entry_sign s = entrycmp(v.entries + offsets[probe], t);
+    if (s.full < 0) {
+      low = probe + 1;
+    } else {
+      high = probe;
+      at_high = s;
+    }
+  }
+  return {high, offsets[high], at_high};
+}
+
+std::int32_t child_of(const PSP* h, const node& v, int index) {
+  if (index < 0) return v.child0;
+  const std::uint8_t* entry = v.entries + entry_offset(v, index);
+  return load32s(entry + entry[entry_at::length] - 3, h->order);
+}
+
+// The child to follow from the inner node at hand, which may turn out to be a right
+// neighbour: the node number in `n` is brought up to date.  -1 on damage.
+std::int32_t search_inner(PSP* h, std::int32_t* n, const target& t) {
+  const int level = h->current->level;
+  for (;;) {
+    const node& v = *h->current;
+    if (v.count > max_entries) return -1;
+    if (v.count == 0) return v.child0;
+    const found_place place = search_entries(v, t);
+    // Above all entries: what was split off to the right is found through the link.
+    if (place.index < v.count || v.next == -1) return child_of(h, v, place.index - 1);
+    const std::int32_t right = v.next;
+    if (!may_hop(h) || nodeget(h, nullptr, right) != e_ok || h->current->level != level) return -1;
+    *n = right;
+  }
+}
+
+// Puts the leaf's place and entry into cursor and comparison fields.
+void place_cursor(PSP* h, const target& t, const found_place& place) {
+  h->cmpfull = place.sign.full;
+  h->cmpkey = place.sign.key;
+  h->foundoffset = place.offset;
+  cursor& c = cursor_of(h, t.keyno);
+  c.cindex = place.index;
+  c.cnode = h->lastleaf;
+  c.cstale = 0;
+  const node& v = main_buffer.image;
+  if (place.index >= v.count) {
+    c.ckeyno = t.keyno;
+    std::memset(c.ckey, 0, sizeof c.ckey);
+    c.crecno = 0;
+    c.cpiece = 0;
+    return;
+  }
+  const std::uint8_t* entry = v.entries + place.offset;
+  const int avail = entry_size(entry) - entry_head_size;
+  const int k = key_value_length(type_of_key(h, entry[entry_at::key]), entry + entry_at::value, avail);
+  c.ckeyno = entry[entry_at::key];
+  c.crecno = static_cast<std::uint32_t>(entry_record(entry, h->order));
+  c.cpiece = entry[entry_at::piece];
+  std::memset(c.ckey, 0, sizeof c.ckey);
+  if (k > 0 && k <= value_and_data) std::memcpy(c.ckey, entry + entry_at::value, static_cast<std::size_t>(k));
+}
+
+// Rising inserts land behind the end of the last leaf, which is still at hand.
+bool found_behind_last_leaf(PSP* h, const target& t) {
+  const node& v = main_buffer.image;
+  if (t.keyno != h->lastkey || h->lastleaf < 0 || !holds(main_buffer, h, h->lastleaf)) return false;
+  if (v.level != 0 || v.next != -1 || v.count == 0) return false;
+  const found_place place = search_entries(v, t);
+  if (place.index < v.count) return false;
+  place_cursor(h, t, place);
+  return true;
+}
+
+void copy_leaf_to_main(PSP* h, std::int32_t n) {
+  std::memcpy(&main_buffer.image, h->current, page_size);
+  std::memset(main_buffer.image.entries + entry_area, 0, node_spare);
+  set_tag(main_buffer, h, n);
+  h->current = &main_buffer.image;
+}
+
+// From the root to the leaf, which ends up in the main buffer; its number, -1 on damage.
+std::int32_t descend(PSP* h, const target& t) {
+  clear_tag(main_buffer);
+  for (std::int32_t& p : h->path_nodes) p = -1;
+  std::int32_t n = h->root;
+  if (nodeget(h, nullptr, n) != e_ok) return -1;
+  int level = h->current->level;
+  if (level + 1 != h->depth || level >= max_depth) return -1;
+  if (level == 0) copy_leaf_to_main(h, n);
+  while (level > 0) {
+    const std::int32_t child = search_inner(h, &n, t);
+    h->path_nodes[level] = n;
+    if (child < 0 || nodeget(h, level < 2 ? &main_buffer : nullptr, child) != e_ok) return -1;
+    if (h->current->level + 1 != level) {
+      clear_tag(main_buffer);
+      return -1;
+    }
+    --level;
+    n = child;
+  }
+  h->path_nodes[0] = n;
+  return n;
+}
+
+int step_to_leaf(PSP* h, bool right) {
+  cursor& c = cursor_of(h, h->keyno);
+  const node& v = main_buffer.image;
+  for (;;) {
+    const std::int32_t n = right ? v.next : v.prev;
+    if (n < 0) return 0;
+    c.cnode = n;
+    if (!may_hop(h)) return raise_damage(h, n);
+    const int got = nodeget(h, &main_buffer, n);
+    if (got != e_ok) return got == e_not_found ? e_io : got;
+    if (v.level != 0) return raise_damage(h, n);
+    if (v.count > 0) return 1;
+  }
+}
+
+}  // namespace
+
+int entry_offset(const node& v, int index) {
+  int at = 0;
+  for (int i = 0; i < index && i < v.count; ++i) at += entry_size(v.entries + at);
+  return at;
+}
+
+const std::uint8_t* entry_at_index(const node& v, int index) {
+  if (index < 0 || index >= v.count) return nullptr;
+  return v.entries + entry_offset(v, index);
+}
+
+bool may_hop(PSP* h) {
+  constexpr int few = 64;
+  if (++h->hops <= few) return true;
+  if (h->hops >= h->nextnode) return false;
+  if (h->hops % 1024 != few + 1) return true;
+  // The node count of the header may be anything; the file's own length is not.
+  const std::int64_t size = os().size(h->file);
+  return size >= 0 && h->hops <= size / page_size;
+}
+
+bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
+  if (!make_cursor(h, keyno)) return false;
+  const target t{key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order};
+  h->hops = 0;
+  if (found_behind_last_leaf(h, t)) return true;
+  const std::int32_t leaf = descend(h, t);
+  if (leaf < 0) {
+    h->lastkey = -1;
+    raise_damage(h, leaf);
+    return false;
+  }
+  h->lastleaf = leaf;
+  h->lastkey = keyno;
+  place_cursor(h, t, search_entries(main_buffer.image, t));
+  return true;
+}
+
+void clear_request(PSP* h) {
+  h->keyptr = h->keybuf;
+  std::memset(h->keybuf, 0, sizeof h->keybuf);
+  h->keylen = 0;
+  h->pieceln = 0;
+  h->recno = 0;
+  h->piece = 0;
+  h->status = e_not_found;
+}
+
+void publish(PSP* h, const std::uint8_t* entry) {
+  const int avail = entry_size(entry) - entry_head_size;
+  const int k = key_value_length(type_of_key(h, entry[entry_at::key]), entry + entry_at::value, avail);
+  if (k < 0 || avail > value_and_data) {
+    raise_damage(h, main_buffer.number);
+    clear_request(h);
+    return;
+  }
+  std::memcpy(h->keybuf, entry + entry_at::value, static_cast<std::size_t>(avail));
+  h->keybuf[avail] = 0;
+  h->keyptr = h->keybuf;
+  h->keylen = k;
+  h->pieceln = avail - k;
+  h->recno = entry_record(entry, h->order);
+  h->piece = entry[entry_at::piece];
+  cursor& c = cursor_of(h, h->keyno);
+  std::memset(c.ckey, 0, sizeof c.ckey);
+  std::memcpy(c.ckey, h->keybuf, static_cast<std::size_t>(k));
+  c.crecno = static_cast<std::uint32_t>(h->recno);
+  c.cpiece = h->piece;
+  c.ckeyno = entry[entry_at::key];
+  h->status = e_ok;
+}
+
+int locate(PSP* h, int piece) {
+  const std::uint8_t* key = h->keyptr;
+  if (!treesearch(h, h->keyno, key, h->recno, piece)) return keep_status(h, e_damaged);
+  cursor& c = cursor_of(h, h->keyno);
+  const std::uint8_t* entry = nullptr;
+  if (c.cindex < main_buffer.image.count) {
+    entry = main_buffer.image.entries + h->foundoffset;
+  } else {
+    const target t{key, h->recno, h->keyno, type_of_key(h, h->keyno), piece & piece_number, h->edge, h->order};
+    const std::int32_t last = c.cnode;
+    const int count = c.cindex;
+    const int there = next_leaf(h);
+    if (there < 0) return keep_status(h, there);
+    if (there == 0) {
+      // Nothing behind: the cursor stays behind the last entry of its leaf.
+      if (nodeget(h, &main_buffer, last) != e_ok) return keep_status(h, e_damaged);
+      c.cnode = last;
+      c.cindex = count;
+      c.ckeyno = h->keyno + 1;
+      h->cmpfull = -1;
+      h->cmpkey = -1;
+    } else {
+      entry = main_buffer.image.entries;
+      const entry_sign s = entrycmp(entry, t);
+      h->cmpfull = s.full;
+      h->cmpkey = s.key;
+      c.ckeyno = entry[entry_at::key];
+    }
+  }
+  c.cdeleted = 0;
+  if (entry != nullptr) {
+    publish(h, entry);
+  } else {
+    clear_request(h);
+  }
+  if (h->cmpfull == 0) return 0;
+  if (h->cmpfull < 0) return -1;
+  return h->cmpkey != 0 ? 2 : 1;
+}
+
+int next_leaf(PSP* h) {
+  if (main_buffer.image.next == -1) return 0;
+  cursor_of(h, h->keyno).cindex = 0;
+  h->lastkey = -1;
+  return step_to_leaf(h, true);
+}
+
+int previous_leaf(PSP* h) {
+  if (main_buffer.image.prev == -1) return 0;
+  h->lastkey = -1;
+  const int there = step_to_leaf(h, false);
+  cursor_of(h, h->keyno).cindex = main_buffer.image.count - 1;
+  return there;
+}
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,387 @@
+#include "engine/node_cache.h"
+
+#include <cstring>
+#include <utility>
+
+#include "engine/header_page.h"
+#include "engine/key_compare.h"
+#include "engine/open_handles.h"
+#include "engine/os_file.h"
+#include "engine/sharing.h"
+
+namespace zvrdb::engine {
+
+node_buffer main_buffer{{}, nullptr, -1, -1};
+node_buffer second_buffer{{}, nullptr, -1, -1};
+node_buffer third_buffer{{}, nullptr, -1, -1};
+node_buffer log_buffer{{}, nullptr, -1, -1};
+node_buffer scratch_buffer{{}, nullptr, -1, -1};
+
+namespace {
+
+struct block {
+  node image;
+  PSP* owner;           // null when free
+  std::int32_t file;    // -1 when free
+  std::int32_t number;  // -1 when free
+  bool dirty;           // the node must still be written
+  block* newer;         // neighbours in order of use
+  block* older;
+  block* chain;         // next of the same hash
+};
+
+// Blocks in order of use, most recent first, and a hash table over them.
+struct block_cache {
+  block* blocks = nullptr;
+  block** table = nullptr;
+  block* newest = nullptr;
+  block* oldest = nullptr;
+  unsigned count = 0;
+  unsigned table_mask = 0;
+  unsigned wanted = 10;
+};
+block_cache cache;
+
+node_buffer* const tagged_buffers[] = {&main_buffer, &second_buffer, &third_buffer, &log_buffer, &scratch_buffer};
+
+unsigned hash_of(const PSP* h, std::int32_t file, std::int32_t n) {
+  const auto address = reinterpret_cast<std::uintptr_t>(h);
+  std::uint64_t v = address ^ (static_cast<std::uint64_t>(static_cast<std::uint32_t>(n)) << 20) ^
+                    static_cast<std::uint32_t>(file);
+  v *= 0x9E3779B97F4A7C15u;
+  return static_cast<unsigned>(v >> 40) & cache.table_mask;
+}
+
+void release_cache() {
+  os().release(cache.blocks);
+  os().release(cache.table);
+  const unsigned wanted = cache.wanted;
+  cache = block_cache{};
+  cache.wanted = wanted;
+}
+
+void unchain(block* b) {
+  if (b->owner == nullptr) return;
+  block** link = &cache.table[hash_of(b->owner, b->file, b->number)];
+  while (*link != b) link = &(*link)->chain;
+  *link = b->chain;
+}
+
+void set_dirty(block* b, bool dirty) {
+  if (b->dirty == dirty) return;
+  b->dirty = dirty;
+  b->owner->dirtyblocks += dirty ? 1 : -1;
+}
+
+void free_block(block* b) {
+  if (b->owner == nullptr) return;
+  set_dirty(b, false);
+  unchain(b);
+  b->owner = nullptr;
+  b->file = -1;
+  b->number = -1;
+}
+
+void own_block(block* b, PSP* h, std::int32_t n) {
+  if (b->owner == h && b->file == h->file && b->number == n) return;
+  free_block(b);
+  b->owner = h;
+  b->file = h->file;
+  b->number = n;
+  block** head = &cache.table[hash_of(h, h->file, n)];
+  b->chain = *head;
+  *head = b;
+}
+
+void move_to_front(block* b) {
+  if (cache.newest == b) return;
+  b->newer->older = b->older;
+  if (b->older != nullptr) {
+    b->older->newer = b->newer;
+  } else {
+    cache.oldest = b->newer;
+  }
+  b->newer = nullptr;
+  b->older = cache.newest;
+  cache.newest->newer = b;
+  cache.newest = b;
+}
+
+block* find_block(const PSP* h, std::int32_t n) {
+  for (block* b = cache.table[hash_of(h, h->file, n)]; b != nullptr; b = b->chain)
+    if (b->owner == h && b->file == h->file && b->number == n) return b;
+  return nullptr;
+}
+
+void convert_head(node& v, byte_order order) {
+  if (order == native_order) return;
+  v.child0 = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.child0)));
+  v.next = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.next)));
+  v.prev = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.prev)));
+  v.level = swap_bytes(v.level);
+  v.count = swap_bytes(v.count);
+  v.room = static_cast<std::int16_t>(swap_bytes(static_cast<std::uint16_t>(v.room)));
+}
+
+int write_image(PSP* h, node& v, std::int32_t n) {
+  if (n < 0 || n > max_node) return e_write;
+  const int flagged = raise_flag(h);
+  if (flagged != e_ok) return flagged;
+  convert_head(v, h->order);
+  const int written = physical_write(h, write_kind::node, node_offset(n), &v, page_size);
+  convert_head(v, h->order);
+  return written;
+}
+
+int write_block(block* b) {
+  const int written = write_image(b->owner, b->image, b->number);
+  if (written == e_ok) set_dirty(b, false);
+  return written;
+}
+
+int read_image(PSP* h, node& v, std::int32_t n) {
+  const int got = physical_read(h, node_offset(n), &v, page_size);
+  if (got != e_ok) return got;
+  convert_head(v, h->order);
+  if (is_tree_level(v.level) && !node_is_sound(h, v)) return raise_damage(h, n);
+  return e_ok;
+}
+
+// Makes room in a block: a changed node goes out first, under its own handle.
+int evict(block* b) {
+  if (!b->dirty) return e_ok;
+  PSP* owner = b->owner;
+  if (is_shared(owner) && owner->wrnest == 0) {
+    // Left over from an operation that failed.  Its locks are gone and its flag stands
+    // on the disk, so the file is known as damaged: not one byte more may be written.
+    set_dirty(b, false);
+    return e_ok;
+  }
+  return write_block(b);
+}
+
+// The block of node n, moved to the front; `hit` tells whether it holds the node.
+int take_block(PSP* h, std::int32_t n, block** out, bool* hit) {
+  block* b = find_block(h, n);
+  *hit = b != nullptr;
+  if (b == nullptr) {
+    b = cache.oldest;
+    const int evicted = evict(b);
+    if (evicted != e_ok) return evicted;
+  }
+  move_to_front(b);
+  *out = b;
+  return e_ok;
+}
+
+bool unlocked_and_shared(const PSP* h) { return is_shared(h) && h->arbiter == 'U' && h->locklevel == 1; }
+
+void check_generation_between_operations(PSP* h) {
+  if (unlocked_and_shared(h) && gencheck_lightly(h) != 0) purgefile(h);
+}
+
+void zero_spare(node& v) { std::memset(v.entries + entry_area, 0, node_spare); }
+
+// A buffer that holds an older state of the node must not be taken for it.
+void forget_other_copies(const node_buffer& b, const PSP* h, std::int32_t n) {
+  for (node_buffer* other : tagged_buffers)
+    if (other != &b && holds(*other, h, n)) clear_tag(*other);
+}
+
+void drop_cached(PSP* h, std::int32_t n) {
+  if (block* b = find_block(h, n)) free_block(b);
+}
+
+bool entry_is_sound(const PSP* h, const std::uint8_t* entry, int left, bool inner) {
+  const int length = entry[entry_at::length];
+  if (length < entry_head_size - 1 || length + 1 > left) return false;
+  if (!good_key_number(entry[entry_at::key])) return false;
+  const int rest = length + 1 - entry_head_size;
+  const int k = key_value_length(type_of_key(h, entry[entry_at::key]), entry + entry_at::value, rest);
+  if (k < 0 || k > max_key_value) return false;
+  if (!inner) return length + 1 <= max_entry_size;
+  return rest == k + 4 && load32s(entry + entry_head_size + k, h->order) >= 0;
+}
+
+}  // namespace
+
+bool leaf_entry_is_sound(const PSP* h, const std::uint8_t* entry, int left) {
+  return left >= entry_head_size && entry_is_sound(h, entry, left, false);
+}
+
+bool node_is_sound(const PSP* h, const node& v) {
+  if (v.count > max_entries || v.room < 0 || v.room > entry_area || v.level >= max_depth) return false;
+  const bool inner = v.level != 0;
+  if (inner && v.child0 < 0) return false;
+  int at = 0;
+  int last = 0;
+  for (int i = 0; i < v.count; ++i) {
+    if (at >= entry_area || !entry_is_sound(h, v.entries + at, entry_area - at, inner)) return false;
+    last = at;
+    at += entry_size(v.entries + at);
+  }
+  if (at + v.room != entry_area) return false;
+  // The ends of a node in order, and each step to a neighbour checked: so no walk along
+  // a level can go round in circles.
+  const std::uint8_t* first = v.entries;
+  return last == 0 || !is_totally_ordered(type_of_key(h, first[entry_at::key])) ||
+         compare_entries(h, first, v.entries + last) <= 0;
+}
+
+void set_tag(node_buffer& b, PSP* h, std::int32_t n) {
+  b.owner = h;
+  b.file = h->file;
+  b.number = n;
+}
+
+void clear_buffer(node_buffer& b) {
+  std::memset(&b.image, 0, sizeof b.image);
+  clear_tag(b);
+}
+
+void set_cache_blocks(unsigned count) {
+  cache.wanted = count;
+  if (cache.blocks != nullptr && !any_open_handle()) release_cache();
+}
+
+int cache_ready() {
+  if (cache.blocks != nullptr && (cache.count == cache.wanted || any_open_handle())) return e_ok;
+  release_cache();
+  const unsigned count = cache.wanted;
+  if (count == 0) return e_ok;
+  constexpr unsigned most_blocks = 1u << 20;
+  if (count > most_blocks) return e_no_memory;
+  unsigned table = 16;
+  while (table < 2 * count) table *= 2;
+  cache.blocks = static_cast<block*>(os().allocate(count * sizeof(block)));
+  cache.table = static_cast<block**>(os().allocate(table * sizeof(block*)));
+  if (cache.blocks == nullptr || cache.table == nullptr) {
+    release_cache();
+    return e_no_memory;
+  }
+  cache.count = count;
+  cache.table_mask = table - 1;
+  for (unsigned i = 0; i < count; ++i) {
+    block& b = cache.blocks[i];
+    b.file = -1;
+    b.number = -1;
+    b.newer = i > 0 ? &b - 1 : nullptr;
+    b.older = i + 1 < count ? &b + 1 : nullptr;
+  }
+  cache.newest = cache.blocks;
+  cache.oldest = cache.blocks + (count - 1);
+  return e_ok;
+}
+
+int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
+  if (n < 0) return e_negative_node;
+  if (n >= h->nextnode || n > max_node) return e_unallocated_node;
+  if (cache.blocks == nullptr) return e_io;
+  const bool trusted = b == &main_buffer || b == &third_buffer || b == &log_buffer;
+  if (trusted && holds(*b, h, n)) {
+    h->current = &b->image;
+    return e_ok;
+  }
+  check_generation_between_operations(h);
+  block* found = nullptr;
+  bool hit = false;
+  if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
+  if (!hit) {
+    free_block(found);
+    const int got = read_image(h, found->image, n);
+    if (got != e_ok) return got;
+    own_block(found, h, n);
+  }
+  if (b == nullptr) {
+    h->current = &found->image;
+    return e_ok;
+  }
+  std::memcpy(&b->image, &found->image, page_size);
+  zero_spare(b->image);
+  set_tag(*b, h, n);
+  h->current = &b->image;
+  return e_ok;
+}
+
+int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
+  if (b.image.room < 0 || (b.image.count & 0x8000) != 0 || n < 0) return raise_damage(h, n);
+  if (cache.blocks == nullptr) return e_io;
+  h->hdrdirty = 1;
+  set_tag(b, h, n);
+  forget_other_copies(b, h, n);
+  check_generation_between_operations(h);
+  block* found = nullptr;
+  bool hit = false;
+  if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
+  own_block(found, h, n);
+  std::memcpy(&found->image, &b.image, page_size);
+  if (n > h->extent) return raise_damage(h, n);
+  const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
+  set_dirty(found, true);
+  return through ? write_block(found) : e_ok;
+}
+
+int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
+  if (b.image.room < 0 || (b.image.count & 0x8000) != 0) return raise_damage(h, n);
+  if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
+  drop_cached(h, n);
+  set_tag(b, h, n);
+  forget_other_copies(b, h, n);
+  return write_image(h, b.image, n);
+}
+
+int nodegetd(PSP* h, node_buffer& b, std::int32_t n) {
+  const int got = nodeget(h, &b, n);
+  if (cache.blocks != nullptr) drop_cached(h, n);
+  return got;
+}
+
+namespace {
+int write_dirty_blocks(PSP* h) {
+  int result = e_ok;
+  int left = h->dirtyblocks;
+  for (block* b = cache.newest; b != nullptr && left > 0; b = b->older) {
+    if (b->owner != h || b->file != h->file || !b->dirty) continue;
+    --left;
+    const int written = write_block(b);
+    if (result == e_ok) result = written;
+  }
+  return result;
+}
+}  // namespace
+
+int flushfile(PSP* h) {
+  int result = h->hdrdirty ? writehdr(h) : e_ok;
+  const int nodes = write_dirty_blocks(h);
+  if (result == e_ok) result = nodes;
+  plain_flush(h);
+  return result;
+}
+
+int dropfile(PSP* h) {
+  const int result = write_dirty_blocks(h);
+  if (result == e_ok) purgefile(h);
+  plain_flush(h);
+  return result;
+}
+
+void purgefile(PSP* h) {
+  for (block* b = cache.newest; b != nullptr; b = b->older)
+    if (b->owner == h) free_block(b);
+  h->dirtyblocks = 0;
+  for (node_buffer* b : tagged_buffers)
+    if (b->owner == h) clear_tag(*b);
+}
+
+void forget_cache() {
+  for (block* b = cache.newest; b != nullptr; b = b->older) {
+    b->owner = nullptr;
+    b->file = -1;
+    b->number = -1;
+    b->dirty = false;
+  }
+  for (unsigned i = 0; cache.table != nullptr && i <= cache.table_mask; ++i) cache.table[i] = nullptr;
+  for (node_buffer* b : tagged_buffers) clear_tag(*b);
+}
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,68 @@
+// Nodes between the file and memory: the process-wide buffers, the cache of blocks,
+// and the order in which changes reach the disk.
+//
+// One thread at a time in the engine: nothing here is guarded.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/format.h"
+#include "engine/psp.h"
+
+namespace zvrdb::engine {
+
+// A node being worked on, and whose it is.
+struct node_buffer {
+  node image;
+  PSP* owner;           // null when empty
+  std::int32_t file;    // -1 when empty
+  std::int32_t number;  // -1 when empty
+};
+
+extern node_buffer main_buffer;     // the leaf at hand: all searches and changes
+extern node_buffer second_buffer;   // the new node of a split; free nodes read
+extern node_buffer third_buffer;    // log nodes during a roll-back
+extern node_buffer log_buffer;      // the log node being filled
+extern node_buffer scratch_buffer;  // the zero node of growth, the empty root
+
+inline bool holds(const node_buffer& b, const PSP* h, std::int32_t n) {
+  return b.owner == h && b.file == h->file && b.number == n && n >= 0;
+}
+inline void clear_tag(node_buffer& b) {
+  b.owner = nullptr;
+  b.file = -1;
+  b.number = -1;
+}
+void set_tag(node_buffer& b, PSP* h, std::int32_t n);
+void clear_buffer(node_buffer& b);   // all bytes zero, no tag
+
+// Makes the cache if it isn't there.  0, e_no_memory.
+int cache_ready();
+
+// Makes node n current (h->current): in the buffer or, with none, in a cache block,
+// where it stays until the next call.
+// 0, e_unallocated_node, e_negative_node, e_io (no cache), e_not_found (read failed),
+// e_short_read, e_damaged (the bytes are no node).
+int nodeget(PSP* h, node_buffer* b, std::int32_t n);
+// Writes a node through the cache, as the integrity level has it.
+// 0, e_damaged (room or count negative, number above extent), e_io, e_write.
+int nodeput(PSP* h, node_buffer& b, std::int32_t n);
+// For log nodes: directly to and from the file, past the cache.
+int nodeputd(PSP* h, node_buffer& b, std::int32_t n);
+int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
+
+// Header if dirty, each dirty block, flush of the system.  The first error.
+int flushfile(PSP* h);
+// At close: as flushfile for blocks alone, and forgets them.  The first error.
+int dropfile(PSP* h);
+// Forgets all blocks and buffers of the file without writing.
+void purgefile(PSP* h);
+// Forgets everything: for a forked child.
+void forget_cache();
+
+// Whether the bytes of a tree node can be walked: every length and number in bounds.
+bool node_is_sound(const PSP* h, const node& v);
+// The same for one leaf entry of which `left` bytes may be looked at.
+bool leaf_entry_is_sound(const PSP* h, const std::uint8_t* entry, int left);
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,48 @@
+#include "engine/open_handles.h"
+
+#include <pthread.h>
+
+#include "engine/node_cache.h"
+#include "engine/os_file.h"
+
+namespace zvrdb::engine {
+namespace {
+
+PSP* first_open = nullptr;
+
+// A child shares the open files of its parent, and with them the locks: an unlock in
+// the child would free the bytes of the parent.  So it only closes.
+void let_go_in_child() {
+  while (first_open != nullptr) {
+    PSP* h = first_open;
+    first_open = h->next_open;
+    os().close(h->file);
+    h->file = -1;
+    h->state = 'C';
+    free_cursors(h);
+  }
+  forget_cache();
+}
+
+}  // namespace
+
+void remember_handle(PSP* h) {
+  static const int watching = pthread_atfork(nullptr, nullptr, let_go_in_child);
+  static_cast<void>(watching);
+  forget_handle(h);
+  h->next_open = first_open;
+  first_open = h;
+}
+
+bool forget_handle(PSP* h) {
+  for (PSP** link = &first_open; *link != nullptr; link = &(*link)->next_open) {
+    if (*link != h) continue;
+    *link = h->next_open;
+    return true;
+  }
+  return false;
+}
+
+bool any_open_handle() { return first_open != nullptr; }
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,39 @@
+// Handles side by side: slots, reader bytes, the writer arbiter, and the brackets
+// around every read and write operation.
+#pragma once
+
+#include "engine/psp.h"
+
+namespace zvrdb::engine {
+
+// Brackets.  Each enter that answered 0 needs one leave.  The result of a leave that
+// is not 0 takes the place of a good result.
+int rdenter(PSP* h);   // 0, e_byte_lock, e_no_memory
+int rdleave(PSP* h);
+int wrenter(PSP* h);   // 0, e_byte_lock, e_write_flag, e_no_memory, errors of the log
+int wrleave(PSP* h);
+
+// A good result gives way to that of a leave.
+inline int leave_result(int result, int left) { return left != e_ok ? left : result; }
+
+int getslot(PSP* h, bool read_write);   // 0, e_no_slot, e_byte_lock
+void relslot(PSP* h);
+
+// Reader bytes: the own one, or all.  e_byte_lock when they cannot be had.
+int lockread(PSP* h, bool all);
+int unlockread(PSP* h);
+int getarbiter(PSP* h);
+int relarbiter(PSP* h);
+// Waits for the writer at work, if there is one.
+int waitarbiter(PSP* h);
+
+// Compares the generation with the file's; when it moved, forgets cached nodes, loads
+// the header and marks the cursors.  0, e_io, errors of the header.
+int gencheck(PSP* h);
+// The same between operations, for the node cache: 1 when the generation moved.
+int gencheck_lightly(PSP* h);
+
+// Whether the handle of that slot lives.
+bool slot_is_alive(PSP* h, int slot);
+
+}  // namespace zvrdb::engine

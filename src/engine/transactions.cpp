@@ -1,0 +1,342 @@
+// The life of a transaction chain, as the header and its head node show it:
+//
+//   none          transhead -1
+//   allocated     transhead >= 0, head count 0            transbeg, or transend mode 2
+//   in progress   transhead >= 0, owner's slot locked     only its owner may add to it
+//   interrupted   transhead >= 0, owner's slot free       transroll or transend by anyone
+//   kept          transhead -1, on the chain of savedhead transend mode 3
+//
+//   none --transbeg--> in progress --transend 1--> none         writing the header commits
+//                      in progress --transroll--> none          ... and gives the chain up
+//
+// What always holds:
+//   1  transtype is not 0 exactly while this handle has begun and not ended
+//   2  fields of the transaction are set after the operation that began it was left, so
+//      that this operation logs nothing
+//   3  a roll-back first takes the chain out of the header: a crash does not undo twice
+#include <cstring>
+
+#include "engine/cursor.h"
+#include "engine/entry_update.h"
+#include "engine/header_page.h"
+#include "engine/key_compare.h"
+#include "engine/key_search.h"
+#include "engine/node_alloc.h"
+#include "engine/sharing.h"
+#include "engine/trans_log.h"
+#include "engine/tree_insert.h"
+
+namespace zvrdb::engine {
+namespace {
+
+constexpr std::uint8_t rollback_key[] = "TRANSNDE";
+
+void forget_transaction(PSP* h) {
+  h->transtype = 0;
+  h->lognode = -1;
+  h->opnode = -1;
+  h->logpos = 0;
+  h->oppos = 0;
+  h->transgen = 0;
+  h->transseq = 0;
+}
+
+void set_transaction(PSP* h, int type, std::int32_t n) {
+  h->transtype = type;
+  h->lognode = n;
+  h->logpos = 0;
+  h->opnode = n;
+  h->oppos = 0;
+  h->transgen = h->generation;
+  h->transseq = 1;
+}
+
+// A log node of a chain, directly.
+int read_log_node(PSP* h, node_buffer& b, std::int32_t n) {
+  const int got = nodegetd(h, b, n);
+  if (got != e_ok) return got == e_not_found ? e_io : got;
+  return is_log_level(b.image.level) ? static_cast<int>(e_ok) : raise_damage(h, n);
+}
+
+// State of the chain, inside a write operation.
+int chain_state(PSP* h) {
+  if (h->transhead < 0) return e_ok;
+  // Not the log buffer: records of the running operation may still lie there.
+  node_buffer& b = holds(log_buffer, h, h->transhead) ? log_buffer : third_buffer;
+  const int got = read_log_node(h, b, h->transhead);
+  if (got != e_ok) return got;
+  const std::int32_t owner = b.image.prev;
+  if (is_exclusive(h) || owner == h->slot) return b.image.count < 1 ? e_trans_empty : e_trans_interrupted;
+  return slot_is_alive(h, owner) ? e_trans_busy : e_trans_interrupted;
+}
+
+int begin_chain(PSP* h, std::int32_t* head) {
+  if (h->transhead >= 0) {
+    *head = h->transhead;
+    return read_log_node(h, log_buffer, h->transhead);
+  }
+  int result = ensurenodes(h);
+  if (result != e_ok) return result;
+  const std::int32_t n = nodealloc(h);
+  if (n < 1) return e_io;
+  fill_log_node(log_buffer, h->transhead, h->slot, level_log_first);
+  result = nodeputd(h, log_buffer, n);
+  if (result != e_ok) return result;
+  h->transhead = n;
+  *head = n;
+  return writehdr(h);
+}
+
+// Walks a chain whose head is in the log buffer; each node is emptied, and given back
+// if `free` is set.
+int empty_chain(PSP* h, std::int32_t n, bool free) {
+  for (std::int32_t steps = 0; n > 0; ++steps) {
+    if (steps >= h->nextnode) return raise_damage(h, n);
+    int result = read_log_node(h, log_buffer, n);
+    if (result != e_ok) return result;
+    node& v = log_buffer.image;
+    const std::int32_t next = v.next;
+    if (free) result = nodefree(h, log_buffer, n);
+    if (result != e_ok) return result;
+    v.count = 0;
+    v.room = entry_area;
+    std::memset(v.entries, 0, sizeof v.entries);
+    result = nodeputd(h, log_buffer, n);
+    if (result != e_ok) return result;
+    n = next;
+  }
+  return e_ok;
+}
+
+int keep_chain(PSP* h, std::int32_t head) {
+  h->transhead = -1;
+  log_buffer.image.child0 = h->savedhead;
+  h->savedhead = head;
+  const int result = writehdr(h);
+  return result != e_ok ? result : nodeputd(h, log_buffer, head);
+}
+
+int end_transaction(PSP* h, int mode) {
+  if (h->transhead < 0) return e_not_found;
+  int result = translog(h, log_end, nullptr);
+  if (result == e_ok) result = flushfile(h);
+  if (result != e_ok) return result;
+  forget_transaction(h);
+  const std::int32_t head = h->transhead;
+  result = read_log_node(h, log_buffer, head);
+  if (result != e_ok) return result;
+  if (log_buffer.image.prev != h->slot && is_shared(h)) return e_trans_busy;
+  if (mode == 3) return keep_chain(h, head);
+  if (mode == 1) {
+    h->transhead = -1;
+    result = writehdr(h);   // the commit
+    if (result != e_ok) return result;
+  }
+  return empty_chain(h, head, mode == 1);
+}
+
+// ---- Roll-back
+
+// Progress as the caller's function sees it.
+struct rollback_progress {
+  progress_fn tell;
+  std::int64_t all = 0;
+  std::int64_t done = 0;
+};
+
+// Keys of an earlier roll-back that was cut short would point at nodes of its chain.
+int clear_rollback_list(PSP* h) {
+  for (;;) {
+    int result = bfirst(h, key_rollback, nullptr, 0);
+    if (result == e_not_found) return e_ok;
+    if (result == e_ok) result = bdelcur(h, key_rollback);
+    if (result != e_ok) return e_io;
+  }
+}
+
+// Counts the chain and lists its nodes under key 16, since it has no links back.
+int list_chain(PSP* h, std::int32_t n, rollback_progress* progress, std::int32_t* nodes) {
+  *nodes = 0;
+  while (n >= 1) {
+    if (*nodes >= h->nextnode) return raise_damage(h, n);
+    int result = read_log_node(h, third_buffer, n);
+    if (result != e_ok) return result;
+    const node& v = third_buffer.image;
+    int offsets[max_log_records];
+    if (!collect_log_records(v, offsets)) return raise_damage(h, n);
+    ++*nodes;
+    progress->all += v.count;
+    for (int i = 0; progress->tell != nullptr && i < v.count; ++i) {
+      const log_view record = view_log_record(h, v, offsets[i]);
+      progress->tell(h, -1.0, &record);
+    }
+    std::uint8_t number[4];
+    store32s(number, n, native_order);
+    const std::int32_t next = v.next;
+    result = badd(h, key_rollback, rollback_key, *nodes, number, sizeof number);
+    if (result != e_ok) return result == e_not_found ? e_io : result;
+    n = next;
+  }
+  return e_ok;
+}
+
+bool same_entry_found(PSP* h, int keyno) {
+  return h->cmpfull == 0 && cursor_of(h, keyno).cindex < main_buffer.image.count;
+}
+
+// Undoes one record.  The entry lies in the third buffer.
+int undo(PSP* h, const log_view& record) {
+  const bool added = record.type == log_added;
+  if (!added && record.type != log_removed)
+    return record.type <= log_node_written && record.type != 0 ? e_ok
+           : record.type >= log_ignored_from                   ? e_ok
+                                                               : e_log_record;
+  const int left = static_cast<int>(third_buffer.image.entries + entry_area - record.entry);
+  if (!leaf_entry_is_sound(h, record.entry, left)) return raise_damage(h, third_buffer.number);
+  std::uint8_t entry[entry_buffer_size] = {};
+  std::memcpy(entry, record.entry, static_cast<std::size_t>(entry_size(record.entry)));
+  const int keyno = entry[entry_at::key];
+  h->keyno = keyno;
+  if (!treesearch(h, keyno, entry + entry_at::value, entry_record(entry, h->order), entry[entry_at::piece]))
+    return e_damaged;
+  cursor& c = cursor_of(h, keyno);
+  const bool exact = same_entry_found(h, keyno);
+  if (exact) remove_entry(h, keyno, h->foundoffset, c.cnode, c.cindex);
+  if (added) {
+    const int result = exact ? nodeput(h, main_buffer, c.cnode) : static_cast<int>(e_ok);
+    h->lastkey = -1;
+    return result;
+  }
+  const int result = treeadd(h, keyno, entry, h->foundoffset, c.cnode, exact ? c.cindex + 1 : c.cindex);
+  c.cdeleted = 0;
+  return result;
+}
+
+// Handles the records of one node from the last to the first; `finished` is set once
+// the end of an operation was met: what lies behind it belongs to one cut short.
+int undo_node(PSP* h, rollback_progress* progress, bool* finished, bool* stop) {
+  const node& v = third_buffer.image;
+  int offsets[max_log_records];
+  if (!collect_log_records(v, offsets)) return raise_damage(h, third_buffer.number);
+  for (int i = v.count - 1; i >= 0; --i) {
+    const log_view record = view_log_record(h, v, offsets[i]);
+    ++progress->done;
+    if (progress->tell != nullptr) {
+      const double share =
+          progress->all > 0 ? static_cast<double>(progress->done) / static_cast<double>(progress->all) : 0.0;
+      *stop = progress->tell(h, share, &record) != 0;
+      if (*stop) return e_ok;
+    }
+    if (record.type == log_end || record.type == log_op_finished) {
+      *finished = true;
+    } else if (*finished) {
+      const int result = undo(h, record);
+      if (result != e_ok) return result;
+    }
+  }
+  return e_ok;
+}
+
+int undo_chain(PSP* h, std::int32_t nodes, rollback_progress* progress) {
+  bool finished = false;
+  bool stop = false;
+  for (std::int32_t at = nodes; at >= 1 && !stop; --at) {
+    std::uint8_t number[4] = {};
+    if (bfind(h, key_rollback, rollback_key, at, number, sizeof number) != 0 || h->datalen != 4) return e_io;
+    int result = read_log_node(h, third_buffer, load32s(number, native_order));
+    if (result == e_ok) result = undo_node(h, progress, &finished, &stop);
+    if (result != e_ok) return result;
+  }
+  return e_ok;
+}
+
+int unlist_chain(PSP* h, std::int32_t nodes) {
+  for (std::int32_t at = nodes; at >= 1; --at) {
+    if (bfind(h, key_rollback, rollback_key, at, nullptr, 0) != 0 || bdelcur(h, key_rollback) != 0) return e_io;
+  }
+  return e_ok;
+}
+
+// Inside a write operation.
+int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_type, PSP* new_companion) {
+  int result = e_ok;
+  if (!own) {
+    if (chain_state(h) != e_trans_interrupted) return e_trans_none;
+  } else if (holds(log_buffer, h, lognode)) {
+    result = nodeputd(h, log_buffer, lognode);
+  }
+  // All cursors up front: memory that runs out later would leave it half undone.
+  for (int k = 1; k <= max_key_number; ++k)
+    if (!make_cursor(h, k)) return e_no_memory;
+  if (result != e_ok) return result;
+  const std::int32_t chain = h->transhead;
+  h->transhead = -1;
+  result = writehdr(h);
+  if (result == e_ok && new_type != 0) result = transbeg(h, new_type, new_companion);
+  if (result == e_ok) result = clear_rollback_list(h);
+  rollback_progress progress{tell};
+  std::int32_t nodes = 0;
+  if (result == e_ok) result = list_chain(h, chain, &progress, &nodes);
+  if (result == e_ok) result = undo_chain(h, nodes, &progress);
+  const int unlisted = unlist_chain(h, nodes);
+  if (result == e_ok) result = unlisted;
+  const int flushed = flushfile(h);
+  return result != e_ok ? result : flushed;
+}
+
+}  // namespace
+
+int transstat(PSP* h) {
+  if (!is_open(h)) return e_bad_handle;
+  const bool reader = h->rw == 1;
+  const int entered = reader ? rdenter(h) : wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  const int result = chain_state(h);
+  h->status = result;
+  return keep_status(h, leave_result(result, reader ? rdleave(h) : wrleave(h)));
+}
+
+int transbeg(PSP* h, int type, PSP* companion) {
+  if (!is_open(h)) return e_bad_handle;
+  if (h->rw == 1) return keep_status(h, e_read_only);
+  if (h->intlevel < 4) return keep_status(h, e_level);
+  if (companion != nullptr && type == 3) return keep_status(h, e_bad_argument);
+  if (companion != nullptr && !is_open(companion)) return keep_status(h, e_bad_handle);
+  // Copies of a file under a companion are not kept.
+  if (type != 3) return keep_status(h, e_bad_argument);
+  const int entered = wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  int result = transstat(h);
+  if (result == e_trans_empty) result = e_ok;
+  std::int32_t head = -1;
+  if (result == e_ok) result = begin_chain(h, &head);
+  result = leave_result(result, wrleave(h));
+  if (result == e_ok) set_transaction(h, type, head);
+  return keep_status(h, result);
+}
+
+int transend(PSP* h, int mode) {
+  if (!is_open(h)) return e_bad_handle;
+  if (mode < 1 || mode > 3) return keep_status(h, e_bad_argument);
+  if (h->rw == 1) return keep_status(h, e_read_only);
+  const int entered = wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  const int result = end_transaction(h, mode);
+  h->status = result;
+  return keep_status(h, leave_result(result, wrleave(h)));
+}
+
+int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
+  if (!is_open(h)) return e_bad_handle;
+  if (h->rw == 1) return keep_status(h, e_read_only);
+  const bool own = h->transtype != 0;
+  const std::int32_t lognode = h->lognode;
+  forget_transaction(h);
+  const int entered = wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  const int result = roll_back(h, progress, own, lognode, new_type, new_companion);
+  h->status = result;
+  return keep_status(h, leave_result(result, wrleave(h)));
+}
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,22 @@
+// Putting an entry into a leaf, with the splits that follow, and taking one out.
+// Cursors of all key numbers stay where they were.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/psp.h"
+
+namespace zvrdb::engine {
+
+inline constexpr int entry_buffer_size = 256;
+
+// Adds an entry of key number keyno to the leaf v in the main buffer, at a byte offset
+// that is index i, and writes all nodes that change.
+// 0, e_write, e_io, e_node_range, e_damaged.
+int treeadd(PSP* h, int keyno, const std::uint8_t* entry, int offset, std::int32_t v, int i);
+
+// Takes the entry at index i of the leaf v, at a byte offset, out of the main buffer;
+// the caller writes the node.
+void remove_entry(PSP* h, int keyno, int offset, std::int32_t v, int i);
+
+}  // namespace zvrdb::engine
