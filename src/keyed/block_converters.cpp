@@ -16,7 +16,8 @@ constexpr std::uint32_t report_text_len = report_len - report_text_offset;
 constexpr std::uint16_t report_with_text = 1;
 constexpr std::uint16_t no_report = 0xFFFF;
 
-std::uint32_t length_to_move(const field_descriptor& field, std::uint32_t internal_length, std::uint32_t count) {
+std::uint32_t length_to_move(const field_descriptor& field, std::uint32_t internal_length,
+                             std::uint32_t count) {
   return field.offset < internal_length ? std::min(internal_length - field.offset, count) : 0;
 }
 
@@ -30,7 +31,8 @@ std::int16_t store_block(void* task, std::uint32_t db_id, const field_descriptor
 }
 
 // False when the data ends before the block does; nothing is moved then.
-bool load_block(const field_descriptor& field, std::uint32_t count, external_source* from, internal_record to) {
+bool load_block(const field_descriptor& field, std::uint32_t count, external_source* from,
+                internal_record to) {
   const std::uint32_t length = length_to_move(field, to.length, count);
   if (from->left() < length) return false;
   if (length > 0) std::memcpy(to.base + field.offset, from->at, length);
@@ -42,7 +44,9 @@ bool holds_report(const field_descriptor& field, std::uint32_t internal_length) 
   return internal_length >= report_len && field.offset <= internal_length - report_len;
 }
 
-void log_report_type(void* task, std::uint16_t type) { co_log2(task, 36454, 0, 0, 0, "%hu", type); }
+void log_report_type(void* task, std::uint16_t type) {
+  co_log2(task, 36454, 0, 0, 0, "%hu", type);
+}
 
 }  // namespace
 

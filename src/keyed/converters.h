@@ -12,10 +12,10 @@
 namespace zvrdb::keyed {
 
 // The converters of one row.
-#define ZVR_CONVERTER_PAIR(name)                                                                       \
-  std::int16_t prs_##name(void* task, std::uint32_t db_id, const field_descriptor* field,              \
-                          external_source* from, internal_record to);                                  \
-  std::int16_t unprs_##name(void* task, std::uint32_t db_id, const field_descriptor* field,            \
+#define ZVR_CONVERTER_PAIR(name)                                                            \
+  std::int16_t prs_##name(void* task, std::uint32_t db_id, const field_descriptor* field,   \
+                          external_source* from, internal_record to);                       \
+  std::int16_t unprs_##name(void* task, std::uint32_t db_id, const field_descriptor* field, \
                             external_sink* to, internal_record_view from)
 
 // Key of 76 bytes of a user request (17 to 21, 30).  Without a descriptor the position

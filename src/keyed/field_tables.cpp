@@ -19,8 +19,8 @@ constexpr field_descriptor special(std::uint32_t offset, std::uint32_t length, d
                                    unparse_fn unparse) {
   return {type, 0, length, offset, 0, parse, unparse};
 }
-constexpr field_descriptor array(std::uint32_t offset, std::uint32_t length, data_type type, std::uint16_t occ,
-                                 std::uint32_t count_offset, parse_fn parse = nullptr,
+constexpr field_descriptor array(std::uint32_t offset, std::uint32_t length, data_type type,
+                                 std::uint16_t occ, std::uint32_t count_offset, parse_fn parse = nullptr,
                                  unparse_fn unparse = nullptr) {
   return {type, occ, length, offset, count_offset, parse, unparse};
 }

@@ -41,8 +41,8 @@ struct internal_record_view {
 using parse_fn = std::int16_t (*)(void* task, std::uint32_t db_id, const field_descriptor* field,
                                   external_source* from, internal_record to);
 // Internal to external, likewise.
-using unparse_fn = std::int16_t (*)(void* task, std::uint32_t db_id, const field_descriptor* field, external_sink* to,
-                                    internal_record_view from);
+using unparse_fn = std::int16_t (*)(void* task, std::uint32_t db_id, const field_descriptor* field,
+                                    external_sink* to, internal_record_view from);
 
 enum class data_type : std::uint16_t {
   text = 1,          // string, stored with its NUL; its length is that of the data, not of the field

@@ -7,8 +7,8 @@
 namespace zvrdb::keyed {
 namespace {
 
-constexpr std::uint32_t id_len = 4;        // record type, first field of these keys
-constexpr std::uint32_t piece_len = 4;     // piece number, the last
+constexpr std::uint32_t id_len = 4;     // record type, first field of these keys
+constexpr std::uint32_t piece_len = 4;  // piece number, the last
 constexpr std::uint32_t user_key_len = 24;
 constexpr std::uint32_t group_key_len = 72;
 constexpr std::uint32_t catalog_key_len = 16;
@@ -94,7 +94,8 @@ std::int16_t unprs_dtg_name(void* task, std::uint32_t db_id, const field_descrip
   return name_into_key<group_key_len>(task, db_id, field, to, from);
 }
 
-std::int16_t prs_ak(void* task, std::uint32_t, const field_descriptor*, external_source* from, internal_record) {
+std::int16_t prs_ak(void* task, std::uint32_t, const field_descriptor*, external_source* from,
+                    internal_record) {
   const trace_bracket bracket(task, __func__);
   pass_over(from, user_key_len);
   return DBE_OK;

@@ -15,21 +15,24 @@ inline constexpr std::uint32_t external_capacity = 65535;
 // Cursor of a keyed list, owned by the caller: list_state_len(key_len) bytes or more.
 // Its fields lie at these offsets; it is read and written byte-wise, since a caller's
 // area need not be aligned.
-inline constexpr std::uint32_t list_start_key = 0;      // 244 bytes, host order
-inline constexpr std::uint32_t list_index_no = 244;     // u16
-inline constexpr std::uint32_t list_key_match = 246;    // u16
-inline constexpr std::uint32_t list_first_time = 248;   // u16
-inline constexpr std::uint32_t list_key_len = 250;      // u16
-inline constexpr std::uint32_t list_init_ok = 252;      // u16
-inline constexpr std::uint32_t list_last_key = 256;     // key_len bytes
-constexpr std::uint32_t list_state_len(std::uint32_t key_len) { return list_last_key + key_len; }
+inline constexpr std::uint32_t list_start_key = 0;     // 244 bytes, host order
+inline constexpr std::uint32_t list_index_no = 244;    // u16
+inline constexpr std::uint32_t list_key_match = 246;   // u16
+inline constexpr std::uint32_t list_first_time = 248;  // u16
+inline constexpr std::uint32_t list_key_len = 250;     // u16
+inline constexpr std::uint32_t list_init_ok = 252;     // u16
+inline constexpr std::uint32_t list_last_key = 256;    // key_len bytes
+constexpr std::uint32_t list_state_len(std::uint32_t key_len) {
+  return list_last_key + key_len;
+}
 struct list_setup {
   std::uint16_t index_no;
   std::uint16_t key_match;
   std::uint16_t key_len;
 };
 // Fills a list state that stands at its start: first_time and init_ok set.
-void set_list_state(void* list_state, const void* start_key, std::uint32_t start_key_len, const list_setup& setup);
+void set_list_state(void* list_state, const void* start_key, std::uint32_t start_key_len,
+                    const list_setup& setup);
 
 std::int16_t get_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* key, void* buffer,
                        std::uint32_t buffer_len);
@@ -37,11 +40,12 @@ std::int16_t put_keyed(void* task, std::uint32_t db_id, file_entry* handle, void
                        std::uint32_t record_len);
 std::int16_t del_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* key);
 std::int16_t start_list_keyed(void* task, file_entry* handle, const void* key, std::uint16_t key_prefix_len,
-                              std::uint16_t entry_len, void* list, std::uint32_t list_size, std::uint16_t* count);
-std::int16_t get_more_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* list_state, void* buffer,
-                            std::uint32_t buffer_len);
-std::int16_t get_keyed_alt(void* task, std::uint32_t db_id, file_entry* handle, void* key, std::uint32_t key_len,
-                           void* buffer, std::uint32_t buffer_len);
+                              std::uint16_t entry_len, void* list, std::uint32_t list_size,
+                              std::uint16_t* count);
+std::int16_t get_more_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* list_state,
+                            void* buffer, std::uint32_t buffer_len);
+std::int16_t get_keyed_alt(void* task, std::uint32_t db_id, file_entry* handle, void* key,
+                           std::uint32_t key_len, void* buffer, std::uint32_t buffer_len);
 std::int16_t get_more_alt(void* task, std::uint32_t db_id, file_entry* handle, void* list_state, void* buffer,
                           std::uint32_t buffer_len);
 

@@ -14,7 +14,9 @@ constexpr std::uint32_t trg_type_offset = 144;
 constexpr std::uint32_t mobile_status_offset = 147;
 constexpr unsigned char trg_type_mobile = 0x10;
 
-std::uint32_t key_fields_len(std::uint32_t db_id) { return db_id < DB_TYPE_COUNT ? int_key_len[db_id] : 0; }
+std::uint32_t key_fields_len(std::uint32_t db_id) {
+  return db_id < DB_TYPE_COUNT ? int_key_len[db_id] : 0;
+}
 
 // What the key alone counts as in external form: its first field.
 std::uint32_t external_key_len(std::uint32_t db_id) {
@@ -51,8 +53,8 @@ std::int16_t get_keyed(void* task, std::uint32_t db_id, file_entry* handle, void
   }
   const std::uint32_t needed = key_fields_len(db_id);
   if (buffer_len < needed) {
-    ZVR_TRACE(task, 2, 2, "length needed for key %lu, internal buffer one %lu", static_cast<unsigned long>(needed),
-              static_cast<unsigned long>(buffer_len));
+    ZVR_TRACE(task, 2, 2, "length needed for key %lu, internal buffer one %lu",
+              static_cast<unsigned long>(needed), static_cast<unsigned long>(buffer_len));
     return rc;
   }
   const void* external = key;

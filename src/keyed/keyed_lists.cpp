@@ -19,7 +19,8 @@ static_assert(list_key_capacity >= recfile::max_key_len);
 
 }  // namespace
 
-void set_list_state(void* list_state, const void* start_key, std::uint32_t start_key_len, const list_setup& setup) {
+void set_list_state(void* list_state, const void* start_key, std::uint32_t start_key_len,
+                    const list_setup& setup) {
   auto* state = static_cast<unsigned char*>(list_state);
   std::memset(state, 0, list_state_len(setup.key_len));
   std::memcpy(state + list_start_key, start_key, std::min(start_key_len, list_key_capacity));
@@ -31,7 +32,8 @@ void set_list_state(void* list_state, const void* start_key, std::uint32_t start
 }
 
 std::int16_t start_list_keyed(void* task, file_entry* handle, const void* key, std::uint16_t key_prefix_len,
-                              std::uint16_t entry_len, void* list, std::uint32_t list_size, std::uint16_t* count) {
+                              std::uint16_t entry_len, void* list, std::uint32_t list_size,
+                              std::uint16_t* count) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   local_key at = {};
@@ -64,8 +66,8 @@ std::int16_t start_list_keyed(void* task, file_entry* handle, const void* key, s
   }
 }
 
-std::int16_t get_more_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* list_state, void* buffer,
-                            std::uint32_t buffer_len) {
+std::int16_t get_more_keyed(void* task, std::uint32_t db_id, file_entry* handle, void* list_state,
+                            void* buffer, std::uint32_t buffer_len) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   if (!list_usable(list_state, recfile::key_length(handle))) {

@@ -16,13 +16,13 @@ namespace {
 
 using recfile::field_kind;
 
-constexpr std::uint32_t both_keys_len = 124;   // of a correlator
+constexpr std::uint32_t both_keys_len = 124;  // of a correlator
 constexpr std::uint32_t second_key_offset = 48;
 constexpr std::uint32_t request_key_len = 76;
 constexpr std::uint32_t destination_len = recfile::server_key_len;  // server and target number
-constexpr std::uint16_t by_server = 2;         // keys of "userreq"
+constexpr std::uint16_t by_server = 2;                              // keys of "userreq"
 constexpr std::uint16_t by_target = 3;
-constexpr char key_type_of[] = {0, 2, 2, 5};   // by key number
+constexpr char key_type_of[] = {0, 2, 2, 5};  // by key number
 static_assert(both_keys_len == recfile::max_key_len);
 static_assert(recfile::target_key_offset == recfile::server_key_offset + 4);
 
@@ -41,8 +41,8 @@ std::int16_t key_value(void* task, const recfile::open_file& file, const recfile
 
 // Reads the record that the engine stands on; its data goes to `data`, which has room
 // for the longest body.  0 or 8455.
-std::int16_t read_data(void* task, const recfile::open_file& file, recfile::field_list* list, unsigned char* data,
-                       std::uint32_t* data_len) {
+std::int16_t read_data(void* task, const recfile::open_file& file, recfile::field_list* list,
+                       unsigned char* data, std::uint32_t* data_len) {
   list->data->fdata = data;
   list->data->flen = 0;  // an empty data field is not stored and leaves the length as it was
   const int code = engine::dread(file.entry->psp, list->fields.data());
@@ -75,7 +75,8 @@ bool point_keys(void* task, const recfile::open_file& file, recfile::field_list*
 
 // 0 and the whole correlator in `external`, both keys in the file's order; 8194, 8455.
 std::int16_t read_correlator(void* task, const recfile::open_file& file, std::uint32_t index,
-                             const unsigned char* keys_sought, unsigned char* external, std::uint32_t* external_len) {
+                             const unsigned char* keys_sought, unsigned char* external,
+                             std::uint32_t* external_len) {
   recfile::field_list list;
   recfile::build_fields(file, &list);
   unsigned char value[recfile::key_value_len];
@@ -124,7 +125,8 @@ bool belongs(void* task, const recfile::open_file& file, bool domains, const uns
 }
 
 // Moves the engine to the next request of the list: 0, 8199 or 8455.
-std::int16_t next_request(void* task, const recfile::open_file& file, std::uint32_t db_id, unsigned char* state) {
+std::int16_t next_request(void* task, const recfile::open_file& file, std::uint32_t db_id,
+                          unsigned char* state) {
   const bool domains = db_id == DB_RQD;
   const std::uint16_t index = list_number(state, list_index_no);
   alignas(std::uint32_t) unsigned char key[both_keys_len] = {};
@@ -171,8 +173,8 @@ bool index_fits(std::uint32_t db_id, std::uint16_t index) {
 
 }  // namespace
 
-std::int16_t get_keyed_alt(void* task, std::uint32_t db_id, file_entry* handle, void* key, std::uint32_t key_len,
-                           void* buffer, std::uint32_t buffer_len) {
+std::int16_t get_keyed_alt(void* task, std::uint32_t db_id, file_entry* handle, void* key,
+                           std::uint32_t key_len, void* buffer, std::uint32_t buffer_len) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   recfile::open_file file;

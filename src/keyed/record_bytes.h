@@ -64,7 +64,9 @@ struct external_key {
     std::memcpy(bytes, from.at, std::min(width, from.left()));
   }
 };
-inline void pass_over(external_source* from, std::uint32_t width) { from->at += std::min(width, from->left()); }
+inline void pass_over(external_source* from, std::uint32_t width) {
+  from->at += std::min(width, from->left());
+}
 
 inline std::int16_t no_room(void* task, std::uint32_t db_id) {
   memory::log_db_msg(task, 36456, db_id);

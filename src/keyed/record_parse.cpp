@@ -107,7 +107,11 @@ std::int16_t parse_keyed(void* task, std::uint32_t db_id, const void* external, 
     return rc;
   }
   const auto* in = static_cast<const unsigned char*>(external);
-  parsing p = {task, db_id, {in, in + *external_len, nullptr}, {static_cast<unsigned char*>(internal), *internal_len}, DBE_OK};
+  parsing p = {task,
+               db_id,
+               {in, in + *external_len, nullptr},
+               {static_cast<unsigned char*>(internal), *internal_len},
+               DBE_OK};
   for (const field_descriptor& field : table) {
     if (field.offset >= p.to.length) break;
     if ((field.occ == 0 ? fill_single(&p, field) : fill_array(&p, field)) == step::stop) break;

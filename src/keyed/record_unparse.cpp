@@ -102,7 +102,8 @@ std::int16_t unparse_keyed(void* task, std::uint32_t db_id, void* external, cons
     ZVR_TRACE(task, 2, 2, "%s", "Buffer length zero for internal record");
     return rc;
   }
-  unparsing u = {task, db_id, {out, out + room}, {static_cast<const unsigned char*>(internal), internal_len}, DBE_OK};
+  unparsing u = {
+      task, db_id, {out, out + room}, {static_cast<const unsigned char*>(internal), internal_len}, DBE_OK};
   for (const field_descriptor& field : table) {
     if (field.offset >= internal_len) {
       ZVR_TRACE(task, 2, 2, "%s", "No more space in internal buffer");

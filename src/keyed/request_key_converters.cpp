@@ -15,7 +15,7 @@ constexpr std::uint32_t id_source = 16;
 constexpr std::uint32_t id_sequence = 80;
 constexpr std::uint32_t id_recursion = 84;  // u16
 constexpr std::uint32_t id_function = 88;
-constexpr std::uint32_t id_server = 104;    // fanout server, 16 bytes, for fan-out records
+constexpr std::uint32_t id_server = 104;  // fanout server, 16 bytes, for fan-out records
 constexpr std::uint32_t id_target = 168;
 constexpr std::uint32_t short_text_len = 16;
 constexpr std::uint32_t name_len = 64;
@@ -80,8 +80,10 @@ std::int16_t number_of(void* task, internal_record_view from, std::uint32_t offs
   const name_text name = take_name(from, offset);
   std::uint32_t number = 0;
   const std::int16_t rc = memory::get_trg_index(task, name.text, &number);
-  if (rc == DBE_OK) store_number(out, number);
-  else ZVR_TRACE(task, 2, 2, "%s %s not found", what, name.text);
+  if (rc == DBE_OK)
+    store_number(out, number);
+  else
+    ZVR_TRACE(task, 2, 2, "%s %s not found", what, name.text);
   return rc;
 }
 
@@ -91,7 +93,8 @@ std::int16_t name_of(void* task, const unsigned char* number_at, const char* wha
   if (to.length < offset + name_len) return DBE_OK;
   const auto number = load_number<std::uint32_t>(number_at);
   const std::int16_t rc = memory::get_trg_name(task, reinterpret_cast<char*>(to.base + offset), number);
-  if (rc != DBE_OK) ZVR_TRACE(task, 2, 2, "%s number %lu not found", what, static_cast<unsigned long>(number));
+  if (rc != DBE_OK)
+    ZVR_TRACE(task, 2, 2, "%s number %lu not found", what, static_cast<unsigned long>(number));
   return rc;
 }
 
@@ -104,7 +107,8 @@ void put_recursion(internal_record to, const unsigned char* key_field) {
   if (to.length >= id_recursion + sizeof recursion) store_number(to.base + id_recursion, recursion);
 }
 
-std::int16_t build_request_key(void* task, std::uint32_t db_id, internal_record_view from, unsigned char* key) {
+std::int16_t build_request_key(void* task, std::uint32_t db_id, internal_record_view from,
+                               unsigned char* key) {
   const request_parts* parts = parts_of(db_id);
   if (!parts) return not_a_request(task, db_id);
   std::memset(key, 0, request_key_len);
@@ -148,8 +152,10 @@ std::int16_t unprs_ur_key(void* task, std::uint32_t db_id, const field_descripto
   const trace_bracket bracket(task, __func__, &rc);
   if (to->left() < request_key_len) rc = no_room(task, db_id);
   if (rc == DBE_OK) rc = build_request_key(task, db_id, from, to->at);
-  if (rc != DBE_OK) bracket.quitting();
-  else if (field) to->at += request_key_len;
+  if (rc != DBE_OK)
+    bracket.quitting();
+  else if (field)
+    to->at += request_key_len;
   return rc;
 }
 
@@ -159,8 +165,10 @@ std::int16_t prs_ur_key(void* task, std::uint32_t db_id, const field_descriptor*
   const trace_bracket bracket(task, __func__, &rc);
   const external_key<request_key_len> key(*from);
   rc = read_request_key(task, db_id, key.bytes, to);
-  if (rc != DBE_OK) bracket.quitting();
-  else if (field) pass_over(from, request_key_len);
+  if (rc != DBE_OK)
+    bracket.quitting();
+  else if (field)
+    pass_over(from, request_key_len);
   return rc;
 }
 

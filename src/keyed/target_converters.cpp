@@ -17,7 +17,8 @@ constexpr std::uint8_t type_mobile = 0x10;
 // Whether the row is the key of the target that the record belongs to: its name follows
 // in the record itself.
 bool is_own_key(std::uint32_t db_id, const field_descriptor& field) {
-  return db_id == DB_PRM || db_id == DB_THW || db_id == DB_SHT || (db_id == DB_TRG && field.length == trg_key_len);
+  return db_id == DB_PRM || db_id == DB_THW || db_id == DB_SHT ||
+         (db_id == DB_TRG && field.length == trg_key_len);
 }
 
 bool is_mobile(internal_record_view record) {
@@ -66,8 +67,8 @@ std::int16_t unprs_trg_name(void* task, std::uint32_t db_id, const field_descrip
   return rc;
 }
 
-std::int16_t prs_trg_name(void* task, std::uint32_t db_id, const field_descriptor* field, external_source* from,
-                          internal_record to) {
+std::int16_t prs_trg_name(void* task, std::uint32_t db_id, const field_descriptor* field,
+                          external_source* from, internal_record to) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   if (is_own_key(db_id, *field)) {
@@ -78,8 +79,10 @@ std::int16_t prs_trg_name(void* task, std::uint32_t db_id, const field_descripto
   if (to.length >= name_len && field->offset <= to.length - name_len) {
     const auto number = load_number<std::uint32_t>(from->at);
     char* name = reinterpret_cast<char*>(to.base + field->offset);
-    if (number == no_target) *name = 0;
-    else rc = memory::get_trg_name(task, name, number);
+    if (number == no_target)
+      *name = 0;
+    else
+      rc = memory::get_trg_name(task, name, number);
     if (rc != DBE_OK) {
       bracket.quitting();
       return rc;
@@ -90,7 +93,8 @@ std::int16_t prs_trg_name(void* task, std::uint32_t db_id, const field_descripto
   return rc;
 }
 
-std::int16_t unprs_srv_num(void* task, std::uint32_t, const field_descriptor*, external_sink*, internal_record_view) {
+std::int16_t unprs_srv_num(void* task, std::uint32_t, const field_descriptor*, external_sink*,
+                           internal_record_view) {
   // The number is there already: it was written for the name before it.
   const trace_bracket bracket(task, __func__);
   return DBE_OK;

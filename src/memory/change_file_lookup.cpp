@@ -43,8 +43,10 @@ const DIST_CAT_ENTRY* find_change_file(const DBR_TCB* tcb, const unsigned char* 
   std::uint32_t high = count;
   while (low < high) {
     const std::uint32_t middle = low + (high - low) / 2;
-    if (compare_text(tcb, name, middle) > 0) low = middle + 1;
-    else high = middle;
+    if (compare_text(tcb, name, middle) > 0)
+      low = middle + 1;
+    else
+      high = middle;
   }
   const DIST_CAT_ENTRY* found = nullptr;
   for (; low < count && compare_text(tcb, name, low) == 0; ++low) {

@@ -21,8 +21,12 @@ bool below(void* task, const Order& order, std::uint32_t a, std::uint32_t b) {
   return compared < 0 || (compared == 0 && a < b);
 }
 
-inline std::uint32_t number_of(const NAME_INDEX_ENTRY& entry) { return entry.trg_index; }
-inline std::uint32_t number_of(std::uint32_t entry) { return entry; }
+inline std::uint32_t number_of(const NAME_INDEX_ENTRY& entry) {
+  return entry.trg_index;
+}
+inline std::uint32_t number_of(std::uint32_t entry) {
+  return entry;
+}
 
 template <class Order, class Entry>
 bool in_order(void* task, const Order& order, const Entry* entries, std::uint32_t count) {
@@ -39,7 +43,8 @@ void settle(void* task, const Order& order, Entry* heap, std::uint32_t root, std
   std::uint32_t at = root;
   for (std::uint64_t child = 2ull * at + 1; child < end; child = 2ull * at + 1) {
     auto greater = static_cast<std::uint32_t>(child);
-    if (child + 1 < end && below(task, order, number_of(heap[greater]), number_of(heap[greater + 1]))) ++greater;
+    if (child + 1 < end && below(task, order, number_of(heap[greater]), number_of(heap[greater + 1])))
+      ++greater;
     at = greater;
   }
   while (at > root && !below(task, order, number_of(heap[root]), number_of(heap[at]))) at = (at - 1) / 2;

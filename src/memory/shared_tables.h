@@ -65,7 +65,7 @@ namespace memory {
 inline constexpr std::uint32_t segment_header_len = 4;  // inited flag and 3 spare bytes
 inline constexpr std::uint32_t no_server = 0xFFFFFFFFu;
 inline constexpr std::size_t trg_name_len = 64;
-inline constexpr std::size_t dsu_text_len = 17;  // without its NUL
+inline constexpr std::size_t dsu_text_len = 17;     // without its NUL
 inline constexpr std::uint8_t trg_type_local = 32;  // bit of trg_type: a target of this server
 
 // ---- layout of the segment

@@ -25,7 +25,8 @@ inline bool tables_mapped(const DBR_TCB* tcb) {
 inline std::uint32_t trg_table_size(const DBR_TCB* tcb) {
   if (!tables_mapped(tcb)) return 0;
   const DBR_CNTL& cntl = *tcb->cntl;
-  return std::min({cntl.num_trgs_allowed, static_cast<std::uint32_t>(cntl.trg_cntl_len / sizeof(TRG_CNTL_ENTRY)),
+  return std::min({cntl.num_trgs_allowed,
+                   static_cast<std::uint32_t>(cntl.trg_cntl_len / sizeof(TRG_CNTL_ENTRY)),
                    static_cast<std::uint32_t>(cntl.name_index_len / sizeof(NAME_INDEX_ENTRY)),
                    static_cast<std::uint32_t>(cntl.dsu_index_len / sizeof(std::uint32_t))});
 }

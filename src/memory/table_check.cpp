@@ -54,17 +54,20 @@ bool index_sound(void* task, const Order& order, const char* name, std::uint32_t
     const std::uint32_t number = order.number_at(i);
     if (number == 0 || number > size)
       return to.unsound("%s index, entry %u: number %u is out of bounds", name, i, number);
-    if (seen.marks[number] != 0) return to.unsound("%s index, entry %u: number %u stands twice", name, i, number);
+    if (seen.marks[number] != 0)
+      return to.unsound("%s index, entry %u: number %u stands twice", name, i, number);
     seen.marks[number] = i < used ? 1 : 2;
     if ((trg_slot(order.tcb, number)->in_use == 1) != (i < used))
-      return to.unsound("%s index, entry %u: slot %u is %smarked as in use", name, i, number, i < used ? "not " : "");
+      return to.unsound("%s index, entry %u: slot %u is %smarked as in use", name, i, number,
+                        i < used ? "not " : "");
   }
   order_text before;
   order_text text;
   for (std::uint32_t i = 0; i < used; ++i) {
     order.text_of(order.number_at(i), &text);
     if (i > 0 && co_collate(task, before.text, text.text) > 0)
-      return to.unsound("%s index, entry %u: \"%.40s\" stands behind \"%.40s\"", name, i, text.text, before.text);
+      return to.unsound("%s index, entry %u: \"%.40s\" stands behind \"%.40s\"", name, i, text.text,
+                        before.text);
     before = text;
   }
   return true;

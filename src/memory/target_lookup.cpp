@@ -21,8 +21,10 @@ std::uint32_t bound(void* task, const Order& order, const char* text, bool upper
     const std::uint32_t middle = low + (high - low) / 2;
     order.text_of(order.number_at(middle), &entry);
     const int compared = co_collate(task, entry.text, text);
-    if (compared < 0 || (upper && compared == 0)) low = middle + 1;
-    else high = middle;
+    if (compared < 0 || (upper && compared == 0))
+      low = middle + 1;
+    else
+      high = middle;
   }
   return low;
 }
@@ -78,11 +80,17 @@ std::int64_t find_name(void* task, const char* name) {
   return find<name_order>(task, name);
 }
 
-std::int64_t locate_name(void* task, const char* name) { return locate<name_order>(task, name); }
+std::int64_t locate_name(void* task, const char* name) {
+  return locate<name_order>(task, name);
+}
 
-std::int64_t find_dsu(void* task, const char* text) { return find<dsu_order>(task, text); }
+std::int64_t find_dsu(void* task, const char* text) {
+  return find<dsu_order>(task, text);
+}
 
-std::int64_t locate_dsu(void* task, const char* text) { return locate<dsu_order>(task, text); }
+std::int64_t locate_dsu(void* task, const char* text) {
+  return locate<dsu_order>(task, text);
+}
 
 std::int64_t find_dsu_of(void* task, const char* text, std::uint32_t number) {
   DBR_TCB* tcb = tcb_of(task);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -28,7 +29,7 @@ class record_bytes {
     return *this;
   }
   record_bytes& fill(std::size_t offset, std::size_t length, unsigned char value) {
-    std::memset(bytes_.data() + offset, value, length);
+    std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(offset), length, value);
     return *this;
   }
   template <class Number>
@@ -83,12 +84,13 @@ inline conversion unparse(void* task, std::uint32_t db_id, const std::vector<uns
   auto length = static_cast<std::uint32_t>(room);
   // A copy of exactly its size: the vector may have more behind it.
   const std::unique_ptr<unsigned char[]> record(new unsigned char[internal.size()]);
-  std::memcpy(record.get(), internal.data(), internal.size());
+  std::copy(internal.begin(), internal.end(), record.get());
   const int rc = zvrdb::keyed::unparse_keyed(task, db_id, external.data(), record.get(), &length,
                                              static_cast<std::uint32_t>(internal.size()));
   EXPECT_TRUE(external.intact()) << "db_id " << db_id;
   EXPECT_LE(length, room);
-  return {rc, std::vector<unsigned char>(external.data(), external.data() + std::min<std::size_t>(length, room))};
+  return {rc,
+          std::vector<unsigned char>(external.data(), external.data() + std::min<std::size_t>(length, room))};
 }
 
 inline conversion parse(void* task, std::uint32_t db_id, const std::vector<unsigned char>& external,
@@ -97,8 +99,9 @@ inline conversion parse(void* task, std::uint32_t db_id, const std::vector<unsig
   auto external_length = static_cast<std::uint32_t>(external.size());
   auto length = static_cast<std::uint32_t>(internal_length);
   const std::unique_ptr<unsigned char[]> stored(new unsigned char[external.size()]);
-  std::memcpy(stored.get(), external.data(), external.size());
-  const int rc = zvrdb::keyed::parse_keyed(task, db_id, stored.get(), internal.data(), &external_length, &length);
+  std::copy(external.begin(), external.end(), stored.get());
+  const int rc =
+      zvrdb::keyed::parse_keyed(task, db_id, stored.get(), internal.data(), &external_length, &length);
   EXPECT_TRUE(internal.intact()) << "db_id " << db_id;
   return {rc, std::vector<unsigned char>(internal.data(), internal.data() + internal_length)};
 }

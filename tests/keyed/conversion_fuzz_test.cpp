@@ -7,7 +7,8 @@
 namespace zvrtest {
 namespace {
 
-constexpr std::uint32_t types[] = {4, 5, 6, 9, 11, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32};
+constexpr std::uint32_t types[] = {4,  5,  6,  9,  11, 17, 18, 19, 20, 21, 22,
+                                   23, 24, 25, 26, 27, 28, 29, 30, 31, 32};
 
 class ConversionFuzz : public ConversionTest {
  protected:
@@ -19,7 +20,10 @@ class ConversionFuzz : public ConversionTest {
       const std::size_t run = std::min<std::size_t>(length - i, 1 + random() % 40);
       const unsigned kind = random() % 4;
       for (std::size_t k = 0; k < run; ++k, ++i)
-        bytes[i] = static_cast<unsigned char>(kind == 0 ? 0 : kind == 1 ? random() : kind == 2 ? random() % 10 : 'x');
+        bytes[i] = static_cast<unsigned char>(kind == 0   ? 0
+                                              : kind == 1 ? random()
+                                              : kind == 2 ? random() % 10
+                                                          : 'x');
     }
     return bytes;
   }
@@ -32,7 +36,8 @@ class ConversionFuzz : public ConversionTest {
 // All lengths up to 300, then ever larger steps up to the longest record.
 std::vector<std::size_t> lengths(std::mt19937& random) {
   std::vector<std::size_t> all;
-  for (std::size_t length = 0; length <= 66000; length += length < 300 ? 1 : 1 + random() % 4000) all.push_back(length);
+  for (std::size_t length = 0; length <= 66000; length += length < 300 ? 1 : 1 + random() % 4000)
+    all.push_back(length);
   return all;
 }
 
@@ -41,7 +46,8 @@ TEST_F(ConversionFuzz, AnyExternalBytesParseIntoBuffersOfAnyLength) {
     std::mt19937 random(db_id);
     for (const std::size_t length : lengths(random)) {
       const std::vector<unsigned char> external = some_bytes(random, length);
-      for (const std::size_t room : {std::size_t{random() % 300}, std::size_t{random() % 2500}, std::size_t{random() % 66000}})
+      for (const std::size_t room :
+           {std::size_t{random() % 300}, std::size_t{random() % 2500}, std::size_t{random() % 66000}})
         ASSERT_TRUE(known(parsed(db_id, external, room).rc)) << db_id << ' ' << length << ' ' << room;
     }
   }
@@ -72,8 +78,10 @@ TEST_F(ConversionFuzz, AnyInternalBytesOfAnyLengthUnparseIntoBuffersOfAnyLength)
       // Known names half of the time, so that the fields behind the keys are reached.
       for (const std::size_t name : {0u, 16u, 104u, 168u, 192u})
         if (random() % 2 && name + 3 <= length) std::memcpy(internal.data() + name, "T3", 3);
-      for (const std::size_t room : {std::size_t{random() % 300}, std::size_t{random() % 66000}, std::size_t{65535}})
-        ASSERT_TRUE(known(unparse(t.task(), db_id, internal, room).rc)) << db_id << ' ' << length << ' ' << room;
+      for (const std::size_t room :
+           {std::size_t{random() % 300}, std::size_t{random() % 66000}, std::size_t{65535}})
+        ASSERT_TRUE(known(unparse(t.task(), db_id, internal, room).rc))
+            << db_id << ' ' << length << ' ' << room;
     }
   }
 }

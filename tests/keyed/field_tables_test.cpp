@@ -18,13 +18,17 @@ struct expected_table {
   std::size_t record_length;  // where the last field by offset ends
 };
 constexpr expected_table expected[] = {
-    {DB_TRG, 20, 12, sizeof(db_trg)},  {DB_PRM, 4, 12, 62068},           {DB_TG, 4, 72, sizeof(db_tg)},
-    {DB_CAT, 8, 16, 2463},             {DB_THW, 4, 12, sizeof(db_thw)},  {DB_RQR, 11, 76, DB_RQR_LEN},
-    {DB_RQF, 5, 76, DB_RQF_LEN},       {DB_FAN, 3, 76, DB_FAN_LEN},      {DB_RQD, 5, 76, DB_RQD_LEN},
-    {DB_RQT, 6, 76, DB_RQT_LEN},       {DB_USR, 6, 24, sizeof(db_usr)},  {DB_APR, 2, 24, sizeof(db_apr)},
-    {DB_TAK, 2, 24, sizeof(db_ak)},    {DB_DAK, 2, 24, sizeof(db_ak)},   {DB_PRD, 7, 16, sizeof(db_prd)},
-    {DB_FST, 4, 16, 547},              {DB_COI, 3, 48, sizeof(db_coo)},  {DB_COO, 3, 48, sizeof(db_coo)},
-    {DB_RQV, 4, 76, DB_RQV_LEN},       {DB_DTG, 5, 72, sizeof(db_dtg)},  {DB_SHT, 4, 12, sizeof(db_sht)},
+    {DB_TRG, 20, 12, sizeof(db_trg)}, {DB_PRM, 4, 12, 62068},
+    {DB_TG, 4, 72, sizeof(db_tg)},    {DB_CAT, 8, 16, 2463},
+    {DB_THW, 4, 12, sizeof(db_thw)},  {DB_RQR, 11, 76, DB_RQR_LEN},
+    {DB_RQF, 5, 76, DB_RQF_LEN},      {DB_FAN, 3, 76, DB_FAN_LEN},
+    {DB_RQD, 5, 76, DB_RQD_LEN},      {DB_RQT, 6, 76, DB_RQT_LEN},
+    {DB_USR, 6, 24, sizeof(db_usr)},  {DB_APR, 2, 24, sizeof(db_apr)},
+    {DB_TAK, 2, 24, sizeof(db_ak)},   {DB_DAK, 2, 24, sizeof(db_ak)},
+    {DB_PRD, 7, 16, sizeof(db_prd)},  {DB_FST, 4, 16, 547},
+    {DB_COI, 3, 48, sizeof(db_coo)},  {DB_COO, 3, 48, sizeof(db_coo)},
+    {DB_RQV, 4, 76, DB_RQV_LEN},      {DB_DTG, 5, 72, sizeof(db_dtg)},
+    {DB_SHT, 4, 12, sizeof(db_sht)},
 };
 
 TEST(FieldTables, EachKeyedTypeHasItsTable) {

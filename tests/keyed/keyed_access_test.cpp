@@ -107,7 +107,8 @@ TEST_F(KeyedAccess, TheKeyGivenIsTheOneStoredUnderWhateverTheRecordSays) {
 TEST_F(KeyedAccess, AnUnknownNameIsToldBeforeTheRecordIsSought) {
   record_bytes key = target_key(DB_PRM, 3);
   record_bytes record = record_bytes(200).text(0, "nobody");
-  EXPECT_EQ(put_keyed(task(), DB_PRM, tcb()->trg_file, key.all().data(), record.all().data(), 200), DBE_NO_TARGET);
+  EXPECT_EQ(put_keyed(task(), DB_PRM, tcb()->trg_file, key.all().data(), record.all().data(), 200),
+            DBE_NO_TARGET);
   EXPECT_EQ(recfile::db_locate(task(), tcb()->trg_file, key.all().data(), recfile::KEY_EQ), DBE_NOT_FOUND);
 }
 
@@ -130,7 +131,8 @@ TEST_F(KeyedAccess, ARecordOfSeveralPiecesComesBackWhole) {
 }
 
 TEST_F(KeyedAccess, AMobileClientCutBeforeItsStatusIsStoredWithAStatusOfZero) {
-  record_bytes record = record_bytes(147).text(0, "T2").number<std::uint8_t>(144, 16).number<std::uint8_t>(145, 5);
+  record_bytes record =
+      record_bytes(147).text(0, "T2").number<std::uint8_t>(144, 16).number<std::uint8_t>(145, 5);
   record_bytes key = target_key(DB_TRG, 2);
   ASSERT_EQ(put_keyed(task(), DB_TRG, tcb()->trg_file, key.all().data(), record.all().data(), 147), DBE_OK);
   record_bytes back(21724);
@@ -158,7 +160,8 @@ TEST_F(KeyedAccess, WithoutMemoryForTheWorkAreaAGetAndAPutFailAndSaySo) {
 TEST_F(KeyedAccess, ATypeWithoutATableCannotBeStored) {
   record_bytes key = target_key(DB_CMS, 3);
   record_bytes record(100);
-  EXPECT_EQ(put_keyed(task(), DB_CMS, tcb()->cms_file, key.all().data(), record.all().data(), 100), DBE_BAD_RECORD);
+  EXPECT_EQ(put_keyed(task(), DB_CMS, tcb()->cms_file, key.all().data(), record.all().data(), 100),
+            DBE_BAD_RECORD);
   EXPECT_EQ(logged(task(), 36453), 1u);
 }
 

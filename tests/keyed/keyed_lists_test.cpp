@@ -30,8 +30,9 @@ class KeyedLists : public KeyedFiles {
   listing start_list(const std::string& prefix, std::size_t entries, std::uint16_t entry_len = 20) {
     const record_bytes key = name_key(DB_USR, prefix);
     listing out = {0, 777, std::vector<unsigned char>(entries * entry_len)};
-    out.rc = start_list_keyed(task(), tcb()->usr_file, key.all().data(), static_cast<std::uint16_t>(4 + prefix.size()),
-                              entry_len, out.list.data(), static_cast<std::uint32_t>(out.list.size()), &out.count);
+    out.rc = start_list_keyed(task(), tcb()->usr_file, key.all().data(),
+                              static_cast<std::uint16_t>(4 + prefix.size()), entry_len, out.list.data(),
+                              static_cast<std::uint32_t>(out.list.size()), &out.count);
     return out;
   }
   record_bytes state(const std::string& prefix) {
@@ -78,10 +79,12 @@ TEST_F(KeyedLists, AListOverTheEndOfTheFileEndsThere) {
 TEST_F(KeyedLists, ImpossibleLengthsAreRefusedWithoutAList) {
   std::uint16_t count = 777;
   record_bytes key(300), list(1000);
-  EXPECT_EQ(start_list_keyed(task(), tcb()->usr_file, key.all().data(), 245, 20, list.all().data(), 1000, &count),
-            DBE_IO_ERROR);
-  EXPECT_EQ(start_list_keyed(task(), tcb()->usr_file, key.all().data(), 4, 245, list.all().data(), 1000, &count),
-            DBE_IO_ERROR);
+  EXPECT_EQ(
+      start_list_keyed(task(), tcb()->usr_file, key.all().data(), 245, 20, list.all().data(), 1000, &count),
+      DBE_IO_ERROR);
+  EXPECT_EQ(
+      start_list_keyed(task(), tcb()->usr_file, key.all().data(), 4, 245, list.all().data(), 1000, &count),
+      DBE_IO_ERROR);
   EXPECT_EQ(count, 777);
 }
 

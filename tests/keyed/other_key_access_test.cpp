@@ -12,7 +12,8 @@ class Correlators : public KeyedFiles {
  protected:
   static record_bytes correlator(const char* user, std::uint32_t sequence) {
     record_bytes record(184);
-    record.text(0, user).text(16, "T2").number<std::uint32_t>(80, 300).number<std::uint16_t>(84, 4).text(88, "FUNC");
+    record.text(0, user).text(16, "T2").number<std::uint32_t>(80, 300).number<std::uint16_t>(84, 4).text(
+        88, "FUNC");
     record.text(104, "ORIGIN").number<std::uint16_t>(168, 1999).number<std::uint8_t>(170, 12);
     record.number<std::uint32_t>(176, sequence).number<std::uint32_t>(180, 77);
     return record;
@@ -116,7 +117,8 @@ class RequestsByDestination : public KeyedFiles {
     record_bytes record(record_len);
     record.text(0, user).text(16, "T1").text(88, "FUNC").text(104, server).text(168, target);
     record_bytes key = key_of(db_id, record);
-    ASSERT_EQ(put_keyed(task(), db_id, tcb()->req_file, key.all().data(), record.all().data(), record_len), DBE_OK);
+    ASSERT_EQ(put_keyed(task(), db_id, tcb()->req_file, key.all().data(), record.all().data(), record_len),
+              DBE_OK);
   }
   record_bytes state(std::uint32_t server, std::uint32_t target, std::uint16_t index_no) {
     const record_bytes key = record_bytes(76).number(64, server).number(68, target);
@@ -125,12 +127,14 @@ class RequestsByDestination : public KeyedFiles {
     return block;
   }
   int more(std::uint32_t db_id, record_bytes* block, record_bytes* buffer) {
-    return get_more_alt(task(), db_id, tcb()->req_file, block->all().data(), buffer->all().data(), record_len);
+    return get_more_alt(task(), db_id, tcb()->req_file, block->all().data(), buffer->all().data(),
+                        record_len);
   }
   std::vector<std::string> users(std::uint32_t db_id, record_bytes block) {
     std::vector<std::string> found;
     record_bytes buffer(record_len);
-    while (found.size() < 100 && more(db_id, &block, &buffer) == DBE_OK) found.push_back(buffer.text_at(0, 16));
+    while (found.size() < 100 && more(db_id, &block, &buffer) == DBE_OK)
+      found.push_back(buffer.text_at(0, 16));
     return found;
   }
   using Names = std::vector<std::string>;
@@ -159,10 +163,16 @@ TEST_F(RequestsByDestination, TargetRecordsOfOneTargetAreListed) {
 
 TEST_F(RequestsByDestination, ARecordFoundByDestinationIsTheWholeRecord) {
   record_bytes record(record_len);
-  record.text(0, "u1").text(16, "T1").number<std::uint32_t>(80, 300).text(88, "FUNC").text(104, "T3").text(168, "T5");
+  record.text(0, "u1")
+      .text(16, "T1")
+      .number<std::uint32_t>(80, 300)
+      .text(88, "FUNC")
+      .text(104, "T3")
+      .text(168, "T5");
   record.number<std::uint32_t>(232, 99).text(236, "text");
   record_bytes key = key_of(DB_RQT, record);
-  ASSERT_EQ(put_keyed(task(), DB_RQT, tcb()->req_file, key.all().data(), record.all().data(), record_len), DBE_OK);
+  ASSERT_EQ(put_keyed(task(), DB_RQT, tcb()->req_file, key.all().data(), record.all().data(), record_len),
+            DBE_OK);
   record_bytes block = state(0, 5, 3);
   record_bytes back(record_len);
   back.fill(0, record_len, 'x');

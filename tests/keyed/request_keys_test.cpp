@@ -19,7 +19,10 @@ class RequestKeys : public ConversionTest {
  protected:
   static record_bytes request(std::uint32_t db_id, std::size_t length) {
     record_bytes record(length);
-    record.text(0, "user").text(16, "T2").number<std::uint32_t>(80, 0x01020304).number<std::uint16_t>(84, 0x0506);
+    record.text(0, "user")
+        .text(16, "T2")
+        .number<std::uint32_t>(80, 0x01020304)
+        .number<std::uint16_t>(84, 0x0506);
     if (db_id != DB_RQR) record.text(88, "function");
     if (db_id == DB_FAN) record.text(104, "RGN45678REN45678");
     if (db_id == DB_RQD || db_id == DB_RQT) record.text(104, "T3");
@@ -49,7 +52,8 @@ TEST_F(RequestKeys, EachTypeStoresWhatItsIdentifierHas) {
 
 TEST_F(RequestKeys, TheKeyAloneGivesTheIdentifierBack) {
   for (const request_type& type : request_types) {
-    const std::vector<unsigned char> stored = unparsed(type.db_id, request(type.db_id, type.record_len)).bytes;
+    const std::vector<unsigned char> stored =
+        unparsed(type.db_id, request(type.db_id, type.record_len)).bytes;
     const std::vector<unsigned char> key(stored.begin(), stored.begin() + 76);
     const conversion back = parsed(type.db_id, key, type.id_len);
     ASSERT_EQ(back.rc, DBE_OK) << type.db_id;

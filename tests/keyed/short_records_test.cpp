@@ -16,11 +16,13 @@ TEST_F(ShortRecords, ASingleFieldCutByTheRecordIsStoredWithItsLastByteAsNul) {
   const conversion stored = unparsed(DB_APR, record);
   ASSERT_EQ(stored.rc, DBE_OK);
   ASSERT_EQ(stored.bytes.size(), 24u + 4);
-  EXPECT_EQ(std::vector<unsigned char>(stored.bytes.begin() + 24, stored.bytes.end()), bytes({'r', 'r', 'r', 0}));
+  EXPECT_EQ(std::vector<unsigned char>(stored.bytes.begin() + 24, stored.bytes.end()),
+            bytes({'r', 'r', 'r', 0}));
 }
 
 TEST_F(ShortRecords, AnArrayElementCutByTheRecordIsStoredLessOneByteAndANul) {
-  record_bytes record = record_bytes(64 + 4 + 10).text(0, "T1").number<std::uint16_t>(64, 1).fill(68, 10, 'p');
+  record_bytes record =
+      record_bytes(64 + 4 + 10).text(0, "T1").number<std::uint16_t>(64, 1).fill(68, 10, 'p');
   const conversion stored = unparsed(DB_PRM, record);
   ASSERT_EQ(stored.rc, DBE_OK);
   ASSERT_EQ(stored.bytes.size(), 12u + 64 + 2 + 10);
@@ -54,7 +56,8 @@ TEST_F(ShortRecords, AnArrayElementCutByTheBufferHasNoNulWhenTheDataIsThere) {
   external[12 + 64] = 1;
   external[12 + 64 + 1] = 0;
   const conversion back = parsed(DB_PRM, external, 68 + 5);
-  EXPECT_EQ(std::vector<unsigned char>(back.bytes.begin() + 68, back.bytes.end()), bytes({'p', 'p', 'p', 'p', 'p'}));
+  EXPECT_EQ(std::vector<unsigned char>(back.bytes.begin() + 68, back.bytes.end()),
+            bytes({'p', 'p', 'p', 'p', 'p'}));
 }
 
 TEST_F(ShortRecords, AnArrayElementCutByBothHasANulWhereThereIsRoom) {
@@ -62,7 +65,8 @@ TEST_F(ShortRecords, AnArrayElementCutByBothHasANulWhereThereIsRoom) {
   external[12 + 64] = 1;
   external[12 + 64 + 1] = 0;
   const conversion back = parsed(DB_PRM, external, 68 + 5);
-  EXPECT_EQ(std::vector<unsigned char>(back.bytes.begin() + 68, back.bytes.end()), bytes({'p', 'p', 'p', 0, 0}));
+  EXPECT_EQ(std::vector<unsigned char>(back.bytes.begin() + 68, back.bytes.end()),
+            bytes({'p', 'p', 'p', 0, 0}));
   external.resize(12 + 64 + 2 + 5, 'p');
   EXPECT_EQ(parsed(DB_PRM, external, 68 + 5).bytes[72], 'p') << "no byte is left for a NUL";
 }
@@ -80,7 +84,8 @@ TEST_F(ShortRecords, ATextWithoutNulAtTheEndOfTheRecordIsLongerThanWhatIsThere) 
   record_bytes record = record_bytes(85).fill(80, 5, 'x');
   const conversion stored = unparsed(DB_PRD, record);
   EXPECT_EQ(stored.rc, DBE_OK);
-  EXPECT_EQ(std::vector<unsigned char>(stored.bytes.begin() + 16, stored.bytes.end()), bytes({'x', 'x', 'x', 'x', 0}));
+  EXPECT_EQ(std::vector<unsigned char>(stored.bytes.begin() + 16, stored.bytes.end()),
+            bytes({'x', 'x', 'x', 'x', 0}));
 }
 
 TEST_F(ShortRecords, AFixedArrayStoresEveryOccurrenceAndEmptyOnesAsSingleNuls) {
@@ -120,13 +125,16 @@ TEST_F(ShortRecords, AnExternalBufferOneByteShortIsTooSmall) {
     record_bytes record;
   };
   const sample samples[] = {
-      {DB_TRG, record_bytes(21724).text(0, "T1").text(192, "T2").number<std::uint16_t>(700, 2).number<std::uint8_t>(144, 16)},
+      {DB_TRG,
+       record_bytes(21724).text(0, "T1").text(192, "T2").number<std::uint16_t>(700, 2).number<std::uint8_t>(
+           144, 16)},
       {DB_TG, record_bytes(64152).text(0, "G").number<std::uint16_t>(148, 2).text(152, "T1")},
       {DB_CAT, record_bytes(2464)},
       {DB_USR, record_bytes(1236).text(0, "U").number<std::uint16_t>(210, 1)},
       {DB_APR, record_bytes(28)},
       {DB_TAK, record_bytes(2432)},
-      {DB_RQT, record_bytes(10204).text(16, "T1").text(104, "T2").text(168, "T3").number<std::uint16_t>(520, 1)},
+      {DB_RQT,
+       record_bytes(10204).text(16, "T1").text(104, "T2").text(168, "T3").number<std::uint16_t>(520, 1)},
       {DB_FAN, record_bytes(25198).text(16, "T1").number<std::uint16_t>(124, 30)},
       {DB_RQV, record_bytes(64620).text(16, "T1").number<std::uint32_t>(616, 64000)},
       {DB_COO, record_bytes(184).text(16, "T1")},

@@ -117,8 +117,8 @@ TEST_F(TargetFields, EachLengthOfATargetThatIsStoredCanBeReadAgain) {
     whole.number<std::uint8_t>(144, static_cast<std::uint8_t>(type));
     for (std::size_t length = 1; length < 1200; ++length) {
       if (type == 16 && length == 147) continue;  // a put completes such a record
-      const conversion stored =
-          unparse(t.task(), DB_TRG, std::vector<unsigned char>(whole.all().begin(), whole.all().begin() + length));
+      const conversion stored = unparse(
+          t.task(), DB_TRG, std::vector<unsigned char>(whole.all().begin(), whole.all().begin() + length));
       ASSERT_EQ(stored.rc, DBE_OK) << length;
       ASSERT_EQ(parsed(DB_TRG, stored.bytes, trg_len).rc, DBE_OK) << length;
     }
@@ -156,7 +156,8 @@ TEST_F(TargetFields, AGetOfTheKeyAloneGivesAnEmptyNameForTargets) {
 }
 
 TEST_F(TargetFields, AParameterRecordKeepsTheNameItWasStoredUnder) {
-  record_bytes parms = record_bytes(62812).text(0, "T2").number<std::uint16_t>(64, 1).text(68, "NAME").text(80, "value");
+  record_bytes parms =
+      record_bytes(62812).text(0, "T2").number<std::uint16_t>(64, 1).text(68, "NAME").text(80, "value");
   const conversion stored = unparsed(DB_PRM, parms);
   std::memcpy(t.tcb()->trg_cntl[1].trg_name, "T2new", 6);
   const record_bytes back = as_record(parsed(DB_PRM, stored.bytes, 62812));
@@ -199,8 +200,8 @@ TEST_F(TargetFields, ShortBuffersOfListsWithLinksAreNeverLeft) {
     for (std::size_t i = 0; i < of.most; ++i) record.text(of.first + 64 * i, "T4");
     const conversion stored = unparsed(of.db_id, record);
     ASSERT_EQ(stored.rc, DBE_OK);
-    for (const std::size_t length : {of.first, of.first + 1, of.first + 63, of.first + 64, of.first + 300,
-                                     of.length - 1}) {
+    for (const std::size_t length :
+         {of.first, of.first + 1, of.first + 63, of.first + 64, of.first + 300, of.length - 1}) {
       const conversion back = parsed(of.db_id, stored.bytes, length);
       EXPECT_EQ(back.rc, DBE_OK);
       const conversion again = unparse(t.task(), of.db_id, back.bytes);

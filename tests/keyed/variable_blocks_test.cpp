@@ -6,7 +6,9 @@ namespace {
 
 class VariableBlocks : public ConversionTest {
  protected:
-  static record_bytes request(std::size_t length) { return record_bytes(length).text(0, "user").text(16, "T1"); }
+  static record_bytes request(std::size_t length) {
+    return record_bytes(length).text(0, "user").text(16, "T1");
+  }
   static record_bytes target_request() { return request(10204).text(104, "T2").text(168, "T3"); }
 };
 
@@ -54,14 +56,16 @@ TEST_F(VariableBlocks, AVectorRecordShorterThanThatBlockHasNoVector) {
 }
 
 TEST_F(VariableBlocks, AReportWithTextKeepsItsHeadAndText) {
-  record_bytes record = target_request().number<std::uint16_t>(520, 1).fill(522, 34, 'h').text(556, "it went well");
+  record_bytes record =
+      target_request().number<std::uint16_t>(520, 1).fill(522, 34, 'h').text(556, "it went well");
   const conversion stored = unparsed(DB_RQT, record);
   EXPECT_EQ(stored.bytes.size(), 76u + 4 + 1 + 28 + 2 + 34 + 13 + 512);
   EXPECT_EQ(as_record(parsed(DB_RQT, stored.bytes, 10204)).all(), record.all());
 }
 
 TEST_F(VariableBlocks, AReportTextWithoutNulFillsTheBlockAndComesBackTheSame) {
-  record_bytes record = target_request().number<std::uint16_t>(520, 1).fill(556, 1024, 't').fill(1580, 40, 'x');
+  record_bytes record =
+      target_request().number<std::uint16_t>(520, 1).fill(556, 1024, 't').fill(1580, 40, 'x');
   const conversion stored = unparsed(DB_RQT, record);
   EXPECT_EQ(stored.bytes.size(), 76u + 4 + 1 + 28 + 2 + 34 + 1025 + 512);
   const record_bytes back = as_record(parsed(DB_RQT, stored.bytes, 10204));
@@ -95,7 +99,8 @@ TEST_F(VariableBlocks, AReportWhoseDataIsCutIsNoError) {
   const std::vector<unsigned char> stored =
       unparsed(DB_RQT, target_request().number<std::uint16_t>(520, 1).text(556, "text")).bytes;
   for (std::size_t length = 76 + 4 + 1 + 28; length < stored.size(); ++length)
-    EXPECT_EQ(parsed(DB_RQT, std::vector<unsigned char>(stored.begin(), stored.begin() + length), 10204).rc, DBE_OK);
+    EXPECT_EQ(parsed(DB_RQT, std::vector<unsigned char>(stored.begin(), stored.begin() + length), 10204).rc,
+              DBE_OK);
 }
 
 }  // namespace

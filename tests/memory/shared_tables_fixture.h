@@ -59,8 +59,8 @@ class table_task {
     zvrdb::memory::sort_dsu(task_);
     return number;
   }
-  std::uint32_t add_unsorted(const std::string& name, const std::string& rgn = "", const std::string& ren = "",
-                             unsigned type = 2) {
+  std::uint32_t add_unsorted(const std::string& name, const std::string& rgn = "",
+                             const std::string& ren = "", unsigned type = 2) {
     const std::uint32_t number = tcb_->name_index[cntl_->num_trgs_actual].trg_index;
     zvrdb::TRG_CNTL_ENTRY& slot = tcb_->trg_cntl[number - 1];
     slot = {};

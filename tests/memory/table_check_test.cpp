@@ -13,7 +13,9 @@ class TableCheck : public ::testing::Test {
   table_task t;
 };
 
-TEST_F(TableCheck, SoundTablesPass) { EXPECT_EQ(t.unsound(), ""); }
+TEST_F(TableCheck, SoundTablesPass) {
+  EXPECT_EQ(t.unsound(), "");
+}
 
 TEST_F(TableCheck, ANumberThatStandsTwiceIsSeen) {
   names()[4].trg_index = names()[0].trg_index;

@@ -34,7 +34,8 @@ TEST(TargetLookup, AnUnknownNameIsNoTarget) {
   std::uint32_t number = 77;
   EXPECT_EQ(get_trg_index(t.task(), "A", &number), DBE_NO_TARGET) << "empty table";
   t.add("B");
-  for (const char* name : {"", "A", "BB", "C"}) EXPECT_EQ(get_trg_index(t.task(), name, &number), DBE_NO_TARGET);
+  for (const char* name : {"", "A", "BB", "C"})
+    EXPECT_EQ(get_trg_index(t.task(), name, &number), DBE_NO_TARGET);
   EXPECT_EQ(get_trg_index(t.task(), nullptr, &number), DBE_NO_TARGET);
   EXPECT_EQ(number, 77u);
 }
@@ -161,7 +162,8 @@ void look_up_quietly(quiet_child* shared) {
   char name[64];
   const auto works = [&](const char* known) {
     return get_trg_index(t.task(), known, &number) == DBE_OK &&
-           get_trg_index(t.task(), "nobody", &number) == DBE_NO_TARGET && get_trg_name(t.task(), name, 3) == DBE_OK;
+           get_trg_index(t.task(), "nobody", &number) == DBE_NO_TARGET &&
+           get_trg_name(t.task(), name, 3) == DBE_OK;
   };
   if (!works("T77")) syscall(SYS_exit_group, 2);
   // From here on the kernel kills the process at any call but read, write and exit.
