@@ -58,6 +58,14 @@ std::int16_t refuse_other_class(void* task, std::uint16_t sem_index) {
   return DBE_TRANS_IN_PROGRESS;
 }
 
+// A task died with the semaphore.  A reader, too, may have been at work on the files:
+// a first call opens and repairs them, and the end of a task closes them.
+void repair_files(void* task) {
+  recfile::reap_dead_use_counts(task);
+  const std::int16_t rc = recfile::repair_open_files(task);
+  ZVR_TRACE(task, 4, 2, "repair_open_files returned %hx", static_cast<unsigned short>(rc));
+}
+
 // Takes the semaphore of the class, unless a transaction holds it already.
 std::int16_t take_semaphore(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   if (!open_semaphore(task, tcb, sem_index)) return DBE_INIT_FAILED;
@@ -74,7 +82,7 @@ std::int16_t take_semaphore(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   const std::uint32_t death = co_sema4_death(task, handle);
   // Noted where it lasts, in case this very call does not come as far as the repair.
   if (death == died_in_transaction) tcb->cntl->fwrite_in_prog = 1;
-  if (death != 0) recfile::reap_dead_use_counts(task);
+  if (death != 0) repair_files(task);
   return DBE_OK;
 }
 
@@ -93,9 +101,7 @@ std::int16_t first_init_db(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
 // left half done in memory is thrown away with the generation.
 void recover_from_dead_writer(void* task) {
   co_log2(task, 36356, 0, 0, 0, "%s", "");
-  recfile::reap_dead_use_counts(task);
-  const std::int16_t rc = recfile::repair_open_files(task);
-  ZVR_TRACE(task, 4, 2, "repair_open_files returned %hx", static_cast<unsigned short>(rc));
+  repair_files(task);
   raise_generation(task);
 }
 

@@ -53,6 +53,7 @@ std::int16_t repair_open_files(void* task) {
     // A transaction of this task's own is alive, not left behind.
     if (!entry.iocb || tcb->trans_active[spec.list_id] == 1) continue;
     int state = engine::transstat(entry.psp);
+    if (state == engine::e_ok || state == engine::e_trans_busy) continue;
     if (state == engine::e_write_flag) {
       ZVR_TRACE(task, 4, 2, "Clearing the write flag that a dead task left in %s", spec.name);
       if (engine::clrwrit(entry.psp) == engine::e_ok) state = engine::transstat(entry.psp);

@@ -148,6 +148,16 @@ TEST_F(Generations, AKilledReaderRaisesNothingAndKeepsTheStatus) {
   EXPECT_EQ(1, task.cntl()->files[0].use_count);
 }
 
+TEST_F(Generations, AFileThatADyingReaderLeftFlaggedIsClearedWithoutANewGeneration) {
+  // As a first call leaves it that is killed while it repairs what an earlier one left.
+  client_task task("finder");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  killed_after([](void* own) { return dbr_in(own, operation::read, DB_TRG) == DBE_OK; });
+  ASSERT_TRUE(zvrtest::set_flag_on_disk(path("trgcfg"), zvrtest::write_flag));
+  EXPECT_EQ(DBE_OK, put_target(task, "B"));
+  EXPECT_EQ(0u, task.cntl()->shm_generation);
+}
+
 TEST_F(Generations, ATaskKilledInsideTheStatusPairIsAReader) {
   client_task task("finder");
   ASSERT_EQ(DBE_OK, put_target(task, "A"));
