@@ -122,9 +122,8 @@ inline bool is_shared(const PSP* h) { return h->access != 'E'; }
 inline bool is_open(const PSP* h) { return checkpsp(h) == 'O'; }
 inline bool good_key_number(int key) { return key >= 1 && key <= max_key_number; }
 
-// The type of a key number, with the bits above the low five taken off.  Those of the
-// engine's own keys are fixed, whatever a damaged header says: their values have no more
-// bytes than that.
+// The type of a key number, with the bits above the low five taken off.  The types of the
+// engine's own keys are fixed, whatever a damaged header says.
 inline int type_of_key(const PSP* h, int key) {
   if (key >= key_rollback) return key == key_locks ? kt_bytes : kt_string;
   return h->keytypes[key] & key_type_mask;
