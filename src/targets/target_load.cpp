@@ -4,6 +4,7 @@
 
 #include "keyed/keyed.h"
 #include "memory/trace.h"
+#include "recfile/recfile.h"
 #include "targets/focal_points.h"
 #include "targets/target_access.h"
 #include "targets/target_limits.h"
@@ -15,7 +16,6 @@ namespace {
 // One byte short of the server's name: the number of the link is read, but not turned
 // into a name, which could fail for a link that leads out of the table.
 constexpr std::uint32_t load_len = srv_name_offset + name_len - 1;
-constexpr std::uint32_t list_len = keyed::list_state_len(sizeof(target_key));
 
 struct loading {
   void* task;
@@ -64,20 +64,25 @@ std::int16_t enter_record(loading& load, const unsigned char* record, std::uint3
   return DBE_OK;
 }
 
-// Reads all target records in order of their numbers.
-std::int16_t enter_all(loading& load, unsigned char* record) {
-  unsigned char list[list_len] = {};
-  const target_key first{DB_TRG, 0, 0};
-  keyed::set_list_state(list, &first, sizeof first, {1, 4, sizeof(target_key)});
-  for (;;) {
-    std::int16_t rc = keyed::get_more_keyed(load.task, DB_TRG, load.tcb->trg_file, list, record, load_len);
-    if (rc == DBE_END_OF_LIST) return DBE_OK;
-    if (rc == DBE_OK) {
-      target_key key;
-      std::memcpy(&key, list + keyed::list_last_key, sizeof key);
-      rc = enter_record(load, record, key.number);
-    }
+// Reads all target records in order of their numbers.  A list of keyed access would
+// find each record twice, once for its key and once to read it; a full table is loaded
+// in the time of one call, so each is found once here.
+std::int16_t enter_all(loading& load, unsigned char* stored) {
+  file_entry* file = load.tcb->trg_file;
+  target_key key{DB_TRG, 0, 0};
+  for (std::int16_t option = recfile::KEY_GE;; option = recfile::KEY_GT) {
+    std::int16_t rc = recfile::db_locate(load.task, file, &key, option);
+    if (rc == DBE_NOT_FOUND || (rc == DBE_OK && key.db_id != DB_TRG)) return DBE_OK;
     if (rc != DBE_OK) return rc;
+    std::uint32_t stored_len = keyed::external_capacity;
+    rc = recfile::db_read(load.task, file, stored, &stored_len);
+    if (rc != DBE_OK) return rc;
+    unsigned char record[load_len] = {};
+    std::uint32_t record_len = load_len;
+    rc = keyed::parse_keyed(load.task, DB_TRG, stored, record, &stored_len, &record_len);
+    if (rc == DBE_OK) rc = enter_record(load, record, key.number);
+    if (rc != DBE_OK) return rc;
+    key = {DB_TRG, key.number, 0};
   }
 }
 
@@ -94,8 +99,8 @@ void append_free_numbers(loading& load) {
   }
 }
 
-std::int16_t load_table(loading& load, unsigned char* record) {
-  if (enter_all(load, record) != DBE_OK) {
+std::int16_t load_table(loading& load, unsigned char* stored) {
+  if (enter_all(load, stored) != DBE_OK) {
     co_log2(load.task, 36360, 0, 0, 0, "%s", "");
     return DBE_INIT_FAILED;
   }
@@ -132,13 +137,14 @@ std::int16_t init_trg(void* task) {
   loading load{task, tcb, tcb->cntl->num_trgs_allowed, {}, false, {}};
   co_get_target(task, load.local_name, 0);
   load.local_name[name_len] = 0;
-  auto* record = static_cast<unsigned char*>(co_malloc(task, load_len, CO_MEM_PRIVATE, "INI_TRG"));
-  if (!record) {
+  auto* stored =
+      static_cast<unsigned char*>(co_malloc(task, keyed::external_capacity, CO_MEM_PRIVATE, "INI_TRG"));
+  if (!stored) {
     co_log2(task, 36355, 0, 0, 0, "%s", "temp ext buffer");
     return rc = DBE_IO_ERROR;
   }
-  rc = load_table(load, record);
-  co_free_int(task, record, "init_trg");
+  rc = load_table(load, stored);
+  co_free_int(task, stored, "init_trg");
   return rc;
 }
 
