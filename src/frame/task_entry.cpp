@@ -107,6 +107,7 @@ void recover_from_dead_writer(void* task) {
 
 std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   DBR_CNTL* cntl = tcb->cntl;
+  recfile::reopen_lost_files(task);
   if (cntl->fwrite_in_prog == 1) recover_from_dead_writer(task);
   const std::int16_t rc = enter_memory(task, tcb);
   if (rc != DBE_OK) return rc;

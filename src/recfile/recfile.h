@@ -28,6 +28,8 @@ void reap_dead_use_counts(void* task);
 // After a dead writer: clears what it left in each open file of this task (write flag,
 // interrupted transaction).  The caller owns "DBR_MEM".
 std::int16_t repair_open_files(void* task);
+// Tries again to open what a failed roll-back closed.  The caller owns "DBR_MEM".
+void reopen_lost_files(void* task);
 
 // ---- logical records.  A key is in host order on entry and on return.
 enum locate_option : std::int16_t { KEY_FIRST = 1, KEY_LAST = 2, KEY_EQ = 3, KEY_GE = 4, KEY_GT = 5, KEY_LE = 6 };

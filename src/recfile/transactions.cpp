@@ -7,6 +7,7 @@
 #include "engine/engine.h"
 #include "memory/record_types.h"
 #include "memory/trace.h"
+#include "recfile/crash_repair.h"
 #include "recfile/file_table.h"
 #include "recfile/storage_messages.h"
 #include "recfile/transaction_state.h"
@@ -66,14 +67,27 @@ std::int16_t begin_on_fresh_handle(void* task, DBR_TCB* tcb, std::uint32_t db_id
   return DBE_IO_ERROR;
 }
 
+bool rolled_back(int code) { return code == engine::e_ok || code == engine::e_trans_none; }
+
+// What an operation that could not finish leaves on the disk: opening the file clears
+// both.
+bool left_behind(int code) { return code == engine::e_write_flag || code == engine::e_trans_interrupted; }
+
+// Undoes the engine's transaction.  A handle that cannot do so is opened anew.
+int undo(void* task, unsigned index, engine::PSP* psp) {
+  const int code = engine::transroll(psp, nullptr, 0, nullptr);
+  ZVR_TRACE(task, 4, 2, "transroll of %s returned %d", file_at(index).name, code);
+  if (!rolled_back(code)) reopen_after_failure(task, index);
+  return code;
+}
+
 // Ends the engine's transaction for good; when that fails it is rolled back.
 std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* psp) {
   const int code = engine::transend(psp, free_the_chain);
   if (code == engine::e_ok) return DBE_OK;
   issue_err_msg(task, file_at(index).name, static_cast<std::int16_t>(code), at_transend);
   note_undone(tcb, index);
-  const int undone = engine::transroll(psp, nullptr, 0, nullptr);
-  ZVR_TRACE(task, 5, 2, "transroll after a failed transend returned %d", undone);
+  undo(task, index, psp);
   return DBE_IO_ERROR;
 }
 
@@ -99,8 +113,8 @@ std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
     rc = end_or_undo(task, tcb, index, entry->psp);
   } else {
     note_undone(tcb, index);
-    const int code = engine::transroll(entry->psp, nullptr, 0, nullptr);
-    if (code != engine::e_ok && code != engine::e_trans_none) {
+    const int code = undo(task, index, entry->psp);
+    if (!rolled_back(code)) {
       issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_transroll);
       rc = DBE_IO_ERROR;
     }
@@ -166,7 +180,11 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
-  const int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  if (left_behind(code)) {
+    reopen_after_failure(task, file.index);
+    if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  }
   if (code != engine::e_ok) {
     issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);
     return DBE_IO_ERROR;
@@ -182,8 +200,7 @@ std::int16_t end_implicit(void* task, const open_file& file, const implicit_tran
   if (rc == DBE_OK) {
     rc = end_or_undo(task, file.tcb, file.index, file.entry->psp);
   } else {
-    const int code = engine::transroll(file.entry->psp, nullptr, 0, nullptr);
-    ZVR_TRACE(task, 4, 2, "transroll returned %d", code);
+    undo(task, file.index, file.entry->psp);
   }
   reset_trans_active(task, file.spec->list_id);
   return rc;
