@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/bounded_text.h"
+#include "common/process_end.h"
 #include "common/semaphores.h"
 #include "common/shared_folder.h"
 #include "common/task_block.h"
@@ -24,8 +25,19 @@ bool owns(const Task& task, const SharedSemaphore& semaphore) {
   return semaphore.owner.load(std::memory_order_relaxed) == identity_of(task);
 }
 
+// The system hands the semaphore of a dying process on before it closes what the
+// process had open.  Until then its byte locks stand and make it look alive.
+void await_end_of_owner(uint64_t identity) {
+  const auto place = static_cast<uint32_t>(identity) - 1u;
+  const auto incarnation = static_cast<uint32_t>(identity >> 32);
+  if (identity == 0 || place >= CO_MAX_TASKS) return;
+  const SharedTask& entry = process().control->tasks[place];
+  if (entry.incarnation.load() == incarnation) await_process_end(entry.process.load());
+}
+
 uint16_t after_lock(const Task& task, SharedSemaphore* semaphore, int result) {
   if (result == EOWNERDEAD) {
+    await_end_of_owner(semaphore->owner.load(std::memory_order_relaxed));
     const uint32_t death = semaphore->mark != 0 ? 2 : 1;
     if (semaphore->death < death) semaphore->death = death;
     semaphore->death_asked = 0;

@@ -405,7 +405,7 @@ TEST_P(RecordLayer, RisingKeysFillTheLeftNodes) {
     ASSERT_EQ(engine::dinsert(h_, list), 0);
   }
   engine::file_summary s = summary();
-  EXPECT_EQ(s.header.depth, 2);
+  EXPECT_EQ(s.header.depth, 3);
   EXPECT_EQ(s.records, 2000U);
   EXPECT_GT(s.leaf_fill, 0.7);
 }
