@@ -48,7 +48,8 @@ std::uint64_t count_chain(survey* s, std::int32_t head, std::int32_t end, place 
                                          : n.level == (count ? level_log_later : level_log_first);
     if (!fits) {
       s->places[static_cast<std::size_t>(number)] = place::unseen;
-      s->problems++;
+      bool half_freed = what == place::free_node && (n.level == level_log_first || n.level == level_log_later);
+      if (!half_freed) s->problems++;
       break;
     }
     if (count == 0 && link) *link = n.child0;

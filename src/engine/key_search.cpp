@@ -27,12 +27,12 @@ found_place search_entries(const node& v, const target& t) {
   }
   if (count == 0) return {0, 0, {1, 1}};
   int high = count - 1;
-  entry_sign at_high = entrycmp(v.entries + offsets[high], t);
+  entry_sign at_high = entrycmp(v.entries + offsets[high], t, v.level == 0);
   if (at_high.full < 0) return {count, at, {-1, -1}};
   int low = 0;
   while (low < high) {
     const int probe = (high + low) / 2;
-    const entry_sign s = entrycmp(v.entries + offsets[probe], t);
+    const entry_sign s = entrycmp(v.entries + offsets[probe], t, v.level == 0);
     if (s.full < 0) {
       low = probe + 1;
     } else {
@@ -247,7 +247,7 @@ int locate(PSP* h, int piece) {
       h->cmpkey = -1;
     } else {
       entry = main_buffer.image.entries;
-      const entry_sign s = entrycmp(entry, t);
+      const entry_sign s = entrycmp(entry, t, true);
       h->cmpfull = s.full;
       h->cmpkey = s.key;
       c.ckeyno = entry[entry_at::key];

@@ -281,7 +281,11 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
   const int unlisted = unlist_chain(h, nodes);
   if (result == e_ok) result = unlisted;
   const int flushed = flushfile(h);
-  return result != e_ok ? result : flushed;
+  if (result == e_ok) result = flushed;
+  // The chain is gone from the header, so nobody can undo the rest.  The write flag has
+  // to stay: the file is known as damaged, and no handle goes on as if nothing were.
+  if (result != e_ok) h->deferred = result;
+  return result;
 }
 
 }  // namespace

