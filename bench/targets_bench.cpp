@@ -42,8 +42,14 @@ double microseconds(Clock::time_point from) {
   return std::chrono::duration<double, std::micro>(Clock::now() - from).count();
 }
 
+std::string numbered(const char* text, unsigned long long number) {
+  std::string whole(text);
+  whole.append(std::to_string(number));
+  return whole;
+}
+
 std::string populated_name(unsigned i) {
-  return "TARGET." + std::to_string(i);
+  return numbered("TARGET.", i);
 }
 
 void fill_record(std::vector<unsigned char>& record, const std::string& name, unsigned i) {
@@ -52,19 +58,19 @@ void fill_record(std::vector<unsigned char>& record, const std::string& name, un
     std::memcpy(record.data() + offset, value.data(), value.size());
   };
   text(0, name);
-  text(64, "A workstation of department " + std::to_string(i % 97));
-  text(124, "NET" + std::to_string(i % 50));
-  text(132, "E" + std::to_string(i));
+  text(64, numbered("A workstation of department ", i % 97));
+  text(124, numbered("NET", i % 50));
+  text(132, numbered("E", i));
   record[144] = 128 | 2;
   record[145] = 11;
   record[146] = 2;
-  text(256, "10.0.0." + std::to_string(i % 250));
+  text(256, numbered("10.0.0.", i % 250));
   text(288, "Customer");
   text(348, "Contact");
   text(440, "Manager");
   record[700] = 3;
   for (std::size_t j = 0; j < 3; ++j) {
-    text(988 + j * 162, "parameter " + std::to_string(j));
+    text(988 + j * 162, numbered("parameter ", j));
     text(988 + j * 162 + 81, "value");
   }
 }
@@ -113,7 +119,7 @@ class Workload {
     return populated_name((i * 7919u + worker * 104729u) % options_.targets);
   }
   static std::string fresh_name(unsigned worker, unsigned i) {
-    return "NEW." + std::to_string(worker) + "." + std::to_string(i * 31 % 1000);
+    return numbered("NEW.", worker) + numbered(".", i * 31 % 1000);
   }
   void lookup(void* task, unsigned worker, unsigned i) {
     std::uint32_t number = 0;

@@ -155,7 +155,7 @@ TEST_F(TargetLists, AMobileClientPassesATypeFilterAsLocalAndMobileOnly) {
 
 TEST_F(TargetLists, TheSystemFilterHasABitForEachCodeAndAnySystemPassesAll) {
   for (const unsigned code : {0u, 15u, 16u, 31u, 32u, 48u, 98u, 99u, 255u})
-    ASSERT_EQ(put(Record("OS" + std::to_string(code)).os(code)), DBE_OK);
+    ASSERT_EQ(put(Record(numbered("OS", code)).os(code)), DBE_OK);
   EXPECT_EQ(listed(Filter().os(1, 0)), (Names{"OS0", "OS99"}));
   EXPECT_EQ(listed(Filter().os(0x8000, 0)), (Names{"OS15", "OS99"}));
   EXPECT_EQ(listed(Filter().os(0, 1)), (Names{"OS16", "OS99"}));

@@ -52,7 +52,7 @@ struct Model {
 class TargetModel : public TargetsTest {
  protected:
   void run(unsigned seed, int steps) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
+    SCOPED_TRACE(numbered("seed ", seed));
     random.seed(seed);
     configure(table_size);
     // A full table can only be built anew when the local target is in it.
@@ -60,7 +60,7 @@ class TargetModel : public TargetsTest {
     model.targets.emplace("LOCAL", ModelTarget{Record("LOCAL").type(local), 1, no_link, {}});
     model.rebuild();
     for (int i = 0; i < steps && !HasFailure(); ++i) {
-      SCOPED_TRACE("step " + std::to_string(i));
+      SCOPED_TRACE(numbered("step ", i));
       step();
       expect_sound();
       EXPECT_EQ(cntl()->num_trgs_actual, model.targets.size());
@@ -70,7 +70,7 @@ class TargetModel : public TargetsTest {
 
  private:
   unsigned pick(unsigned below) { return static_cast<unsigned>(random() % below); }
-  std::string any_name() { return "T" + std::to_string(pick(40)); }
+  std::string any_name() { return numbered("T", pick(40)); }
   // Of a target that may be changed: any but the local one, which is the first in order.
   std::string known_name() {
     const auto others = static_cast<unsigned>(model.targets.size() - 1);
@@ -79,10 +79,10 @@ class TargetModel : public TargetsTest {
 
   Record random_record(const std::string& name) {
     Record record(name);
-    record.description("d" + std::to_string(random() % 1000)).rgn("N" + std::to_string(pick(3)));
-    record.ren("E" + std::to_string(pick(5))).type(pick(2) ? remote | client : remote | server).os(pick(30));
-    record.mode(pick(16)).text(288, 60, "customer " + std::to_string(random() % 1000));
-    for (unsigned i = 0, n = pick(5); i < n; ++i) record.hardware(i, "name", "value " + std::to_string(i));
+    record.description(numbered("d", random() % 1000)).rgn(numbered("N", pick(3)));
+    record.ren(numbered("E", pick(5))).type(pick(2) ? remote | client : remote | server).os(pick(30));
+    record.mode(pick(16)).text(288, 60, numbered("customer ", random() % 1000));
+    for (unsigned i = 0, n = pick(5); i < n; ++i) record.hardware(i, "name", numbered("value ", i));
     const unsigned server_choice = pick(10);
     if (server_choice == 0) record.server("NOBODY");
     if (server_choice > 4) record.server(known_name());

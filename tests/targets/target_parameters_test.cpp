@@ -74,9 +74,9 @@ TEST_F(TargetParameters, EachOfTheThreeKindsComesBackAsItWasPut) {
 TEST_F(TargetParameters, AFullRecordOfAllItsEntriesIsKept) {
   ASSERT_EQ(put(Record("T")), DBE_OK);
   Entries p = prm("T");
-  for (int i = 0; i < 1000; ++i) p.add("N" + std::to_string(i), "value " + std::to_string(i), 12);
+  for (int i = 0; i < 1000; ++i) p.add(numbered("N", i), numbered("value ", i), 12);
   Entries h = thw("T");
-  for (int i = 0; i < 128; ++i) h.add("N" + std::to_string(i), "value " + std::to_string(i), 81);
+  for (int i = 0; i < 128; ++i) h.add(numbered("N", i), numbered("value ", i), 81);
   ASSERT_EQ(store(DB_PRM, "T", p), DBE_OK);
   ASSERT_EQ(store(DB_THW, "T", h), DBE_OK);
   ASSERT_EQ(load(DB_PRM, "T", prm_len), DBE_OK);

@@ -30,7 +30,7 @@ struct Shared {
 };
 
 std::string name_of(unsigned writer, unsigned cell) {
-  return "W" + std::to_string(writer) + "." + std::to_string(cell);
+  return numbered("W", writer) + numbered(".", cell);
 }
 
 class TargetProcesses : public TargetsTest {
@@ -123,7 +123,7 @@ class TargetProcesses : public TargetsTest {
 
 TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAnyWriter) {
   const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
+  SCOPED_TRACE(numbered("seed ", seed));
   std::mt19937 random(seed);
   std::array<int, writers> progress{};
   std::array<pid_t, writers> children{};

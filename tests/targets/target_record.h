@@ -12,6 +12,13 @@ namespace target_test {
 
 inline constexpr std::size_t record_len = 21724;
 
+// A name or value with a number behind it.
+inline std::string numbered(std::string_view text, unsigned long long number) {
+  std::string whole(text);
+  whole.append(std::to_string(number));
+  return whole;
+}
+
 class Record {
  public:
   explicit Record(std::string_view name) : bytes(record_len) { text(0, 64, name); }

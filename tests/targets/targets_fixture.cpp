@@ -164,7 +164,7 @@ TRG_CNTL_ENTRY* TargetsTest::slot(const std::string& name) {
 
 int TargetsTest::logged(unsigned message) {
   std::ifstream log(co_log_path(task));
-  const std::string mark = "ZVR" + std::to_string(message);
+  const std::string mark = numbered("ZVR", message);
   int count = 0;
   for (std::string line; std::getline(log, line);) count += line.find(mark) != std::string::npos;
   return count;

@@ -77,7 +77,7 @@ class WarmReads : public TargetsTest {
  protected:
   void fill() {
     configure(100);
-    for (int i = 0; i < 60; ++i) ASSERT_EQ(put(Record("T" + std::to_string(i)).type(local | client)), DBE_OK);
+    for (int i = 0; i < 60; ++i) ASSERT_EQ(put(Record(numbered("T", i)).type(local | client)), DBE_OK);
   }
 };
 
