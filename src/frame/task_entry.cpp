@@ -75,7 +75,8 @@ std::int16_t take_semaphore(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   if (sem_index == file_class && owns(task, tcb, memory_class)) {
     // Whoever holds "DBR_MEM" must not wait for "DBRFILE": its owner may be waiting
     // for "DBR_MEM".
-    return co_try_sema4(task, handle) ? static_cast<std::int16_t>(DBE_OK) : refuse_other_class(task, sem_index);
+    return co_try_sema4(task, handle) ? static_cast<std::int16_t>(DBE_OK)
+                                      : refuse_other_class(task, sem_index);
   }
   if (co_req_sema4(task, handle, 0) != CO_OK) return DBE_INIT_FAILED;
   if (sem_index != memory_class) return DBE_OK;

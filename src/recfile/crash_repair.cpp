@@ -23,7 +23,9 @@ bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
 
 }  // namespace
 
-void clear_flag_alone(void* task, engine::PSP* psp, const char* path) { clear_flag(task, psp, path, 'E'); }
+void clear_flag_alone(void* task, engine::PSP* psp, const char* path) {
+  clear_flag(task, psp, path, 'E');
+}
 
 bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, const char* path) {
   const auto* cntl = static_cast<const DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));

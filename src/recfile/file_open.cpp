@@ -13,14 +13,16 @@
 namespace zvrdb::recfile {
 namespace {
 
-constexpr int transaction_level = 4;          // integrity level that transactions need
+constexpr int transaction_level = 4;  // integrity level that transactions need
 constexpr int read_write = 2;
 constexpr int native_order = 3;
 constexpr std::uint32_t busy_wait_ms = 60000;
 // Enough for the inner nodes of every file and the leaves in use (about 5 MiB).
 constexpr unsigned cache_blocks = 4096;
 
-DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_TCB* tcb_of(void* task) {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 // The paths of the common services have this length.
 struct file_path {
@@ -201,7 +203,8 @@ std::int16_t db_close(void* task, file_entry* handle) {
     reset_trans_active(task, db_id);
   }
   // After a failed roll-back nothing more may be written; the next opener repeats it.
-  const int code = rolled == engine::e_ok || rolled == engine::e_trans_none ? engine::dclose(handle->psp) : rolled;
+  const int code =
+      rolled == engine::e_ok || rolled == engine::e_trans_none ? engine::dclose(handle->psp) : rolled;
   if (code != engine::e_ok) {
     issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_close_or_flush);
     rc = DBE_IO_ERROR;

@@ -25,9 +25,11 @@ constexpr std::uint32_t target_types[] = {4, 5, 11, 32};
 constexpr std::uint32_t request_types[] = {17, 18, 19, 20, 21, 30};
 constexpr std::uint32_t correlator_types[] = {28, 29};
 constexpr std::array<std::span<const std::uint32_t>, 3> shared_types = {target_types, request_types,
-                                                                         correlator_types};
+                                                                        correlator_types};
 
-DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_TCB* tcb_of(void* task) {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 void flag_types(DBR_TCB* tcb, std::uint32_t db_id, std::uint16_t value) {
   if (db_id >= DB_TYPE_COUNT) return;
@@ -67,11 +69,15 @@ std::int16_t begin_on_fresh_handle(void* task, DBR_TCB* tcb, std::uint32_t db_id
   return DBE_IO_ERROR;
 }
 
-bool rolled_back(int code) { return code == engine::e_ok || code == engine::e_trans_none; }
+bool rolled_back(int code) {
+  return code == engine::e_ok || code == engine::e_trans_none;
+}
 
 // What an operation that could not finish leaves on the disk: opening the file clears
 // both.
-bool left_behind(int code) { return code == engine::e_write_flag || code == engine::e_trans_interrupted; }
+bool left_behind(int code) {
+  return code == engine::e_write_flag || code == engine::e_trans_interrupted;
+}
 
 // Undoes the engine's transaction.  A handle that cannot do so is opened anew.
 int undo(void* task, unsigned index, engine::PSP* psp) {
@@ -125,11 +131,19 @@ std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
 
 }  // namespace
 
-void set_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 1); }
-void reset_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 0); }
+void set_trans_active(void* task, std::uint32_t db_id) {
+  flag_types(tcb_of(task), db_id, 1);
+}
+void reset_trans_active(void* task, std::uint32_t db_id) {
+  flag_types(tcb_of(task), db_id, 0);
+}
 
-void note_change(DBR_TCB* tcb, unsigned index) { tcb->changed_files |= 1u << index; }
-void note_undone(DBR_TCB* tcb, unsigned index) { tcb->undone_ids |= tcb->changed_before & (1u << index); }
+void note_change(DBR_TCB* tcb, unsigned index) {
+  tcb->changed_files |= 1u << index;
+}
+void note_undone(DBR_TCB* tcb, unsigned index) {
+  tcb->undone_ids |= tcb->changed_before & (1u << index);
+}
 
 std::int16_t start_trans(void* task, std::uint32_t db_id) {
   std::int16_t rc = DBE_OK;
@@ -212,7 +226,8 @@ std::int16_t db_bflush(void* task, std::uint32_t db_id) {
   // Types whose records are flushed after a write; 24 to 27, 31 and 32 are made
   // durable by the end of their transaction alone.
   constexpr std::uint32_t flushed_types[] = {4, 5, 6, 9, 10, 11, 17, 18, 19, 20, 21, 22, 23, 28, 29, 30};
-  if (std::find(std::begin(flushed_types), std::end(flushed_types), db_id) == std::end(flushed_types)) return rc;
+  if (std::find(std::begin(flushed_types), std::end(flushed_types), db_id) == std::end(flushed_types))
+    return rc;
   iocb* block = nullptr;
   file_entry* entry = nullptr;
   rc = get_file_ptr(task, &block, &entry, db_id);

@@ -112,7 +112,10 @@ TEST_F(StorageFailures, APutThatFailsAtAnyWriteIsACleanCodeAndThereAfterwardsWho
     std::int16_t rc;
     {
       client_task task("failing");
-      ASSERT_EQ(DBE_NO_TARGET, [&] { std::uint32_t number; return db_get_trg_index(task, name, &number); }());
+      ASSERT_EQ(DBE_NO_TARGET, [&] {
+        std::uint32_t number;
+        return db_get_trg_index(task, name, &number);
+      }());
       writes_left = n;
       rc = put_target(task, name);
       passed = writes_left > 0;
@@ -168,7 +171,8 @@ TEST_F(KilledBeforeAWrite, APutIsThereWholeOrNotAtAllAndTheInstallationGoesOn) {
     char name[16];
     std::snprintf(name, sizeof name, "N%03d", n);
     bool acknowledged = false;
-    killed = kill_before(n, [&name](void* own) { put_target(own, name); }, &acknowledged);
+    killed = kill_before(
+        n, [&name](void* own) { put_target(own, name); }, &acknowledged);
     ASSERT_EQ(DBE_OK, get_target_from_file(live, "A")) << n;
     const std::int16_t in_memory = get_target(live, name);
     const std::int16_t in_file = get_target_from_file(live, name);
@@ -199,12 +203,15 @@ TEST_F(KilledBeforeAWrite, AnAcknowledgedTransactionIsThereWholeAndTheInstallati
     std::snprintf(first, sizeof first, "F%03d", n % 40);
     std::snprintf(second, sizeof second, "S%03d", n % 40);
     bool acknowledged = false;
-    killed = kill_before(n, [&](void* own) {
-      db_start_trans(own, DB_TRG);
-      put_target(own, first);
-      put_target(own, second);
-      db_commit(own, DB_TRG);
-    }, &acknowledged);
+    killed = kill_before(
+        n,
+        [&](void* own) {
+          db_start_trans(own, DB_TRG);
+          put_target(own, first);
+          put_target(own, second);
+          db_commit(own, DB_TRG);
+        },
+        &acknowledged);
     const std::int16_t one = get_target_from_file(live, first);
     const std::int16_t two = get_target_from_file(live, second);
     if (acknowledged) {
