@@ -107,7 +107,7 @@ TEST_F(RecordCommands, GetOfAMissingRecordTellsNameAndNumberOfTheCode) {
 TEST_F(RecordCommands, GetAsATableShowsAFieldALine) {
   const tool_result result = base.tool({"get", "trg", "OSLO", "--table"});
   EXPECT_EQ(result.exit, 0);
-  EXPECT_THAT(result.out, HasSubstr("trg_type            SERVER+LOCAL\n")) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("\ntrg_type           SERVER+LOCAL\n")) << result.out;
 }
 
 TEST_F(RecordCommands, GetOfTheConfigurationNamesThisInstallation) {
@@ -115,6 +115,14 @@ TEST_F(RecordCommands, GetOfTheConfigurationNamesThisInstallation) {
   EXPECT_EQ(config["workstation_name"], "OSLO");
   EXPECT_EQ(config["configuration"], 3);
   EXPECT_EQ(config["max_targets"], 10000);
+}
+
+TEST_F(RecordCommands, PutOfTheConfigurationChangesMemoryAndNotTheFile) {
+  const std::string file = read_file(base.file("orvo.cfg"));
+  const tool_result result = base.tool({"put", "cfg", "--update"}, R"({"max_requests":77})");
+  EXPECT_EQ(result.out, "{\"line\":1,\"rc\":8196,\"code\":\"DBE_RECORD_REPLACED\"}\n");
+  EXPECT_EQ(base.tool({"get", "cfg"}).json()["max_requests"], 77);
+  EXPECT_EQ(read_file(base.file("orvo.cfg")), file);
 }
 
 TEST_F(RecordCommands, GetOfAUserAnswersTheLevel) {

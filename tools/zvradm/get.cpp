@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "json_output.h"
+#include "local_target.h"
 #include "record_keys.h"
 #include "record_table.h"
 #include "session.h"
@@ -26,6 +27,7 @@ void get_one(const globals& all, const get_options& options) {
   const record_type& type = record_type_named(options.type);
   const record_keys keys(type, options.keys);
   const session s(base_directory(all));
+  if (type.db_id == DB_CFG) build_shared_tables(s.task());
   const std::uint16_t length = options.length_given ? options.length : type.get_length;
   std::vector<unsigned char> record(65535);
   const std::int16_t code = db_get(s.task(), type.db_id, keys.count(), keys.data(), record.data(), length);

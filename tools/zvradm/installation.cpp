@@ -198,11 +198,15 @@ making make_installation(const std::string& base, const installation_values& val
   announce_base(base);
   write_config(nullptr, pending_path(base), wanted);
   told(step_pending_written);
-  write_config(nullptr, config_path(base), interim_config(wanted));
+  // The interim keeps the former name: a repetition must know which record to rename.
+  const std::string former_name = there ? config_name(present) : config_name(wanted);
+  config_record interim = interim_config(wanted);
+  set_config_name(interim, former_name);
+  write_config(nullptr, config_path(base), interim);
   told(step_interim_written);
   {
     const session s(base);
-    store_local_target(s.task(), wanted, there ? config_name(present) : config_name(wanted), values);
+    store_local_target(s.task(), wanted, former_name, values);
   }
   told(step_record_stored);
   // The next task shall build the shared state with the kind that is wanted.

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "config_file.h"
+#include "local_target.h"
 #include "refusals.h"
 
 namespace zvradm {
@@ -14,6 +15,7 @@ namespace {
 // Changes kind and name in the configuration that the running tasks share, and leaves
 // all else in it as it is.
 void set_live_config(void* task, const std::string& name, std::uint8_t kind) {
+  build_shared_tables(task);
   config_record live{};
   require_ok("get cfg", db_get(task, DB_CFG, 0, nullptr, live.data(), static_cast<std::uint16_t>(live.size())));
   live[config_kind_at] = kind;

@@ -1,4 +1,4 @@
-// The local target's name.
+// The local target's name, and the first look at it.
 #pragma once
 
 #include <string>
@@ -6,5 +6,9 @@
 namespace zvradm {
 
 std::string local_target_name(void* task);
+
+// Has the shared tables built if no task has done so yet.  Calls on configuration
+// records only wait for them.
+void build_shared_tables(void* task);
 
 }  // namespace zvradm

@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "input_lines.h"
 #include "json_output.h"
+#include "local_target.h"
 #include "record_put.h"
 #include "session.h"
 
@@ -29,6 +30,7 @@ int put_all(const globals& all, const put_options& options) {
   const record_type& type = record_type_named(options.type);
   input_lines lines(options.file);
   const session s(base_directory(all));
+  if (type.db_id == DB_CFG) build_shared_tables(s.task());
   record_writer writer(s.task());
   bool refused = false;
   std::string line;

@@ -2,6 +2,7 @@
 
 #include <zvrdb/zvrdb.h>
 
+#include <map>
 #include <set>
 
 #include "refusals.h"
@@ -46,15 +47,23 @@ class importer {
   }
 
   // Stores one of a ring of servers without its link, so that the others can follow;
-  // false when no line waits for another.
+  // false when no ring is left.
   bool break_ring(const std::vector<import_line>& lines) {
-    std::set<std::string> names;
-    for (const import_line& line : lines) names.insert(text_of(parse_record_line(line.text), "trg_name"));
+    std::map<std::string, json> waiting;
     for (const import_line& line : lines) {
       json object = parse_record_line(line.text);
-      if (type_of(object).db_id != DB_TRG || names.count(text_of(object, "srv_name")) == 0) continue;
-      object.erase("srv_name");
-      return is_stored(writer_.put(type_of(object), object));
+      if (type_of(object).db_id != DB_TRG) continue;
+      const std::string name = text_of(object, "trg_name");
+      waiting.emplace(name, std::move(object));
+    }
+    for (const auto& [name, first] : waiting) {
+      std::set<std::string> chain{name};
+      std::string server = text_of(first, "srv_name");
+      while (waiting.count(server) != 0 && chain.insert(server).second) server = text_of(waiting[server], "srv_name");
+      if (waiting.count(server) == 0 || !broken_.insert(server).second) continue;
+      json member = waiting[server];
+      member.erase("srv_name");
+      return is_stored(writer_.put(type_of(member), member));
     }
     return false;
   }
@@ -77,8 +86,10 @@ class importer {
       const record_type& type = type_of(object);
       if (wait && must_wait(type, object)) return false;
       const std::int16_t code = writer_.put(type, object);
-      if (code == DBE_OK) ++counts_.added;
-      if (code == DBE_RECORD_REPLACED) ++counts_.replaced;
+      if (is_stored(code)) {
+        const bool added = code == DBE_OK || broken_.count(text_of(object, "trg_name")) != 0;
+        ++(added ? counts_.added : counts_.replaced);
+      }
       if (!is_stored(code)) fault = library_refusal(writer_.what(), code).what();
     } catch (const field_fault& wrong) {
       fault = (wrong.path.empty() ? "" : wrong.path + ": ") + wrong.what();
@@ -100,6 +111,7 @@ class importer {
   progress& shown_;
   std::uint64_t all_;
   import_counts counts_;
+  std::set<std::string> broken_;  // targets that were stored without their link before
 };
 
 }  // namespace

@@ -58,12 +58,20 @@ json number_json(const field& f, std::uint32_t value, bool as_words) {
   return rest == 0 ? names : json(value);
 }
 
+// Of a long field the zero bytes at its end are left out: they come back by themselves.
+json hex_json(std::span<const unsigned char> bytes) {
+  constexpr std::size_t short_field = 16;
+  if (bytes.size() > short_field)
+    while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
+  return to_hex(bytes);
+}
+
 json field_json(const field& f, std::span<const unsigned char> bytes, bool as_words) {
   switch (f.kind) {
     case field_kind::text:
     case field_kind::full_text: return text_json(bytes);
     case field_kind::number: return number_json(f, load_number(bytes.data(), f.width), as_words);
-    case field_kind::hex: return to_hex(bytes);
+    case field_kind::hex: return hex_json(bytes);
     case field_kind::list: break;
   }
   return nullptr;
