@@ -1,7 +1,8 @@
 // Check, dump and summary of a record file, as functions with callbacks.  None of
 // them changes the file; each survives any bytes whatever: bounded in time, memory
-// and depth, never a read out of bounds.  They may run beside live users: the file
-// is read under the reader byte (or, with snapshot set, as it lies).
+// and depth, never a read out of bounds.  They may run beside live users: the file is
+// read under a reader byte when it can be had (a writer then waits for the report to
+// end), else as it lies, which the check tells in a note.
 #pragma once
 
 #include <array>
@@ -17,6 +18,7 @@ struct problem {
   std::int64_t node;    // node number, -1 for the header
   std::string path;     // how the walk came there, e.g. "root 7 > child 3 > leaf 12"
   std::string text;     // what is wrong and, where it helps, what was expected
+  bool note = false;    // remarkable but legal; a note alone leaves the file sound
 };
 
 struct check_options {
@@ -26,7 +28,8 @@ struct check_options {
 };
 
 using problem_fn = void (*)(void* context, const problem&);
-// reason: why the file could not be read, when the outcome is unreadable.
+// Notes are told in deep checks only.  reason: why the file could not be read, when the
+// outcome is unreadable.
 report_outcome verify_file(const char* path, const check_options&, problem_fn, void* context, std::string* reason);
 
 struct file_header {

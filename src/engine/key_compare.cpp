@@ -123,7 +123,7 @@ void convert_value(int type, const std::uint8_t* from, std::uint8_t* to, int len
   }
 }
 
-entry_sign entrycmp(const std::uint8_t* entry, const target& t) {
+entry_sign entrycmp(const std::uint8_t* entry, const target& t, bool in_leaf) {
   if (const int d = entry[entry_at::key] - t.keyno; d != 0) return {sign(d), sign(d)};
   if (t.edge != 0) return {-t.edge, -t.edge};
   const int by_value = compare_values(t.type, t.order, entry + entry_at::value, t.key);
@@ -131,9 +131,10 @@ entry_sign entrycmp(const std::uint8_t* entry, const target& t) {
   const int by_record = sign_of(entry_record(entry, t.order), t.recno);
   if (by_record != 0) return {by_record, 0};
   // Piece 128, the last of the longest values, has the byte of a lone piece 0.  A piece
-  // above 0 is only looked for in a value of many pieces, and there it comes last.
+  // above 0 is only looked for in a value of many pieces, and there it comes last.  A
+  // separator may be left from an earlier value of one piece, so it counts as it reads.
   const std::uint8_t byte = entry[entry_at::piece];
-  const int piece = byte == last_piece && t.piece > 0 ? max_pieces - 1 : byte & piece_number;
+  const int piece = in_leaf && byte == last_piece && t.piece > 0 ? max_pieces - 1 : byte & piece_number;
   return {sign_of(piece, t.piece), 0};
 }
 

@@ -43,7 +43,7 @@ struct entry_sign {
   int full;
   int key;
 };
-entry_sign entrycmp(const std::uint8_t* entry, const target& t);
+entry_sign entrycmp(const std::uint8_t* entry, const target& t, bool in_leaf);
 
 // Key number, value and record number of two entries of the file compared; pieces are
 // left out.

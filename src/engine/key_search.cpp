@@ -27,12 +27,12 @@ found_place search_entries(const node& v, const target& t) {
   }
   if (count == 0) return {0, 0, {1, 1}};
   int high = count - 1;
-  entry_sign at_high = entrycmp(v.entries + offsets[high], t);
+  entry_sign at_high = entrycmp(v.entries + offsets[high], t, v.level == 0);
   if (at_high.full < 0) return {count, at, {-1, -1}};
   int low = 0;
   while (low < high) {
     const int probe = (high + low) / 2;
-    const entry_sign s = entrycmp(v.entries + offsets[probe], t);
+    const entry_sign s = entrycmp(v.entries + offsets[probe], t, v.level == 0);
     if (s.full < 0) {
       low = probe + 1;
     } else {
@@ -135,17 +135,30 @@ std::int32_t descend(PSP* h, const target& t) {
   return n;
 }
 
+// A neighbour leaf into the main buffer.
+int load_neighbour(PSP* h, std::int32_t n) {
+  if (!may_hop(h)) return raise_damage(h, n);
+  const int got = nodeget(h, &main_buffer, n);
+  if (got != e_ok) return got == e_not_found ? e_io : got;
+  return main_buffer.image.level == 0 ? static_cast<int>(e_ok) : raise_damage(h, n);
+}
+
 int step_to_leaf(PSP* h, bool right) {
   cursor& c = cursor_of(h, h->keyno);
   const node& v = main_buffer.image;
   for (;;) {
-    const std::int32_t n = right ? v.next : v.prev;
+    const std::int32_t from = main_buffer.number;
+    std::int32_t n = right ? v.next : v.prev;
     if (n < 0) return 0;
+    int got = load_neighbour(h, n);
+    // A split cut short may not have told its right neighbour: what lies between the
+    // two is found through the links to the right.
+    while (got == e_ok && !right && v.next != from) {
+      n = v.next;
+      got = n < 0 ? raise_damage(h, from) : load_neighbour(h, n);
+    }
+    if (got != e_ok) return got;
     c.cnode = n;
-    if (!may_hop(h)) return raise_damage(h, n);
-    const int got = nodeget(h, &main_buffer, n);
-    if (got != e_ok) return got == e_not_found ? e_io : got;
-    if (v.level != 0) return raise_damage(h, n);
     if (v.count > 0) return 1;
   }
 }
@@ -247,7 +260,7 @@ int locate(PSP* h, int piece) {
       h->cmpkey = -1;
     } else {
       entry = main_buffer.image.entries;
-      const entry_sign s = entrycmp(entry, t);
+      const entry_sign s = entrycmp(entry, t, true);
       h->cmpfull = s.full;
       h->cmpkey = s.key;
       c.ckeyno = entry[entry_at::key];

@@ -129,7 +129,7 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
     if (entered == e_queue) return entered;
     if (alone || !open_with_access(h, path, 'E')) {
       h->state = 'C';
-      return e_open_exclusive;
+      return entered == e_no_slot ? e_no_slot : e_open_exclusive;
     }
     entered = enter_shared_file(h, true);
   }

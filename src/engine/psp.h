@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <source_location>
 #include <type_traits>
 
 #include "engine/engine.h"
@@ -111,6 +110,7 @@ struct PSP {
   char mark_e;
   const segment* segments[cursor_count];
   cursor* cursors[cursor_count];
+  const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
 };
 static_assert(sizeof(PSP) <= psp_size);
@@ -122,13 +122,18 @@ inline bool is_shared(const PSP* h) { return h->access != 'E'; }
 inline bool is_open(const PSP* h) { return checkpsp(h) == 'O'; }
 inline bool good_key_number(int key) { return key >= 1 && key <= max_key_number; }
 
-// The type of a key number, with the bits above the low five taken off.
-inline int type_of_key(const PSP* h, int key) { return h->keytypes[key] & key_type_mask; }
+// The type of a key number, with the bits above the low five taken off.  The types of the
+// engine's own keys are fixed, whatever a damaged header says.
+inline int type_of_key(const PSP* h, int key) {
+  if (key >= key_rollback) return key == key_locks ? kt_bytes : kt_string;
+  return h->keytypes[key] & key_type_mask;
+}
 
 // Damage is told through this one function, so that a report can name node and line.
-inline int raise_damage(PSP* h, std::int32_t n, std::source_location where = std::source_location::current()) {
+inline int raise_damage(PSP* h, std::int32_t n, int line = __builtin_LINE(), const char* source = __builtin_FILE()) {
   h->damaged_node = n;
-  h->damaged_line = static_cast<std::int32_t>(where.line());
+  h->damaged_line = line;
+  h->damaged_source = source;
   h->errdetail = e_damaged;
   return e_damaged;
 }

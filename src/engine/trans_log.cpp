@@ -28,7 +28,11 @@ int extend_chain(PSP* h) {
   if (m < 1) return e_io;
   log_buffer.image.next = m;
   result = nodeputd(h, log_buffer, h->lognode);
-  if (result != e_ok) return result;
+  if (result != e_ok) {
+    // The chain ends here still: node m was never written.
+    log_buffer.image.next = 0;
+    return result;
+  }
   fill_log_node(log_buffer, 0, h->slot, level_log_later);
   h->lognode = m;
   h->logpos = 0;

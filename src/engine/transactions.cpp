@@ -14,6 +14,7 @@
 //   2  fields of the transaction are set after the operation that began it was left, so
 //      that this operation logs nothing
 //   3  a roll-back first takes the chain out of the header: a crash does not undo twice
+#include <algorithm>
 #include <cstring>
 
 #include "engine/cursor.h"
@@ -154,11 +155,23 @@ int clear_rollback_list(PSP* h) {
   }
 }
 
+// Whether a log node that its forerunner names was never written: the process died
+// between the two writes.  Nothing in it can have been finished, so the chain ends
+// before it.
+bool was_never_written(PSP* h, std::int32_t n) {
+  if (n < 1 || n >= h->nextnode || n > max_node) return false;
+  std::uint8_t head[node_head_size];
+  if (physical_read(h, node_offset(n), head, sizeof head) != e_ok) return false;
+  if (load16(head + offsetof(node, level), h->order) == level_free) return true;
+  return std::all_of(head, head + sizeof head, [](std::uint8_t b) { return b == 0; });
+}
+
 // Counts the chain and lists its nodes under key 16, since it has no links back.
 int list_chain(PSP* h, std::int32_t n, rollback_progress* progress, std::int32_t* nodes) {
   *nodes = 0;
   while (n >= 1) {
     if (*nodes >= h->nextnode) return raise_damage(h, n);
+    if (*nodes > 0 && was_never_written(h, n)) return e_ok;
     int result = read_log_node(h, third_buffer, n);
     if (result != e_ok) return result;
     const node& v = third_buffer.image;
@@ -273,6 +286,8 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
   h->transhead = -1;
   result = writehdr(h);
   if (result == e_ok && new_type != 0) result = transbeg(h, new_type, new_companion);
+  // What follows is no part of the new transaction.
+  forget_transaction(h);
   if (result == e_ok) result = clear_rollback_list(h);
   rollback_progress progress{tell};
   std::int32_t nodes = 0;
@@ -281,7 +296,11 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
   const int unlisted = unlist_chain(h, nodes);
   if (result == e_ok) result = unlisted;
   const int flushed = flushfile(h);
-  return result != e_ok ? result : flushed;
+  if (result == e_ok) result = flushed;
+  // The chain is gone from the header, so nobody can undo the rest.  The write flag has
+  // to stay: the file is known as damaged, and no handle goes on as if nothing were.
+  if (result != e_ok) h->deferred = result;
+  return result;
 }
 
 }  // namespace
@@ -336,7 +355,9 @@ int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
   if (entered != e_ok) return keep_status(h, entered);
   const int result = roll_back(h, progress, own, lognode, new_type, new_companion);
   h->status = result;
-  return keep_status(h, leave_result(result, wrleave(h)));
+  const int left = leave_result(result, wrleave(h));
+  if (left == e_ok && new_type != 0) set_transaction(h, new_type, h->transhead);
+  return keep_status(h, left);
 }
 
 }  // namespace zvrdb::engine

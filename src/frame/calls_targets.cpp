@@ -17,8 +17,7 @@ constexpr std::uint32_t no_place_for_name = 36386;
 // target of that name or, when there is none, the next one above it.
 std::int16_t write_status(void* task, DBR_TCB* tcb, const char* name, const void* status) {
   const std::int64_t position = memory::locate_name(task, name);
-  TRG_CNTL_ENTRY* entry =
-      position < 0 ? nullptr : memory::trg_slot(tcb, tcb->name_index[position].trg_index);
+  TRG_CNTL_ENTRY* entry = position < 0 ? nullptr : memory::trg_slot(tcb, tcb->name_index[position].trg_index);
   if (!entry) {
     co_log2(task, no_place_for_name, 0, 0, 0, "%s", "");
     return DBE_NOT_FOUND;
@@ -30,8 +29,8 @@ std::int16_t write_status(void* task, DBR_TCB* tcb, const char* name, const void
 // The task still stands where its db_get_trg_stat left it: the semaphore is its own
 // and the segment the current one.
 bool holds_memory(void* task, const DBR_TCB* tcb) {
-  return tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0 && tcb->shm_base &&
-         tcb->shm_generation == tcb->cntl->shm_generation;
+  return tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0 &&
+         tcb->shm_base && tcb->shm_generation == tcb->cntl->shm_generation;
 }
 
 }  // namespace

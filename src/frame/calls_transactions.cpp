@@ -9,7 +9,8 @@ namespace {
 
 // The calls that end a transaction; start_trans_id is let go of only by the call that
 // names it.
-int16_t end_explicit(void* task, const char* name, uint32_t db_id, std::int16_t (*end)(void*, std::uint32_t)) {
+int16_t end_explicit(void* task, const char* name, uint32_t db_id,
+                     std::int16_t (*end)(void*, std::uint32_t)) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, name, &rc);
   const call_bracket call(task, operation::write, db_id, &rc);
@@ -50,7 +51,8 @@ int16_t db_commit(void* task, uint32_t db_id) {
 }
 
 int16_t db_rollback(void* task, uint32_t db_id) {
-  return task ? end_explicit(task, __func__, db_id, recfile::rollback) : static_cast<int16_t>(DBE_INIT_FAILED);
+  return task ? end_explicit(task, __func__, db_id, recfile::rollback)
+              : static_cast<int16_t>(DBE_INIT_FAILED);
 }
 
 }  // extern "C"

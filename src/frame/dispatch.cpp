@@ -10,14 +10,19 @@ namespace {
 
 using namespace zvrdb::targets;
 
-constexpr record_type not_assigned = {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                      file_class, 0, {0, 0, 0}, 0};
+constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
+                                      nullptr, file_class, 0,       {0, 0, 0}, 0};
 
 // A record type whose handlers do not exist yet has its class and keys and no handler.
-constexpr record_type without_handlers(record_class sem_index, std::uint16_t num_keys, std::uint16_t first = 0,
-                                       std::uint16_t second = 0, std::uint16_t third = 0) {
-  return {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-          static_cast<std::int16_t>(sem_index), num_keys, {first, second, third}, 0};
+constexpr record_type without_handlers(record_class sem_index, std::uint16_t num_keys,
+                                       std::uint16_t first = 0, std::uint16_t second = 0,
+                                       std::uint16_t third = 0) {
+  return {nullptr,  nullptr,
+          nullptr,  nullptr,
+          nullptr,  nullptr,
+          nullptr,  static_cast<std::int16_t>(sem_index),
+          num_keys, {first, second, third},
+          0};
 }
 
 // del, get, get_next, get_more, put, start_list, init_list, class, keys, key lengths
@@ -27,15 +32,27 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  2 scn */ without_handlers(file_class, 1),
     /*  3 scf */ without_handlers(file_class, 0),
     /*  4 trg */
-    {del_trg, get_trg, get_next_trg, get_more_trg, put_trg, start_list_trg, init_list_trg, memory_class, 1, {0, 0, 0}, 0},
+    {del_trg,
+     get_trg,
+     get_next_trg,
+     get_more_trg,
+     put_trg,
+     start_list_trg,
+     init_list_trg,
+     memory_class,
+     1,
+     {0, 0, 0},
+     0},
     /*  5 prm */
     {del_prm, get_prm, nullptr, get_more_prm, put_prm, nullptr, init_list_prm, memory_class, 1, {0, 0, 0}, 0},
     /*  6 tg  */ without_handlers(memory_class, 1),
-    /*  7 ua  */ {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
+    /*  7 ua  */
+    {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
     /*  8 ucf */ without_handlers(memory_class, 0),
     /*  9 cat */ without_handlers(memory_class, 1),
     /* 10 cms */ without_handlers(memory_class, 2, 0, 64, 0),
-    /* 11 thw */ {del_thw, get_thw, nullptr, nullptr, put_thw, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
+    /* 11 thw */
+    {del_thw, get_thw, nullptr, nullptr, put_thw, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 12     */ not_assigned,
     /* 13     */ not_assigned,
     /* 14     */ not_assigned,
@@ -56,12 +73,15 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /* 29 coo */ without_handlers(memory_class, 1, 16),
     /* 30 rqv */ without_handlers(memory_class, 1),
     /* 31 dtg */ without_handlers(memory_class, 1),
-    /* 32 sht */ {del_sht, get_sht, nullptr, nullptr, put_sht, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
+    /* 32 sht */
+    {del_sht, get_sht, nullptr, nullptr, put_sht, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 33     */ not_assigned,
 }};
 
 }  // namespace
 
-const record_type& type_row(std::uint32_t db_id) { return record_types[db_id]; }
+const record_type& type_row(std::uint32_t db_id) {
+  return record_types[db_id];
+}
 
 }  // namespace zvrdb::frame

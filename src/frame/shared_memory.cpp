@@ -16,9 +16,9 @@ constexpr std::uint32_t spare_catalog_slots = 500;
 constexpr unsigned most_generations_tried = 16;
 constexpr unsigned attach_attempts = 9;
 constexpr std::uint32_t attach_wait_ms = 5000;
-constexpr std::uint32_t kind_offset = 85;           // of the base configuration
+constexpr std::uint32_t kind_offset = 85;  // of the base configuration
 constexpr unsigned char kind_without_local_server = 2;
-constexpr std::uint16_t local_target_len = 148;     // bytes read of the local target's record
+constexpr std::uint16_t local_target_len = 148;  // bytes read of the local target's record
 constexpr std::size_t segment_name_len = 16;
 
 using building_step = std::int16_t (*)(void* task);
@@ -54,10 +54,13 @@ std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
 bool is_finished(const unsigned char* base) {
   return std::atomic_ref(*const_cast<unsigned char*>(base)).load(std::memory_order_acquire) == 1;
 }
-void set_finished(unsigned char* base) { std::atomic_ref(*base).store(1, std::memory_order_release); }
+void set_finished(unsigned char* base) {
+  std::atomic_ref(*base).store(1, std::memory_order_release);
+}
 
 bool is_mapped(const DBR_TCB* tcb) {
-  return tcb->dist_cat && tcb->cat_cntl && tcb->trg_cntl && tcb->name_index && tcb->dsu_index && tcb->shm_base;
+  return tcb->dist_cat && tcb->cat_cntl && tcb->trg_cntl && tcb->name_index && tcb->dsu_index &&
+         tcb->shm_base;
 }
 
 std::int16_t cannot_allocate(void* task) {
@@ -75,7 +78,7 @@ bool lengths_stand(const DBR_CNTL* cntl) {
 // What stands under the name of the current generation.
 struct found_segment {
   char name[segment_name_len];
-  unsigned char* base;   // null when there is none
+  unsigned char* base;  // null when there is none
   std::uint64_t length;
   bool finished;
 };
@@ -145,8 +148,8 @@ std::int16_t set_local_dsu(void* task, DBR_TCB* tcb) {
   }
   const void* keys[] = {co_croca(task, CO_AREA_LOCAL_TARGET)};
   unsigned char record[local_target_len] = {};
-  const std::int16_t rc =
-      keys[0] ? targets::get_trg(task, 1, keys, record, local_target_len) : static_cast<std::int16_t>(DBE_NOT_FOUND);
+  const std::int16_t rc = keys[0] ? targets::get_trg(task, 1, keys, record, local_target_len)
+                                  : static_cast<std::int16_t>(DBE_NOT_FOUND);
   if (rc != DBE_OK) {
     co_log2(task, 36387, 0, 0, 0, "%s", "");
     return DBE_INIT_FAILED;
@@ -195,7 +198,8 @@ bool try_attach(void* task, DBR_TCB* tcb) {
 void raise_generation(void* task) {
   DBR_CNTL* cntl = static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb)->cntl;
   ++cntl->shm_generation;
-  ZVR_TRACE(task, 3, 2, "New shared memory generation is %lu", static_cast<unsigned long>(cntl->shm_generation));
+  ZVR_TRACE(task, 3, 2, "New shared memory generation is %lu",
+            static_cast<unsigned long>(cntl->shm_generation));
   co_set_signal(task, generation_signal, generation_raised);
 }
 

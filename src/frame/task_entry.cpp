@@ -75,7 +75,8 @@ std::int16_t take_semaphore(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   if (sem_index == file_class && owns(task, tcb, memory_class)) {
     // Whoever holds "DBR_MEM" must not wait for "DBRFILE": its owner may be waiting
     // for "DBR_MEM".
-    return co_try_sema4(task, handle) ? static_cast<std::int16_t>(DBE_OK) : refuse_other_class(task, sem_index);
+    return co_try_sema4(task, handle) ? static_cast<std::int16_t>(DBE_OK)
+                                      : refuse_other_class(task, sem_index);
   }
   if (co_req_sema4(task, handle, 0) != CO_OK) return DBE_INIT_FAILED;
   if (sem_index != memory_class) return DBE_OK;
@@ -107,6 +108,7 @@ void recover_from_dead_writer(void* task) {
 
 std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   DBR_CNTL* cntl = tcb->cntl;
+  recfile::reopen_lost_files(task);
   if (cntl->fwrite_in_prog == 1) recover_from_dead_writer(task);
   const std::int16_t rc = enter_memory(task, tcb);
   if (rc != DBE_OK) return rc;

@@ -22,7 +22,9 @@ void forget_undone(void* task, DBR_TCB* tcb) {
   if (in_memory) raise_generation(task);
 }
 
-const char* semaphore_kind(std::uint16_t sem_index) { return sem_index == file_class ? "file" : "mem"; }
+const char* semaphore_kind(std::uint16_t sem_index) {
+  return sem_index == file_class ? "file" : "mem";
+}
 
 // Ends a call of a task that may own the semaphore of its class.
 void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
@@ -45,7 +47,8 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   if (op == operation::write) {
     const std::int16_t rc = recfile::db_bflush(task, db_id);
     if (rc != DBE_OK)
-      ZVR_TRACE(task, 5, 2, "db_bflush() returned error %hx, changing function rc", static_cast<unsigned short>(rc));
+      ZVR_TRACE(task, 5, 2, "db_bflush() returned error %hx, changing function rc",
+                static_cast<unsigned short>(rc));
   }
   co_clear_sema4(task, handle);
 }

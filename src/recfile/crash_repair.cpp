@@ -23,7 +23,9 @@ bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
 
 }  // namespace
 
-void clear_flag_alone(void* task, engine::PSP* psp, const char* path) { clear_flag(task, psp, path, 'E'); }
+void clear_flag_alone(void* task, engine::PSP* psp, const char* path) {
+  clear_flag(task, psp, path, 'E');
+}
 
 bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, const char* path) {
   const auto* cntl = static_cast<const DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
@@ -32,15 +34,19 @@ bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, 
   return clear_flag(task, psp, path, 'S');
 }
 
-void end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state) {
+int end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state) {
   if (state == engine::e_trans_interrupted) {
     const int code = engine::transroll(psp, nullptr, 0, nullptr);
     ZVR_TRACE(task, 4, 2, "Interrupted transaction of file %s: transroll returned %d", name, code);
-  } else if (state == engine::e_trans_empty) {
+    return code;
+  }
+  if (state == engine::e_trans_empty) {
     ZVR_TRACE(task, 4, 2, "TRANSALLOC branch found for file %s", name);
     const int code = engine::transend(psp, free_the_chain);
     ZVR_TRACE(task, 1, 2, "transend returned %d", code);
+    return code;
   }
+  return state;
 }
 
 std::int16_t repair_open_files(void* task) {
@@ -58,11 +64,11 @@ std::int16_t repair_open_files(void* task) {
       ZVR_TRACE(task, 4, 2, "Clearing the write flag that a dead task left in %s", spec.name);
       if (engine::clrwrit(entry.psp) == engine::e_ok) state = engine::transstat(entry.psp);
     }
-    end_interrupted_transaction(task, entry.psp, spec.name, state);
-    state = engine::transstat(entry.psp);
-    if (state == engine::e_ok || state == engine::e_trans_busy) continue;
-    issue_err_msg(task, spec.name, static_cast<std::int16_t>(state), at_transroll);
-    rc = DBE_IO_ERROR;
+    const int ended = end_interrupted_transaction(task, entry.psp, spec.name, state);
+    if (ended == engine::e_ok || ended == engine::e_trans_busy) continue;
+    issue_err_msg(task, spec.name, static_cast<std::int16_t>(ended), at_transroll);
+    reopen_after_failure(task, index);
+    if (!entry.iocb) rc = DBE_IO_ERROR;
   }
   return rc;
 }

@@ -15,7 +15,13 @@ void clear_flag_alone(void* task, engine::PSP* psp, const char* path);
 // the flag was cleared; false when the ledger cannot account for every use count:
 // then somebody unknown may be writing, and the flag stays.
 bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, const char* path);
-// Ends a transaction whose owner is gone; state is what transstat answered.
-void end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state);
+// Ends a transaction whose owner is gone; state is what transstat answered.  0 or the
+// engine's code; after a failure the handle must write nothing more.
+int end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state);
+
+// A handle whose roll-back failed knows less than its file: it is let go of without
+// another write, and the file is opened anew, which rolls back what the handle could
+// not.  When even that fails the entry stays closed until reopen_lost_files succeeds.
+void reopen_after_failure(void* task, unsigned index);
 
 }  // namespace zvrdb::recfile

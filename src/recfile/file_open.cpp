@@ -13,14 +13,16 @@
 namespace zvrdb::recfile {
 namespace {
 
-constexpr int transaction_level = 4;          // integrity level that transactions need
+constexpr int transaction_level = 4;  // integrity level that transactions need
 constexpr int read_write = 2;
 constexpr int native_order = 3;
 constexpr std::uint32_t busy_wait_ms = 60000;
 // Enough for the inner nodes of every file and the leaves in use (about 5 MiB).
 constexpr unsigned cache_blocks = 4096;
 
-DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_TCB* tcb_of(void* task) {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 // The paths of the common services have this length.
 struct file_path {
@@ -75,8 +77,8 @@ int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigne
   return permissions_failed;
 }
 
-// Rolls back what a dead task left in the file.  0, or the code of a transaction
-// that a live task keeps open.
+// Rolls back what a dead task left in the file.  0, or the code of a transaction that
+// a live task keeps open or that could not be rolled back.
 int settle_transaction(void* task, engine::PSP* psp, const char* path) {
   int state = engine::transstat(psp);
   if (state == engine::e_trans_busy) {
@@ -85,8 +87,7 @@ int settle_transaction(void* task, engine::PSP* psp, const char* path) {
     state = engine::transstat(psp);
     if (state == engine::e_trans_busy) return state;
   }
-  end_interrupted_transaction(task, psp, path, state);
-  return engine::e_ok;
+  return end_interrupted_transaction(task, psp, path, state);
 }
 
 std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned index) {
@@ -108,6 +109,7 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
   ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
   code = settle_transaction(task, entry->psp, path.text);
   if (code != engine::e_ok) {
+    // Let go of without another write: it would make half a roll-back the truth.
     issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_transroll);
     free_handle(task, entry);
     return DBE_IO_ERROR;
@@ -192,14 +194,17 @@ std::int16_t db_close(void* task, file_entry* handle) {
   if (handle->use_count > 0 && --handle->use_count != 0) return rc;
   const iocb* block = handle->iocb;
   const std::uint32_t db_id = file.spec->list_id;
+  int rolled = engine::e_ok;
   if (file.tcb->trans_active[db_id] == 1) {
     ZVR_TRACE(task, 4, 2, "Interrupted transaction found for file %s", file.spec->name);
     note_undone(file.tcb, file.index);
-    const int code = engine::transroll(handle->psp, nullptr, 0, nullptr);
-    ZVR_TRACE(task, 1, 2, "transroll returned %d", code);
+    rolled = engine::transroll(handle->psp, nullptr, 0, nullptr);
+    ZVR_TRACE(task, 1, 2, "transroll returned %d", rolled);
     reset_trans_active(task, db_id);
   }
-  const int code = engine::dclose(handle->psp);
+  // After a failed roll-back nothing more may be written; the next opener repeats it.
+  const int code =
+      rolled == engine::e_ok || rolled == engine::e_trans_none ? engine::dclose(handle->psp) : rolled;
   if (code != engine::e_ok) {
     issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_close_or_flush);
     rc = DBE_IO_ERROR;
@@ -209,6 +214,29 @@ std::int16_t db_close(void* task, file_entry* handle) {
   handle->use_count = 0;
   count_close(task, file.index);
   return rc;
+}
+
+void reopen_after_failure(void* task, unsigned index) {
+  const trace_bracket bracket(task, __func__);
+  DBR_TCB* tcb = tcb_of(task);
+  file_entry* entry = &tcb->files[index];
+  if (!entry->iocb) return;
+  if (engine::checkpsp(entry->psp) == 'O') engine::abandon(entry->psp);
+  free_handle(task, entry);
+  iocb* block = entry->iocb;
+  const std::uint32_t use_count = entry->use_count;
+  entry->iocb = nullptr;
+  entry->use_count = 0;
+  count_close(task, index);
+  if (open_entry(task, entry, block, index) == DBE_OK) entry->use_count = use_count;
+}
+
+void reopen_lost_files(void* task) {
+  DBR_TCB* tcb = tcb_of(task);
+  for (unsigned index = 0; index < file_count; ++index) {
+    file_entry* entry = tcb->*file_at(index).handle;
+    if (entry && !entry->iocb) open_entry(task, entry, &tcb->cntl->files[index], index);
+  }
 }
 
 std::int16_t open_files(void* task) {

@@ -49,13 +49,16 @@ constexpr std::array<field_row, 5> three_keys_rows = {{
 static_assert(three_keys_rows.size() == most_fields);
 
 constexpr engine::key_entry one_key_table[] = {{1, 2, {}, nullptr}, {0, 0, {}, nullptr}};
-constexpr engine::key_entry two_keys_table[] = {{1, 2, {}, nullptr}, {2, 2, {}, nullptr}, {0, 0, {}, nullptr}};
+constexpr engine::key_entry two_keys_table[] = {
+    {1, 2, {}, nullptr}, {2, 2, {}, nullptr}, {0, 0, {}, nullptr}};
 constexpr engine::key_entry three_keys_table[] = {
     {1, 2, {}, nullptr}, {2, 2, {}, nullptr}, {3, 5, {}, nullptr}, {0, 0, {}, nullptr}};
 
 }  // namespace
 
-const file_spec& file_at(unsigned index) { return file_table[index]; }
+const file_spec& file_at(unsigned index) {
+  return file_table[index];
+}
 
 int file_index(std::uint32_t db_id) {
   for (unsigned i = 0; i < file_table.size(); ++i)
@@ -66,23 +69,31 @@ int file_index(std::uint32_t db_id) {
 
 std::span<const field_row> field_rows(field_kind kind) {
   switch (kind) {
-    case field_kind::two_keys: return two_keys_rows;
-    case field_kind::three_keys: return three_keys_rows;
-    case field_kind::one_key: break;
+    case field_kind::two_keys:
+      return two_keys_rows;
+    case field_kind::three_keys:
+      return three_keys_rows;
+    case field_kind::one_key:
+      break;
   }
   return one_key_rows;
 }
 
 const engine::key_entry* engine_keys(field_kind kind) {
   switch (kind) {
-    case field_kind::two_keys: return two_keys_table;
-    case field_kind::three_keys: return three_keys_table;
-    case field_kind::one_key: break;
+    case field_kind::two_keys:
+      return two_keys_table;
+    case field_kind::three_keys:
+      return three_keys_table;
+    case field_kind::one_key:
+      break;
   }
   return one_key_table;
 }
 
-unsigned data_field(field_kind kind) { return static_cast<unsigned>(field_rows(kind).size()) - 2; }
+unsigned data_field(field_kind kind) {
+  return static_cast<unsigned>(field_rows(kind).size()) - 2;
+}
 
 bool find_open(void* task, file_entry* handle, open_file* out) {
   auto* tcb = static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);

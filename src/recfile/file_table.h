@@ -11,13 +11,13 @@
 
 namespace zvrdb::recfile {
 
-inline constexpr std::uint16_t longest_piece = 16000;    // one engine record, key included
+inline constexpr std::uint16_t longest_piece = 16000;  // one engine record, key included
 inline constexpr std::uint32_t record_buffer_len = 16384;
-inline constexpr std::uint32_t recnum_len = 4;           // number of the piece, last field of every key
-inline constexpr std::uint32_t sna_key_len = 76;         // key 2 of "snacorr", behind key 1
-inline constexpr std::uint32_t server_key_offset = 64;   // key 2 of "userreq": server and target number
+inline constexpr std::uint32_t recnum_len = 4;          // number of the piece, last field of every key
+inline constexpr std::uint32_t sna_key_len = 76;        // key 2 of "snacorr", behind key 1
+inline constexpr std::uint32_t server_key_offset = 64;  // key 2 of "userreq": server and target number
 inline constexpr std::uint32_t server_key_len = 8;
-inline constexpr std::uint32_t target_key_offset = 68;   // key 3 of "userreq": target number
+inline constexpr std::uint32_t target_key_offset = 68;  // key 3 of "userreq": target number
 inline constexpr unsigned most_fields = 5;
 
 // What kind of field list a file has.
@@ -27,8 +27,8 @@ struct file_spec {
   const char* name;
   std::uint16_t key_len;
   field_kind kind;
-  std::uint32_t list_id;                    // db_id given to set_datalist and kept in the control block
-  std::span<const std::uint32_t> db_ids;    // record types that get_file_ptr knows for the file
+  std::uint32_t list_id;                  // db_id given to set_datalist and kept in the control block
+  std::span<const std::uint32_t> db_ids;  // record types that get_file_ptr knows for the file
   file_entry* DBR_TCB::*handle;
 };
 
@@ -44,10 +44,10 @@ unsigned data_field(field_kind kind);
 struct open_file {
   DBR_TCB* tcb;
   file_entry* entry;
-  unsigned index;           // row of the file table
+  unsigned index;  // row of the file table
   const file_spec* spec;
   std::uint32_t key_len;
-  std::uint32_t lead;       // bytes of a record before its data: key 1 and, in "snacorr", key 2
+  std::uint32_t lead;  // bytes of a record before its data: key 1 and, in "snacorr", key 2
 };
 // False when the handle is no entry of this task or not open.
 bool find_open(void* task, file_entry* handle, open_file* out);

@@ -28,17 +28,28 @@ void reap_dead_use_counts(void* task);
 // After a dead writer: clears what it left in each open file of this task (write flag,
 // interrupted transaction).  The caller owns "DBR_MEM".
 std::int16_t repair_open_files(void* task);
+// Tries again to open what a failed roll-back closed.  The caller owns "DBR_MEM".
+void reopen_lost_files(void* task);
 
 // ---- logical records.  A key is in host order on entry and on return.
-enum locate_option : std::int16_t { KEY_FIRST = 1, KEY_LAST = 2, KEY_EQ = 3, KEY_GE = 4, KEY_GT = 5, KEY_LE = 6 };
+enum locate_option : std::int16_t {
+  KEY_FIRST = 1,
+  KEY_LAST = 2,
+  KEY_EQ = 3,
+  KEY_GE = 4,
+  KEY_GT = 5,
+  KEY_LE = 6
+};
 // 0, 8194 or 8455.
 std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t option);
 // 0, 8224 or 8455.  length: in the buffer's size, out the bytes returned, key included.
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length);
 // 0 or 8455.
-std::int16_t db_write(void* task, file_entry* handle, void* key, const void* record, std::uint32_t record_len);
+std::int16_t db_write(void* task, file_entry* handle, void* key, const void* record,
+                      std::uint32_t record_len);
 // 0, 8194 or 8455.
-std::int16_t db_update(void* task, file_entry* handle, void* key, const void* record, std::uint32_t record_len);
+std::int16_t db_update(void* task, file_entry* handle, void* key, const void* record,
+                       std::uint32_t record_len);
 // 0, 8194 or 8455.
 std::int16_t db_delete(void* task, void* key, file_entry* handle);
 

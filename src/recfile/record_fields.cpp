@@ -51,7 +51,8 @@ void build_fields(const open_file& file, field_list* list) {
 void restore_key_lengths(const open_file& file, field_list* list) {
   unsigned number = 0;
   for (const field_row& row : field_rows(file.spec->kind)) {
-    if (row.key != 0) list->fields[number].flen = row.key == 1 ? static_cast<std::int16_t>(file.key_len) : row.length;
+    if (row.key != 0)
+      list->fields[number].flen = row.key == 1 ? static_cast<std::int16_t>(file.key_len) : row.length;
     ++number;
   }
 }
@@ -71,7 +72,8 @@ void derive_other_keys(const open_file& file, const file_key& key, other_keys* k
   }
 }
 
-std::int16_t key_value(void* task, const open_file& file, field_list* list, file_key* key, unsigned char* value) {
+std::int16_t key_value(void* task, const open_file& file, field_list* list, file_key* key,
+                       unsigned char* value) {
   list->fields[0].fdata = key->bytes;
   restore_key_lengths(file, list);
   const int code = engine::dkeyval(file.entry->psp, 1, list->fields.data(), -1, value);

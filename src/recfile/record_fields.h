@@ -35,8 +35,8 @@ void restore_key_lengths(const open_file& file, field_list* list);
 
 // Values of the keys beside key 1, as they go into and come out of the field list.
 struct other_keys {
-  unsigned char* second;         // key 2; room for record_buffer_len bytes
-  unsigned char target[4];       // key 3 of "userreq": the bytes of the file
+  unsigned char* second;    // key 2; room for record_buffer_len bytes
+  unsigned char target[4];  // key 3 of "userreq": the bytes of the file
 };
 void point_other_keys(const open_file& file, field_list* list, other_keys* keys);
 // From the key of a record that is to be stored.
@@ -45,12 +45,15 @@ void derive_other_keys(const open_file& file, const file_key& key, other_keys* k
 // Sets the key value and finds the engine record with this very key.
 // 0, 8194 or 8455 (logged).
 std::int16_t find_piece(void* task, const open_file& file, field_list* list, file_key* key);
-std::int16_t key_value(void* task, const open_file& file, field_list* list, file_key* key, unsigned char* value);
+std::int16_t key_value(void* task, const open_file& file, field_list* list, file_key* key,
+                       unsigned char* value);
 
 // The task's work area: the first half takes the data of a piece, the second half
 // key 2.  Each half is as long as the engine's record buffer, so no stored length can
 // overrun it.  Null (36355 logged with the tag) when memory is exhausted.
 unsigned char* piece_area(void* task, DBR_TCB* tcb);
-inline unsigned char* second_key_area(unsigned char* area) { return area + record_buffer_len; }
+inline unsigned char* second_key_area(unsigned char* area) {
+  return area + record_buffer_len;
+}
 
 }  // namespace zvrdb::recfile

@@ -12,12 +12,12 @@
 extern "C" {
 // Entry db_id: how much of the internal record its key alone can fill.
 const uint32_t int_key_len[DB_TYPE_COUNT] = {
-    0,  0,  0,  0,                 // 0 to 3: text records
-    64, 64, 64, 0, 0,   102, 0, 64,  // 4 to 11
-    0,  0,  0,  0,  0,             // 12 to 16: not assigned
-    88, 104, 120, 168, 232,        // 17 to 21: user requests
-    20, 16, 12, 12, 80, 80,        // 22 to 27
-    124, 124, 616, 64, 64, 0,      // 28 to 33
+    0,   0,   0,   0,                     // 0 to 3: text records
+    64,  64,  64,  0,   0,   102, 0, 64,  // 4 to 11
+    0,   0,   0,   0,   0,                // 12 to 16: not assigned
+    88,  104, 120, 168, 232,              // 17 to 21: user requests
+    20,  16,  12,  12,  80,  80,          // 22 to 27
+    124, 124, 616, 64,  64,  0,           // 28 to 33
 };
 }
 
@@ -25,10 +25,10 @@ namespace zvrdb::recfile {
 namespace {
 
 enum class field_type : std::uint8_t {
-  number,         // u32, network order in the file
-  short_number,   // u16, network order in the file
-  piece_number,   // u32, the host's order everywhere
-  year,           // u16, the host's order everywhere
+  number,        // u32, network order in the file
+  short_number,  // u16, network order in the file
+  piece_number,  // u32, the host's order everywhere
+  year,          // u16, the host's order everywhere
   text,
   byte
 };
@@ -78,12 +78,12 @@ constexpr key_field user_request_key[] = {
     {"TargetID", 68, 4, field_type::number},      {"Recnum", 72, 4, field_type::piece_number},
 };
 constexpr key_field correlator_key[] = {
-    {"Origin domain", 0, 4, field_type::number}, {"UserID", 4, 16, field_type::text},
-    {"Int seq_no", 20, 4, field_type::number},   {"Recursion", 24, 4, field_type::number},
-    {"Function", 28, 16, field_type::text},      {"Recnum", 44, 4, field_type::piece_number},
-    {"SNA Origin", 48, 64, field_type::text},    {"SNA Date year", 112, 2, field_type::year},
-    {"SNA Date month", 114, 1, field_type::byte}, {"SNA Date day", 115, 1, field_type::byte},
-    {"SNA Time hour", 116, 1, field_type::byte}, {"SNA Time minute", 117, 1, field_type::byte},
+    {"Origin domain", 0, 4, field_type::number},   {"UserID", 4, 16, field_type::text},
+    {"Int seq_no", 20, 4, field_type::number},     {"Recursion", 24, 4, field_type::number},
+    {"Function", 28, 16, field_type::text},        {"Recnum", 44, 4, field_type::piece_number},
+    {"SNA Origin", 48, 64, field_type::text},      {"SNA Date year", 112, 2, field_type::year},
+    {"SNA Date month", 114, 1, field_type::byte},  {"SNA Date day", 115, 1, field_type::byte},
+    {"SNA Time hour", 116, 1, field_type::byte},   {"SNA Time minute", 117, 1, field_type::byte},
     {"SNA Time second", 118, 1, field_type::byte}, {"SNA Time GMT flag", 119, 1, field_type::byte},
     {"SNA seq_no", 120, 4, field_type::number},
 };

@@ -21,18 +21,15 @@ std::atomic<std::uint16_t> exact_search_running{0};
 
 struct locate_rule {
   std::int16_t option;
-  int engine_option;   // of dfind, or of dseq when `by_sequence`
+  int engine_option;  // of dfind, or of dseq when `by_sequence`
   bool by_sequence;
-  int other_success;   // result beside 0 that counts as found
+  int other_success;  // result beside 0 that counts as found
   bool copy_back;
 };
 constexpr locate_rule locate_rules[] = {
-    {KEY_FIRST, engine::seq_first, true, 0, true},
-    {KEY_LAST, engine::seq_last, true, 0, true},
-    {KEY_EQ, engine::find_equal, false, 0, false},
-    {KEY_GE, engine::find_greater_equal, false, 2, true},
-    {KEY_GT, engine::find_greater, false, 0, true},
-    {KEY_LE, engine::find_less_equal, false, 3, true},
+    {KEY_FIRST, engine::seq_first, true, 0, true},  {KEY_LAST, engine::seq_last, true, 0, true},
+    {KEY_EQ, engine::find_equal, false, 0, false},  {KEY_GE, engine::find_greater_equal, false, 2, true},
+    {KEY_GT, engine::find_greater, false, 0, true}, {KEY_LE, engine::find_less_equal, false, 3, true},
 };
 
 int search(void* task, const open_file& file, const locate_rule& rule, const unsigned char* value) {
@@ -84,9 +81,9 @@ std::int16_t locate(void* task, const open_file& file, file_key* key, std::int16
 // Where the pieces of a record are gathered.
 struct gathering {
   unsigned char* buffer;
-  std::uint32_t room;       // bytes of the buffer
-  std::uint32_t filled;     // bytes in it
-  unsigned char* work_area; // for a piece that may not fit
+  std::uint32_t room;        // bytes of the buffer
+  std::uint32_t filled;      // bytes in it
+  unsigned char* work_area;  // for a piece that may not fit
 };
 
 // Reads the current piece behind what is there.  Straight into the buffer when no

@@ -72,8 +72,8 @@ std::int16_t read_other_keys(void* task, const open_file& file, field_list* list
   point_other_keys(file, list, others);
   const int code = engine::dread(file.entry->psp, list->fields.data());
   if (code != engine::e_ok) return failed(task, file, code, at_read);
-  const bool fits = file.spec->kind == field_kind::one_key ||
-                    list->fields[1].flen == field_rows(file.spec->kind)[1].length;
+  const bool fits =
+      file.spec->kind == field_kind::one_key || list->fields[1].flen == field_rows(file.spec->kind)[1].length;
   if (!fits) return failed(task, file, engine::e_field_list, at_read);
   return DBE_OK;
 }
@@ -159,7 +159,8 @@ std::int16_t delete_pieces(void* task, const open_file& file, const file_key& ke
 
 }  // namespace
 
-std::int16_t db_write(void* task, file_entry* handle, void* key, const void* record, std::uint32_t record_len) {
+std::int16_t db_write(void* task, file_entry* handle, void* key, const void* record,
+                      std::uint32_t record_len) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   open_file file;
@@ -182,7 +183,8 @@ std::int16_t db_write(void* task, file_entry* handle, void* key, const void* rec
   return rc;
 }
 
-std::int16_t db_update(void* task, file_entry* handle, void* key, const void* record, std::uint32_t record_len) {
+std::int16_t db_update(void* task, file_entry* handle, void* key, const void* record,
+                       std::uint32_t record_len) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   open_file file;

@@ -1,10 +1,11 @@
 // Messages about failures of the storage engine.
+#include "recfile/storage_messages.h"
+
 #include <array>
 
 #include "engine/engine.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
-#include "recfile/storage_messages.h"
 
 namespace zvrdb::recfile {
 namespace {

@@ -7,6 +7,7 @@
 #include "engine/engine.h"
 #include "memory/record_types.h"
 #include "memory/trace.h"
+#include "recfile/crash_repair.h"
 #include "recfile/file_table.h"
 #include "recfile/storage_messages.h"
 #include "recfile/transaction_state.h"
@@ -24,9 +25,11 @@ constexpr std::uint32_t target_types[] = {4, 5, 11, 32};
 constexpr std::uint32_t request_types[] = {17, 18, 19, 20, 21, 30};
 constexpr std::uint32_t correlator_types[] = {28, 29};
 constexpr std::array<std::span<const std::uint32_t>, 3> shared_types = {target_types, request_types,
-                                                                         correlator_types};
+                                                                        correlator_types};
 
-DBR_TCB* tcb_of(void* task) { return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb); }
+DBR_TCB* tcb_of(void* task) {
+  return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);
+}
 
 void flag_types(DBR_TCB* tcb, std::uint32_t db_id, std::uint16_t value) {
   if (db_id >= DB_TYPE_COUNT) return;
@@ -66,14 +69,31 @@ std::int16_t begin_on_fresh_handle(void* task, DBR_TCB* tcb, std::uint32_t db_id
   return DBE_IO_ERROR;
 }
 
+bool rolled_back(int code) {
+  return code == engine::e_ok || code == engine::e_trans_none;
+}
+
+// What an operation that could not finish leaves on the disk: opening the file clears
+// both.
+bool left_behind(int code) {
+  return code == engine::e_write_flag || code == engine::e_trans_interrupted;
+}
+
+// Undoes the engine's transaction.  A handle that cannot do so is opened anew.
+int undo(void* task, unsigned index, engine::PSP* psp) {
+  const int code = engine::transroll(psp, nullptr, 0, nullptr);
+  ZVR_TRACE(task, 4, 2, "transroll of %s returned %d", file_at(index).name, code);
+  if (!rolled_back(code)) reopen_after_failure(task, index);
+  return code;
+}
+
 // Ends the engine's transaction for good; when that fails it is rolled back.
 std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* psp) {
   const int code = engine::transend(psp, free_the_chain);
   if (code == engine::e_ok) return DBE_OK;
   issue_err_msg(task, file_at(index).name, static_cast<std::int16_t>(code), at_transend);
   note_undone(tcb, index);
-  const int undone = engine::transroll(psp, nullptr, 0, nullptr);
-  ZVR_TRACE(task, 5, 2, "transroll after a failed transend returned %d", undone);
+  undo(task, index, psp);
   return DBE_IO_ERROR;
 }
 
@@ -99,8 +119,8 @@ std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
     rc = end_or_undo(task, tcb, index, entry->psp);
   } else {
     note_undone(tcb, index);
-    const int code = engine::transroll(entry->psp, nullptr, 0, nullptr);
-    if (code != engine::e_ok && code != engine::e_trans_none) {
+    const int code = undo(task, index, entry->psp);
+    if (!rolled_back(code)) {
       issue_err_msg(task, block->name, static_cast<std::int16_t>(code), at_transroll);
       rc = DBE_IO_ERROR;
     }
@@ -111,11 +131,19 @@ std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
 
 }  // namespace
 
-void set_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 1); }
-void reset_trans_active(void* task, std::uint32_t db_id) { flag_types(tcb_of(task), db_id, 0); }
+void set_trans_active(void* task, std::uint32_t db_id) {
+  flag_types(tcb_of(task), db_id, 1);
+}
+void reset_trans_active(void* task, std::uint32_t db_id) {
+  flag_types(tcb_of(task), db_id, 0);
+}
 
-void note_change(DBR_TCB* tcb, unsigned index) { tcb->changed_files |= 1u << index; }
-void note_undone(DBR_TCB* tcb, unsigned index) { tcb->undone_ids |= tcb->changed_before & (1u << index); }
+void note_change(DBR_TCB* tcb, unsigned index) {
+  tcb->changed_files |= 1u << index;
+}
+void note_undone(DBR_TCB* tcb, unsigned index) {
+  tcb->undone_ids |= tcb->changed_before & (1u << index);
+}
 
 std::int16_t start_trans(void* task, std::uint32_t db_id) {
   std::int16_t rc = DBE_OK;
@@ -166,7 +194,11 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
-  const int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  if (left_behind(code)) {
+    reopen_after_failure(task, file.index);
+    if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  }
   if (code != engine::e_ok) {
     issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);
     return DBE_IO_ERROR;
@@ -182,8 +214,7 @@ std::int16_t end_implicit(void* task, const open_file& file, const implicit_tran
   if (rc == DBE_OK) {
     rc = end_or_undo(task, file.tcb, file.index, file.entry->psp);
   } else {
-    const int code = engine::transroll(file.entry->psp, nullptr, 0, nullptr);
-    ZVR_TRACE(task, 4, 2, "transroll returned %d", code);
+    undo(task, file.index, file.entry->psp);
   }
   reset_trans_active(task, file.spec->list_id);
   return rc;
@@ -195,7 +226,8 @@ std::int16_t db_bflush(void* task, std::uint32_t db_id) {
   // Types whose records are flushed after a write; 24 to 27, 31 and 32 are made
   // durable by the end of their transaction alone.
   constexpr std::uint32_t flushed_types[] = {4, 5, 6, 9, 10, 11, 17, 18, 19, 20, 21, 22, 23, 28, 29, 30};
-  if (std::find(std::begin(flushed_types), std::end(flushed_types), db_id) == std::end(flushed_types)) return rc;
+  if (std::find(std::begin(flushed_types), std::end(flushed_types), db_id) == std::end(flushed_types))
+    return rc;
   iocb* block = nullptr;
   file_entry* entry = nullptr;
   rc = get_file_ptr(task, &block, &entry, db_id);

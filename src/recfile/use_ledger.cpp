@@ -28,8 +28,12 @@ struct use_ledger {
 };
 static_assert(sizeof(use_ledger) <= CO_AREA_LEDGER_SIZE);
 
-use_ledger* ledger_of(void* task) { return static_cast<use_ledger*>(co_croca(task, CO_AREA_LEDGER)); }
-DBR_CNTL* cntl_of(void* task) { return static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL)); }
+use_ledger* ledger_of(void* task) {
+  return static_cast<use_ledger*>(co_croca(task, CO_AREA_LEDGER));
+}
+DBR_CNTL* cntl_of(void* task) {
+  return static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
+}
 
 void do_step(DBR_CNTL* cntl, use_ledger* ledger) {
   const ledger_step step = ledger->step;
@@ -50,7 +54,9 @@ void take_step(DBR_CNTL* cntl, use_ledger* ledger, const ledger_step& step) {
   do_step(cntl, ledger);
 }
 
-std::uint32_t lowered(std::uint16_t count) { return count == 0 ? 0u : count - 1u; }
+std::uint32_t lowered(std::uint16_t count) {
+  return count == 0 ? 0u : count - 1u;
+}
 
 // Takes back all counts of one row.
 void give_back_row(DBR_CNTL* cntl, use_ledger* ledger, std::uint32_t place) {
@@ -91,8 +97,12 @@ void count(void* task, unsigned index, bool open) {
 
 }  // namespace
 
-void count_open(void* task, unsigned index) { count(task, index, true); }
-void count_close(void* task, unsigned index) { count(task, index, false); }
+void count_open(void* task, unsigned index) {
+  count(task, index, true);
+}
+void count_close(void* task, unsigned index) {
+  count(task, index, false);
+}
 
 std::uint32_t known_users(void* task, unsigned index) {
   const use_ledger* ledger = ledger_of(task);
@@ -111,7 +121,8 @@ void reap_dead_use_counts(void* task) {
   for (std::uint32_t place = 0; place < CO_MAX_TASKS; ++place) {
     const ledger_row row = ledger->rows[place];
     if (row.open_files == 0 || co_task_alive(task, place, row.incarnation)) continue;
-    ZVR_TRACE(task, 4, 2, "Taking back use counts of dead task at place %lu", static_cast<unsigned long>(place));
+    ZVR_TRACE(task, 4, 2, "Taking back use counts of dead task at place %lu",
+              static_cast<unsigned long>(place));
     give_back_row(cntl, ledger, place);
   }
 }

@@ -273,6 +273,23 @@ TEST_P(Cursors, WalksTurnRoundAtBothEnds) {
   EXPECT_EQ(here(), numbered("m", 2));
 }
 
+TEST_P(Cursors, SteppingBackFindsALeafThatItsRightNeighbourDoesNotKnow) {
+  std::vector<std::string> all;
+  for (int i = 0; i < 300; ++i) {
+    all.push_back(numbered("k", i));
+    ASSERT_EQ(add(1, all.back(), 1), 0);
+  }
+  const std::vector<int> chain = leaves();
+  ASSERT_GT(chain.size(), 3u);
+  ASSERT_EQ(wrenter(h), 0);
+  ASSERT_EQ(nodeget(h, &main_buffer, chain[2]), 0);
+  main_buffer.image.prev = chain[0];
+  ASSERT_EQ(nodeput(h, main_buffer, chain[2]), 0);
+  ASSERT_EQ(wrleave(h), 0);
+  std::reverse(all.begin(), all.end());
+  EXPECT_EQ(backward(1), all);
+}
+
 TEST_P(Cursors, BadArgumentsAreRefused) {
   EXPECT_EQ(find(0, "a"), -2);
   EXPECT_EQ(find(21, "a"), -2);

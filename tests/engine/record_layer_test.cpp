@@ -1,305 +1,414 @@
-#include <algorithm>
-#include <map>
-#include <random>
+// Records as callers see them: the rules of insert, update, delete, find and read.
+#include <gtest/gtest.h>
 
-#include "engine_file.h"
+#include "engine/engine_handle.h"
+#include "engine/scratch_folder.h"
 
-namespace engine_test {
+namespace zvrdb::test {
 namespace {
 
-using namespace zvrdb::engine;
-
-class Records : public ::testing::TestWithParam<char> {
+class RecordLayer : public ::testing::TestWithParam<char> {
  protected:
   void SetUp() override {
-    ASSERT_EQ(h.create(path, GetParam(), 3, name_keys), 0);
-    ASSERT_EQ(csetfile(h, 4), 0);
+    path_ = folder_.file("records");
+    ASSERT_EQ(h_.create(path_, access()), 0);
+    ASSERT_EQ(engine::csetfile(h_, 4), 0);
   }
-  // A record lock where the file asks for one.
-  void lock() { ASSERT_EQ(dlock(h), 0); }
-
-  scratch_folder folder;
-  std::string path = folder.file("records");
-  handle h;
+  void TearDown() override {
+    if (engine::checkpsp(h_) == 'O') {
+      EXPECT_EQ(h_.close(), 0);
+    }
+    check_result result = check_file(path_, true);
+    EXPECT_EQ(result.outcome, engine::report_outcome::sound) << result.text();
+  }
+  char access() const { return GetParam(); }
+  engine::file_summary summary() {
+    engine::file_summary s;
+    std::string reason;
+    engine::dflush(h_);
+    engine::summarize_file(path_.c_str(), &s, &reason);
+    return s;
+  }
+  void fill(int first, int last) {
+    for (int i = first; i <= last; i++) ASSERT_EQ(h_.insert(sample(i)), 0) << i;
+  }
+  int dfind_number(std::int32_t value, int option) { return engine::dfind(h_, 3, &value, 3, option); }
+  std::int32_t number_here() {
+    sample_record record;
+    EXPECT_EQ(h_.read(&record), 0);
+    return record.number;
+  }
+  scratch_folder folder_;
+  std::string path_;
+  handle h_;
 };
-INSTANTIATE_TEST_SUITE_P(SharedAndExclusive, Records, ::testing::Values('S', 'E'));
 
-TEST_P(Records, WhatWasInsertedIsReadBackWhole) {
-  const record r{"alpha", "group", 7, std::string(5000, 'x')};
-  ASSERT_EQ(insert(h, r), 0);
-  ASSERT_EQ(find_name(h, "alpha"), 0);
-  EXPECT_EQ(read_current(h), r);
-  EXPECT_EQ(dclose(h), 0);
-  ASSERT_EQ(h.open(path, GetParam(), 2, name_keys), 0);
-  ASSERT_EQ(find_name(h, "alpha"), 0);
-  EXPECT_EQ(read_current(h), r);
+INSTANTIATE_TEST_SUITE_P(Access, RecordLayer, ::testing::Values('S', 'E'),
+                         [](const auto& a) { return a.param == 'S' ? "Shared" : "Exclusive"; });
+
+TEST_P(RecordLayer, InsertRefusesASecondRecordWithTheSameUniqueKeyAndFreesItsNumber) {
+  ASSERT_EQ(h_.insert(sample(1)), 0);
+  EXPECT_EQ(h_.insert(sample(1)), engine::e_not_found);
+  EXPECT_EQ(summary().free_numbers, 1U);
+  EXPECT_EQ(summary().records, 1U);
+  EXPECT_EQ(summary().header.freerecs, 1);
+  ASSERT_EQ(h_.insert(sample(2)), 0);
+  EXPECT_EQ(summary().free_numbers, 0U);
+  EXPECT_EQ(summary().header.nextrec, 3);
 }
 
-TEST_P(Records, ManyRecordsStayInOrderOfTheirKeys) {
-  std::map<std::string, record> model;
-  std::mt19937 random(7);
-  for (int i = 0; i < 2000; ++i) {
-    record r{numbered("n", static_cast<int>(random() % 100000)), numbered("g", i % 17), i % 5,
-             std::string(random() % 300, 'd')};
-    const int result = insert(h, r);
-    ASSERT_EQ(result, model.count(r.name) != 0 ? -1 : 0) << i;
-    model.emplace(r.name, r);
+TEST_P(RecordLayer, ReadRefusesAListWithAnotherChecksum) {
+  ASSERT_EQ(h_.insert(sample(1)), 0);
+  ASSERT_EQ(h_.find_name(sample(1).name), 0);
+  sample_fields fields;
+  fields.list[2].fdup = 'U';
+  EXPECT_EQ(engine::dread(h_, fields.list), engine::e_field_list);
+}
+
+TEST_P(RecordLayer, ReadRefusesABufferShorterThanTheBody) {
+  ASSERT_EQ(h_.insert(sample(1, 500)), 0);
+  ASSERT_EQ(h_.close(), 0);
+  std::vector<unsigned char> small(300);
+  ASSERT_EQ(engine::dopen(h_, path_.c_str(), small.data(), 300, access(), 2, sample_key_table()), 0);
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_first), 0);
+  sample_fields fields;
+  EXPECT_EQ(engine::dread(h_, fields.list), engine::e_record_length);
+}
+
+TEST_P(RecordLayer, InsertRefusesARecordLongerThanTheBuffer) {
+  ASSERT_EQ(h_.insert(sample(1)), 0);
+  ASSERT_EQ(h_.close(), 0);
+  std::vector<unsigned char> small(100);
+  ASSERT_EQ(engine::dopen(h_, path_.c_str(), small.data(), 100, access(), 2, sample_key_table()), 0);
+  ASSERT_EQ(engine::csetfile(h_, 4), 0);
+  EXPECT_EQ(h_.insert(sample(2, 500)), engine::e_record_length);
+  EXPECT_EQ(h_.find_name(sample(2).name), engine::e_not_found);
+}
+
+TEST_P(RecordLayer, AnEmptyFieldReadsBackEmpty) {
+  ASSERT_EQ(h_.insert(sample(1, 0)), 0);
+  ASSERT_EQ(h_.find_name(sample(1).name), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.payload, "");
+  EXPECT_EQ(found.name, sample(1).name);
+}
+
+TEST_P(RecordLayer, ABinaryKeyOf242BytesIsRefusedAndOneOf241Stored) {
+  unsigned char value[256];
+  std::memset(value, 'k', sizeof value);
+  sample_fields fields(sample(1));
+  fields.list[0].fdata = value;
+  fields.list[0].flen = 242;
+  int result = engine::dinsert(h_, fields.list);
+  EXPECT_TRUE(result == engine::e_too_long || result == engine::e_field_length) << result;
+  fields.list[0].flen = 243;
+  EXPECT_EQ(engine::dinsert(h_, fields.list), engine::e_field_length);
+  fields.list[0].flen = 241;
+  EXPECT_EQ(engine::dinsert(h_, fields.list), 0);
+  EXPECT_EQ(h_.find_name(std::string(241, 'k')), 0);
+}
+
+TEST_P(RecordLayer, UpdateWithTheSameKeysTouchesNoKeyEntry) {
+  fill(1, 20);
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  sample_record changed = sample(7);
+  changed.payload = "something else";
+  ASSERT_EQ(engine::dlock(h_), 0);
+  std::vector<unsigned char> before = read_file(path_);
+  sample_fields fields(changed);
+  ASSERT_EQ(engine::dupdate(h_, fields.list), 0);
+  ASSERT_EQ(engine::dunlock(h_), 0);
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found, changed);
+  EXPECT_EQ(summary().entries_by_key[1], 20U);
+}
+
+TEST_P(RecordLayer, UpdateMovesChangedKeys) {
+  fill(1, 50);
+  for (int i = 1; i <= 50; i++) {
+    ASSERT_EQ(h_.find_name(sample(i).name), 0);
+    sample_record changed = sample(i);
+    changed.name += "-renamed";
+    changed.number = 1000 + i;
+    ASSERT_EQ(h_.update(changed), 0);
+    EXPECT_EQ(h_.find_name(sample(i).name), engine::e_not_found);
+    EXPECT_EQ(dfind_number(1000 + i, engine::find_equal), 0);
+    EXPECT_EQ(number_here(), 1000 + i);
   }
-  const std::vector<std::string> names = all_names(h);
-  ASSERT_EQ(names.size(), model.size());
-  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
-  for (const auto& [name, r] : model) {
-    ASSERT_EQ(find_name(h, name), 0);
-    ASSERT_EQ(read_current(h), r);
+  EXPECT_EQ(summary().entries_by_key[1], 50U);
+}
+
+TEST_P(RecordLayer, AFailedUpdateRestoresTheOldKeys) {
+  fill(1, 20);
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  sample_record changed = sample(7);
+  changed.name = sample(8).name;
+  changed.number = 5000;
+  EXPECT_EQ(h_.update(changed), engine::e_not_found);
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found, sample(7));
+  EXPECT_EQ(dfind_number(5000, engine::find_equal), engine::e_not_found);
+}
+
+TEST_P(RecordLayer, FindGreaterStepsOverAllDuplicates) {
+  for (int i = 1; i <= 60; i++) {
+    sample_record record = sample(i);
+    record.number = i <= 50 ? 5 : 9;
+    ASSERT_EQ(h_.insert(record), 0);
   }
-  int backwards = 0;
-  for (int r = dseq(h, 1, seq_last); r == 0; r = dseq(h, 1, seq_previous)) ++backwards;
-  EXPECT_EQ(backwards, static_cast<int>(model.size()));
+  EXPECT_EQ(dfind_number(5, engine::find_greater), 0);
+  EXPECT_EQ(number_here(), 9);
 }
 
-TEST_P(Records, RandomChangesGiveWhatAPlainMapGives) {
-  std::map<std::string, record> model;
-  std::mt19937 random(11);
-  for (int i = 0; i < 4000; ++i) {
-    const std::string name = numbered("k", static_cast<int>(random() % 300));
-    const record r{name, numbered("g", static_cast<int>(random() % 9)), static_cast<int>(random() % 4),
-                   std::string(random() % 700, static_cast<char>('a' + random() % 26))};
-    const bool there = model.count(name) != 0;
-    ASSERT_EQ(find_name(h, name), there ? 0 : -1) << i;
-    if (!there) {
-      ASSERT_EQ(insert(h, r), 0) << i;
-      model[name] = r;
-      continue;
-    }
-    record_fields f;
-    ASSERT_EQ(dread(h, f.list), 0);
-    ASSERT_EQ(f.get(), model[name]) << i;
-    lock();
-    if (random() % 2 == 0) {
-      f.set(r);
-      ASSERT_EQ(dupdate(h, f.list), 0) << i;
-      ASSERT_EQ(dunlock(h), 0);
-      model[name] = r;
-    } else {
-      ASSERT_EQ(ddelete(h, f.list), 0) << i;
-      model.erase(name);
-    }
+TEST_P(RecordLayer, FindOptionsAnswerAsTold) {
+  for (std::int32_t value : {10, 20, 30}) {
+    sample_record record = sample(value);
+    record.number = value;
+    ASSERT_EQ(h_.insert(record), 0);
   }
-  std::vector<std::string> expected;
-  for (const auto& [name, r] : model) expected.push_back(name);
-  EXPECT_EQ(all_names(h), expected);
-  // Every key of every record, and no other.
-  for (int key = 1; key <= 3; ++key) {
-    std::size_t entries = 0;
-    for (int r = dseq(h, key, seq_first); r == 0; r = dseq(h, key, seq_next)) ++entries;
-    EXPECT_EQ(entries, model.size()) << key;
+  EXPECT_EQ(dfind_number(20, engine::find_equal), 0);
+  EXPECT_EQ(dfind_number(15, engine::find_equal), engine::e_not_found);
+  EXPECT_EQ(h_.read(std::array<sample_record, 1>().data()), engine::e_no_current);
+  EXPECT_EQ(dfind_number(10, engine::find_greater), 0);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(15, engine::find_greater), 0);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(30, engine::find_greater), engine::e_not_found);
+  EXPECT_EQ(dfind_number(20, engine::find_greater_equal), 0);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(21, engine::find_greater_equal), 2);
+  EXPECT_EQ(number_here(), 30);
+  EXPECT_EQ(dfind_number(31, engine::find_greater_equal), engine::e_not_found);
+  EXPECT_EQ(dfind_number(20, engine::find_less), 0);
+  EXPECT_EQ(number_here(), 10);
+  EXPECT_EQ(dfind_number(25, engine::find_less), 0);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(99, engine::find_less), 0);
+  EXPECT_EQ(number_here(), 30);
+  EXPECT_EQ(dfind_number(10, engine::find_less), engine::e_not_found);
+  EXPECT_EQ(dfind_number(20, engine::find_less_equal), 0);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(25, engine::find_less_equal), 3);
+  EXPECT_EQ(number_here(), 20);
+  EXPECT_EQ(dfind_number(99, engine::find_less_equal), 3);
+  EXPECT_EQ(number_here(), 30);
+  EXPECT_EQ(dfind_number(1, engine::find_less_equal), engine::e_not_found);
+}
+
+TEST_P(RecordLayer, FindLessIsBoundedByItsKeyNumber) {
+  fill(1, 30);
+  std::int16_t lowest = -32768;
+  EXPECT_EQ(engine::dfind(h_, 4, &lowest, 4, engine::find_less), engine::e_not_found);
+  std::int16_t highest = 32767;
+  EXPECT_EQ(engine::dfind(h_, 4, &highest, 4, engine::find_greater_equal), engine::e_not_found);
+  EXPECT_EQ(engine::dfind(h_, 4, &highest, 4, engine::find_less), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.small, -20);
+}
+
+TEST_P(RecordLayer, FindRefusesAKeyTypeThatDoesNotFit) {
+  std::int32_t value = 1;
+  EXPECT_EQ(engine::dfind(h_, 3, &value, 4, engine::find_equal), engine::e_key_type);
+  EXPECT_EQ(engine::dfind(h_, 3, &value, 'S', engine::find_equal), engine::e_key_type);
+  EXPECT_EQ(engine::dfind(h_, 3, &value, 'N', engine::find_equal), engine::e_not_found);
+  EXPECT_EQ(engine::dfind(h_, 3, &value, 'E', engine::find_equal), engine::e_not_found);
+  EXPECT_EQ(engine::dfind(h_, 2, "x", 'S', engine::find_equal), engine::e_not_found);
+}
+
+TEST_P(RecordLayer, KeyNumbersAndDirectionsOutOfRangeAreRefused) {
+  EXPECT_EQ(engine::dseq(h_, 0, engine::seq_first), engine::e_bad_argument);
+  EXPECT_EQ(engine::dseq(h_, 21, engine::seq_first), engine::e_bad_argument);
+  EXPECT_EQ(engine::dseq(h_, 1, 5), engine::e_bad_argument);
+  EXPECT_EQ(engine::dseq(h_, 1, 0), engine::e_bad_argument);
+}
+
+TEST_P(RecordLayer, AfterDeleteNoRecordIsCurrent) {
+  fill(1, 3);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  ASSERT_EQ(h_.remove(), 0);
+  sample_record found;
+  EXPECT_EQ(h_.read(&found), engine::e_no_current);
+  EXPECT_EQ(engine::dlock(h_), engine::e_no_current);
+  sample_fields fields;
+  EXPECT_EQ(engine::ddelete(h_, fields.list), engine::e_no_current);
+  EXPECT_EQ(engine::dupdate(h_, fields.list), engine::e_no_current);
+  ASSERT_EQ(h_.find_name(sample(3).name), 0);
+  EXPECT_EQ(h_.read(&found), 0);
+}
+
+TEST_P(RecordLayer, ChangesOfASharedFileNeedTheLock) {
+  fill(1, 3);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  sample_fields fields(sample(2));
+  int expected = access() == 'S' ? int(engine::e_lock_needed) : 0;
+  EXPECT_EQ(engine::dupdate(h_, fields.list), expected);
+  EXPECT_EQ(engine::ddelete(h_, fields.list), expected);
+}
+
+TEST_P(RecordLayer, NextAfterADeletedRecordGivesTheOneThatFollowed) {
+  fill(1, 30);
+  std::vector<std::string> names;
+  for (int i = 1; i <= 30; i++) names.push_back(sample(i).name);
+  std::sort(names.begin(), names.end());
+  ASSERT_EQ(h_.find_name(names[10]), 0);
+  ASSERT_EQ(h_.remove(), 0);
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.name, names[11]);
+  ASSERT_EQ(h_.remove(), 0);
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_previous), 0);
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.name, names[9]);
+}
+
+TEST_P(RecordLayer, AllRecordsCanBeDeletedInALoop) {
+  fill(1, 200);
+  int deleted = 0;
+  for (int result = engine::dseq(h_, 1, engine::seq_first); result == 0; result = engine::dseq(h_, 1, engine::seq_next)) {
+    ASSERT_EQ(h_.remove(), 0);
+    deleted++;
   }
-  EXPECT_EQ(h.psp()->reccount, static_cast<int>(model.size()));
+  EXPECT_EQ(deleted, 200);
+  EXPECT_EQ(summary().records, 0U);
+  EXPECT_EQ(summary().free_numbers, 200U);
+  EXPECT_EQ(summary().header.reccount, 0);
 }
 
-TEST_P(Records, ASecondInsertOfAUniqueKeyGivesTheNumberBack) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  EXPECT_EQ(insert(h, {"one", "h", 2, "e"}), -1);
-  EXPECT_EQ(h.psp()->freerecs, 1);
-  // The number comes back into use with the next record.
-  ASSERT_EQ(insert(h, {"two", "h", 2, "e"}), 0);
-  EXPECT_EQ(h.psp()->recno_cur, 2);
-  EXPECT_EQ(h.psp()->freerecs, 0);
-  // Nothing of the refused record is left under the other keys.
-  int groups = 0;
-  for (int r = dseq(h, 2, seq_first); r == 0; r = dseq(h, 2, seq_next)) ++groups;
-  EXPECT_EQ(groups, 2);
+TEST_P(RecordLayer, NextWithoutAPositionActsAsFirst) {
+  fill(1, 5);
+  ASSERT_EQ(h_.close(), 0);
+  ASSERT_EQ(h_.open(path_, access()), 0);
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  std::string first = sample(1).name;
+  for (int i = 2; i <= 5; i++) first = std::min(first, sample(i).name);
+  EXPECT_EQ(found.name, first);
 }
 
-TEST_P(Records, AListThatDiffersFromTheStoredOneIsRefused) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  record_fields f;
-  f.list[3].ftype = 'S';
-  EXPECT_EQ(dread(h, f.list), -20);
+TEST_P(RecordLayer, ReadingALongBodyLeavesOtherPositionsAlone) {
+  for (int i = 1; i <= 40; i++) ASSERT_EQ(h_.insert(sample(i, 1200)), 0);
+  std::vector<std::string> names;
+  for (int i = 1; i <= 40; i++) names.push_back(sample(i).name);
+  std::sort(names.begin(), names.end());
+  int direction = engine::seq_first;
+  for (const std::string& name : names) {
+    ASSERT_EQ(engine::dseq(h_, 1, direction), 0);
+    direction = engine::seq_next;
+    sample_record found;
+    ASSERT_EQ(h_.read(&found), 0);
+    ASSERT_EQ(found.name, name);
+  }
 }
 
-TEST_P(Records, ABufferShorterThanTheBodyIsRefused) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, std::string(2000, 'x')}), 0);
-  ASSERT_EQ(dclose(h), 0);
-  h.buffer.resize(1000);
-  ASSERT_EQ(h.open(path, GetParam(), 2, name_keys), 0);
-  ASSERT_EQ(find_name(h, "one"), 0);
-  int result = 0;
-  read_current(h, &result);
-  EXPECT_EQ(result, -28);
+TEST_P(RecordLayer, CurrentKeyIsTheKeyValueInFileOrder) {
+  fill(1, 3);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  const unsigned char* key = engine::current_key(h_);
+  ASSERT_NE(key, nullptr);
+  EXPECT_EQ(key[0], sample(2).name.size());
+  EXPECT_EQ(std::memcmp(key + 1, sample(2).name.data(), key[0]), 0);
 }
 
-TEST_P(Records, AnEmptyFieldThatIsNoKeyIsNotStored) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, ""}), 0);
-  // type, name (2+2+3), group (2+2), number (2+4), end mark, checksums
-  ASSERT_EQ(find_name(h, "one"), 0);
-  const record r = read_current(h);
-  EXPECT_EQ(r.data, "");
-  EXPECT_EQ(h.psp()->datafull, 4 + 1 + 7 + 4 + 6 + 2);
+TEST_P(RecordLayer, KeyvalBuildsTheKeyOfAField) {
+  sample_fields fields(sample(5));
+  unsigned char out[256];
+  ASSERT_EQ(engine::dkeyval(h_, 1, fields.list, -1, out), 0);
+  EXPECT_EQ(out[0], sample(5).name.size());
+  ASSERT_EQ(engine::dkeyval(h_, 2, fields.list, 1, out), 0);
+  EXPECT_STREQ(reinterpret_cast<const char*>(out), "group5");
+  std::int32_t number = sample(5).number;
+  ASSERT_EQ(engine::dkeyval(h_, 3, fields.list, -1, out), 0);
+  EXPECT_EQ(std::memcmp(out, &number, 4), 0);
+  EXPECT_EQ(engine::dkeyval(h_, 9, fields.list, -1, out), engine::e_no_field);
+  fields.list[1].fdata = nullptr;
+  EXPECT_EQ(engine::dkeyval(h_, 2, fields.list, -1, out), engine::e_no_field);
 }
 
-TEST_P(Records, ABinaryKeyOf242BytesCannotBeStored) {
-  static char key[300];
-  field list[] = {{'B', 2, 'U', 0, 243, 1, 0, key}, {'E', 0, 0, 0, 0, 0, 0, nullptr}};
-  EXPECT_EQ(dinsert(h, list), -25);
-  list[0].flen = 242;
-  EXPECT_EQ(dinsert(h, list), -26);
-  list[0].flen = 241;
-  EXPECT_EQ(dinsert(h, list), 0);
-  EXPECT_EQ(h.psp()->reccount, 1);
-}
-
-TEST_P(Records, AnUpdateOfUnchangedKeysTouchesNoKeyEntries) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  ASSERT_EQ(insert(h, {"two", "g", 1, "d"}), 0);
-  ASSERT_EQ(find_name(h, "one"), 0);
-  record_fields f;
-  ASSERT_EQ(dread(h, f.list), 0);
-  f.set({"one", "g", 1, "other data"});
-  lock();
-  ASSERT_EQ(dseq(h, 2, seq_first), 0);
-  const cursor before = *h.psp()->cursors[1];
-  ASSERT_EQ(find_name(h, "one"), 0);
-  lock();
-  ASSERT_EQ(dupdate(h, f.list), 0);
-  const cursor after = *h.psp()->cursors[1];
-  EXPECT_EQ(before.cindex, after.cindex);
-  EXPECT_EQ(after.cdeleted, 0);
-  ASSERT_EQ(find_name(h, "one"), 0);
-  EXPECT_EQ(read_current(h).data, "other data");
-}
-
-TEST_P(Records, FindGreaterStepsOverAllDuplicates) {
-  for (int i = 0; i < 300; ++i) ASSERT_EQ(insert(h, {numbered("n", i), i < 299 ? "same" : "then", i, "d"}), 0);
-  ASSERT_EQ(dfind(h, 2, "same", 'S', find_greater), 0);
-  EXPECT_EQ(read_current(h).group, "then");
-  EXPECT_EQ(dfind(h, 2, "then", 'S', find_greater), -1);
-}
-
-TEST_P(Records, EachFindOptionAnswersAsItIsTold) {
-  for (const char* name : {"bb", "dd", "ff"}) ASSERT_EQ(insert(h, {name, "g", 1, "d"}), 0);
-  const struct {
-    const char* asked;
-    int option;
-    int result;
-    const char* found;
-  } rows[] = {
-      {"dd", find_equal, 0, "dd"},         {"cc", find_equal, -1, ""},
-      {"dd", find_greater, 0, "ff"},       {"cc", find_greater, 0, "dd"},
-      {"ff", find_greater, -1, ""},        {"dd", find_greater_equal, 0, "dd"},
-      {"cc", find_greater_equal, 2, "dd"}, {"gg", find_greater_equal, -1, ""},
-      {"dd", find_less, 0, "bb"},          {"bb", find_less, -1, ""},
-      {"gg", find_less, 0, "ff"},          {"dd", find_less_equal, 0, "dd"},
-      {"ee", find_less_equal, 3, "dd"},    {"aa", find_less_equal, -1, ""},
+TEST_P(RecordLayer, FieldListsAreCheckedBeforeWriting) {
+  struct {
+    void (*spoil)(engine::field*);
+    int expected;
+  } const cases[] = {
+      {[](engine::field* f) { f[5].ftype = 'Q'; }, engine::e_field_type},
+      {[](engine::field* f) { f[2].fkeytype = 4; }, engine::e_key_type},
+      {[](engine::field* f) { f[2].fdup = 'x'; }, engine::e_duplicates_flag},
+      {[](engine::field* f) { f[5].flen = -1; }, engine::e_field_length},
+      {[](engine::field* f) { f[5].flen = 31233; }, engine::e_field_length},
+      {[](engine::field* f) { f[1].flen = 3; }, engine::e_too_long},
+      {[](engine::field* f) { f[5].fkey = 16; }, engine::e_key_number},
   };
-  for (const auto& row : rows) {
-    ASSERT_EQ(find_name(h, row.asked, row.option), row.result) << row.asked << row.option;
-    if (row.result >= 0) {
-      EXPECT_EQ(read_current(h).name, row.found) << row.asked << row.option;
-    } else {
-      int result = 0;
-      read_current(h, &result);
-      EXPECT_EQ(result, -16);
-    }
+  for (const auto& c : cases) {
+    sample_fields fields(sample(3));
+    c.spoil(fields.list);
+    EXPECT_EQ(engine::dinsert(h_, fields.list), c.expected);
   }
-  EXPECT_EQ(dfind(h, 1, name_value("bb").data(), 5, find_equal), -23);
+  EXPECT_EQ(summary().records, 0U);
 }
 
-TEST_P(Records, AfterADeleteThereIsNoCurrentRecord) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  ASSERT_EQ(insert(h, {"two", "g", 1, "d"}), 0);
-  ASSERT_EQ(find_name(h, "one"), 0);
-  record_fields f;
-  ASSERT_EQ(dread(h, f.list), 0);
-  lock();
-  ASSERT_EQ(ddelete(h, f.list), 0);
-  EXPECT_EQ(dread(h, f.list), -16);
-  ASSERT_EQ(find_name(h, "two"), 0);
-  EXPECT_EQ(dread(h, f.list), 0);
-}
-
-TEST_P(Records, AFailedUpdateRestoresTheKeys) {
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  ASSERT_EQ(insert(h, {"two", "h", 2, "d"}), 0);
-  ASSERT_EQ(find_name(h, "two"), 0);
-  record_fields f({"one", "x", 9, "d"});
-  lock();
-  EXPECT_EQ(dupdate(h, f.list), -1);
-  ASSERT_EQ(find_name(h, "two"), 0);
-  EXPECT_EQ(read_current(h), (record{"two", "h", 2, "d"}));
-  ASSERT_EQ(dfind(h, 2, "h", 'S', find_equal), 0);
-  EXPECT_EQ(dfind(h, 2, "x", 'S', find_equal), -1);
-}
-
-TEST_P(Records, BadFieldListsAreRefusedEachWithItsCode) {
-  record_fields good({"one", "g", 1, "d"});
-  const auto refused = [&](int row, auto change) {
-    record_fields f({"one", "g", 1, "d"});
-    change(f.list[row]);
-    return dinsert(h, f.list);
-  };
-  EXPECT_EQ(refused(3, [](field& f) { f.ftype = 'Q'; }), -22);
-  EXPECT_EQ(refused(0, [](field& f) { f.fkeytype = 5; }), -23);
-  EXPECT_EQ(refused(0, [](field& f) { f.fdup = 'Q'; }), -24);
-  EXPECT_EQ(refused(3, [](field& f) { f.flen = 31233; }), -25);
-  EXPECT_EQ(refused(1, [](field& f) { f.flen = 1; }), -26);
-  EXPECT_EQ(refused(3, [](field& f) { f.fkey = 16; }), -27);
-  EXPECT_EQ(h.psp()->reccount, 0);
-  EXPECT_EQ(h.psp()->nextrec, 1);
-}
-
-TEST(SharedRecords, UpdateAndDeleteNeedALock) {
-  scratch_folder folder;
-  handle h;
-  ASSERT_EQ(h.create(folder.file("f"), 'S', 3, name_keys), 0);
-  ASSERT_EQ(insert(h, {"one", "g", 1, "d"}), 0);
-  ASSERT_EQ(find_name(h, "one"), 0);
-  record_fields f({"one", "g", 1, "e"});
-  EXPECT_EQ(dupdate(h, f.list), -107);
-  EXPECT_EQ(ddelete(h, f.list), -107);
-}
-
-TEST(SharedRecords, ARecordLockedByOneHandleIsRefusedToAnother) {
-  scratch_folder folder;
-  handle a;
-  handle b;
-  ASSERT_EQ(a.create(folder.file("f"), 'S', 3, name_keys), 0);
-  ASSERT_EQ(b.open(folder.file("f"), 'S', 2, name_keys), 0);
-  ASSERT_EQ(insert(a, {"one", "g", 1, "d"}), 0);
-  ASSERT_EQ(find_name(a, "one"), 0);
-  ASSERT_EQ(dlock(a), 0);
-  EXPECT_EQ(dlock(a), 0);
-  ASSERT_EQ(find_name(b, "one"), 0);
-  EXPECT_EQ(dlock(b), -104);
-  EXPECT_EQ(dunlock(b), -104);
-  ASSERT_EQ(dunlock(a), 0);
-  EXPECT_EQ(dlock(b), 0);
-  EXPECT_EQ(dunlock(b), 0);
-}
-
-TEST(BigEndianRecords, NumbersAreStoredInTheOrderOfTheFile) {
-  scratch_folder folder;
-  handle h;
-  ASSERT_EQ(h.create(folder.file("f"), 'S', 2, name_keys), 0);
-  std::map<int, std::string> expected;
-  for (int i = 0; i < 500; ++i) {
-    const int n = (i * 7919) % 1000 - 500;
-    ASSERT_EQ(insert(h, {numbered("n", i), "g", n, "d"}), 0);
-    expected[n] = numbered("n", i);
+TEST_P(RecordLayer, FoldsCaseToLowerUnderKeyTypeOne) {
+  ASSERT_EQ(h_.close(), 0);
+  const engine::key_entry keys[] = {{1, 1, {}, nullptr}, {0, 0, {}, nullptr}};
+  path_ = folder_.file("folded");
+  ASSERT_EQ(h_.create(path_, access(), 3, keys), 0);
+  // '_' stands between the capitals and the small letters.
+  for (const char* text : {"Zeta", "_bar", "alpha", "BETA"}) {
+    char name[20];
+    std::strcpy(name, text);
+    engine::field list[] = {{'S', 1, 'U', 0, 20, 1, 0, name}, {'E', 'E', 'N', 0, 0, 0, 0, nullptr}};
+    ASSERT_EQ(engine::dinsert(h_, list), 0);
   }
-  ASSERT_EQ(dclose(h), 0);
-  ASSERT_EQ(h.open(folder.file("f"), 'S', 1, name_keys), 0);
-  auto at = expected.begin();
-  for (int r = dseq(h, 3, seq_first); r == 0; r = dseq(h, 3, seq_next), ++at) {
-    ASSERT_NE(at, expected.end());
-    const record got = read_current(h);
-    EXPECT_EQ(got.number, at->first);
-    EXPECT_EQ(got.name, at->second);
+  std::vector<std::string> order;
+  int direction = engine::seq_first;
+  while (engine::dseq(h_, 1, direction) == 0) {
+    order.push_back(reinterpret_cast<const char*>(engine::current_key(h_)));
+    direction = engine::seq_next;
   }
-  EXPECT_EQ(at, expected.end());
-  const std::int32_t wanted = -499;
-  ASSERT_EQ(dfind(h, 3, &wanted, 5, find_greater_equal), expected.count(-499) != 0 ? 0 : 2);
+  EXPECT_EQ(order, (std::vector<std::string>{"_bar", "alpha", "BETA", "Zeta"}));
+  EXPECT_EQ(engine::dfind(h_, 1, "beta", 1, engine::find_equal), 0);
+}
+
+TEST_P(RecordLayer, OrdersLengthByteKeysByBytesFirst) {
+  for (const char* text : {"b", "ab", "a", "abc", "B"}) {
+    sample_record record = sample(1);
+    record.name = text;
+    ASSERT_EQ(h_.insert(record), 0);
+  }
+  sample_record high = sample(1);
+  high.name = "\xF0";
+  ASSERT_EQ(h_.insert(high), 0);
+  std::vector<std::string> order;
+  int direction = engine::seq_first;
+  while (engine::dseq(h_, 1, direction) == 0) {
+    const unsigned char* key = engine::current_key(h_);
+    order.emplace_back(reinterpret_cast<const char*>(key) + 1, key[0]);
+    direction = engine::seq_next;
+  }
+  EXPECT_EQ(order, (std::vector<std::string>{"B", "a", "ab", "abc", "b", "\xF0"}));
+}
+
+TEST_P(RecordLayer, RisingKeysFillTheLeftNodes) {
+  ASSERT_EQ(h_.close(), 0);
+  const engine::key_entry keys[] = {{3, 3, {}, nullptr}, {0, 0, {}, nullptr}};
+  path_ = folder_.file("rising");
+  ASSERT_EQ(h_.create(path_, access(), 3, keys), 0);
+  ASSERT_EQ(engine::csetfile(h_, 4), 0);
+  for (std::int32_t i = 1; i <= 2000; i++) {
+    engine::field list[] = {{'L', 3, 'D', 0, 4, 3, 0, &i}, {'E', 'E', 'N', 0, 0, 0, 0, nullptr}};
+    ASSERT_EQ(engine::dinsert(h_, list), 0);
+  }
+  engine::file_summary s = summary();
+  EXPECT_EQ(s.header.depth, 3);
+  EXPECT_EQ(s.records, 2000U);
+  EXPECT_GT(s.leaf_fill, 0.7);
 }
 
 }  // namespace
-}  // namespace engine_test
+}  // namespace zvrdb::test

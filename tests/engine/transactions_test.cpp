@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "engine/format.h"
 #include "engine/trans_log.h"
 #include "engine_file.h"
@@ -211,6 +214,34 @@ TEST(SharedTransactions, AnotherHandleFindsItBusy) {
   ASSERT_EQ(insert(a, {"two", "g", 1, "d"}), 0);
   ASSERT_EQ(transroll(a, nullptr, 0, nullptr), 0);
   EXPECT_TRUE(all_names(b).empty());
+}
+
+TEST(SharedTransactions, AForkedChildLetsGoOfFilesWithoutUnlockingThem) {
+  scratch_folder folder;
+  handle a;
+  handle b;
+  ASSERT_EQ(a.create(folder.file("f"), 'S', 3, name_keys), 0);
+  ASSERT_EQ(b.open(folder.file("f"), 'S', 2, name_keys), 0);
+  ASSERT_EQ(csetfile(a, 4), 0);
+  ASSERT_EQ(csetfile(b, 4), 0);
+  ASSERT_EQ(transbeg(a, 3, nullptr), 0);
+  ASSERT_EQ(insert(a, {"one", "g", 1, "d"}), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const bool closed = checkpsp(a) == 'C' && dinsert(a, nullptr) == -3;
+    handle own;
+    const bool opens = own.open(folder.file("f"), 'S', 2, name_keys) == 0 && find_name(own, "one") == 0;
+    _exit(closed && opens ? 0 : 1);
+  }
+  int state = 0;
+  ASSERT_EQ(waitpid(child, &state, 0), child);
+  EXPECT_EQ(state, 0);
+  // The owner's slot is still locked, and still the owner's alone.
+  EXPECT_EQ(transstat(b), -111);
+  ASSERT_EQ(insert(a, {"two", "g", 1, "d"}), 0);
+  abandon(a);
+  EXPECT_EQ(transstat(b), -112);
 }
 
 TEST(SharedTransactions, TwoFilesMayEachHaveOne) {

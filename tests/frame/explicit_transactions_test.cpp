@@ -125,7 +125,8 @@ TEST_F(ExplicitTransactions, AStartThatFailsLeavesTheOneBeforeItItsName) {
 }
 
 TEST_F(ExplicitTransactions, TypesWithoutFilesAreRefused) {
-  for (std::uint32_t db_id : {DB_CFG, DB_RTE, DB_SCN, DB_SCF, DB_UA, DB_UCF, DB_TAK, DB_DAK, DB_PRD, DB_FST}) {
+  for (std::uint32_t db_id :
+       {DB_CFG, DB_RTE, DB_SCN, DB_SCF, DB_UA, DB_UCF, DB_TAK, DB_DAK, DB_PRD, DB_FST}) {
     EXPECT_EQ(DBE_BAD_DB_ID, db_start_trans(task, db_id)) << db_id;
     EXPECT_EQ(DBE_BAD_DB_ID, db_commit(task, db_id)) << db_id;
     EXPECT_EQ(DBE_BAD_DB_ID, db_rollback(task, db_id)) << db_id;

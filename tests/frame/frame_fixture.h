@@ -4,12 +4,11 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <zvrdb/zvrdb.h>
 
 #include <cstring>
 #include <fstream>
 #include <string>
-
-#include <zvrdb/zvrdb.h>
 
 #include "frame/entry.h"
 #include "memory/shared_tables.h"
@@ -39,8 +38,12 @@ class client_task {
   operator void*() const { return task_; }
   zvrdb::DBR_TCB* tcb() const { return zvrdb::frame::tcb_of(task_); }
   zvrdb::DBR_CNTL* cntl() const { return static_cast<zvrdb::DBR_CNTL*>(co_croca(task_, CO_AREA_DBR_CNTL)); }
-  bool owns_memory() const { return tcb() && tcb()->sema4[1] != 0 && co_lock_sema4(task_, tcb()->sema4[1]) != 0; }
-  bool owns_files() const { return tcb() && tcb()->sema4[0] != 0 && co_lock_sema4(task_, tcb()->sema4[0]) != 0; }
+  bool owns_memory() const {
+    return tcb() && tcb()->sema4[1] != 0 && co_lock_sema4(task_, tcb()->sema4[1]) != 0;
+  }
+  bool owns_files() const {
+    return tcb() && tcb()->sema4[0] != 0 && co_lock_sema4(task_, tcb()->sema4[0]) != 0;
+  }
   bool inside() const { return co_slots(task_)->in_das != 0; }
 
  private:

@@ -111,9 +111,8 @@ TEST_F(Generations, ANewTaskIsTheFinderWhileOthersLive) {
 TEST_F(Generations, ADeathBetweenTheCallsOfATransactionRaisesTheGeneration) {
   client_task task("finder");
   ASSERT_EQ(DBE_OK, put_target(task, "A"));
-  killed_after([](void* own) {
-    return db_start_trans(own, DB_TRG) == DBE_OK && put_target(own, "HALF") == DBE_OK;
-  });
+  killed_after(
+      [](void* own) { return db_start_trans(own, DB_TRG) == DBE_OK && put_target(own, "HALF") == DBE_OK; });
   EXPECT_EQ(0, task.cntl()->fwrite_in_prog);
   EXPECT_EQ(DBE_NOT_FOUND, get_target(task, "HALF"));
   EXPECT_EQ(1u, task.cntl()->shm_generation);
@@ -229,7 +228,8 @@ TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
 
 TEST_F(Generations, ASegmentThatItsBuilderLeftUnfinishedIsClearedFirst) {
   client_task task("next");
-  auto* base = static_cast<unsigned char*>(co_malloc(task, 4 + 100 * 204 + 500 * 172, CO_MEM_SHARED, "MEM_0000"));
+  auto* base =
+      static_cast<unsigned char*>(co_malloc(task, 4 + 100 * 204 + 500 * 172, CO_MEM_SHARED, "MEM_0000"));
   ASSERT_NE(nullptr, base);
   std::memset(base + 4, 1, 100 * 204 + 500 * 172);
   EXPECT_EQ(DBE_OK, put_target(task, "A"));
@@ -260,7 +260,9 @@ TEST_F(Generations, AFailedLoadIsMadeGoodWhenItsReasonIsGone) {
   ASSERT_EQ(DBE_OK, put_target(task, "B"));
   ASSERT_EQ(DBE_OK, put_target(task, "C"));
   auto* config = static_cast<unsigned char*>(co_croca(task, CO_AREA_CONFIG));
-  const auto allow = [config](std::uint32_t targets) { std::memcpy(config + 4268, &targets, sizeof targets); };
+  const auto allow = [config](std::uint32_t targets) {
+    std::memcpy(config + 4268, &targets, sizeof targets);
+  };
   allow(2);
   task.cntl()->fwrite_in_prog = 1;
   EXPECT_EQ(DBE_INIT_FAILED, get_target(task, "A"));

@@ -55,7 +55,8 @@ TEST_F(NullArguments, NullKeysAreRefusedByEveryTypeThatTakesKeys) {
   for (std::uint32_t db_id = 0; db_id < DB_TYPE_COUNT; ++db_id) {
     const record_type& row = type_row(db_id);
     if (row.num_keys == 0) continue;
-    for (const void* const* keys : {static_cast<const void* const*>(nullptr), static_cast<const void* const*>(null_key)}) {
+    for (const void* const* keys :
+         {static_cast<const void* const*>(nullptr), static_cast<const void* const*>(null_key)}) {
       if (row.get_fn) {
         EXPECT_EQ(DBE_NOT_FOUND, db_get(task, db_id, 3, keys, record.data(), 100)) << db_id;
       }

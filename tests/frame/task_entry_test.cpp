@@ -117,7 +117,8 @@ TEST_F(TaskEntry, AFailedFirstCallCanBeMadeAgainAndAgain) {
   client_task task("again");
   co_test_delay_factor(0, 1);
   char buffer[100];
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(DBE_INIT_FAILED, db_get(task, DB_CFG, 0, nullptr, buffer, sizeof buffer));
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(DBE_INIT_FAILED, db_get(task, DB_CFG, 0, nullptr, buffer, sizeof buffer));
   EXPECT_EQ(DBE_OK, put_target(task, "A"));
   EXPECT_EQ(DBE_OK, db_get(task, DB_CFG, 0, nullptr, buffer, sizeof buffer));
 }
@@ -232,7 +233,8 @@ TEST_F(TaskEntry, TheTaskRegistersTheVersionOfTheLibrary) {
 
 class NeedsLocalTarget : public zvrtest::FrameTest {
  protected:
-  NeedsLocalTarget() : FrameTest(zvrdb::test::default_config({.workstation = "LOCAL", .kind = "SERVER_WITH_COMMS"})) {}
+  NeedsLocalTarget()
+      : FrameTest(zvrdb::test::default_config({.workstation = "LOCAL", .kind = "SERVER_WITH_COMMS"})) {}
   unsigned char* config(void* task) { return static_cast<unsigned char*>(co_croca(task, CO_AREA_CONFIG)); }
 };
 

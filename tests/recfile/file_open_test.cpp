@@ -15,7 +15,8 @@ class FileOpen : public ::testing::Test {
 TEST_F(FileOpen, NineFilesAreMadeAtTheFirstOpen) {
   zvrtest::file_task files("open");
   ASSERT_EQ(0, files.open());
-  for (const char* name : {"userreq", "trgcfg", "users", "auth", "cmstatus", "trggrp", "catalog", "snacorr", "dyntggrp"}) {
+  for (const char* name :
+       {"userreq", "trgcfg", "users", "auth", "cmstatus", "trggrp", "catalog", "snacorr", "dyntggrp"}) {
     struct stat status;
     EXPECT_EQ(0, stat(path(name).c_str(), &status)) << name;
     EXPECT_GE(status.st_size, 11264) << name;
@@ -59,8 +60,8 @@ TEST_F(FileOpen, SetDatalistDoesNothingTwice) {
 
 TEST_F(FileOpen, EachFileBelongsToItsRecordTypesAndToNoOther) {
   zvrtest::file_task files("open");
-  const int expected[DB_TYPE_COUNT] = {-1, -1, -1, -1, 1,  1,  5,  -1, -1, 6,  4,  1,  -1, -1, -1, -1, -1,
-                                       0,  0,  0,  0,  0,  2,  3,  -1, -1, -1, -1, 7,  7,  0,  8,  1,  -1};
+  const int expected[DB_TYPE_COUNT] = {-1, -1, -1, -1, 1, 1, 5, -1, -1, 6,  4,  1, -1, -1, -1, -1, -1,
+                                       0,  0,  0,  0,  0, 2, 3, -1, -1, -1, -1, 7, 7,  0,  8,  1,  -1};
   for (std::uint32_t db_id = 0; db_id < DB_TYPE_COUNT; ++db_id) {
     iocb* block = nullptr;
     file_entry* entry = nullptr;
@@ -104,7 +105,10 @@ TEST_F(FileOpen, OpeningATypeWithoutAFileIsRefusedWithItsMessages) {
 }
 
 TEST_F(FileOpen, TheFirstOpenerClearsAFlagLeftByACrash) {
-  { zvrtest::file_task files("first"); ASSERT_EQ(0, files.open()); }
+  {
+    zvrtest::file_task files("first");
+    ASSERT_EQ(0, files.open());
+  }
   ASSERT_TRUE(zvrtest::set_flag_on_disk(path("trgcfg"), zvrtest::write_flag));
   zvrtest::file_task files("second");
   EXPECT_EQ(0, files.open());
@@ -112,7 +116,10 @@ TEST_F(FileOpen, TheFirstOpenerClearsAFlagLeftByACrash) {
 }
 
 TEST_F(FileOpen, AHealthyFileGoesThroughTheClearingOfItsFlagToo) {
-  { zvrtest::file_task files("first"); ASSERT_EQ(0, files.open()); }
+  {
+    zvrtest::file_task files("first");
+    ASSERT_EQ(0, files.open());
+  }
   // The flag word holds something that is neither set nor clear: clearing writes 0.
   ASSERT_TRUE(zvrtest::set_flag_on_disk(path("trgcfg"), 4711));
   zvrtest::file_task files("second");
@@ -179,15 +186,17 @@ TEST_P(StorageMessages, EachFailureHasItsNumber) {
   EXPECT_EQ(it.code == -8 ? 1u : 0u, zvrtest::logged(files.task(), 36409));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllRows, StorageMessages,
-    ::testing::Values(message_case{1, -40, 36435}, message_case{5, -111, 36436}, message_case{6, -4, 36437},
-                      message_case{7, -1, 36438}, message_case{7, -20, 36439}, message_case{7, -21, 36440},
-                      message_case{9, -1, 36441}, message_case{10, -14, 36442}, message_case{12, -104, 36443},
-                      message_case{12, -16, 36444}, message_case{13, -1, 36445}, message_case{13, -20, 36439},
-                      message_case{13, -17, 36446}, message_case{13, -107, 36447}, message_case{14, -20, 36439},
-                      message_case{14, -18, 36448}, message_case{15, -41, 36449}, message_case{16, -1, 36450},
-                      message_case{16, -8, 36450}, message_case{2, -1, 36434}));
+INSTANTIATE_TEST_SUITE_P(AllRows, StorageMessages,
+                         ::testing::Values(message_case{1, -40, 36435}, message_case{5, -111, 36436},
+                                           message_case{6, -4, 36437}, message_case{7, -1, 36438},
+                                           message_case{7, -20, 36439}, message_case{7, -21, 36440},
+                                           message_case{9, -1, 36441}, message_case{10, -14, 36442},
+                                           message_case{12, -104, 36443}, message_case{12, -16, 36444},
+                                           message_case{13, -1, 36445}, message_case{13, -20, 36439},
+                                           message_case{13, -17, 36446}, message_case{13, -107, 36447},
+                                           message_case{14, -20, 36439}, message_case{14, -18, 36448},
+                                           message_case{15, -41, 36449}, message_case{16, -1, 36450},
+                                           message_case{16, -8, 36450}, message_case{2, -1, 36434}));
 
 }  // namespace
 }  // namespace zvrdb::recfile

@@ -56,7 +56,8 @@ TEST(RecordKeys, ConvertingTwiceRestoresTheKey) {
 
 TEST(RecordKeys, ExactlyTheIntegersOfEachLayoutAreSwapped) {
   for (std::uint32_t db_id : {4u, 5u, 10u, 11u, 32u}) EXPECT_EQ(words({0, 4}), moved_bytes(db_id)) << db_id;
-  for (std::uint32_t db_id : {6u, 22u, 23u, 24u, 25u, 31u}) EXPECT_EQ(words({0}), moved_bytes(db_id)) << db_id;
+  for (std::uint32_t db_id : {6u, 22u, 23u, 24u, 25u, 31u})
+    EXPECT_EQ(words({0}), moved_bytes(db_id)) << db_id;
   for (std::uint32_t db_id : {9u, 26u, 27u})
     EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), moved_bytes(db_id)) << db_id;
   for (std::uint32_t db_id : {17u, 18u, 19u, 20u, 21u, 30u})
@@ -97,9 +98,11 @@ TEST(RecordKeys, TargetNumbersAbove255KeepNumericOrderInTheFile) {
 }
 
 TEST(RecordKeys, TheLengthsThatAKeyCanFillAreThoseOfTheTable) {
-  const std::uint32_t expected[DB_TYPE_COUNT] = {0,  0,  0,   0,   64,  64,  64, 0,  0,  102, 0,  64,  0,   0,   0,  0,  0,
-                                                 88, 104, 120, 168, 232, 20, 16, 12, 12, 80,  80, 124, 124, 616, 64, 64, 0};
-  for (unsigned db_id = 0; db_id < DB_TYPE_COUNT; ++db_id) EXPECT_EQ(expected[db_id], int_key_len[db_id]) << db_id;
+  const std::uint32_t expected[DB_TYPE_COUNT] = {0,  0,  0,  0,  64,  64,  64,  0,   0,   102, 0,  64,
+                                                 0,  0,  0,  0,  0,   88,  104, 120, 168, 232, 20, 16,
+                                                 12, 12, 80, 80, 124, 124, 616, 64,  64,  0};
+  for (unsigned db_id = 0; db_id < DB_TYPE_COUNT; ++db_id)
+    EXPECT_EQ(expected[db_id], int_key_len[db_id]) << db_id;
 }
 
 }  // namespace

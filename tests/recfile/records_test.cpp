@@ -141,7 +141,9 @@ TEST_F(Records, AWriteThatFailsInALaterPieceLeavesNoPiece) {
   stray = {4, 7, 0};
   ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &stray, KEY_EQ));
   ASSERT_EQ(0, engine::dlock(trg()->psp));
-  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr}, {'B', 'N', 'N', 0, 0, 0, 0, nullptr}, {'E', 0, 0, 0, 0, 0, 0, nullptr}};
+  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr},
+                           {'B', 'N', 'N', 0, 0, 0, 0, nullptr},
+                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
   ASSERT_EQ(0, engine::ddelete(trg()->psp, list));
   ASSERT_EQ(1u, pieces_in(trg()));
   EXPECT_EQ(DBE_IO_ERROR, write(7, target_piece + 10));
@@ -182,7 +184,9 @@ TEST_F(Records, LastWithoutPieceZeroIsAStorageError) {
   ASSERT_EQ(DBE_OK, write(9, target_piece + 5));
   target_key key = {4, 9, 0};
   ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_EQ));
-  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr}, {'B', 'N', 'N', 0, 0, 0, 0, nullptr}, {'E', 0, 0, 0, 0, 0, 0, nullptr}};
+  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr},
+                           {'B', 'N', 'N', 0, 0, 0, 0, nullptr},
+                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
   ASSERT_EQ(0, engine::dlock(trg()->psp));
   ASSERT_EQ(0, engine::ddelete(trg()->psp, list));
   EXPECT_EQ(DBE_IO_ERROR, db_locate(task(), trg(), &key, KEY_LAST));
@@ -250,13 +254,15 @@ TEST_F(Records, AShortBufferTakesWhatWasReadBeforeAndAnswersTooSmall) {
 TEST_F(Records, NoReadGoesBeyondTheBufferWhateverItsLength) {
   ASSERT_EQ(DBE_OK, write(7, 2 * target_piece + 77));
   const std::uint32_t whole = 12 + 2 * target_piece + 77;
-  for (std::uint32_t room : {12u, 13u, 12 + target_piece - 1, 12 + target_piece, 12 + 2 * target_piece, whole - 1, whole, whole + 1}) {
+  for (std::uint32_t room : {12u, 13u, 12 + target_piece - 1, 12 + target_piece, 12 + 2 * target_piece,
+                             whole - 1, whole, whole + 1}) {
     // The address sanitizer and the guard bytes stand behind the stated room.
     std::vector<unsigned char> buffer(room + 64, 0xAB);
     target_key key = {4, 7, 0};
     ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_EQ));
     std::uint32_t length = room;
-    EXPECT_EQ(room < whole ? DBE_BUFFER_TOO_SMALL : DBE_OK, db_read(task(), trg(), buffer.data(), &length)) << room;
+    EXPECT_EQ(room < whole ? DBE_BUFFER_TOO_SMALL : DBE_OK, db_read(task(), trg(), buffer.data(), &length))
+        << room;
     for (std::uint32_t i = room; i < room + 64; ++i) ASSERT_EQ(0xAB, buffer[i]) << room;
   }
 }
@@ -349,7 +355,8 @@ TEST_F(Records, AnUpdateNeverMovesARequestInItsOtherKeys) {
   std::vector<unsigned char> record(76 + 10);
   ASSERT_EQ(DBE_OK, db_write(task(), req, key.bytes, record.data(), 86));
   record.resize(76 + 2 * (16000 - 76) + 3);
-  ASSERT_EQ(DBE_OK, db_update(task(), req, key.bytes, record.data(), static_cast<std::uint32_t>(record.size())));
+  ASSERT_EQ(DBE_OK,
+            db_update(task(), req, key.bytes, record.data(), static_cast<std::uint32_t>(record.size())));
   // Three pieces, all under the same values of keys 2 and 3.
   const unsigned char by_target[4] = {0, 0, 0, 9};
   unsigned found = 0;
