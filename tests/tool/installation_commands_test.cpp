@@ -154,6 +154,30 @@ TEST_F(InstallationCommands, AKilledWriterLosesNothingThatWasAcknowledged) {
   EXPECT_EQ(checked.exit, 0) << checked.out;
 }
 
+TEST_F(InstallationCommands, AWriterWaitsWhileItsFileIsHeld) {
+  const std::string order = base.file("order");
+  waiting_writer writer(base);
+  writer.send("{\"trg_name\":\"BEFORE\",\"trg_type\":130}\n");
+  ASSERT_NE(writer.answer(), "");
+  // The copy is made with the file held; the put that is sent meanwhile is not in it.
+  const std::string copy = base.file("copy");
+  const std::string held = base.file("db/trgcfg");
+  const std::string line = "'{\"trg_name\":\"MEANWHILE\",\"trg_type\":130}'";
+  const tool_result done = run_tool({"file", "hold", held, "--run",
+                                     "mkfifo " + order + " && cp " + held + " " + copy + " && rm " + order});
+  EXPECT_EQ(done.exit, 0) << done.err;
+  EXPECT_EQ(run_tool({"file", "check", "--deep", copy}).exit, 0);
+  writer.send("{\"trg_name\":\"BEHIND\",\"trg_type\":130}\n");
+  EXPECT_NE(writer.answer(), "");
+}
+
+TEST_F(InstallationCommands, HoldTellsWhatItsCommandAnswered) {
+  EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg"), "--run", "true"}).exit, 0);
+  EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg"), "--run", "exit 3"}).exit, 1);
+  EXPECT_EQ(run_tool({"file", "hold", base.file("db/nothing"), "--run", "true"}).exit, 1);
+  EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg")}).exit, 2);
+}
+
 TEST_F(InstallationCommands, CheckTellsSoundFiles) {
   const tool_result result = run_tool({"file", "check", base.file("db/trgcfg"), base.file("db/catalog")});
   EXPECT_EQ(result.exit, 0) << result.err;

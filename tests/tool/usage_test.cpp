@@ -11,7 +11,7 @@ using testing::HasSubstr;
 const std::vector<std::vector<std::string>> all_commands{
     {"init"}, {"status"}, {"reset"}, {"put"}, {"get"}, {"del"}, {"list"}, {"rename-target"},
     {"target-status"}, {"target-by-rr"}, {"server-of"}, {"import"}, {"export"}, {"trace"},
-    {"file", "check"}, {"file", "dump"}, {"file", "summary"}};
+    {"file", "check"}, {"file", "dump"}, {"file", "summary"}, {"file", "hold"}};
 
 TEST(Usage, EveryCommandTellsItsFormWithAnExample) {
   for (std::vector<std::string> command : all_commands) {

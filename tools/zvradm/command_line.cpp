@@ -56,6 +56,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_file_check(file, all);
   add_file_dump(file, all);
   add_file_summary(file, all);
+  add_file_hold(file, all);
 
   try {
     app.parse(argc, argv);

@@ -32,6 +32,7 @@ void add_trace(CLI::App& app, globals& all);
 void add_file_check(CLI::App& file, globals& all);
 void add_file_dump(CLI::App& file, globals& all);
 void add_file_summary(CLI::App& file, globals& all);
+void add_file_hold(CLI::App& file, globals& all);
 
 // Runs one command line; the exit code.
 int run_command_line(int argc, const char* const* argv);

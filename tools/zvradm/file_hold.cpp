@@ -1,0 +1,74 @@
+// file hold: runs a command while no write operation is under way in record files.
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "commands.h"
+#include "engine/format.h"
+#include "engine/os_file.h"
+
+namespace zvradm {
+
+namespace {
+
+using zvrdb::engine::linux_ops;
+using zvrdb::engine::lock_answer;
+
+struct hold_options {
+  std::vector<std::string> files;
+  std::string command;
+};
+
+// The writer arbiter of a record file, owned from making to end.  Writers wait for it
+// between two write operations, never inside one.
+class held_file {
+ public:
+  explicit held_file(const std::string& name) : file_(linux_ops.open(name.c_str(), {true, false, false})) {
+    if (file_ < 0) throw refusal(name + ": cannot be opened for writing");
+    lock_answer answer = lock_answer::busy;
+    for (unsigned attempt = 0; answer == lock_answer::busy; ++attempt) {
+      answer = linux_ops.lock(file_, zvrdb::engine::arbiter_byte, 1);
+      if (answer == lock_answer::busy) linux_ops.wait(attempt);
+    }
+    if (answer == lock_answer::taken) return;
+    linux_ops.close(file_);
+    throw refusal(name + ": this file system takes no byte locks");
+  }
+  ~held_file() { linux_ops.close(file_); }
+  held_file(const held_file&) = delete;
+  held_file& operator=(const held_file&) = delete;
+
+ private:
+  int file_;
+};
+
+void hold(const hold_options& options) {
+  // In the order of the names given: two holders that name them alike never wait for
+  // each other.
+  std::vector<std::unique_ptr<held_file>> held;
+  for (const std::string& name : options.files) held.push_back(std::make_unique<held_file>(name));
+  const int status = std::system(options.command.c_str());
+  if (status == -1) throw refusal("the command cannot be run");
+  if (!WIFEXITED(status)) throw refusal("the command was ended by a signal");
+  if (WEXITSTATUS(status) != 0)
+    throw refusal("the command ended with code " + std::to_string(WEXITSTATUS(status)));
+}
+
+}  // namespace
+
+void add_file_hold(CLI::App& file, globals& all) {
+  (void)all;
+  auto options = std::make_shared<hold_options>();
+  CLI::App& sub = *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
+  sub.add_option("FILE", options->files, "Record files, held in this order")->required();
+  sub.add_option("--run", options->command, "Command line for the shell")->required();
+  sub.footer(R"(Writers wait until the command has ended; readers do not. The command must not use the
+installation itself: it would wait for this one.
+Example, a copy of files in use:
+  zvradm file hold /srv/zvr/db/* --run 'cp /srv/zvr/db/* /backup/db')");
+  sub.callback([options] { hold(*options); });
+}
+
+}  // namespace zvradm
