@@ -53,7 +53,7 @@ int make_record_cursors(PSP* h, const field* fields) {
 std::int32_t newrecno(PSP* h) {
   if (h->reuse && h->freerecs != 0 && bfirst(h, key_free_records, nullptr, 0) == e_ok) {
     const std::int32_t n = h->recno;
-    --h->freerecs;
+    move_counter(h->freerecs, -1);
     return bdelcur(h, key_free_records) == e_ok ? n : -1;
   }
   if (h->nextrec < 1 || h->nextrec == INT32_MAX) return -1;
@@ -65,7 +65,7 @@ int freerecno(PSP* h, std::int32_t n) {
   if (!h->reuse) return e_ok;
   const int result = badd(h, key_free_records, empty_key, n, nullptr, 0);
   if (result != e_ok) return result;
-  ++h->freerecs;
+  move_counter(h->freerecs, 1);
   return header_changed(h);
 }
 
@@ -234,7 +234,7 @@ int insert_record(PSP* h, const field* fields) {
   }
   if (result == e_ok) {
     h->recno_cur = recno;
-    ++h->reccount;
+    move_counter(h->reccount, 1);
     result = header_changed(h);
   }
   if (result == e_ok) return result;
@@ -272,7 +272,7 @@ int delete_record(PSP* h, const field* fields) {
   if (result == e_ok) result = keylock(h, key_bodies);
   if (result == e_ok) result = bdelcur(h, key_bodies);
   if (result != e_ok) return result;
-  --h->reccount;
+  move_counter(h->reccount, -1);
   result = freerecno(h, recno);
   h->recno_cur = -1;
   h->recno_locked = -1;
