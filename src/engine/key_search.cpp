@@ -178,12 +178,14 @@ const std::uint8_t* entry_at_index(const node& v, int index) {
 
 bool may_hop(PSP* h) {
   constexpr int few = 64;
+  // A step back to a long value passes its leaves twice: to its first piece, and reading.
+  constexpr std::int64_t passes = 3;
   if (++h->hops <= few) return true;
-  if (h->hops >= h->nextnode) return false;
+  if (h->hops >= passes * h->nextnode) return false;
   if (h->hops % 1024 != few + 1) return true;
   // The node count of the header may be anything; the file's own length is not.
   const std::int64_t size = os().size(h->file);
-  return size >= 0 && h->hops <= size / page_size;
+  return size >= 0 && h->hops <= passes * (size / page_size);
 }
 
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
