@@ -93,7 +93,8 @@ int nodesplit(PSP* h, node& v, int* kept) {
   *kept = 0;
   while (*kept < v.count) {
     const int size = entry_size(v.entries + at);
-    if (at + size >= limit) break;
+    // Inner entries are longer than half a node allows for: what moves must fit as well.
+    if (at + size >= limit && end - at <= entry_area) break;
     last = at;
     at += size;
     ++*kept;
