@@ -66,7 +66,7 @@ bool key_type_is_known(int type) { return fixed_length(type) != 0 || has_length_
 
 bool key_type_is_numeric(int type) { return fixed_length(type) != 0 && type != kt_six; }
 
-bool is_totally_ordered(int type) { return type != kt_float && type != kt_double; }
+bool is_totally_ordered(int type) { return type != kt_float && type != kt_double && type != kt_composite; }
 
 int key_value_length(int type, const std::uint8_t* value, int avail) {
   const int fixed = fixed_length(type);

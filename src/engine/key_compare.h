@@ -48,7 +48,8 @@ entry_sign entrycmp(const std::uint8_t* entry, const target& t, bool in_leaf);
 // Key number, value and record number of two entries of the file compared; pieces are
 // left out.
 int compare_entries(const PSP* h, const std::uint8_t* a, const std::uint8_t* b);
-// Whether the order of two values of the type is a sure one (floats may be unordered).
+// Whether the order of two values of the type is a sure one: floats may be unordered, and
+// how the segments of a composite key sort is not told by the file.
 bool is_totally_ordered(int type);
 
 inline int entry_size(const std::uint8_t* entry) { return entry[entry_at::length] + 1; }

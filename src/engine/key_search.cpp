@@ -135,6 +135,27 @@ std::int32_t descend(PSP* h, const target& t) {
   return n;
 }
 
+// Whether the leaf's right neighbour begins at or below the target.  Separators lead to
+// the right leaf, but one that a split cut short left behind has none.  A neighbour that
+// can't be read is not this search's business.
+bool goes_on_to_the_right(PSP* h, const target& t) {
+  const std::int32_t right = main_buffer.image.next;
+  if (right < 0 || nodeget(h, nullptr, right) != e_ok) return false;
+  const node& v = *h->current;
+  return v.level == 0 && v.count > 0 && entrycmp(v.entries, t, true).full <= 0;
+}
+
+// Searches the leaf in the main buffer, and those to its right that the target may lie in.
+bool search_leaves(PSP* h, std::int32_t* leaf, const target& t, found_place* place) {
+  for (;;) {
+    *place = search_entries(main_buffer.image, t);
+    if (place->index < main_buffer.image.count || !goes_on_to_the_right(h, t)) return true;
+    if (!may_hop(h)) return false;
+    *leaf = main_buffer.image.next;
+    copy_leaf_to_main(h, *leaf);
+  }
+}
+
 // A neighbour leaf into the main buffer.
 int load_neighbour(PSP* h, std::int32_t n) {
   if (!may_hop(h)) return raise_damage(h, n);
@@ -178,12 +199,14 @@ const std::uint8_t* entry_at_index(const node& v, int index) {
 
 bool may_hop(PSP* h) {
   constexpr int few = 64;
+  // A step back to a long value passes its leaves twice: to its first piece, and reading.
+  constexpr std::int64_t passes = 3;
   if (++h->hops <= few) return true;
-  if (h->hops >= h->nextnode) return false;
+  if (h->hops >= passes * h->nextnode) return false;
   if (h->hops % 1024 != few + 1) return true;
   // The node count of the header may be anything; the file's own length is not.
   const std::int64_t size = os().size(h->file);
-  return size >= 0 && h->hops <= size / page_size;
+  return size >= 0 && h->hops <= passes * (size / page_size);
 }
 
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
@@ -191,15 +214,17 @@ bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, 
   const target t{key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order};
   h->hops = 0;
   if (found_behind_last_leaf(h, t)) return true;
-  const std::int32_t leaf = descend(h, t);
-  if (leaf < 0) {
+  std::int32_t leaf = descend(h, t);
+  found_place place{};
+  if (leaf < 0 || !search_leaves(h, &leaf, t, &place)) {
+    clear_tag(main_buffer);
     h->lastkey = -1;
     raise_damage(h, leaf);
     return false;
   }
   h->lastleaf = leaf;
   h->lastkey = keyno;
-  place_cursor(h, t, search_entries(main_buffer.image, t));
+  place_cursor(h, t, place);
   return true;
 }
 

@@ -32,7 +32,8 @@ void clear_request(PSP* h);   // nothing at hand; status -1
 int next_leaf(PSP* h);
 int previous_leaf(PSP* h);
 
-// One more step to a neighbour; false when more were made than the file has nodes.
+// One more step to a neighbour; false when more were made than any walk over the nodes
+// of the file needs.
 bool may_hop(PSP* h);
 
 // Entry of the cursor's node at an index, in the main buffer, or null.

@@ -133,6 +133,11 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
     }
     entered = enter_shared_file(h, true);
   }
+  // The look for old locks on the way to a slot may have cached nodes that a writer has
+  // changed since; the header to come would make them pass for fresh ones.
+  purgefile(h);
+  mark_cursors_stale(h);
+  h->lastkey = -1;
   const int loaded = readhdr(h);
   if (loaded != e_ok) {
     const int detail = loaded;

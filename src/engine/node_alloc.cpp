@@ -47,6 +47,8 @@ int nodefree(PSP* h, node_buffer& b, std::int32_t n) {
 }
 
 int ensurenodes(PSP* h, std::int64_t need) {
+  // The need is reckoned from the depth: a damaged one must not fill the disk.
+  if (h->depth < 1 || h->depth > max_depth) return raise_damage(h, h->root);
   const std::int64_t spare = std::int64_t{h->extent} - h->nextnode;
   int result = e_ok;
   if (need > spare) {

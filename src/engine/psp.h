@@ -138,6 +138,12 @@ inline int raise_damage(PSP* h, std::int32_t n, int line = __builtin_LINE(), con
   return e_damaged;
 }
 
+// A counter of the header moved up or down.  A damaged header may hold any value, so it
+// wraps instead of overflowing.
+inline void move_counter(std::int32_t& counter, std::int32_t by) {
+  counter = static_cast<std::int32_t>(static_cast<std::uint32_t>(counter) + static_cast<std::uint32_t>(by));
+}
+
 // Keeps a result as the last status and hands it on.
 inline int keep_status(PSP* h, int result) {
   h->status = result;

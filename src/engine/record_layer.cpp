@@ -53,7 +53,7 @@ int make_record_cursors(PSP* h, const field* fields) {
 std::int32_t newrecno(PSP* h) {
   if (h->reuse && h->freerecs != 0 && bfirst(h, key_free_records, nullptr, 0) == e_ok) {
     const std::int32_t n = h->recno;
-    --h->freerecs;
+    move_counter(h->freerecs, -1);
     return bdelcur(h, key_free_records) == e_ok ? n : -1;
   }
   if (h->nextrec < 1 || h->nextrec == INT32_MAX) return -1;
@@ -65,7 +65,7 @@ int freerecno(PSP* h, std::int32_t n) {
   if (!h->reuse) return e_ok;
   const int result = badd(h, key_free_records, empty_key, n, nullptr, 0);
   if (result != e_ok) return result;
-  ++h->freerecs;
+  move_counter(h->freerecs, 1);
   return header_changed(h);
 }
 
@@ -234,7 +234,7 @@ int insert_record(PSP* h, const field* fields) {
   }
   if (result == e_ok) {
     h->recno_cur = recno;
-    ++h->reccount;
+    move_counter(h->reccount, 1);
     result = header_changed(h);
   }
   if (result == e_ok) return result;
@@ -272,7 +272,7 @@ int delete_record(PSP* h, const field* fields) {
   if (result == e_ok) result = keylock(h, key_bodies);
   if (result == e_ok) result = bdelcur(h, key_bodies);
   if (result != e_ok) return result;
-  --h->reccount;
+  move_counter(h->reccount, -1);
   result = freerecno(h, recno);
   h->recno_cur = -1;
   h->recno_locked = -1;
@@ -323,6 +323,7 @@ int find_by_option(PSP* h, int key, int type, const std::uint8_t* value, int opt
 
 int dfind(PSP* h, int key, const void* value, char key_type, int option) {
   if (!is_open(h)) return e_bad_handle;
+  h->recno_cur = -1;   // unless something is found
   if (!good_key_number(key) || value == nullptr || option < find_equal || option > find_less_equal)
     return keep_status(h, e_bad_argument);
   const bool bracket = option != find_equal;
@@ -342,13 +343,14 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
     convert_value(type, native, file, n, native_order, h->order);
     result = find_by_option(h, key, type, file, option);
   }
-  h->recno_cur = result == 0 || result == 2 || result == 3 ? h->recno : -1;
+  if (result == 0 || result == 2 || result == 3) h->recno_cur = h->recno;
   if (bracket) result = leave_result(result, rdleave(h));
   return keep_status(h, result);
 }
 
 int dseq(PSP* h, int key, int direction) {
   if (!is_open(h)) return e_bad_handle;
+  h->recno_cur = -1;   // unless there is a record
   int result = e_bad_argument;
   switch (direction) {
     case seq_next:
@@ -366,7 +368,7 @@ int dseq(PSP* h, int key, int direction) {
     default:
       return keep_status(h, result);
   }
-  h->recno_cur = result == e_ok ? h->recno : -1;
+  if (result == e_ok) h->recno_cur = h->recno;
   return keep_status(h, result);
 }
 

@@ -197,17 +197,27 @@ bool same_entry_found(PSP* h, int keyno) {
   return h->cmpfull == 0 && cursor_of(h, keyno).cindex < main_buffer.image.count;
 }
 
-// Undoes one record.  The entry lies in the third buffer.
-int undo(PSP* h, const log_view& record) {
-  const bool added = record.type == log_added;
-  if (!added && record.type != log_removed)
-    return record.type <= log_node_written && record.type != 0 ? e_ok
-           : record.type >= log_ignored_from                   ? e_ok
-                                                               : e_log_record;
+// A change to undo: an entry that was added, or removed.
+struct logged_change {
+  bool added;
+  std::uint8_t entry[entry_buffer_size];
+};
+
+bool is_change(const log_view& record) { return record.type == log_added || record.type == log_removed; }
+
+// The change that a record in the third buffer tells of.
+int take_change(PSP* h, const log_view& record, logged_change* out) {
   const int left = static_cast<int>(third_buffer.image.entries + entry_area - record.entry);
   if (!leaf_entry_is_sound(h, record.entry, left)) return raise_damage(h, third_buffer.number);
-  std::uint8_t entry[entry_buffer_size] = {};
-  std::memcpy(entry, record.entry, static_cast<std::size_t>(entry_size(record.entry)));
+  out->added = record.type == log_added;
+  std::memset(out->entry, 0, sizeof out->entry);
+  std::memcpy(out->entry, record.entry, static_cast<std::size_t>(entry_size(record.entry)));
+  return e_ok;
+}
+
+int undo(PSP* h, const logged_change& change) {
+  const bool added = change.added;
+  const std::uint8_t* entry = change.entry;
   const int keyno = entry[entry_at::key];
   h->keyno = keyno;
   if (!treesearch(h, keyno, entry + entry_at::value, entry_record(entry, h->order), entry[entry_at::piece]))
@@ -225,9 +235,82 @@ int undo(PSP* h, const log_view& record) {
   return result;
 }
 
-// Handles the records of one node from the last to the first; `finished` is set once
-// the end of an operation was met: what lies behind it belongs to one cut short.
-int undo_node(PSP* h, rollback_progress* progress, bool* finished, bool* stop) {
+// Piece 128 bears the number 0, so its place is behind piece 127 and not to be searched.
+// Undoes both: `piece_127` was logged just before `piece_128`.
+int undo_last_two_pieces(PSP* h, const logged_change& piece_127, const logged_change& piece_128) {
+  const std::uint8_t* before = piece_127.entry;
+  const int keyno = before[entry_at::key];
+  if (!piece_128.added) {
+    if (const int result = undo(h, piece_127); result != e_ok) return result;
+  }
+  h->keyno = keyno;
+  if (!treesearch(h, keyno, before + entry_at::value, entry_record(before, h->order), piece_number)) return e_damaged;
+  if (!same_entry_found(h, keyno)) return piece_128.added ? undo(h, piece_127) : raise_damage(h, main_buffer.number);
+  cursor& c = cursor_of(h, keyno);
+  const node& m = main_buffer.image;
+  int index = c.cindex + 1;
+  int offset = entry_offset(m, index);
+  h->lastkey = -1;
+  if (!piece_128.added) {
+    const int result = treeadd(h, keyno, piece_128.entry, offset, c.cnode, index);
+    c.cdeleted = 0;
+    return result;
+  }
+  if (index >= m.count) {
+    const int there = next_leaf(h);
+    if (there < 0) return there;
+    index = 0;
+    offset = 0;
+  }
+  const std::uint8_t* found = entry_at_index(m, index);
+  if (found != nullptr && found[entry_at::piece] == last_piece && compare_entries(h, found, before) == 0) {
+    remove_entry(h, keyno, offset, c.cnode, index);
+    if (const int result = nodeput(h, main_buffer, c.cnode); result != e_ok) return result;
+  }
+  return undo(h, piece_127);
+}
+
+// How far the undoing of a chain has come.
+struct undo_state {
+  bool finished = false;   // the end of an operation was met: what lies behind it counts
+  bool stop = false;       // the caller's function wants no more
+  bool holding = false;    // `held` may be a piece 128: the record before it will tell
+  logged_change held = {};
+};
+
+int undo_held(PSP* h, undo_state* s) {
+  if (!s->holding) return e_ok;
+  s->holding = false;
+  return undo(h, s->held);
+}
+
+bool belongs_behind(const PSP* h, const logged_change& change, const logged_change& held) {
+  return change.added == held.added && change.entry[entry_at::piece] == piece_number &&
+         compare_entries(h, change.entry, held.entry) == 0;
+}
+
+// Undoes one record of an operation that was finished.
+int undo_record(PSP* h, const log_view& record, undo_state* s) {
+  if (!is_change(record)) {
+    const bool known = (record.type != 0 && record.type <= log_node_written) || record.type >= log_ignored_from;
+    const int result = undo_held(h, s);
+    return result != e_ok || known ? result : static_cast<int>(e_log_record);
+  }
+  logged_change change;
+  if (const int taken = take_change(h, record, &change); taken != e_ok) return taken;
+  if (s->holding && belongs_behind(h, change, s->held)) {
+    s->holding = false;
+    return undo_last_two_pieces(h, change, s->held);
+  }
+  const int result = undo_held(h, s);
+  if (result != e_ok || change.entry[entry_at::piece] != last_piece) return result != e_ok ? result : undo(h, change);
+  s->holding = true;
+  s->held = change;
+  return e_ok;
+}
+
+// Handles the records of one node from the last to the first.
+int undo_node(PSP* h, rollback_progress* progress, undo_state* s) {
   const node& v = third_buffer.image;
   int offsets[max_log_records];
   if (!collect_log_records(v, offsets)) return raise_damage(h, third_buffer.number);
@@ -237,13 +320,13 @@ int undo_node(PSP* h, rollback_progress* progress, bool* finished, bool* stop) {
     if (progress->tell != nullptr) {
       const double share =
           progress->all > 0 ? static_cast<double>(progress->done) / static_cast<double>(progress->all) : 0.0;
-      *stop = progress->tell(h, share, &record) != 0;
-      if (*stop) return e_ok;
+      s->stop = progress->tell(h, share, &record) != 0;
+      if (s->stop) return e_ok;
     }
     if (record.type == log_end || record.type == log_op_finished) {
-      *finished = true;
-    } else if (*finished) {
-      const int result = undo(h, record);
+      s->finished = true;
+    } else if (s->finished) {
+      const int result = undo_record(h, record, s);
       if (result != e_ok) return result;
     }
   }
@@ -251,16 +334,15 @@ int undo_node(PSP* h, rollback_progress* progress, bool* finished, bool* stop) {
 }
 
 int undo_chain(PSP* h, std::int32_t nodes, rollback_progress* progress) {
-  bool finished = false;
-  bool stop = false;
-  for (std::int32_t at = nodes; at >= 1 && !stop; --at) {
+  undo_state s;
+  for (std::int32_t at = nodes; at >= 1 && !s.stop; --at) {
     std::uint8_t number[4] = {};
     if (bfind(h, key_rollback, rollback_key, at, number, sizeof number) != 0 || h->datalen != 4) return e_io;
     int result = read_log_node(h, third_buffer, load32s(number, native_order));
-    if (result == e_ok) result = undo_node(h, progress, &finished, &stop);
+    if (result == e_ok) result = undo_node(h, progress, &s);
     if (result != e_ok) return result;
   }
-  return e_ok;
+  return undo_held(h, &s);
 }
 
 int unlist_chain(PSP* h, std::int32_t nodes) {

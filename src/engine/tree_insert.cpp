@@ -71,6 +71,13 @@ void build_separator(const PSP* h, const std::uint8_t* last, bool inner, std::in
   store32s(out + entry_head_size + k, n, h->order);
 }
 
+// Whether an entry is piece 128 of the value that the entry before it belongs to.  Its
+// number doesn't fit in seven bits and reads as 0.
+bool is_wrapped_piece(const PSP* h, const std::uint8_t* before, const std::uint8_t* entry) {
+  return before[entry_at::piece] == piece_number && entry[entry_at::piece] == last_piece &&
+         compare_entries(h, before, entry) == 0;
+}
+
 std::int32_t child_in(const PSP* h, const std::uint8_t* entry) {
   return load32s(entry + entry[entry_at::length] - 3, h->order);
 }
@@ -86,7 +93,8 @@ int nodesplit(PSP* h, node& v, int* kept) {
   *kept = 0;
   while (*kept < v.count) {
     const int size = entry_size(v.entries + at);
-    if (at + size >= limit) break;
+    // Inner entries are longer than half a node allows for: what moves must fit as well.
+    if (at + size >= limit && end - at <= entry_area) break;
     last = at;
     at += size;
     ++*kept;
@@ -168,6 +176,9 @@ int split_and_write(PSP* h, std::int32_t v, bool at_leaf, std::uint8_t* separato
   if (result == e_ok) result = nodeput(h, main_buffer, v);
   if (result != e_ok) return result;
   build_separator(h, m.entries + last, m.level != 0, n, separator);
+  // All other pieces of the value lie to the left as well: the highest number tells so.
+  if (at_leaf && kept > 1 && is_wrapped_piece(h, m.entries + entry_offset(m, kept - 2), m.entries + last))
+    separator[entry_at::piece] = last_piece | piece_number;
   if (right < 0) return e_ok;
   result = nodeget(h, &second_buffer, right);
   if (result != e_ok) return result == e_not_found ? e_io : result;

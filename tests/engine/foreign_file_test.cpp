@@ -475,6 +475,39 @@ TEST_P(ForeignFile, WithAFreeChainThatRunsIntoTheTreeLosesNoRecord) {
   expect_sound(path);
 }
 
+TEST_P(ForeignFile, MayHoldCompositeKeysWhoseOrderIsNotThatOfTheirBytes) {
+  constexpr int count = 8;
+  const auto value = [](int i) { return std::string("\x04key") + static_cast<char>('a' + i); };
+  file_recipe recipe = sample_recipe(big(), 20);
+  recipe.leaf_limit = 40;
+  recipe.key_types[6] = 2;
+  for (int i = 0; i < count; i++) recipe.entries.push_back({6, value(i), i + 1, ""});
+  std::vector<unsigned char> bytes = build_file(recipe).bytes;
+  // As a descending segment has it.  Separators are left: the keys searched are others.
+  bytes[192 + 6] = 8;
+  std::vector<std::size_t> places;
+  for (int i = 0; i < count; i++) {
+    const std::string text = leaf_form(big(), {6, value(i), i + 1, ""});
+    const std::vector<unsigned char> leaf_entry(text.begin(), text.end());
+    const auto at = std::search(bytes.begin() + 1024, bytes.end(), leaf_entry.begin(), leaf_entry.end());
+    ASSERT_NE(at, bytes.end());
+    places.push_back(static_cast<std::size_t>(at - bytes.begin()) + leaf_entry.size() - 1);
+  }
+  for (int i = 0; i < count; i++) bytes[places[static_cast<std::size_t>(i)]] = static_cast<unsigned char>('a' + count - 1 - i);
+  std::string path = folder_.file("composite");
+  write_file(path, bytes);
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  for (int i = 1; i <= 20; i++) {
+    sample_record found;
+    ASSERT_EQ(h.find_name(sample(i).name), 0) << i;
+    EXPECT_EQ(h.read(&found), 0) << i;
+  }
+  int steps = 0;
+  for (int r = engine::dseq(h, 6, engine::seq_first); r == 0; r = engine::dseq(h, 6, engine::seq_next)) steps++;
+  EXPECT_EQ(steps, count);
+}
+
 TEST_P(ForeignFile, SkipsItsEmptyLeavesInBothDirections) {
   file_recipe recipe = deep_recipe(big());
   for (tree_entry& entry : recipe.entries) entry.removed = entry.rec > 20 && entry.rec < 280;
