@@ -1,11 +1,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "tool_driver.h"
 
@@ -154,21 +156,29 @@ TEST_F(InstallationCommands, AKilledWriterLosesNothingThatWasAcknowledged) {
   EXPECT_EQ(checked.exit, 0) << checked.out;
 }
 
-TEST_F(InstallationCommands, AWriterWaitsWhileItsFileIsHeld) {
-  const std::string order = base.file("order");
+TEST_F(InstallationCommands, NothingIsWrittenWhileAFileIsHeld) {
   waiting_writer writer(base);
   writer.send("{\"trg_name\":\"BEFORE\",\"trg_type\":130}\n");
   ASSERT_NE(writer.answer(), "");
-  // The copy is made with the file held; the put that is sent meanwhile is not in it.
-  const std::string copy = base.file("copy");
   const std::string held = base.file("db/trgcfg");
-  const std::string line = "'{\"trg_name\":\"MEANWHILE\",\"trg_type\":130}'";
-  const tool_result done = run_tool({"file", "hold", held, "--run",
-                                     "mkfifo " + order + " && cp " + held + " " + copy + " && rm " + order});
+  const std::string first = base.file("first"), second = base.file("second");
+  const std::string reached = base.file("reached"), go_on = base.file("go-on");
+  ASSERT_EQ(mkfifo(reached.c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(go_on.c_str(), 0600), 0);
+  tool_result done;
+  std::thread holder([&] {
+    done = run_tool({"file", "hold", held, "--run",
+                     "cp " + held + " " + first + " && echo > " + reached + " && cat " + go_on + " && cp " + held +
+                         " " + second});
+  });
+  read_file(reached);  // the file is held from here on
+  writer.send("{\"trg_name\":\"MEANWHILE\",\"trg_type\":130}\n");
+  write_file(go_on, "\n");
+  holder.join();
   EXPECT_EQ(done.exit, 0) << done.err;
-  EXPECT_EQ(run_tool({"file", "check", "--deep", copy}).exit, 0);
-  writer.send("{\"trg_name\":\"BEHIND\",\"trg_type\":130}\n");
   EXPECT_NE(writer.answer(), "");
+  EXPECT_EQ(read_file(first), read_file(second));
+  EXPECT_EQ(run_tool({"file", "check", "--deep", second}).exit, 0);
 }
 
 TEST_F(InstallationCommands, HoldTellsWhatItsCommandAnswered) {
