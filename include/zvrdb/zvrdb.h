@@ -12,7 +12,8 @@
  *   - Buffers belong to the caller.  A null pointer where the call must follow one is
  *     refused: a null key with DBE_NOT_FOUND (DBE_NO_TARGET from db_get_trg_index), a
  *     null record or buffer with DBE_BAD_RECORD, a null list, list state, count or
- *     index with DBE_LIST_TOO_SMALL.  A null buffer of length 0 is allowed.
+ *     index with DBE_LIST_TOO_SMALL.  A null buffer of length 0 is allowed, except in
+ *     db_get_more.
  *   - Any call can also return:
  *       DBE_BAD_DB_ID          db_id of 34 or more, or a record type without this call
  *       DBE_INIT_FAILED        the task or the tables in memory could not be set up
