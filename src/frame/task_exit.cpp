@@ -7,6 +7,15 @@
 namespace zvrdb::frame {
 namespace {
 
+// Memory shows what was undone in the file.  The tables are built here and not by the
+// next call: that may be one of class 0, which only waits for them.  A failure is met
+// again by the next call of class 1.
+void build_anew(void* task, DBR_TCB* tcb) {
+  raise_generation(task);
+  const std::int16_t rc = enter_memory(task, tcb);
+  ZVR_TRACE(task, 4, 2, "enter_memory after a roll-back returned %hx", static_cast<unsigned short>(rc));
+}
+
 const char* semaphore_kind(std::uint16_t sem_index) {
   return sem_index == file_class ? "file" : "mem";
 }
@@ -17,7 +26,7 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   const std::uint32_t handle = tcb->sema4[sem_index];
   if (handle == 0 || co_lock_sema4(task, handle) == 0) return;
   if (sem_index == memory_class) {
-    if (take_undone(tcb)) raise_generation(task);
+    if (take_undone(tcb)) build_anew(task, tcb);
     tcb->changed_before = tcb->changed_files;
     if (op == operation::write) {
       // The mark before the flag: a task killed between the two is a dead writer still.
