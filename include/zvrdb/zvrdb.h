@@ -175,10 +175,12 @@ DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
  *     nothing and answers DBE_OK.
  *   - A second db_start_trans on another file takes over the lock: the end of the
  *     newer one releases it, though the older transaction is still open.
- *   - A task that ends, or whose process dies, has its transaction rolled back.
+ *   - A task that ends, or whose process dies, has its transaction rolled back.  What a
+ *     death cuts short is not: the one put or del that was being written may stay, and
+ *     of a roll-back that was going on, what it had not come to.
  *
  * After a roll-back that undid changes of targets or of the catalog, the tables in
- * memory are built anew by the next call; the volatile status of targets is lost. */
+ * memory are built anew; the volatile status of targets is lost. */
 
 /* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
  * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */

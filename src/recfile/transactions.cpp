@@ -195,13 +195,14 @@ std::int16_t rollback(void* task, std::uint32_t db_id) {
 }
 
 std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction) {
-  transaction->owned = false;
+  *transaction = {};
   if (file.tcb->trans_active[file.spec->list_id] != 0) {
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
   int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   if (left_behind(code)) {
+    transaction->reopened = true;
     reopen_after_failure(task, file.index);
     if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   }

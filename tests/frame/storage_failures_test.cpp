@@ -85,11 +85,39 @@ TEST_F(StorageFailures, AFullDiskIsOverWhenItIsOverForTheTasksThatMetIt) {
     EXPECT_EQ(DBE_IO_ERROR, put_target(task, "C")) << n;
     writes_left = -1;
     EXPECT_EQ(n == 0 ? DBE_OK : DBE_RECORD_REPLACED, put_target(task, "D")) << n;
+    // The one beside meets the file as the failure left it.
     EXPECT_EQ(DBE_RECORD_REPLACED, put_target(beside, "A")) << n;
     EXPECT_EQ(DBE_OK, get_target_from_file(beside, "D")) << n;
     EXPECT_EQ(DBE_NOT_FOUND, get_target(beside, "C")) << n;
     EXPECT_EQ(2, task.cntl()->files[1].use_count) << n;
   }
+}
+
+TEST_F(StorageFailures, ARollbackThatFailsAtAnyWriteLeavesMemoryAndFileTheSame) {
+  client_task task("rollback");
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  bool passed = false;
+  int failures = 0;
+  for (int n = 0; n < 200 && !passed; ++n) {
+    ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TRG)) << n;
+    const std::int16_t put = put_target(task, "B");
+    EXPECT_TRUE(put == DBE_OK || put == DBE_RECORD_REPLACED) << n << " " << put;
+    ASSERT_EQ(DBE_RECORD_REPLACED, put_target(task, "A")) << n;
+    writes_left = n;
+    const std::int16_t rc = db_rollback(task, DB_TRG);
+    passed = writes_left > 0;
+    writes_left = -1;
+    EXPECT_TRUE(rc == DBE_OK || rc == DBE_IO_ERROR) << n << " " << rc;
+    if (rc != DBE_OK) ++failures;
+    EXPECT_FALSE(task.owns_memory()) << n;
+    for (void* reader : {static_cast<void*>(task), static_cast<void*>(beside)})
+      for (const char* name : {"A", "B"})
+        EXPECT_EQ(get_target(reader, name), get_target_from_file(reader, name)) << n << " " << name;
+    EXPECT_EQ(DBE_RECORD_REPLACED, put_target(beside, "A")) << n << [&] { std::ifstream l(co_log_path(task)); std::string all, s; std::vector<std::string> v; while (std::getline(l, s)) v.push_back(s); for (std::size_t i = v.size() > 9 ? v.size() - 9 : 0; i < v.size(); ++i) all += "\n" + v[i]; return all; }();
+  }
+  EXPECT_TRUE(passed);
+  EXPECT_GT(failures, 0);
 }
 
 TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
