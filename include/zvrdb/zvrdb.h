@@ -189,7 +189,8 @@ DB_API int16_t db_start_trans(void *task, uint32_t db_id);
  * rolled back, and the transaction is over.  DBE_BAD_DB_ID. */
 DB_API int16_t db_commit(void *task, uint32_t db_id);
 /* DBE_OK, also without a transaction or without changes in it.  DBE_IO_ERROR: the
- * transaction is over, and the next opening of the file repeats the roll-back. */
+ * transaction is over; a roll-back that could not begin is repeated by the next opening
+ * of the file, but what one that had begun could not undo stays. */
 DB_API int16_t db_rollback(void *task, uint32_t db_id);
 
 /* ---- Targets ----------------------------------------------------------
