@@ -12,7 +12,8 @@
  *   - Buffers belong to the caller.  A null pointer where the call must follow one is
  *     refused: a null key with DBE_NOT_FOUND (DBE_NO_TARGET from db_get_trg_index), a
  *     null record or buffer with DBE_BAD_RECORD, a null list, list state, count or
- *     index with DBE_LIST_TOO_SMALL.  A null buffer of length 0 is allowed.
+ *     index with DBE_LIST_TOO_SMALL.  A null buffer of length 0 is allowed, except in
+ *     db_get_more.
  *   - Any call can also return:
  *       DBE_BAD_DB_ID          db_id of 34 or more, or a record type without this call
  *       DBE_INIT_FAILED        the task or the tables in memory could not be set up
@@ -174,10 +175,12 @@ DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
  *     nothing and answers DBE_OK.
  *   - A second db_start_trans on another file takes over the lock: the end of the
  *     newer one releases it, though the older transaction is still open.
- *   - A task that ends, or whose process dies, has its transaction rolled back.
+ *   - A task that ends, or whose process dies, has its transaction rolled back.  What a
+ *     death cuts short is not: the one put or del that was being written may stay, and
+ *     of a roll-back that was going on, what it had not come to.
  *
  * After a roll-back that undid changes of targets or of the catalog, the tables in
- * memory are built anew by the next call; the volatile status of targets is lost. */
+ * memory are built anew; the volatile status of targets is lost. */
 
 /* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
  * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */
@@ -186,7 +189,8 @@ DB_API int16_t db_start_trans(void *task, uint32_t db_id);
  * rolled back, and the transaction is over.  DBE_BAD_DB_ID. */
 DB_API int16_t db_commit(void *task, uint32_t db_id);
 /* DBE_OK, also without a transaction or without changes in it.  DBE_IO_ERROR: the
- * transaction is over, and the next opening of the file repeats the roll-back. */
+ * transaction is over; a roll-back that could not begin is repeated by the next opening
+ * of the file, but what one that had begun could not undo stays. */
 DB_API int16_t db_rollback(void *task, uint32_t db_id);
 
 /* ---- Targets ----------------------------------------------------------

@@ -135,7 +135,8 @@ int16_t db_get_more(void* task, uint32_t db_id, void* list_state, void* buffer, 
     return rc = has_no_handler(task, no_get_more, db_id);
   }
   if (!list_state) return rc = DBE_LIST_TOO_SMALL;
-  if (!take_area(&buffer, buffer_len)) return rc = DBE_BAD_RECORD;
+  // Some handlers fill a fixed length, whatever is told; so no buffer is never right.
+  if (!buffer) return rc = DBE_BAD_RECORD;
   trace_handler(task, __func__, "get_more_fn", db_id);
   return rc = handler(task, list_state, buffer, buffer_len);
 }

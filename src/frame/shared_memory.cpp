@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "memory/trace.h"
+#include "recfile/file_table.h"
 #include "targets/targets.h"
 
 namespace zvrdb::frame {
@@ -20,6 +21,9 @@ constexpr std::uint32_t kind_offset = 85;  // of the base configuration
 constexpr unsigned char kind_without_local_server = 2;
 constexpr std::uint16_t local_target_len = 148;  // bytes read of the local target's record
 constexpr std::size_t segment_name_len = 16;
+
+// Files whose records are also held in memory.
+constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT};
 
 using building_step = std::int16_t (*)(void* task);
 
@@ -201,6 +205,17 @@ void raise_generation(void* task) {
   ZVR_TRACE(task, 3, 2, "New shared memory generation is %lu",
             static_cast<unsigned long>(cntl->shm_generation));
   co_set_signal(task, generation_signal, generation_raised);
+}
+
+bool take_undone(DBR_TCB* tcb) {
+  bool in_memory = false;
+  for (const std::uint32_t db_id : files_in_memory) {
+    const int index = recfile::file_index(db_id);
+    if (index >= 0 && (tcb->undone_ids >> index & 1u) != 0) in_memory = true;
+  }
+  tcb->undone_ids = 0;
+  // Before the first generation is in use there is nothing that could show it.
+  return in_memory && tcb->cntl->finitialized == 1;
 }
 
 void drop_memory(void* task, DBR_TCB* tcb) {

@@ -26,6 +26,10 @@ namespace zvrdb::frame {
 // The tables in memory no longer match the files: the next calls build them anew.
 void raise_generation(void* task);
 
+// Whether a roll-back undid changes of earlier calls that memory still shows.  Asking
+// clears the note.  The caller owns "DBR_MEM".
+bool take_undone(DBR_TCB* tcb);
+
 // Class 1, semaphore held: maps the current segment, sized and loaded if it is the
 // first.  0; 8201 (36355 and 36360, or 36387 logged); or the code of a failed step.
 std::int16_t enter_memory(void* task, DBR_TCB* tcb);

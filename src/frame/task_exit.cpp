@@ -2,24 +2,18 @@
 #include "frame/entry.h"
 #include "frame/shared_memory.h"
 #include "memory/trace.h"
-#include "recfile/file_table.h"
 #include "recfile/recfile.h"
 
 namespace zvrdb::frame {
 namespace {
 
-// Files whose records are also held in memory.
-constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT};
-
-// After a roll-back that undid changes of earlier calls, memory still shows them.
-void forget_undone(void* task, DBR_TCB* tcb) {
-  bool in_memory = false;
-  for (const std::uint32_t db_id : files_in_memory) {
-    const int index = recfile::file_index(db_id);
-    if (index >= 0 && (tcb->undone_ids >> index & 1u) != 0) in_memory = true;
-  }
-  tcb->undone_ids = 0;
-  if (in_memory) raise_generation(task);
+// Memory shows what was undone in the file.  The tables are built here and not by the
+// next call: that may be one of class 0, which only waits for them.  A failure is met
+// again by the next call of class 1.
+void build_anew(void* task, DBR_TCB* tcb) {
+  raise_generation(task);
+  const std::int16_t rc = enter_memory(task, tcb);
+  ZVR_TRACE(task, 4, 2, "enter_memory after a roll-back returned %hx", static_cast<unsigned short>(rc));
 }
 
 const char* semaphore_kind(std::uint16_t sem_index) {
@@ -32,7 +26,7 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   const std::uint32_t handle = tcb->sema4[sem_index];
   if (handle == 0 || co_lock_sema4(task, handle) == 0) return;
   if (sem_index == memory_class) {
-    forget_undone(task, tcb);
+    if (take_undone(tcb)) build_anew(task, tcb);
     tcb->changed_before = tcb->changed_files;
     if (op == operation::write) {
       // The mark before the flag: a task killed between the two is a dead writer still.
@@ -112,7 +106,7 @@ void das_exit(void* task, std::uint32_t reason) {
     if (rc != DBE_OK)
       ZVR_TRACE(task, 5, 2, "db_close returned %hu for db_id %lu", static_cast<unsigned short>(rc), db_id);
   }
-  if (tcb->undone_ids != 0) forget_undone(task, tcb);
+  if (take_undone(tcb)) raise_generation(task);
   if (tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0)
     co_mark_sema4(task, tcb->sema4[memory_class], 0);
   if (taken) co_clear_sema4(task, tcb->sema4[memory_class]);

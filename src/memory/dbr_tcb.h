@@ -50,7 +50,7 @@ struct DBR_TCB {
   // Beyond the fields that the record types know:
   std::uint32_t shm_generation;  // generation that the pointers above belong to
   std::uint64_t shm_length;      // bytes mapped at shm_base
-  std::uint32_t undone_ids;      // bit a file index: an explicit roll-back undid something there in this call
+  std::uint32_t undone_ids;      // bit a file index: changes of earlier calls were undone there, a dead task's too
   unsigned char* scratch;        // work area for one record conversion, made on first use
   std::uint32_t scratch_len;
   unsigned char* piece_area;     // work area of the record operations, made on first use

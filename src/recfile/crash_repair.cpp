@@ -34,8 +34,10 @@ bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, 
   return clear_flag(task, psp, path, 'S');
 }
 
-int end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state) {
+int end_interrupted_transaction(void* task, engine::PSP* psp, unsigned index, int state) {
+  const char* name = file_at(index).name;
   if (state == engine::e_trans_interrupted) {
+    static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb)->undone_ids |= 1u << index;
     const int code = engine::transroll(psp, nullptr, 0, nullptr);
     ZVR_TRACE(task, 4, 2, "Interrupted transaction of file %s: transroll returned %d", name, code);
     return code;
@@ -64,7 +66,7 @@ std::int16_t repair_open_files(void* task) {
       ZVR_TRACE(task, 4, 2, "Clearing the write flag that a dead task left in %s", spec.name);
       if (engine::clrwrit(entry.psp) == engine::e_ok) state = engine::transstat(entry.psp);
     }
-    const int ended = end_interrupted_transaction(task, entry.psp, spec.name, state);
+    const int ended = end_interrupted_transaction(task, entry.psp, index, state);
     if (ended == engine::e_ok || ended == engine::e_trans_busy) continue;
     issue_err_msg(task, spec.name, static_cast<std::int16_t>(ended), at_transroll);
     reopen_after_failure(task, index);

@@ -16,8 +16,9 @@ void clear_flag_alone(void* task, engine::PSP* psp, const char* path);
 // then somebody unknown may be writing, and the flag stays.
 bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, const char* path);
 // Ends a transaction whose owner is gone; state is what transstat answered.  0 or the
-// engine's code; after a failure the handle must write nothing more.
-int end_interrupted_transaction(void* task, engine::PSP* psp, const char* name, int state);
+// engine's code; after a failure the handle must write nothing more.  What is rolled
+// back is noted in undone_ids: memory may still show it.
+int end_interrupted_transaction(void* task, engine::PSP* psp, unsigned index, int state);
 
 // A handle whose roll-back failed knows less than its file: it is let go of without
 // another write, and the file is opened anew, which rolls back what the handle could

@@ -79,7 +79,7 @@ int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigne
 
 // Rolls back what a dead task left in the file.  0, or the code of a transaction that
 // a live task keeps open or that could not be rolled back.
-int settle_transaction(void* task, engine::PSP* psp, const char* path) {
+int settle_transaction(void* task, engine::PSP* psp, unsigned index, const char* path) {
   int state = engine::transstat(psp);
   if (state == engine::e_trans_busy) {
     ZVR_TRACE(task, 4, 2, "Busy transaction found for file %s, waiting for 60 secs", path);
@@ -87,7 +87,7 @@ int settle_transaction(void* task, engine::PSP* psp, const char* path) {
     state = engine::transstat(psp);
     if (state == engine::e_trans_busy) return state;
   }
-  return end_interrupted_transaction(task, psp, path, state);
+  return end_interrupted_transaction(task, psp, index, state);
 }
 
 std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned index) {
@@ -107,7 +107,7 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
   }
   code = engine::csetfile(entry->psp, transaction_level);
   ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
-  code = settle_transaction(task, entry->psp, path.text);
+  code = settle_transaction(task, entry->psp, index, path.text);
   if (code != engine::e_ok) {
     // Let go of without another write: it would make half a roll-back the truth.
     issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_transroll);
@@ -235,7 +235,12 @@ void reopen_lost_files(void* task) {
   DBR_TCB* tcb = tcb_of(task);
   for (unsigned index = 0; index < file_count; ++index) {
     file_entry* entry = tcb->*file_at(index).handle;
-    if (entry && !entry->iocb) open_entry(task, entry, &tcb->cntl->files[index], index);
+    if (!entry || entry->iocb) continue;
+    // What is rolled back now is what this task could not undo, and noted, when it lost
+    // the file.
+    const std::uint32_t noted = tcb->undone_ids;
+    open_entry(task, entry, &tcb->cntl->files[index], index);
+    tcb->undone_ids = noted;
   }
 }
 

@@ -207,7 +207,8 @@ std::int16_t db_update(void* task, file_entry* handle, void* key, const void* re
   if (rc == DBE_OK) rc = begin_implicit(task, file, &transaction);
   if (rc == DBE_OK) {
     other_keys others = {second_key_area(area), {}};
-    rc = replace_pieces(task, file, &in_file, &others, cut(file, record, record_len));
+    if (transaction.reopened) rc = find_piece(task, file, &list, &in_file);
+    if (rc == DBE_OK) rc = replace_pieces(task, file, &in_file, &others, cut(file, record, record_len));
     rc = end_implicit(task, file, transaction, rc);
   }
   return_key(task, file, in_file, key);
@@ -231,7 +232,8 @@ std::int16_t db_delete(void* task, void* key, file_entry* handle) {
   implicit_transaction transaction;
   if (rc == DBE_OK) rc = begin_implicit(task, file, &transaction);
   if (rc == DBE_OK) {
-    rc = delete_pieces(task, file, in_file);
+    if (transaction.reopened) rc = find_piece(task, file, &list, &in_file);
+    if (rc == DBE_OK) rc = delete_pieces(task, file, in_file);
     rc = end_implicit(task, file, transaction, rc);
   }
   return_key(task, file, in_file, key);

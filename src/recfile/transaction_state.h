@@ -18,6 +18,7 @@ void note_undone(DBR_TCB* tcb, unsigned index);
 // active for the file and begins one otherwise.  0 or 8455.
 struct implicit_transaction {
   bool owned = false;
+  bool reopened = false;  // the file was opened anew: its handle stands on no record
 };
 struct open_file;
 std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction);

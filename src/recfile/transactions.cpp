@@ -83,7 +83,13 @@ bool left_behind(int code) {
 int undo(void* task, unsigned index, engine::PSP* psp) {
   const int code = engine::transroll(psp, nullptr, 0, nullptr);
   ZVR_TRACE(task, 4, 2, "transroll of %s returned %d", file_at(index).name, code);
-  if (!rolled_back(code)) reopen_after_failure(task, index);
+  if (rolled_back(code)) return code;
+  // The opening undoes what this handle could not; whether memory shows it is told by
+  // the transaction's own changes.
+  DBR_TCB* tcb = tcb_of(task);
+  const std::uint32_t noted = tcb->undone_ids;
+  reopen_after_failure(task, index);
+  tcb->undone_ids = noted;
   return code;
 }
 
@@ -189,13 +195,14 @@ std::int16_t rollback(void* task, std::uint32_t db_id) {
 }
 
 std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction) {
-  transaction->owned = false;
+  *transaction = {};
   if (file.tcb->trans_active[file.spec->list_id] != 0) {
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
   int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   if (left_behind(code)) {
+    transaction->reopened = true;
     reopen_after_failure(task, file.index);
     if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   }

@@ -164,6 +164,18 @@ TEST_F(ExplicitTransactions, RollbackBringsMemoryBackToTheFile) {
   EXPECT_EQ(2u, signal);
 }
 
+TEST_F(ExplicitTransactions, AfterARollbackACallOfClassZeroWaitsForNobody) {
+  co_test_delay_factor(0, 1);
+  const std::uint64_t before = co_test_delayed();
+  ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TRG));
+  ASSERT_EQ(DBE_OK, put_target(task, "B"));
+  ASSERT_EQ(DBE_OK, db_rollback(task, DB_TRG));
+  char buffer[100];
+  EXPECT_EQ(DBE_OK, db_get(task, DB_CFG, 0, nullptr, buffer, sizeof buffer));
+  EXPECT_EQ(before, co_test_delayed());
+  co_test_delay_factor(1, 1);
+}
+
 TEST_F(ExplicitTransactions, RollbackInAFileThatIsNotHeldInMemoryRaisesNothing) {
   ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TG));
   ASSERT_EQ(DBE_OK, put_group());

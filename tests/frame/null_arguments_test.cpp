@@ -100,6 +100,19 @@ TEST_F(NullArguments, NullRecordsAndBuffersAreRefused) {
   expect_free();
 }
 
+TEST_F(NullArguments, ANullBufferOfLengthZeroIsRefusedWhereAFixedLengthIsWritten) {
+  const void* keys[] = {"A"};
+  std::strcpy(reinterpret_cast<char*>(record.data()), "A");
+  ASSERT_EQ(DBE_OK, db_put(task, DB_PRM, 1, keys, record.data(), 62812));
+  unsigned char state[420];
+  ASSERT_EQ(DBE_OK, db_init_list(task, DB_PRM, nullptr, state, sizeof state));
+  EXPECT_EQ(DBE_BAD_RECORD, db_get_more(task, DB_PRM, state, nullptr, 0));
+  expect_free();
+  // The list has not moved.
+  EXPECT_EQ(DBE_OK, db_get_more(task, DB_PRM, state, record.data(), 62812));
+  EXPECT_EQ(DBE_END_OF_LIST, db_get_more(task, DB_PRM, state, record.data(), 62812));
+}
+
 TEST_F(NullArguments, NullListsAndListStatesAreRefused) {
   std::uint16_t count = 3;
   std::uint16_t index = 0;

@@ -92,6 +92,37 @@ TEST_F(StorageFailures, AFullDiskIsOverWhenItIsOverForTheTasksThatMetIt) {
   }
 }
 
+TEST_F(StorageFailures, ARollbackThatFailsAtAnyWriteLeavesMemoryAndFileTheSame) {
+  client_task task("rollback");
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  bool passed = false;
+  int failures = 0;
+  for (int n = 0; n < 200 && !passed; ++n) {
+    ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TRG)) << n;
+    const std::int16_t put = put_target(task, "B");
+    EXPECT_TRUE(put == DBE_OK || put == DBE_RECORD_REPLACED) << n << " " << put;
+    ASSERT_EQ(DBE_RECORD_REPLACED, put_target(task, "A")) << n;
+    writes_left = n;
+    const std::int16_t rc = db_rollback(task, DB_TRG);
+    passed = writes_left > 0;
+    writes_left = -1;
+    EXPECT_TRUE(rc == DBE_OK || rc == DBE_IO_ERROR) << n << " " << rc;
+    if (rc != DBE_OK) ++failures;
+    EXPECT_FALSE(task.owns_memory()) << n;
+    for (void* reader : {static_cast<void*>(task), static_cast<void*>(beside)})
+      for (const char* name : {"A", "B"})
+        EXPECT_EQ(get_target(reader, name), get_target_from_file(reader, name)) << n << " " << name;
+    // The one beside meets the file as the failure left it.
+    if (n % 2 == 0) {
+      EXPECT_EQ(DBE_OK, zvrtest::delete_target(beside, "A")) << n;
+    }
+    EXPECT_EQ(n % 2 == 0 ? DBE_OK : DBE_RECORD_REPLACED, put_target(beside, "A")) << n;
+  }
+  EXPECT_TRUE(passed);
+  EXPECT_GT(failures, 0);
+}
+
 TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
   client_task task("flush");
   ASSERT_EQ(DBE_OK, put_target(task, "A"));
