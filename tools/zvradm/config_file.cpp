@@ -66,6 +66,16 @@ void rename_durably(const std::string& from, const std::string& to) {
 
 }  // namespace
 
+void require_config_text(const char* what, const std::string& text, std::size_t longest) {
+  if (text.empty() || text.size() > longest)
+    throw usage_fault(std::string(what) + " must have 1 to " + std::to_string(longest) + " bytes");
+  for (const char c : text)
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      throw usage_fault(std::string(what) + " must have no control characters");
+  if (text.front() == ' ' || text.back() == ' ')
+    throw usage_fault(std::string(what) + " must not begin or end with a blank");
+}
+
 std::string config_path(const std::string& base) { return base + "/orvo.cfg"; }
 std::string pending_path(const std::string& base) { return base + "/orvo.cfg.pending"; }
 
