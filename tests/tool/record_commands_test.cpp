@@ -60,6 +60,17 @@ TEST_F(RecordCommands, PutTellsRefusedRecordsAndStoresTheOthers) {
   EXPECT_THAT(names({}), ElementsAre("C", "OSLO"));
 }
 
+TEST_F(RecordCommands, PutRefusesAnEmptyNameInEitherForm) {
+  const tool_result result = put("trg", R"({"trg_name":"","trg_type":130})"
+                                        "\n"
+                                        R"({"trg_name":{"hex":""},"trg_type":130})");
+  EXPECT_EQ(result.exit, 1);
+  const auto lines = result.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  for (const std::string& line : lines) EXPECT_THAT(line, HasSubstr(R"("field":"trg_name","error":"is empty")"));
+  EXPECT_THAT(names({}), ElementsAre("OSLO"));
+}
+
 TEST_F(RecordCommands, PutReadsAFileToo) {
   write_file(base.file("lines"), R"({"trg_name":"A","trg_type":130})");
   EXPECT_EQ(base.tool({"put", "trg", base.file("lines")}).exit, 0);

@@ -21,8 +21,10 @@ std::vector<std::string> key_words(const record_type& type, const json& object) 
   if (name->is_object()) {  // text that is not UTF-8
     std::vector<unsigned char> bytes;
     const auto hex = name->find("hex");
-    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes))
+    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes)) {
+      if (bytes.empty()) throw field_fault(type.key_field, "is empty");
       return {std::string(bytes.begin(), bytes.end())};
+    }
   }
   if (!name->is_string()) throw field_fault(type.key_field, "must be text");
   if (name->get_ref<const std::string&>().empty()) throw field_fault(type.key_field, "is empty");
