@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ownership.h"
 #include "refusals.h"
 #include "textrec/base_config.h"
 
@@ -50,6 +51,7 @@ void flush_directory_of(const std::string& path) {
 void write_whole(const std::string& path, std::string_view text) {
   const descriptor d(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664));
   if (d.value() < 0) fail(path, "cannot be written");
+  give_to_owner_of(path.substr(0, path.find_last_of('/')), d.value());
   while (!text.empty()) {
     const ssize_t written = write(d.value(), text.data(), text.size());
     if (written < 0 && errno == EINTR) continue;
