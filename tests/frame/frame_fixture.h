@@ -54,7 +54,7 @@ inline zvrdb::TRG_CNTL_ENTRY target_record(const char* name) {
   zvrdb::TRG_CNTL_ENTRY record = {};
   std::strncpy(record.trg_name, name, sizeof record.trg_name - 1);
   std::memcpy(record.rgn, "RGN     ", 8);
-  std::strncpy(record.ren, name, sizeof record.ren);
+  std::memcpy(record.ren, name, strnlen(name, sizeof record.ren));
   record.trg_type = 128 | 2;
   return record;
 }

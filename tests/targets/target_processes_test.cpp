@@ -1,5 +1,9 @@
 // Several processes change targets at once while their writers are killed: what was
 // answered as done is there, what was under way is there whole or not at all.
+//
+// The killer owns the writer arbiter of the target file while it kills, so that the
+// victim may be anywhere but in the bytes of one write operation: a put is four of
+// them, and it dies before, between or behind them, or inside the memory's tables.
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -10,6 +14,8 @@
 #include <cstring>
 #include <random>
 
+#include "engine/format.h"
+#include "engine/os_file.h"
 #include "targets/targets_fixture.h"
 
 namespace target_test {
@@ -32,6 +38,30 @@ struct Shared {
 std::string name_of(unsigned writer, unsigned cell) {
   return numbered("W", writer) + numbered(".", cell);
 }
+
+// Owns the writer arbiter of a record file from its making to its end.
+class WritersHeldOut {
+ public:
+  explicit WritersHeldOut(const std::string& path)
+      : file_(zvrdb::engine::linux_ops.open(path.c_str(), {true, false, false})) {
+    for (unsigned attempt = 0; file_ >= 0; ++attempt) {
+      const auto answer = zvrdb::engine::linux_ops.lock(file_, zvrdb::engine::arbiter_byte, 1);
+      if (answer == zvrdb::engine::lock_answer::taken) held_ = true;
+      if (answer != zvrdb::engine::lock_answer::busy) break;
+      zvrdb::engine::linux_ops.wait(attempt);
+    }
+  }
+  ~WritersHeldOut() {
+    if (file_ >= 0) zvrdb::engine::linux_ops.close(file_);
+  }
+  WritersHeldOut(const WritersHeldOut&) = delete;
+  WritersHeldOut& operator=(const WritersHeldOut&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  int file_;
+  bool held_ = false;
+};
 
 class TargetProcesses : public TargetsTest {
  protected:
@@ -118,10 +148,16 @@ class TargetProcesses : public TargetsTest {
     }
   }
 
+  std::string target_file() {
+    char base[CO_PATH_MAX] = "";
+    co_get_orvo_path(task, base, 0);
+    return std::string(base) + "/db/trgcfg";
+  }
+
   Shared* shared = nullptr;
 };
 
-TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAnyWriter) {
+TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAWriterBetweenWriteOperations) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE(numbered("seed ", seed));
   std::mt19937 random(seed);
@@ -135,8 +171,12 @@ TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAnyWriter) {
     unsigned steps = 5 + static_cast<unsigned>(random() % 20);
     while (steps > 0 && read(progress[victim], &byte, 1) == 1) --steps;
     if (steps > 0) break;  // it gave up on an answer
-    ASSERT_EQ(kill(children[victim], SIGKILL), 0);
-    ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
+    {
+      const WritersHeldOut arbiter(target_file());
+      ASSERT_TRUE(arbiter.held());
+      ASSERT_EQ(kill(children[victim], SIGKILL), 0);
+      ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
+    }
     check_dead_writer(victim);
     close(progress[victim]);
     children[victim] = start(victim, static_cast<unsigned>(random()), &progress[victim]);

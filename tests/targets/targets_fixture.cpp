@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <iostream>
 
 #include "memory/shared_tables.h"
 
@@ -33,6 +34,7 @@ void TargetsTest::SetUp() {
 void TargetsTest::TearDown() {
   if (task) {
     expect_sound();
+    if (HasFailure()) std::cout << "The log of the installation:\n" << std::ifstream(co_log_path(task)).rdbuf();
     coi_term_task(task, 0);
   }
   installation_.reset();
