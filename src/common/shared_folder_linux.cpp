@@ -331,8 +331,11 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   }
   // The lock file goes last: who waits for it finds it unlinked and starts again.
   const bool cleared = clear_folder(folder.fd) && unlinkat(folder.fd, kSetupName, 0) == 0;
-  // A directory that is not empty has a new user already, who begins anew.
-  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST)) return CO_OK;
+  // A directory that is not empty has a new user already, who begins anew.  An empty one
+  // that only its owner may remove is as good as none.
+  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST || errno == EPERM ||
+                  errno == EACCES))
+    return CO_OK;
   init_error("%s cannot be removed: %s", installation.folder, strerror(errno));
   return CO_FAILURE;
 }
