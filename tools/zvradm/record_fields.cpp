@@ -58,17 +58,18 @@ constexpr field row(const char* name, std::uint32_t offset, std::uint32_t width,
 }
 
 constexpr field list_row(const char* name, const char* alias, std::uint32_t offset, std::uint32_t width,
-                         std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at) {
-  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = plain, .words = {},
+                         std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at,
+                         std::uint8_t traits = plain) {
+  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = traits, .words = {},
           .elements = elements, .capacity = capacity, .count_at = count_at};
 }
 
 // Name, place and width of a field as the public layouts have them.
 #define ROW(record, member, ...) row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
 #define WORDS(record, member, ...) words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define LIST(record, member, alias, elements, count_at)                                                     \
+#define LIST(record, member, alias, elements, ...)                                                     \
   list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements,                   \
-           static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), count_at)
+           static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), __VA_ARGS__)
 
 constexpr std::array hardware_parameter{ROW(db_hw_parm, name, text), ROW(db_hw_parm, value, text)};
 constexpr std::array parameter{ROW(db_parm, name, text), ROW(db_parm, value, text)};
@@ -95,7 +96,7 @@ constexpr std::array trg_fields{
     ROW(db_trg, carried168, text),
     ROW(db_trg, trg_status, hex, live),
     ROW(db_trg, srv_num, number, live),
-    ROW(db_trg, srv_name, text, column),
+    ROW(db_trg, srv_name, text, column | looked_up),
     ROW(db_trg, lan_address, text, column),
     ROW(db_trg, customer_name, text),
     ROW(db_trg, contact_name, text),
@@ -108,7 +109,7 @@ constexpr std::array trg_fields{
 
 constexpr std::array prm_fields{
     ROW(db_prm, trg_name, text, column),
-    LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms)),
+    LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms), column),
 };
 constexpr std::array thw_fields{
     ROW(db_thw, trg_name, text, column),
