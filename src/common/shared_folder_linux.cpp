@@ -210,11 +210,13 @@ int open_shared_folder(const Installation& installation, bool make) {
   if (fstat(folder.fd, &status) != 0 || status.st_uid != installation.owner || (status.st_mode & 07) != 0) {
     if (made) rmdir(installation.folder);
     if (made)
-      init_error("there is no shared state yet, and user %u, who owns %s, or root must make it: "
-                 "let them run 'zvradm status' once", installation.owner, installation.base);
+      init_error(
+          "there is no shared state yet, and user %u, who owns %s, or root must make it: "
+          "let them run 'zvradm status' once",
+          installation.owner, installation.base);
     else
       init_error("%s does not belong to the owner of %s (user %u): it is refused", installation.folder,
-               installation.base, installation.owner);
+                 installation.base, installation.owner);
     errno = EPERM;
     return -1;
   }
@@ -333,8 +335,8 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   const bool cleared = clear_folder(folder.fd) && unlinkat(folder.fd, kSetupName, 0) == 0;
   // A directory that is not empty has a new user already, who begins anew.  An empty one
   // that only its owner may remove is as good as none.
-  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST || errno == EPERM ||
-                  errno == EACCES))
+  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST ||
+                  errno == EPERM || errno == EACCES))
     return CO_OK;
   init_error("%s cannot be removed: %s", installation.folder, strerror(errno));
   return CO_FAILURE;
