@@ -10,6 +10,8 @@
 
 #include "common/bounded_text.h"
 #include "common/handle_table.h"
+#include "common/process.h"
+#include "common/shared_folder.h"
 #include "common/task_block.h"
 
 namespace zvrdb::common {
@@ -206,5 +208,10 @@ uint16_t co_get_mod(void* handle, const char* path, void* stamp, void* buffer, v
 uint16_t co_dflt_mod(void* handle, const char* path, uint32_t one) {
   (void)one;
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
-  return result_of(chmod(path, 0660));
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (fd < 0) return failure_of_path();
+  const bool set = fchmod(fd, 0660) == 0 && give_to_owner(process().installation, fd);
+  const uint16_t result = result_of(set ? 0 : -1);
+  close(fd);
+  return result;
 }

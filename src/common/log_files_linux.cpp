@@ -10,6 +10,7 @@
 #include "common/bounded_text.h"
 #include "common/log_files.h"
 #include "common/process.h"
+#include "common/shared_folder.h"
 
 namespace zvrdb::common {
 namespace {
@@ -38,13 +39,25 @@ void name_log(LogFile file, OpenLog* log) {
            file == LogFile::trace ? "trace.log" : "messages.log");
 }
 
+// Opens a log that is there, or makes it with the access rights of the installation:
+// whoever of its users makes it, the others write to it too.
+int open_or_make(const char* path) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY;
+  const int made = open(path, kFlags | O_CREAT | O_EXCL, 0664);
+  if (made < 0) return errno == EEXIST ? open(path, kFlags) : -1;
+  const Installation& installation = process().installation;
+  // Without these rights it is a log all the same.
+  (void)give_to_owner(installation, made);
+  if (installation.group_may_write) (void)fchmod(made, 0664);
+  return made;
+}
+
 void open_log(OpenLog* log) {
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY;
-  log->fd = open(log->path, kFlags, 0664);
+  log->fd = open_or_make(log->path);
   if (log->fd >= 0 || errno != ENOENT) return;
   char directory[CO_PATH_MAX];
   snprintf(directory, sizeof directory, "%.190s/log", process().installation.base);
-  if (mkdir(directory, 0775) == 0 || errno == EEXIST) log->fd = open(log->path, kFlags, 0664);
+  if (mkdir(directory, 0775) == 0 || errno == EEXIST) log->fd = open_or_make(log->path);
 }
 
 bool moved_away(int fd) {

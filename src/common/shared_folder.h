@@ -19,6 +19,11 @@ namespace zvrdb::common {
 // Fills the description of the installation at base (ORVO_PATH when null).
 bool describe_installation(const char* base, Installation* out);
 
+// Root may work in anybody's installation, but what it makes belongs to the owner: gives
+// an open file of this process to owner and group of the installation, or to the group
+// alone when that is all that is allowed.  False when neither could be had.
+bool give_to_owner(const Installation& installation, int fd);
+
 // Opens the shared folder; refuses one that is not a directory, is a link, has
 // another owner than the base directory, or is open to others.  -1 on failure.
 // make: create it when missing; otherwise -1 with errno ENOENT and no reason.

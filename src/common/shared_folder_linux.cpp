@@ -31,17 +31,6 @@ bool owner_fits(const Installation& installation, const struct stat& status) {
   return installation.group_may_write && status.st_gid == installation.group;
 }
 
-// Root may work in anybody's installation, but what it makes belongs to the owner.
-bool give_to_owner(const Installation& installation, int fd) {
-  struct stat status;
-  if (fstat(fd, &status) != 0) return false;
-  if (status.st_uid == installation.owner && status.st_gid == installation.group) return true;
-  if (geteuid() == 0) return fchown(fd, installation.owner, installation.group) == 0;
-  if (status.st_gid != installation.group && fchown(fd, static_cast<uid_t>(-1), installation.group) != 0)
-    return status.st_uid == installation.owner;
-  return true;
-}
-
 // Removes everything but the set-up lock.
 bool clear_folder(int folder_fd) {
   const int listing_fd = openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -180,6 +169,16 @@ bool describe_installation(const char* base, Installation* out) {
   return true;
 }
 
+bool give_to_owner(const Installation& installation, int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) return false;
+  if (status.st_uid == installation.owner && status.st_gid == installation.group) return true;
+  if (geteuid() == 0) return fchown(fd, installation.owner, installation.group) == 0;
+  if (status.st_gid != installation.group && fchown(fd, static_cast<uid_t>(-1), installation.group) != 0)
+    return status.st_uid == installation.owner;
+  return true;
+}
+
 int open_shared_folder(const Installation& installation, bool make) {
   const mode_t mode = installation.group_may_write ? 0770 : 0700;
   bool made = false;
@@ -193,21 +192,31 @@ int open_shared_folder(const Installation& installation, bool make) {
   HeldDescriptor folder(open(installation.folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder.fd < 0) {
     const int reason = errno;
-    if (make || reason != ENOENT)
+    if (reason == EACCES)
+      init_error("%s may be used by user %u, who owns %s,%s and root alone", installation.folder,
+                 installation.owner, installation.base, installation.group_may_write ? " its group" : "");
+    else if (make || reason != ENOENT)
       init_error("%s is not a usable directory: %s", installation.folder, strerror(reason));
     errno = reason;
     return -1;
   }
   if (made && (fchmod(folder.fd, mode) != 0 || !give_to_owner(installation, folder.fd))) {
-    init_error("%s cannot be given to its owner: %s", installation.folder, strerror(errno));
+    init_error("%s cannot be given to its owner: %s; user %u, who owns %s, or root must make it",
+               installation.folder, strerror(errno), installation.owner, installation.base);
     rmdir(installation.folder);
     return -1;
   }
   struct stat status;
   if (fstat(folder.fd, &status) != 0 || status.st_uid != installation.owner || (status.st_mode & 07) != 0) {
     if (made) rmdir(installation.folder);
-    init_error("%s does not belong to the owner of %s (user %u): it is refused", installation.folder,
-               installation.base, installation.owner);
+    if (made)
+      init_error(
+          "there is no shared state yet, and user %u, who owns %s, or root must make it: "
+          "let them run 'zvradm status' once",
+          installation.owner, installation.base);
+    else
+      init_error("%s does not belong to the owner of %s (user %u): it is refused", installation.folder,
+                 installation.base, installation.owner);
     errno = EPERM;
     return -1;
   }
@@ -324,8 +333,11 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   }
   // The lock file goes last: who waits for it finds it unlinked and starts again.
   const bool cleared = clear_folder(folder.fd) && unlinkat(folder.fd, kSetupName, 0) == 0;
-  // A directory that is not empty has a new user already, who begins anew.
-  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST)) return CO_OK;
+  // A directory that is not empty has a new user already, who begins anew.  An empty one
+  // that only its owner may remove is as good as none.
+  if (cleared && (rmdir(installation.folder) == 0 || errno == ENOTEMPTY || errno == EEXIST ||
+                  errno == EPERM || errno == EACCES))
+    return CO_OK;
   init_error("%s cannot be removed: %s", installation.folder, strerror(errno));
   return CO_FAILURE;
 }

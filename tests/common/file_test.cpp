@@ -136,6 +136,38 @@ TEST_F(Files, TheDefaultAccessIsForOwnerAndGroup) {
   EXPECT_EQ(co_dflt_mod(task_, path("db/none").c_str(), 1), CO_NOT_FOUND);
 }
 
+TEST(FilesOfAnotherUser, WhatRootMakesBelongsToTheOwnerOfTheBaseDirectory) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a folder away";
+  TempInstallation installation;
+  ASSERT_EQ(chown(installation.base().c_str(), 65534, 65534), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  installation.write("db/file", "x");
+  EXPECT_EQ(co_dflt_mod(task, installation.path("db/file").c_str(), 1), CO_OK);
+  co_log2(task, 36359, 0, 0, 0, "");
+  for (const char* name : {"db/file", "log/messages.log"}) {
+    struct stat status {};
+    ASSERT_EQ(stat(installation.path(name).c_str(), &status), 0) << name;
+    EXPECT_EQ(status.st_uid, 65534u) << name;
+    EXPECT_EQ(status.st_gid, 65534u) << name;
+  }
+  coi_term_task(task, 0);
+}
+
+TEST(FilesOfAnotherUser, ALogIsForTheGroupThatMayWriteTheBase) {
+  TempInstallation installation;
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  const mode_t before = umask(077);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  co_log2(task, 36359, 0, 0, 0, "");
+  umask(before);
+  struct stat status {};
+  ASSERT_EQ(stat(installation.path("log/messages.log").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0664u);
+  coi_term_task(task, 0);
+}
+
 TEST_F(Files, NamesAreAppendedWithinTheRoom) {
   char directory[256];
   EXPECT_EQ(co_get_orvo_path(task_, directory, 0), CO_OK);

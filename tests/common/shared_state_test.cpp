@@ -1,7 +1,10 @@
 // Set-up, guarding and dropping of an installation's shared state.
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -64,6 +67,26 @@ TEST(SharedState, IsSharedWithTheGroupThatMayWriteTheBase) {
   ASSERT_EQ(stat(installation.shared_folder().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0770u);
   coi_term_task(task, 0);
+}
+
+TEST(SharedState, AMemberOfTheGroupMayDropItAndUseItAgain) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  TempInstallation installation;
+  ASSERT_EQ(chown(installation.base().c_str(), 65534, 65534), 0);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  ASSERT_EQ(use_state(), 0);
+  const pid_t member = fork();
+  if (member == 0) {
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(1) != 0) _exit(10);
+    uint32_t count = 7;
+    if (co_reset(nullptr, nullptr, 0, &count) != CO_OK || count != 0) _exit(11);
+    _exit(use_state());
+  }
+  ASSERT_GT(member, 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(member, &status, 0), member);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(SharedState, AFolderOfAnotherOwnerIsRefused) {

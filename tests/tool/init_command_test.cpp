@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,6 +77,29 @@ TEST(Init, RefusesOtherValuesAndTellsWhich) {
   EXPECT_THAT(other.err, HasSubstr("--force"));
   EXPECT_EQ(read_file(base.file("orvo.cfg")), config);
   EXPECT_EQ(base.tool({"init", "--name", "OSLO", "--rgn", "NORTH", "--ren", "OSLO02"}).exit, 1);
+}
+
+TEST(Init, WhatRootMakesBelongsToTheOwnerOfTheBaseDirectory) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a folder away";
+  const scratch_base base;
+  ASSERT_EQ(mkdir(base.path().c_str(), 0755), 0);
+  ASSERT_EQ(chown(base.path().c_str(), 65534, 65534), 0);
+  ASSERT_EQ(chmod(base.path().c_str(), 02770), 0);
+  const tool_result made = base.init();
+  ASSERT_EQ(made.exit, 0) << made.err;
+  int seen = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(base.path())) {
+    ++seen;
+    struct stat status {};
+    ASSERT_EQ(stat(entry.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 65534u) << entry.path();
+    EXPECT_EQ(status.st_gid, 65534u) << entry.path();
+    EXPECT_EQ(status.st_mode & 0060u, 0060u) << entry.path();
+    if (entry.is_directory()) {
+      EXPECT_EQ(status.st_mode & 07000u, 02000u) << entry.path();
+    }
+  }
+  EXPECT_GE(seen, 13);  // three folders, nine record files, orvo.cfg
 }
 
 TEST(Init, ForceChangesKindLimitsAndName) {

@@ -194,6 +194,28 @@ TEST_F(InstallationCommands, CheckTellsSoundFiles) {
   EXPECT_EQ(result.out, base.file("db/trgcfg") + ": sound\n" + base.file("db/catalog") + ": sound\n");
 }
 
+TEST_F(InstallationCommands, CheckTellsWhatARollBackLeftBehindAsNotesOfASoundFile) {
+  std::string lines;
+  for (int i = 0; i < 60; ++i) lines += R"({"type":"trg","trg_name":"T)" + std::to_string(i) + "\",\"trg_type\":130}\n";
+  lines += R"({"type":"trg","trg_name":"LAST","srv_name":"NOBODY","trg_type":130})";
+  ASSERT_EQ(base.tool({"import", "-"}, lines).exit, 1);
+  const std::string file = base.file("db/trgcfg");
+  const tool_result told = run_tool({"file", "check", "--deep", file});
+  EXPECT_EQ(told.exit, 0) << told.out;
+  const auto text = told.lines();
+  ASSERT_GE(text.size(), 2u);
+  ASSERT_LE(text.size(), 6u) << "nodes with one and the same note are told together";
+  for (std::size_t i = 0; i + 1 < text.size(); ++i) EXPECT_THAT(text[i], testing::StartsWith(file + ": note: "));
+  EXPECT_EQ(text.back(), file + ": sound");
+  const auto json_lines = run_tool({"file", "check", "--deep", "--json", file}).lines();
+  ASSERT_EQ(json_lines.size(), text.size());
+  for (std::size_t i = 0; i + 1 < json_lines.size(); ++i) {
+    EXPECT_TRUE(zvradm::json::parse(json_lines[i]).contains("note")) << json_lines[i];
+    EXPECT_FALSE(zvradm::json::parse(json_lines[i]).contains("problem")) << json_lines[i];
+  }
+  EXPECT_EQ(zvradm::json::parse(json_lines.back())["problems"], 0);
+}
+
 TEST_F(InstallationCommands, CheckTellsProblemsWithTheirPlaceAndEndsWithOne) {
   std::string bytes = read_file(base.file("db/trgcfg"));
   ASSERT_GT(bytes.size(), 2048u);

@@ -60,6 +60,24 @@ TEST_F(RecordCommands, PutTellsRefusedRecordsAndStoresTheOthers) {
   EXPECT_THAT(names({}), ElementsAre("C", "OSLO"));
 }
 
+TEST_F(RecordCommands, PutRefusesAnEmptyNameInEitherForm) {
+  const tool_result result = put("trg", R"({"trg_name":"","trg_type":130})"
+                                        "\n"
+                                        R"({"trg_name":{"hex":""},"trg_type":130})");
+  EXPECT_EQ(result.exit, 1);
+  const auto lines = result.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  for (const std::string& line : lines) EXPECT_THAT(line, HasSubstr(R"("field":"trg_name","error":"is empty")"));
+  EXPECT_THAT(names({}), ElementsAre("OSLO"));
+}
+
+TEST_F(RecordCommands, PutOfATypeThatIsOnlyReadIsRefusedAtOnce) {
+  const tool_result result = put("ua", "{}\n{}\n");
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr("put ua: DBE_BAD_DB_ID (8193)"));
+}
+
 TEST_F(RecordCommands, PutReadsAFileToo) {
   write_file(base.file("lines"), R"({"trg_name":"A","trg_type":130})");
   EXPECT_EQ(base.tool({"put", "trg", base.file("lines")}).exit, 0);
@@ -225,6 +243,21 @@ TEST_F(ListCommand, ATableHasAHeadAndTheServersNames) {
   EXPECT_THAT(lines[0], HasSubstr("srv_name"));
   EXPECT_THAT(lines[1], HasSubstr("OSLO"));
   EXPECT_THAT(lines[4], HasSubstr("AB2"));
+}
+
+TEST_F(ListCommand, ATableHasTheColumnsThatItsRecordsCanFill) {
+  const auto head = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"list", "trg", "--table"});
+    return base.tool(arguments).lines().at(0);
+  };
+  EXPECT_THAT(head({}), Not(HasSubstr("lan_address")));
+  EXPECT_THAT(head({"--len", "21724"}), HasSubstr("lan_address"));
+  EXPECT_EQ(head({"--names"}), "trg_name");
+  put("prm", R"({"trg_name":"AA","parms":[{"name":"n","value":"v"},{"name":"m","value":"w"}]})");
+  const auto parameters = base.tool({"list", "prm", "--table"}).lines();
+  ASSERT_EQ(parameters.size(), 2u);
+  EXPECT_THAT(parameters[0], HasSubstr("parms"));
+  EXPECT_THAT(parameters[1], testing::EndsWith("2"));
 }
 
 TEST_F(ListCommand, ListsParameterRecordsOfAllTargets) {

@@ -51,6 +51,19 @@ TEST_F(TargetCommands, RenamingTheLocalTargetTakesTheConfigurationAlong) {
   EXPECT_EQ(base.tool({"get", "trg", "NEAR"}).json()["rgn"], "OSLO01") << "the local network kept its name";
 }
 
+TEST_F(TargetCommands, TheLocalTargetTakesNoNameThatItsConfigurationCannotHold) {
+  const std::string config = read_file(base.file("orvo.cfg"));
+  for (const char* name : {" HAMAR", "HAMAR ", "HAMAR\nMAX TARGETS: 1", "HA\tMAR"}) {
+    const tool_result refused = base.tool({"rename-target", "OSLO", name});
+    EXPECT_EQ(refused.exit, 2) << name;
+    EXPECT_THAT(refused.err, HasSubstr("NEW")) << name;
+  }
+  EXPECT_EQ(read_file(base.file("orvo.cfg")), config);
+  EXPECT_EQ(read_file(base.file("orvo.cfg.pending")), "");
+  ASSERT_EQ(base.tool({"reset"}).exit, 0);
+  EXPECT_EQ(base.tool({"get", "trg", "OSLO"}).exit, 0);
+}
+
 TEST_F(TargetCommands, AnInterruptedRenameOfTheLocalTargetIsUndoneWhenTheRecordHasItsOldName) {
   // As a crash behind the first two steps leaves it.
   const std::string config = read_file(base.file("orvo.cfg"));

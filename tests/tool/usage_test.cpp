@@ -66,6 +66,18 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
   }
 }
 
+TEST(Usage, ATypeThatTheLibraryHasNoOperationsForIsRefusedWithItsCode) {
+  const scratch_base base;
+  ASSERT_EQ(base.init().exit, 0);
+  for (const char* type : {"cat", "cms", "tg", "rte", "dtg"})
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"get", type, "A"}, {"put", type}, {"del", type, "A"}, {"list", type}}) {
+      const tool_result result = base.tool(arguments);
+      EXPECT_EQ(result.exit, 1) << arguments[0] << " " << type;
+      EXPECT_THAT(result.err, HasSubstr("DBE_BAD_DB_ID (8193)"));
+    }
+}
+
 TEST(Usage, WithoutABaseDirectoryNothingIsDone) {
   unsetenv("ORVO_PATH");
   const tool_result result = run_tool({"status"});

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ownership.h"
 #include "refusals.h"
 #include "textrec/base_config.h"
 
@@ -50,6 +51,7 @@ void flush_directory_of(const std::string& path) {
 void write_whole(const std::string& path, std::string_view text) {
   const descriptor d(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664));
   if (d.value() < 0) fail(path, "cannot be written");
+  give_to_owner_of(path.substr(0, path.find_last_of('/')), d.value());
   while (!text.empty()) {
     const ssize_t written = write(d.value(), text.data(), text.size());
     if (written < 0 && errno == EINTR) continue;
@@ -65,6 +67,16 @@ void rename_durably(const std::string& from, const std::string& to) {
 }
 
 }  // namespace
+
+void require_config_text(const char* what, const std::string& text, std::size_t longest) {
+  if (text.empty() || text.size() > longest)
+    throw usage_fault(std::string(what) + " must have 1 to " + std::to_string(longest) + " bytes");
+  for (const char c : text)
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      throw usage_fault(std::string(what) + " must have no control characters");
+  if (text.front() == ' ' || text.back() == ' ')
+    throw usage_fault(std::string(what) + " must not begin or end with a blank");
+}
 
 std::string config_path(const std::string& base) { return base + "/orvo.cfg"; }
 std::string pending_path(const std::string& base) { return base + "/orvo.cfg.pending"; }

@@ -38,6 +38,10 @@ inline constexpr std::size_t config_name_at = offsetof(db_cfg, workstation_name)
                              config_max_local_at = offsetof(db_cfg, max_local_targets),
                              config_max_server_at = offsetof(db_cfg, max_server_targets);
 
+// Throws usage_fault unless the text has 1 to `longest` bytes and comes back from
+// "orvo.cfg" as it was written: no control characters, no blank at either end.
+void require_config_text(const char* what, const std::string& text, std::size_t longest);
+
 std::string config_path(const std::string& base);
 std::string pending_path(const std::string& base);
 

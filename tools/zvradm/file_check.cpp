@@ -22,14 +22,48 @@ struct check_request {
   bool as_json = false;
 };
 
+// Nodes that the same note is told of.
+struct noted {
+  std::string text;
+  std::uint64_t nodes;
+  std::int64_t first;
+};
+
 struct check_run {
   const std::string& file;
   bool as_json;
   std::uint64_t problems = 0;
+  std::vector<noted> notes;
 };
+
+// A roll-back can leave thousands of nodes with one and the same note, so notes are
+// counted here and told once each.
+void take_note(check_run& run, const problem& found) {
+  for (noted& note : run.notes)
+    if (note.text == found.text) {
+      ++note.nodes;
+      return;
+    }
+  run.notes.push_back({found.text, 1, found.node});
+}
+
+void print_notes(const check_run& run) {
+  for (const noted& note : run.notes) {
+    if (run.as_json) {
+      print_json({{"file", run.file}, {"note", note.text}, {"first_node", note.first}, {"nodes", note.nodes}});
+      continue;
+    }
+    const std::string where = note.first < 0     ? ""
+                              : note.nodes == 1 ? "node " + std::to_string(note.first) + ": "
+                                                : std::to_string(note.nodes) + " nodes, the first " +
+                                                      std::to_string(note.first) + ": ";
+    std::printf("%s: note: %s%s\n", run.file.c_str(), where.c_str(), note.text.c_str());
+  }
+}
 
 void print_problem(void* context, const problem& found) {
   check_run& run = *static_cast<check_run*>(context);
+  if (found.note) return take_note(run, found);
   ++run.problems;
   if (run.as_json)
     return print_json({{"file", run.file}, {"node", found.node}, {"path", found.path}, {"problem", found.text}});
@@ -48,9 +82,10 @@ int check_file(const std::string& file, const check_request& request) {
   options.deep = request.deep;
   options.progress = show_progress;
   options.progress_context = &shown;
-  check_run run{file, request.as_json};
+  check_run run{file, request.as_json, 0, {}};
   std::string reason;
   const report_outcome outcome = zvrdb::engine::verify_file(file.c_str(), options, print_problem, &run, &reason);
+  print_notes(run);
   const char* word = outcome == report_outcome::sound      ? "sound"
                      : outcome == report_outcome::problems ? "problems"
                                                            : "unreadable";
@@ -85,7 +120,9 @@ void add_file_check(CLI::App& file, globals& all) {
   sub.add_option("FILE", request->files, "Record files")->required();
   sub.add_flag("--deep", request->deep, "Also every record against its key entries");
   sub.add_flag("--json", request->as_json, "JSON lines, for machines");
-  sub.footer(R"(A line is printed for each problem and one for each file. Nothing is changed.
+  sub.footer(R"(A line is printed for each problem and one for each file. Nothing is changed. Lines
+with "note:" tell what is remarkable and harmless, such as nodes that a roll-back has
+left behind; they come with --deep.
 Exit codes: 0 all sound, 1 problems, 2 a file that cannot be read or is no record file.
 
 Examples:

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "config_file.h"
 #include "installation.h"
 #include "record_fields.h"
 #include "record_json.h"
@@ -39,16 +40,6 @@ std::uint8_t kind_named(const std::string& text) {
   throw usage_fault("--kind: unknown kind '" + text + "'; there are " + known);
 }
 
-void check_text(const char* option, const std::string& text, std::size_t longest) {
-  if (text.empty() || text.size() > longest)
-    throw usage_fault(std::string(option) + " must have 1 to " + std::to_string(longest) + " bytes");
-  for (const char c : text)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-      throw usage_fault(std::string(option) + " must have no control characters");
-  if (text.front() == ' ' || text.back() == ' ')
-    throw usage_fault(std::string(option) + " must not begin or end with a blank");
-}
-
 std::uint8_t system_named(const std::string& text) {
   for (const word& w : target_systems())
     if (text == w.text) return static_cast<std::uint8_t>(w.value);
@@ -58,9 +49,9 @@ std::uint8_t system_named(const std::string& text) {
 }
 
 void init(globals& all, init_options& options) {
-  check_text("--name", options.values.name, 63);
-  check_text("--rgn", options.values.rgn, 8);
-  check_text("--ren", options.values.ren, 8);
+  require_config_text("--name", options.values.name, 63);
+  require_config_text("--rgn", options.values.rgn, 8);
+  require_config_text("--ren", options.values.ren, 8);
   if (!options.kind.empty()) options.values.kind = kind_named(options.kind);
   if (!options.system.empty()) options.values.system = system_named(options.system);
   const std::string base = base_directory(all);

@@ -1,13 +1,17 @@
 #include "installation.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <vector>
 
+#include "ownership.h"
 #include "record_fields.h"
 #include "record_json.h"
 #include "record_keys.h"
@@ -48,7 +52,8 @@ std::string kind_name(std::uint8_t kind) {
 config_record fresh_config(const std::string& base, const installation_values& values) {
   config_record record{};
   const std::string path = std::filesystem::absolute(base).lexically_normal().string();
-  if (path.size() >= path_width) throw refusal(base + ": the path is longer than " + std::to_string(path_width - 1));
+  if (path.size() >= path_width)
+    throw refusal(base + ": the path is longer than " + std::to_string(path_width - 1) + " bytes");
   std::copy(path.begin(), path.end(), record.begin() + config_path_at);
   record[config_machine_at] = values.system.value_or(DB_OS_UNKNOWN);
   record[config_kind_at] = values.kind.value_or(kind_server);
@@ -91,12 +96,22 @@ std::string apply_values(config_record& record, const installation_values& value
   return differences;
 }
 
+struct close_at_end {
+  int descriptor;
+  ~close_at_end() { close(descriptor); }
+};
+
 void make_folders(const std::string& base) {
   for (const char* name : {"", "db", "log", "messages"}) {
     const std::filesystem::path folder = std::filesystem::path(base) / name;
     std::error_code fault;
-    std::filesystem::create_directories(folder, fault);
+    const bool made = std::filesystem::create_directories(folder, fault);
     if (fault) throw refusal(folder.string() + ": cannot be made: " + fault.message());
+    if (!made || *name == '\0') continue;
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0) throw refusal(folder.string() + ": cannot be opened: " + std::strerror(errno));
+    const close_at_end guard{descriptor};
+    give_to_owner_of(base, descriptor);
   }
 }
 
@@ -175,6 +190,7 @@ std::uint8_t local_target_type(std::uint8_t kind) {
 making make_installation(const std::string& base, const installation_values& values) {
   config_record present{}, wanted{};
   const bool was_there = read_config(config_path(base), present);
+  if (!was_there) (void)fresh_config(base, values);  // its faults come before anything is made
   make_folders(base);
   const config_lock lock(base);
   lock.require();

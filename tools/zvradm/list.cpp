@@ -75,11 +75,17 @@ db_trg_filter make_filter(const list_options& options) {
   return filter;
 }
 
+// Bytes of each record of the list.
+std::uint16_t length_of(const record_type& type, const list_options& options) {
+  if (options.names) return name_width;
+  return options.length_given ? options.length : type.list_length;
+}
+
 // Where the records of a list go, one at a time.
 class list_printer {
  public:
   list_printer(const record_type& type, const list_options& options)
-      : type_(type), options_(options), table_(record_table(type)) {}
+      : type_(type), options_(options), table_(record_table(type, length_of(type, options))) {}
 
   void add(void* task, std::span<const unsigned char> record) {
     if (!options_.as_table) return print_json(record_to_json(type_, record, {.words = options_.words}));
@@ -115,7 +121,7 @@ void list_records(void* task, const record_type& type, const list_options& optio
   list_printer printer(type, options);
   if (code == DBE_EMPTY_LIST) return printer.end();  // nothing in the table can match
   require_ok(std::string("list ") + type.suffix, code);
-  const std::uint16_t length = options.length_given ? options.length : type.list_length;
+  const std::uint16_t length = length_of(type, options);
   std::vector<unsigned char> record(65535);
   for (;;) {
     std::memset(record.data(), 0, length);

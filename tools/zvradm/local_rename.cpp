@@ -51,6 +51,7 @@ void undo(void* task, const std::string& base, const config_record& wanted, cons
 
 void rename_local_target(void* task, const std::string& base, const std::string& old_name,
                          const std::string& new_name) {
+  require_config_text("NEW, as the name of the local target,", new_name, sizeof(db_cfg::workstation_name) - 1);
   const config_lock lock(base);
   lock.require();
   config_record wanted{};

@@ -3,6 +3,7 @@
 #include <zvrdb/records.h>
 #include <zvrdb/zvrdb.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string>
@@ -57,17 +58,18 @@ constexpr field row(const char* name, std::uint32_t offset, std::uint32_t width,
 }
 
 constexpr field list_row(const char* name, const char* alias, std::uint32_t offset, std::uint32_t width,
-                         std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at) {
-  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = plain, .words = {},
+                         std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at,
+                         std::uint8_t traits = plain) {
+  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = traits, .words = {},
           .elements = elements, .capacity = capacity, .count_at = count_at};
 }
 
 // Name, place and width of a field as the public layouts have them.
 #define ROW(record, member, ...) row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
 #define WORDS(record, member, ...) words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define LIST(record, member, alias, elements, count_at)                                                     \
+#define LIST(record, member, alias, elements, ...)                                                     \
   list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements,                   \
-           static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), count_at)
+           static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), __VA_ARGS__)
 
 constexpr std::array hardware_parameter{ROW(db_hw_parm, name, text), ROW(db_hw_parm, value, text)};
 constexpr std::array parameter{ROW(db_parm, name, text), ROW(db_parm, value, text)};
@@ -94,7 +96,7 @@ constexpr std::array trg_fields{
     ROW(db_trg, carried168, text),
     ROW(db_trg, trg_status, hex, live),
     ROW(db_trg, srv_num, number, live),
-    ROW(db_trg, srv_name, text, column),
+    ROW(db_trg, srv_name, text, column | looked_up),
     ROW(db_trg, lan_address, text, column),
     ROW(db_trg, customer_name, text),
     ROW(db_trg, contact_name, text),
@@ -107,7 +109,7 @@ constexpr std::array trg_fields{
 
 constexpr std::array prm_fields{
     ROW(db_prm, trg_name, text, column),
-    LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms)),
+    LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms), column),
 };
 constexpr std::array thw_fields{
     ROW(db_thw, trg_name, text, column),
@@ -212,6 +214,11 @@ constexpr std::array all_types{
     record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields, nullptr},
 };
 
+// Types that the library knows and has no operations for yet.
+constexpr std::array<std::string_view, 22> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "cat", "cms", "rqr",
+                                                         "rqf", "fan", "rqd", "rqt", "usr", "apr", "tak", "dak",
+                                                         "prd", "fst", "coi", "coo", "rqv", "dtg"};
+
 }  // namespace
 
 std::span<const record_type> record_types() { return all_types; }
@@ -224,6 +231,8 @@ const record_type* find_record_type(std::string_view suffix) {
 
 const record_type& record_type_named(std::string_view suffix) {
   if (const record_type* type = find_record_type(suffix)) return *type;
+  if (std::find(types_to_come.begin(), types_to_come.end(), suffix) != types_to_come.end())
+    throw library_refusal("type " + std::string(suffix), DBE_BAD_DB_ID);
   std::string known;
   for (const record_type& type : all_types) known += std::string(known.empty() ? "" : ", ") + type.suffix;
   throw usage_fault("unknown record type '" + std::string(suffix) + "'; there are " + known);

@@ -29,7 +29,8 @@ enum field_traits : std::uint8_t {
   plain = 0,
   bit_set = 1,   // the words are bits: several may hold
   live = 2,      // belongs to this installation at this moment: export leaves it out
-  column = 4     // shown in tables for people
+  column = 4,    // shown in tables for people
+  looked_up = 8  // the name of what the bytes before it number: tables look it up
 };
 
 struct field {

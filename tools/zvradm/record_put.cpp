@@ -12,17 +12,16 @@ namespace zvradm {
 namespace {
 
 std::vector<std::string> key_words(const record_type& type, const json& object) {
-  if (!type.key_field) {
-    if (!type.keys.empty()) throw field_fault("", std::string("records of type ") + type.suffix + " are only read");
-    return {};
-  }
+  if (!type.key_field) return {};
   const auto name = object.find(type.key_field);
   if (name == object.end()) throw field_fault(type.key_field, "is missing");
   if (name->is_object()) {  // text that is not UTF-8
     std::vector<unsigned char> bytes;
     const auto hex = name->find("hex");
-    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes))
+    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes)) {
+      if (bytes.empty()) throw field_fault(type.key_field, "is empty");
       return {std::string(bytes.begin(), bytes.end())};
+    }
   }
   if (!name->is_string()) throw field_fault(type.key_field, "must be text");
   if (name->get_ref<const std::string&>().empty()) throw field_fault(type.key_field, "is empty");

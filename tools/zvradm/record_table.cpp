@@ -4,10 +4,19 @@
 
 namespace zvradm {
 
-table record_table(const record_type& type) {
+namespace {
+
+bool is_column(const field& f, std::size_t length) {
+  if (!(f.traits & column)) return false;
+  return f.offset + ((f.traits & looked_up) ? 0 : f.width) <= length;
+}
+
+}  // namespace
+
+table record_table(const record_type& type, std::size_t length) {
   table t;
   for (const field& f : type.fields)
-    if (f.traits & column) t.head.emplace_back(f.name);
+    if (is_column(f, length)) t.head.emplace_back(f.name);
   return t;
 }
 
@@ -15,7 +24,7 @@ std::vector<std::string> record_row(const record_type& type, std::span<const uns
   const json object = record_to_json(type, record, {.words = true});
   std::vector<std::string> row;
   for (const field& f : type.fields)
-    if (f.traits & column) row.push_back(object.contains(f.name) ? cell_text(object[f.name]) : "");
+    if (is_column(f, record.size())) row.push_back(object.contains(f.name) ? cell_text(object[f.name]) : "");
   return row;
 }
 

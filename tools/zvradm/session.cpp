@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <zvrco/zvrco.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 namespace zvradm {
 
@@ -19,14 +21,17 @@ void announce_base(const std::string& base) {
 session::session(const std::string& base) : task_(nullptr) {
   const std::string config = base + "/orvo.cfg";
   struct stat status {};
-  if (stat(config.c_str(), &status) != 0)
+  const int reason = stat(config.c_str(), &status) == 0 ? 0 : errno;
+  if (reason != 0 && reason != ENOENT && reason != ENOTDIR)
+    throw refusal(config + ": cannot be read: " + std::strerror(reason));
+  if (reason != 0)
     throw refusal(base + ": no installation here (" + config +
                   " is missing); make one with 'zvradm --base " + base + " init --name NAME --rgn RGN --ren REN'");
   announce_base(base);
   task_ = co_init_task("zvradm", nullptr, 1);
   if (!task_) {
-    const char* reason = co_init_error();
-    throw refusal(base + ": cannot attach to the installation: " + (reason ? reason : "unknown reason"));
+    const char* why = co_init_error();
+    throw refusal(base + ": cannot attach to the installation: " + (why ? why : "unknown reason"));
   }
 }
 
