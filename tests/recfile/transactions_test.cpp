@@ -171,7 +171,7 @@ TEST_F(Transactions, AStaleHandleIsOpenedAgain) {
 
 TEST_F(Transactions, ABusyTransactionMakesTheOpenWaitOnceAndFail) {
   ASSERT_EQ(DBE_OK, start_trans(task(), 4));
-  zvrtest::child_process child([this](zvrtest::parent_link&) {
+  zvrtest::child_process child([](zvrtest::parent_link&) {
     void* own = co_init_task("second", nullptr, 0);
     if (!own) return 1;
     auto* tcb = static_cast<DBR_TCB*>(co_malloc(own, sizeof(DBR_TCB), CO_MEM_PRIVATE, "DBR__TCB"));
