@@ -234,6 +234,41 @@ DB_API int16_t db_time_trg_stat(void *task, uint16_t elapsed);
  * 64 bytes.  DBE_OK, DBE_NOT_FOUND. */
 DB_API int16_t db_get_srv(void *task, const char *name, char *server);
 
+/* ---- Change files -------------------------------------------------------
+ *
+ * Names: a db_cf_name of 76 bytes. */
+
+/* Place of a name in a list that db_start_list of DB_CAT filled: `list` holds `count`
+ * entries of 4 bytes.  *index: the place of the name, or of the first one above it;
+ * `count` when it is above all.  DBE_OK. */
+DB_API int16_t db_find_cat_idx(void *task, const void *cf_name, const void *list, uint16_t count, uint16_t *index);
+
+/* Class of a change file by one token of its name, whose index co_find_subtree finds:
+ * 0 "FIX", 1 "UPD", 2 "REF", 3 any other, or no such token.  Takes no lock. */
+DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index);
+
+/* ---- CM status ----------------------------------------------------------
+ *
+ * The state of a change file on a target; one pair is a DB_CMS record.  In lists, 15
+ * stands for no status of a pair, 128 for the default status of one without a record. */
+
+/* Deletes the status of a change file on all targets, so that it can be deleted itself.
+ * DBE_OK, also when there is none; DBE_IO_ERROR. */
+DB_API int16_t db_del_cf_cms(void *task, const void *cf_name);
+
+/* States of a change file on all targets: list[n] is that on target number n; list[0]
+ * is 15.  length: bytes of the list, one more than the highest number a target can have,
+ * which is the installation's limit of targets; numbers beyond are left out.
+ * DBE_OK; DBE_NOT_FOUND, no such change file; DBE_LIST_TOO_SMALL, fewer bytes than
+ * targets with a status; DBE_IO_ERROR. */
+DB_API int16_t db_cm_by_cat(void *task, const void *cf_name, uint8_t *list, uint32_t length);
+
+/* States of all change files on a target, in no order: each u32 of the list holds the
+ * number of a change file times 256, or its status.  length: bytes of the list.  *count:
+ * entries filled.  DBE_OK; DBE_NOT_FOUND, no such target or no status;
+ * DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
+DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint32_t length, uint32_t *count);
+
 /* ---- Record conversion ------------------------------------------------ */
 
 /* Turns the stored form of a record into the caller's form.  external: the stored form,

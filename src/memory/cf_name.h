@@ -1,0 +1,41 @@
+// Names of change files: up to eleven tokens in 76 bytes.  They come from callers and
+// files, so nothing in them is believed: an offset outside the text area, and all behind
+// the eleventh, is an absent token, and a token ends with the text area at the latest.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zvrdb::memory {
+
+inline constexpr std::size_t cf_name_len = 76;
+inline constexpr std::size_t cf_token_count = 11;
+inline constexpr std::size_t cf_text_offset = cf_token_count;
+inline constexpr std::size_t cf_text_len = 65;
+static_assert(cf_text_offset + cf_text_len == cf_name_len);
+
+// A token's text inside the name, without its NUL.  present is false for an absent
+// token, whose text counts as "" with length 0.
+struct cf_token {
+  const char* text;
+  std::uint32_t length;
+  bool present;
+};
+cf_token token_of(const void* cf_name, std::uint32_t index);
+
+// A place in a name.
+struct cf_position {
+  std::uint16_t token;
+  std::uint16_t character;
+};
+
+// First place where a and b differ.  Two equal names differ at token 11, character 0.
+void get_name_diff(void* task, const void* a, const void* b, std::uint16_t* token, std::uint16_t* character);
+
+// What CAT_CNTL keeps of it: token x 16 + character in 8 bits.  It wraps.
+std::uint8_t encoded_name_diff(void* task, const void* a, const void* b);
+
+// Class of a change file by the token at this index: 0 FIX, 1 UPD, 2 REF, 3 unknown.
+std::int16_t get_type(void* task, const void* cf_name, std::uint16_t token_index);
+
+}  // namespace zvrdb::memory
