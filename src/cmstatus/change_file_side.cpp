@@ -17,7 +17,8 @@ std::int16_t any_cm_by_cat(void* task, std::uint16_t cf_number) {
   const std::int16_t found = locate(task, by_cat, cf_number);
   if (found == DBE_NOT_FOUND) return rc;
   bracket.quitting();
-  return rc = found == DBE_OK ? DBE_CMS_EXISTS : found;
+  if (found == DBE_OK) return rc = DBE_CMS_EXISTS;
+  return rc = found;
 }
 
 }  // namespace zvrdb::cmstatus
