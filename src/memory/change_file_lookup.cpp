@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "memory/cf_name.h"
 #include "memory/codes.h"
 #include "memory/table_bounds.h"
 #include "memory/trace.h"
@@ -9,12 +10,6 @@
 namespace zvrdb::memory {
 namespace {
 
-// A name: the offsets of its tokens, then the text area they lie in.  Names are
-// ordered by the text area alone.
-constexpr std::size_t cf_name_len = 76;
-constexpr std::size_t cf_text_offset = 11;
-constexpr std::size_t cf_text_len = 65;
-static_assert(cf_text_offset + cf_text_len == cf_name_len);
 static_assert(cf_name_len <= sizeof DIST_CAT_ENTRY::head);
 
 std::uint32_t cat_count(const DBR_TCB* tcb) {
