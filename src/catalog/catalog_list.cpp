@@ -6,7 +6,7 @@
 // their names: the run of the one that was tested.
 //
 // How far a run goes is told by the encoded differences alone.  It may take in a name
-// that the filter by itself would refuse (longer by a token than the filter, or differing
+// that the filter by itself would refuse (one with an eleventh token, or one that differs
 // far back in a long token, which reads as a later token), and that is how lists are.
 #include "catalog/catalog_list.h"
 
