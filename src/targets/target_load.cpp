@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
 #include "targets/focal_points.h"
@@ -149,7 +150,7 @@ std::int16_t init_trg(void* task) {
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "init_trg", &rc);
   DBR_TCB* tcb = tcb_of(task);
-  loading load{task, tcb, tcb->cntl->num_trgs_allowed, {}, false, {}};
+  loading load{task, tcb, memory::trg_table_size(tcb), {}, false, {}};
   co_get_target(task, load.local_name, 0);
   load.local_name[name_len] = 0;
   auto* stored =
