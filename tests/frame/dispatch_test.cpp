@@ -198,6 +198,15 @@ TEST_F(Dispatch, GetNextAtTheEndCallsNoHandlerAndLeavesTheIndexAlone) {
   EXPECT_FALSE(task.owns_memory());
 }
 
+TEST_F(Dispatch, GetNextAtTheEndOfATypeWithoutAHandlerIsRefusedForThat) {
+  char list[64] = "A";
+  std::uint16_t index = 5;
+  char buffer[8];
+  EXPECT_EQ(DBE_BAD_DB_ID, db_get_next(task, DB_PRM, list, 1, &index, buffer, sizeof buffer));
+  EXPECT_EQ(1u, logged(task, 36365));
+  EXPECT_EQ(5, index);
+}
+
 TEST_F(Dispatch, GetNextRaisesTheIndexWhateverTheHandlerSays) {
   ASSERT_EQ(DBE_OK, zvrtest::put_target(task, "A"));
   char list[128] = "A";
