@@ -28,7 +28,7 @@ void complain(const input_lines& lines, const std::string& text) {
 
 int put_all(const globals& all, const put_options& options) {
   const record_type& type = record_type_named(options.type);
-  if (!type.key_field && !type.keys.empty()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
+  if (!type.storable()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
   input_lines lines(options.file);
   const session s(base_directory(all));
   if (type.db_id == DB_CFG) build_shared_tables(s.task());

@@ -15,7 +15,7 @@ const record_type& type_of(const json& object) {
   const auto suffix = object.find("type");
   if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
   const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
-  if (!type || !type->key_field) throw field_fault("type", "is not one that can be imported");
+  if (!type || type->keys.empty() || !type->storable()) throw field_fault("type", "is not one that can be imported");
   return *type;
 }
 

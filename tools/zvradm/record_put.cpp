@@ -11,21 +11,22 @@ namespace zvradm {
 
 namespace {
 
-std::vector<std::string> key_words(const record_type& type, const json& object) {
-  if (!type.key_field) return {};
-  const auto name = object.find(type.key_field);
-  if (name == object.end()) throw field_fault(type.key_field, "is missing");
-  if (name->is_object()) {  // text that is not UTF-8
-    std::vector<unsigned char> bytes;
-    const auto hex = name->find("hex");
-    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes)) {
-      if (bytes.empty()) throw field_fault(type.key_field, "is empty");
-      return {std::string(bytes.begin(), bytes.end())};
-    }
+// The fields that may not be left out; with update only those of the keys.
+void require_fields(const record_type& type, const json& object, bool update) {
+  for (const field& f : type.fields) {
+    const bool in_key = std::any_of(type.keys.begin(), type.keys.end(), [&](const key_part& part) {
+      return part.field_name && std::string_view(part.field_name) == f.name;
+    });
+    if ((f.traits & needed) && (in_key || !update) && !object.contains(f.name))
+      throw field_fault(f.name, "is missing");
   }
-  if (!name->is_string()) throw field_fault(type.key_field, "must be text");
-  if (name->get_ref<const std::string&>().empty()) throw field_fault(type.key_field, "is empty");
-  return {name->get<std::string>()};
+}
+
+// A target has a name; change files may have any that was read.
+void require_names(const record_type& type, std::span<const unsigned char> record) {
+  for (const key_part& part : type.keys)
+    if (part.kind == field_kind::text && part.field_name && record[type.field_named(part.field_name).offset] == 0)
+      throw field_fault(part.field_name, "is empty");
 }
 
 }  // namespace
@@ -42,18 +43,17 @@ json parse_record_line(const std::string& line) {
 }
 
 std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
-  const std::vector<std::string> words = key_words(type, object);
-  what_ = call_text("put", type, words);
+  require_fields(type, object, update);
   std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
-  // Checked before the key is looked at, so that a name that is too long is told as
-  // the field it is.
   json_to_record(type, object, buffer_);
-  const record_keys keys(type, words);
+  require_names(type, buffer_);
+  const record_keys keys(type, buffer_);
+  what_ = call_text("put", type, keys.words());
   if (update) {
     std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
     const std::int16_t code = db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
     if (code != DBE_OK) {
-      what_ = call_text("get", type, words);
+      what_ = call_text("get", type, keys.words());
       return code;
     }
     json_to_record(type, object, buffer_);
