@@ -37,6 +37,8 @@ std::int16_t del_cf_cms(void* task, const void* cf_name);
 struct default_status_rule {
   bool by_authorization;  // authorization mode 1 in the base configuration
   bool by_change_file;    // bit 32 of its cf_flags
+  TRG_CNTL_ENTRY* slots;  // the table of targets, as it was mapped during the call
+  std::uint32_t slot_count;
 };
 std::int16_t cm_by_cat(void* task, const void* cf_name, std::uint8_t* list, std::uint32_t length,
                        default_status_rule* rule);

@@ -2,12 +2,14 @@
 
 #include <array>
 
+#include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
 #include "targets/targets.h"
 
 namespace zvrdb::frame {
 namespace {
 
+using namespace zvrdb::cmstatus;
 using namespace zvrdb::targets;
 
 constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
@@ -50,7 +52,8 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
     /*  8 ucf */ without_handlers(memory_class, 0),
     /*  9 cat */ without_handlers(memory_class, 1),
-    /* 10 cms */ without_handlers(memory_class, 2, 0, 64, 0),
+    /* 10 cms */
+    {del_cms, get_cms, nullptr, nullptr, put_cms, nullptr, nullptr, memory_class, 2, {0, 64, 0}, 0},
     /* 11 thw */
     {del_thw, get_thw, nullptr, nullptr, put_thw, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 12     */ not_assigned,

@@ -60,6 +60,18 @@ bool take_for_exit(void* task, DBR_TCB* tcb) {
   return co_req_sema4(task, tcb->sema4[memory_class], 0) == CO_OK;
 }
 
+void close_files(void* task, DBR_TCB* tcb) {
+  for (file_entry& entry : tcb->files) {
+    if (!entry.iocb) continue;
+    // The count of this task, however often it opened the file.
+    entry.use_count = 1;
+    const unsigned long db_id = entry.iocb->db_id;
+    const std::int16_t rc = recfile::db_close(task, &entry);
+    if (rc != DBE_OK)
+      ZVR_TRACE(task, 5, 2, "db_close returned %hu for db_id %lu", static_cast<unsigned short>(rc), db_id);
+  }
+}
+
 }  // namespace
 
 void dbr_out(void* task, operation op, std::uint32_t db_id, std::int16_t rc) {
@@ -97,18 +109,13 @@ void das_exit(void* task, std::uint32_t reason) {
     return;
   }
   const bool taken = take_for_exit(task, tcb);
-  for (file_entry& entry : tcb->files) {
-    if (!entry.iocb) continue;
-    // The count of this task, however often it opened the file.
-    entry.use_count = 1;
-    const unsigned long db_id = entry.iocb->db_id;
-    const std::int16_t rc = recfile::db_close(task, &entry);
-    if (rc != DBE_OK)
-      ZVR_TRACE(task, 5, 2, "db_close returned %hu for db_id %lu", static_cast<unsigned short>(rc), db_id);
-  }
+  const bool owned = tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0;
+  // Before the files are closed, for the tables are built from them.
+  recfile::rollback_all(task);
+  if (owned && tcb->shm_base && take_undone(tcb)) build_anew(task, tcb);
+  close_files(task, tcb);
   if (take_undone(tcb)) raise_generation(task);
-  if (tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0)
-    co_mark_sema4(task, tcb->sema4[memory_class], 0);
+  if (owned) co_mark_sema4(task, tcb->sema4[memory_class], 0);
   if (taken) co_clear_sema4(task, tcb->sema4[memory_class]);
 }
 

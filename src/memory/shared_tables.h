@@ -78,6 +78,9 @@ void lay_out(DBR_TCB* tcb, unsigned char* base);
 void forget_layout(DBR_TCB* tcb);
 // "MEM_%4.4lu"; out holds 16 bytes.
 void segment_name(std::uint32_t generation, char* out);
+// The tables in memory no longer match the files, or are full: they are built anew, by
+// this task when its call ends and by every other at its next call.
+void raise_generation(void* task);
 
 // ---- targets
 // Slot of a number, or null when the number is 0 or beyond the table.
@@ -117,6 +120,21 @@ std::int16_t get_trg_index(void* task, const char* name, std::uint32_t* number);
 std::int16_t get_trg_name(void* task, char* name, std::uint32_t number);
 
 // ---- change files
+// Names (cf_name, 76 bytes) are ordered by their text area and, where that is equal, by
+// their token table.  Lookups make no system call and allocate nothing.
+int compare_cf_names(const void* a, const void* b);
+// Position in CAT_CNTL of this very name, else of the first with an equal text area; -1.
+std::int64_t find_cat(void* task, const void* cf_name);
+// Slot at that position, or null; position may be null.
+DIST_CAT_ENTRY* cat_slot_of(void* task, const void* cf_name, std::int64_t* position = nullptr);
+// Position of the first name not below this one, token table included; -1 when it is
+// above all.
+std::int64_t locate_cat(void* task, const void* cf_name);
+// As find_cat among count entries of CAT_CNTL's form in a caller's area, which need not be
+// aligned; for a name that is not there the place of the first one above, or count.
+std::uint32_t locate_in_cat_list(void* task, const void* cf_name, const void* list, std::uint32_t count);
+// Sorts the used part of CAT_CNTL.  name_diff is not computed anew.
+void sort_cat(void* task);
 // 0; 8194.
 std::int16_t get_cat_num(void* task, std::uint16_t* number, const void* cf_name);
 // Writes 76 bytes.  0; 8194.
@@ -127,6 +145,12 @@ std::int16_t get_cat_name(void* task, void* cf_name, std::uint16_t number);
 // use, the free parts equal.  (The counts of local targets and servers
 // follow rules of their own and are not judged.)  False with a reason (at least 160 bytes) when not.
 bool tables_sound(void* task, char* reason, std::size_t reason_size);
+
+// Whether the in-memory tables of change files hold together: each slot in use stands
+// exactly once in the index, each free one not at all, the index is in order, name_diff
+// tells where neighbours differ, counts and numbers fit.  False with a reason (at least
+// 160 bytes) when not.
+bool catalog_sound(void* task, char* reason, std::size_t reason_size);
 
 }  // namespace memory
 }  // namespace zvrdb

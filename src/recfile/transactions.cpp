@@ -194,6 +194,14 @@ std::int16_t rollback(void* task, std::uint32_t db_id) {
   return rc = end_transaction(task, db_id, ending::undo);
 }
 
+void rollback_all(void* task) {
+  const trace_bracket bracket(task, __func__);
+  for (unsigned index = 0; index < file_count; ++index) {
+    const std::uint32_t db_id = file_at(index).list_id;
+    if (tcb_of(task)->trans_active[db_id] != 0) rollback(task, db_id);
+  }
+}
+
 std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction) {
   *transaction = {};
   if (file.tcb->trans_active[file.spec->list_id] != 0) {

@@ -123,6 +123,28 @@ TEST_F(StorageFailures, ARollbackThatFailsAtAnyWriteLeavesMemoryAndFileTheSame) 
   EXPECT_GT(failures, 0);
 }
 
+TEST_F(StorageFailures, ATaskWhoseLastRollbackFailsAtAnyWriteLeavesMemoryAndFileTheSame) {
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(beside, "A"));
+  bool passed = false;
+  for (int n = 0; n < 100 && !passed; ++n) {
+    client_task task("ends");
+    ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TRG)) << n;
+    const std::int16_t put = put_target(task, "B");
+    EXPECT_TRUE(put == DBE_OK || put == DBE_RECORD_REPLACED) << n << " " << put;
+    ASSERT_EQ(DBE_RECORD_REPLACED, put_target(task, "A")) << n;
+    writes_left = n;
+    task.end();
+    passed = writes_left > 0;
+    writes_left = -1;
+    for (const char* name : {"A", "B"})
+      EXPECT_EQ(get_target(beside, name), get_target_from_file(beside, name)) << n << " " << name;
+    for (const iocb& block : beside.cntl()->files) EXPECT_EQ(1, block.use_count) << n << " " << block.name;
+    EXPECT_EQ(DBE_RECORD_REPLACED, put_target(beside, "A")) << n;
+  }
+  EXPECT_TRUE(passed);
+}
+
 TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
   client_task task("flush");
   ASSERT_EQ(DBE_OK, put_target(task, "A"));

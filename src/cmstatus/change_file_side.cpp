@@ -1,0 +1,65 @@
+// The record of a change file: all targets that have status of it.
+#include "cmstatus/cm_status.h"
+#include "cmstatus/sides.h"
+#include "cmstatus/stored_records.h"
+#include "memory/table_bounds.h"
+#include "memory/trace.h"
+
+namespace zvrdb::cmstatus {
+
+std::int16_t any_cm_by_cat(void* task, std::uint16_t cf_number) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  const std::int16_t found = locate(task, by_cat, cf_number);
+  if (found == DBE_NOT_FOUND) return rc;
+  bracket.quitting();
+  if (found == DBE_OK) return rc = DBE_CMS_EXISTS;
+  return rc = found;
+}
+
+std::int16_t put_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf_number, std::uint8_t status) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  image_area image(task, "PUTBY_CAT", file_image_len(memory::tcb_of(task)), file_entry_len);
+  if (!image.there()) {
+    bracket.quitting();
+    return rc = DBE_IO_ERROR;
+  }
+  const std::int16_t found = locate(task, by_cat, cf_number);
+  rc = found == DBE_OK ? read_image(task, &image) : found;
+  if (rc != DBE_OK && rc != DBE_NOT_FOUND) {
+    bracket.quitting();
+    return rc;
+  }
+  const std::int16_t stored = store_target(&image.body, trg_index, status);
+  if (stored != DBE_OK && stored != DBE_RECORD_REPLACED) return rc = stored;
+  rc = found == DBE_OK ? update_image(task, by_cat, cf_number, image)
+                       : write_image(task, by_cat, cf_number, image);
+  return rc = rc == DBE_OK ? stored : rc;
+}
+
+std::int16_t del_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf_number) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  rc = locate(task, by_cat, cf_number);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    return rc;
+  }
+  image_area image(task, "DELBY_CAT", file_image_len(memory::tcb_of(task)), file_entry_len);
+  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    return rc;
+  }
+  const std::uint32_t position = find_target(image.body, trg_index);
+  if (position == entries_of_file(image.body)) {
+    ZVR_TRACE(task, 2, 2, "CM Status record not found for trg %x and CF %hu", trg_index, cf_number);
+    return rc;
+  }
+  remove_target(&image.body, position);
+  if (image.body.length > 0) return rc = update_image(task, by_cat, cf_number, image);
+  return rc = delete_record(task, by_cat, cf_number);
+}
+
+}  // namespace zvrdb::cmstatus

@@ -1,0 +1,31 @@
+// The record of a target: all change files that it has status of.
+#include "cmstatus/sides.h"
+#include "cmstatus/stored_records.h"
+#include "memory/table_bounds.h"
+#include "memory/trace.h"
+
+namespace zvrdb::cmstatus {
+
+std::int16_t del_cm_by_trg(void* task, std::uint32_t trg_index, std::uint16_t cf_number) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  rc = locate(task, by_trg, trg_index);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    return rc;
+  }
+  image_area image(task, "DELBY_TRG", target_image_len(memory::tcb_of(task)), target_entry_len);
+  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    return rc;
+  }
+  // A change file that is not listed leads to a free entry, which stays one, or to the
+  // end of the body, where nothing is written.
+  std::uint32_t offset = 0;
+  find_cms(image.body, cf_number, &offset);
+  free_entry_at(image.body, offset);
+  return rc = update_image(task, by_trg, trg_index, image);
+}
+
+}  // namespace zvrdb::cmstatus
