@@ -3,9 +3,10 @@
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
+#include <cstring>
 
-#include "record_keys.h"
 #include "refusals.h"
+#include "status_read.h"
 
 namespace zvradm {
 
@@ -42,16 +43,30 @@ json parse_record_line(const std::string& line) {
   return object;
 }
 
-std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
+record_keys record_writer::prepare(const record_type& type, const json& object, bool update) {
   require_fields(type, object, update);
   std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
   json_to_record(type, object, buffer_);
   require_names(type, buffer_);
-  const record_keys keys(type, buffer_);
+  return record_keys(type, buffer_);
+}
+
+// What is stored already, into the buffer.  A default status is not stored.
+std::int16_t record_writer::read_stored(const record_type& type, const record_keys& keys) {
+  if (type.db_id == DB_CMS) {
+    const pair_status stored = read_status(task_, keys);
+    std::memcpy(buffer_.data(), &stored.record, sizeof stored.record);
+    return stored.is_default ? static_cast<std::int16_t>(DBE_NOT_FOUND) : stored.code;
+  }
+  std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
+  return db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
+}
+
+std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
+  const record_keys keys = prepare(type, object, update);
   what_ = call_text("put", type, keys.words());
   if (update) {
-    std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
-    const std::int16_t code = db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
+    const std::int16_t code = read_stored(type, keys);
     if (code != DBE_OK) {
       what_ = call_text("get", type, keys.words());
       return code;

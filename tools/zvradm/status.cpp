@@ -8,9 +8,9 @@
 
 #include "commands.h"
 #include "config_file.h"
+#include "control_block.h"
 #include "json_output.h"
 #include "local_target.h"
-#include "memory/dbr_cntl.h"
 #include "record_fields.h"
 #include "session.h"
 #include "table_output.h"
@@ -24,15 +24,6 @@ struct status_options {
 };
 
 std::string bounded_text(const char* text, std::size_t width) { return {text, strnlen(text, width)}; }
-
-// A copy of the control block: the block itself changes while we look.
-zvrdb::DBR_CNTL read_control_block(void* task) {
-  const void* area = co_croca(task, CO_AREA_DBR_CNTL);
-  if (!area) throw refusal("status: the shared control block cannot be reached");
-  zvrdb::DBR_CNTL block;
-  std::memcpy(&block, area, sizeof block);
-  return block;
-}
 
 json tasks_json(void* task) {
   std::vector<co_task_info> tasks(CO_MAX_TASKS);
