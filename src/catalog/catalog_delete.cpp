@@ -9,6 +9,7 @@
 #include "catalog/catalog_key.h"
 #include "cmstatus/cm_status.h"
 #include "keyed/keyed.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "recfile/recfile.h"

@@ -1,4 +1,6 @@
 // Building of the catalog's tables in a fresh, zeroed segment from the record file.
+#include <zvrdb/records.h>
+
 #include <cstring>
 
 #include "catalog/catalog.h"

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "catalog/catalog.h"
 #include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
 #include "targets/targets.h"
@@ -9,6 +10,7 @@
 namespace zvrdb::frame {
 namespace {
 
+using namespace zvrdb::catalog;
 using namespace zvrdb::cmstatus;
 using namespace zvrdb::targets;
 
@@ -51,7 +53,8 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  7 ua  */
     {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
     /*  8 ucf */ without_handlers(memory_class, 0),
-    /*  9 cat */ without_handlers(memory_class, 1),
+    /*  9 cat */
+    {del_cat, get_cat, get_next_cat, nullptr, put_cat, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 10 cms */
     {del_cms, get_cms, nullptr, nullptr, put_cms, nullptr, nullptr, memory_class, 2, {0, 64, 0}, 0},
     /* 11 thw */

@@ -5,7 +5,6 @@
 namespace zvrdb::memory {
 
 void raise_generation(void* task) {
-  constexpr std::uint32_t generation_signal = 3;
   constexpr std::uint32_t generation_raised = 2;
   DBR_CNTL* cntl = tcb_of(task)->cntl;
   ++cntl->shm_generation;

@@ -63,6 +63,7 @@ static_assert(sizeof(DIST_CAT_ENTRY) == 168);
 namespace memory {
 
 inline constexpr std::uint32_t segment_header_len = 4;  // inited flag and 3 spare bytes
+inline constexpr std::uint32_t generation_signal = 3;   // of the common services
 inline constexpr std::uint32_t no_server = 0xFFFFFFFFu;
 inline constexpr std::size_t trg_name_len = 64;
 inline constexpr std::size_t dsu_text_len = 17;     // without its NUL
