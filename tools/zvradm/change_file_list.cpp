@@ -89,15 +89,15 @@ void tell_changes(const std::string& what, const list_changes& changes) {
   tell(changes.gone, "deleted or replaced by others meanwhile: not shown");
 }
 
-std::map<std::uint32_t, db_cf_name> change_files_by_number(void* task, const std::string& what) {
-  std::map<std::uint32_t, db_cf_name> names;
+std::vector<numbered_change_file> list_numbered_change_files(void* task, const std::string& what) {
+  std::vector<numbered_change_file> files;
   read_change_files(task, every_change_file(), sizeof(db_cf_name), what,
                     [&](const db_cat_entry& entry, std::span<const unsigned char> record) {
-                      db_cf_name name;
-                      std::memcpy(&name, record.data(), sizeof name);
-                      names.emplace(entry.cf_number, name);
+                      numbered_change_file file{entry.cf_number, {}};
+                      std::memcpy(&file.name, record.data(), sizeof file.name);
+                      files.push_back(file);
                     });
-  return names;
+  return files;
 }
 
 }  // namespace zvradm

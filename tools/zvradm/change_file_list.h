@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -35,7 +34,12 @@ list_changes read_change_files(void* task, const db_cf_name& filter, std::uint16
 // Tells on standard error what changed, if anything did.
 void tell_changes(const std::string& what, const list_changes& changes);
 
-// All names of the catalog by their numbers.  Throws refusal.
-std::map<std::uint32_t, db_cf_name> change_files_by_number(void* task, const std::string& what);
+struct numbered_change_file {
+  std::uint32_t number;
+  db_cf_name name;
+};
+
+// The whole catalog in the order of its names.  Throws refusal.
+std::vector<numbered_change_file> list_numbered_change_files(void* task, const std::string& what);
 
 }  // namespace zvradm

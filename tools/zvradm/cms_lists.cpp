@@ -2,7 +2,6 @@
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 
 #include "change_file_list.h"
@@ -104,43 +103,19 @@ void list_by_file(const globals& all, const lists_options& options) {
 
 // ---- by-target
 
-// Each entry: the number of a change file times 256, or its status.
-std::vector<std::uint32_t> pairs_of(void* task, const std::string& what, const std::string& target) {
-  std::uint32_t number = 0;
-  const std::int16_t known = db_get_trg_index(task, target.c_str(), &number);
-  if (known != DBE_NO_STATUS) require_ok(what, known);
-  for (std::size_t room = 4096;; room *= 2) {
-    std::vector<std::uint32_t> list(room);
-    std::uint32_t count = 0;
-    const std::int16_t code = db_cm_by_trg(task, target.c_str(), list.data(),
-                                           static_cast<std::uint32_t>(room * sizeof list[0]), &count);
-    if (code == DBE_NOT_FOUND) return {};  // a target without status
-    constexpr std::size_t most = std::size_t{1} << 20;
-    if (code == DBE_LIST_TOO_SMALL && room < most) continue;
-    require_ok(what, code);
-    list.resize(count);
-    return list;
-  }
-}
-
 void list_by_target(const globals& all, const lists_options& options) {
   const record_keys checked(record_type_named("trg"), {options.name});
   const session s(base_directory(all));
   const std::string what = "cms by-target \"" + options.name + "\"";
-  std::map<std::uint32_t, std::uint32_t> states;
-  for (const std::uint32_t pair : pairs_of(s.task(), what, options.name)) states[pair >> 8] = pair & 0xFF;
+  status_map states = read_stored_status(s.task(), options.name, what);
   status_printer printer("cf_name", options.as_table);
   if (states.empty()) return printer.end();
-  // In the order of the names, which is the order of the catalog's list.
-  read_change_files(s.task(), every_change_file(), sizeof(db_cf_name), what,
-                    [&](const db_cat_entry& entry, std::span<const unsigned char> record) {
-                      const auto found = states.find(entry.cf_number);
-                      if (found == states.end()) return;
-                      db_cf_name name;
-                      std::memcpy(&name, record.data(), sizeof name);
-                      printer.add(change_file_json(name), change_file_text(name), found->second, false);
-                      states.erase(found);
-                    });
+  for (const numbered_change_file& file : list_numbered_change_files(s.task(), what)) {
+    const auto found = states.find(file.number);
+    if (found == states.end()) continue;
+    printer.add(change_file_json(file.name), change_file_text(file.name), found->second, false);
+    states.erase(found);
+  }
   for (const auto& [number, status] : states) printer.add_nameless("cf_number", number, status);
   printer.end();
 }

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstring>
 
+#include "refusals.h"
+
 namespace zvradm {
 
 namespace {
@@ -30,6 +32,25 @@ pair_status read_status(void* task, const record_keys& keys) {
   status.is_default = status.code == DBE_OK && other.cm_status == default_status &&
                       std::memcmp(status.record.cm_details, other.cm_details, sizeof(db_cms) - details) != 0;
   return status;
+}
+
+status_map read_stored_status(void* task, const std::string& target, const std::string& what) {
+  std::uint32_t number = 0;
+  const std::int16_t known = db_get_trg_index(task, target.c_str(), &number);
+  if (known != DBE_NO_STATUS) require_ok(what, known);
+  constexpr std::size_t most = 1u << 20;  // entries; more than there are numbers
+  for (std::size_t room = 4096;; room *= 2) {
+    std::vector<std::uint32_t> list(room);
+    std::uint32_t count = 0;
+    const std::int16_t code = db_cm_by_trg(task, target.c_str(), list.data(),
+                                           static_cast<std::uint32_t>(room * sizeof list[0]), &count);
+    if (code == DBE_NOT_FOUND) return {};
+    if (code == DBE_LIST_TOO_SMALL && room < most) continue;
+    require_ok(what, code);
+    status_map status;
+    for (std::uint32_t i = 0; i < count; ++i) status[list[i] >> 8] = static_cast<std::uint8_t>(list[i]);
+    return status;
+  }
 }
 
 json status_json(const pair_status& status) {

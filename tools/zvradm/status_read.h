@@ -3,6 +3,8 @@
 
 #include <zvrdb/records.h>
 
+#include <map>
+
 #include "record_json.h"
 #include "record_keys.h"
 
@@ -19,6 +21,11 @@ struct pair_status {
 
 // keys: those of type cms.
 pair_status read_status(void* task, const record_keys& keys);
+// The stored status of all change files on a target, by their numbers; empty for a target
+// without any.  Throws refusal, also for an unknown target.
+using status_map = std::map<std::uint32_t, std::uint8_t>;
+status_map read_stored_status(void* task, const std::string& target, const std::string& what);
+
 // {"trg_name", "cf_name", "cm_status", ...}; of the default status also "default" and
 // "cf_type".
 json status_json(const pair_status& status);
