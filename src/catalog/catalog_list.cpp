@@ -6,7 +6,7 @@
 // their names: the run of the one that was tested.
 //
 // How far a run goes is told by the encoded differences alone.  It may take in a name
-// that the filter by itself would refuse (longer by a token than the filter, or differing
+// that the filter by itself would refuse (one with an eleventh token, or one that differs
 // far back in a long token, which reads as a later token), and that is how lists are.
 #include "catalog/catalog_list.h"
 
@@ -16,7 +16,7 @@
 
 #include "catalog/catalog.h"
 #include "catalog/name_filter.h"
-#include "memory/table_bounds.h"
+#include "memory/catalog_tables.h"
 #include "memory/trace.h"
 
 namespace zvrdb::catalog {
@@ -25,39 +25,33 @@ namespace {
 // The index with a filter laid on it.
 struct filter_walk {
   void* task;
-  const DBR_TCB* tcb;
+  memory::catalog_tables tables;
   const void* filter;
   list_cost* cost;
-  std::uint32_t end;  // entries of the index
   memory::cf_position first;
   memory::cf_position last;
-
-  // Null for an entry that points outside the table.
-  const DIST_CAT_ENTRY* slot_at(std::uint32_t position) const {
-    const std::uint16_t slot = tcb->cat_cntl[position].dist_idx;
-    return slot < memory::cat_table_size(tcb) ? tcb->dist_cat + slot : nullptr;
-  }
 
   // The filter's fixed part against the name at this position; one without a slot is
   // below every filter.
   int compare_fixed_part(std::uint32_t position) const {
-    const DIST_CAT_ENTRY* slot = slot_at(position);
+    const DIST_CAT_ENTRY* slot = tables.slot_at(position);
     if (!slot) return 1;
     ++cost->prefix_tests;
     return cmp_match_first(task, filter, slot->head, first);
   }
 
   bool matches(std::uint32_t position) const {
-    const DIST_CAT_ENTRY* slot = slot_at(position);
+    const DIST_CAT_ENTRY* slot = tables.slot_at(position);
     if (!slot) return false;
     ++cost->filter_tests;
     return match_filter(task, filter, slot->head, last) == 0;
   }
 
-  // First position whose name agrees with the filter's fixed part; `end` when none does.
+  // First position whose name agrees with the filter's fixed part;
+  // behind the last one when none does.
   std::uint32_t first_candidate() const {
     std::uint32_t low = 0;
-    std::uint32_t high = end;
+    std::uint32_t high = tables.count;
     while (low < high) {
       const std::uint32_t middle = low + (high - low) / 2;
       if (compare_fixed_part(middle) > 0)
@@ -65,13 +59,13 @@ struct filter_walk {
       else
         high = middle;
     }
-    return low < end && compare_fixed_part(low) == 0 ? low : end;
+    return low < tables.count && compare_fixed_part(low) == 0 ? low : tables.count;
   }
 
   // One behind the run that begins at this position.
   std::uint32_t run_end(std::uint32_t position) const {
     const unsigned beyond = last.token * 16u + last.character;
-    while (position + 1 < end && tcb->cat_cntl[position].name_diff > beyond) ++position;
+    while (position + 1 < tables.count && tables.index[position].name_diff > beyond) ++position;
     return position + 1;
   }
 };
@@ -97,20 +91,13 @@ struct list_area {
 
 }  // namespace
 
-std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size, std::uint16_t* count,
-                          list_cost* cost) {
-  const DBR_TCB* tcb = memory::tcb_of(task);
-  const std::uint32_t table_size = memory::cat_table_size(tcb);
-  const filter_walk walk{task,
-                         tcb,
-                         filter,
-                         cost,
-                         table_size == 0 ? 0 : std::min(tcb->cntl->num_cat_actual, table_size),
-                         first_diff(task, filter),
-                         last_diff(task, filter)};
+std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size,
+                          std::uint16_t* count, list_cost* cost) {
+  const memory::catalog_tables tables = memory::catalog_of(memory::tcb_of(task));
+  const filter_walk walk{task, tables, filter, cost, first_diff(task, filter), last_diff(task, filter)};
   list_area area{static_cast<unsigned char*>(list), size, count};
   std::uint32_t position = walk.first_candidate();
-  while (position < walk.end) {
+  while (position < tables.count) {
     // The next match may lie behind the last name with the fixed part: only the end of a
     // run asks for it.
     if (!walk.matches(position)) {
@@ -119,10 +106,10 @@ std::int16_t list_matches(void* task, const void* filter, void* list, std::uint3
     }
     const std::uint32_t behind = walk.run_end(position);
     for (; position < behind; ++position) {
-      const DIST_CAT_ENTRY* slot = walk.slot_at(position);
-      if (slot && !area.add(tcb->cat_cntl[position], *slot)) return DBE_LIST_TOO_SMALL;
+      const DIST_CAT_ENTRY* slot = tables.slot_at(position);
+      if (slot && !area.add(tables.index[position], *slot)) return DBE_LIST_TOO_SMALL;
     }
-    if (position < walk.end && walk.compare_fixed_part(position) != 0) break;
+    if (position < tables.count && walk.compare_fixed_part(position) != 0) break;
   }
   return DBE_OK;
 }
@@ -137,7 +124,8 @@ std::int16_t start_list_cat(void* task, const void* filter, void* list, std::uin
   }
   list_cost cost;
   rc = list_matches(task, filter, list, size, count, &cost);
-  ZVR_TRACE(task, 5, 2, "%hu listed for %lu filter tests", *count, static_cast<unsigned long>(cost.filter_tests));
+  ZVR_TRACE(task, 5, 2, "%hu listed for %lu filter tests", *count,
+            static_cast<unsigned long>(cost.filter_tests));
   return rc;
 }
 

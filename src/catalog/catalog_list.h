@@ -11,7 +11,7 @@ struct list_cost {
 };
 
 // As start_list_cat; adds to the cost.
-std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size, std::uint16_t* count,
-                          list_cost* cost);
+std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size,
+                          std::uint16_t* count, list_cost* cost);
 
 }  // namespace zvrdb::catalog

@@ -93,9 +93,12 @@ int match_filter(void* task, const void* filter, const void* name, cf_position l
     if (wanted.length == 1 && wanted.text[0] == any_text) continue;
     if (!found.present) return no_match;
     switch (match_token(wanted, found, i, last)) {
-      case token_match::no: return no_match;
-      case token_match::all: return match;
-      case token_match::yes: break;
+      case token_match::no:
+        return no_match;
+      case token_match::all:
+        return match;
+      case token_match::yes:
+        break;
     }
   }
   return match;

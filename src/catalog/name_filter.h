@@ -5,8 +5,8 @@
 //   `?`  exactly one character.
 //
 // A name's own `*` or `?` is a character like any other: equal to the filter's, the
-// comparison goes on behind it.  Filters come from callers and may be damaged; an absent
-// token ends a name as its end mark does (memory/cf_name.h).
+// comparison goes on behind it.  In a damaged filter or name, a token whose offset leads
+// nowhere is absent like those behind the end (memory/cf_name.h).
 #pragma once
 
 #include <cstdint>

@@ -8,7 +8,6 @@
 #include "memory/cf_name.h"
 #include "memory/table_bounds.h"
 #include "memory/trace.h"
-#include "recfile/recfile.h"
 
 namespace zvrdb::catalog {
 namespace {
@@ -122,21 +121,6 @@ std::int16_t next_of_list(void* task, const char* function, std::uint32_t db_id,
   return rc = keyed::get_more_keyed(task, db_id, tcb_of(task)->cat_file, list_state, buffer, length);
 }
 
-// Deletes all records of one type that hang on the number.
-std::int16_t delete_all(void* task, std::uint32_t db_id, std::uint16_t number) {
-  file_entry* file = tcb_of(task)->cat_file;
-  catalog_key key = {};
-  key.db_id = db_id;
-  key.cf_number = number;
-  for (;;) {
-    // A file that cannot be searched has nothing more to delete either.
-    if (recfile::db_locate(task, file, &key, recfile::KEY_GE) != DBE_OK) return DBE_OK;
-    if (key.db_id != db_id || key.cf_number != number) return DBE_OK;
-    const std::int16_t rc = recfile::db_delete(task, &key, file);
-    if (rc != DBE_OK) return rc;
-  }
-}
-
 }  // namespace
 
 std::int16_t get_prd(void* task, std::uint16_t n, const void* const* keys, void* buffer,
@@ -173,17 +157,6 @@ std::int16_t init_list_fst(void* task, void* filter, void* list_state, std::uint
 }
 std::int16_t get_more_fst(void* task, void* list_state, void* buffer, std::uint16_t length) {
   return next_of_list(task, __func__, DB_FST, list_state, buffer, length);
-}
-
-std::int16_t del_prod_file(void* task, std::int16_t number) {
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  // Numbers above 32767 come in as negative ones.
-  const auto cf_number = static_cast<std::uint16_t>(number);
-  rc = delete_all(task, DB_FST, cf_number);
-  if (rc == DBE_OK) rc = delete_all(task, DB_PRD, cf_number);
-  if (rc != DBE_OK) bracket.quitting();
-  return rc;
 }
 
 }  // namespace zvrdb::catalog
