@@ -79,7 +79,7 @@ TEST_F(TransferCommands, WithoutATransactionTheGoodLinesAreKept) {
   const tool_result result = to.tool({"import", "-", "--no-transaction"},
                                      R"({"type":"trg","trg_name":"A","trg_type":130})" "\n"
                                      R"({"type":"trg","trg_name":"B","trg_type":130,"srv_name":"NOBODY"})" "\n"
-                                     R"({"type":"cat"})" "\n"
+                                     R"({"type":"ua"})" "\n"
                                      R"({"trg_name":"C"})" "\n"
                                      R"({"type":"trg","trg_name":"D","trg_type":130})" "\n");
   EXPECT_EQ(result.exit, 1);

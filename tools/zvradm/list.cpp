@@ -94,8 +94,10 @@ void list_more(void* task, const record_type& type, const list_options& options,
   std::int16_t code = db_init_list(task, type.db_id, filter, area.data(), list_area_length);
   const list_form form = form_of(type, options);
   list_printer printer(type, form);
-  // No target in the table can match; the file of a product is one name and no filter.
-  if (code == DBE_EMPTY_LIST && options.file.empty()) return printer.end();
+  if (code == DBE_EMPTY_LIST && !options.file.empty())
+    throw refusal(what + " \"" + options.file + "\": " + code_name(code) + " (" + std::to_string(code) +
+                  "): the change file is one name, in whose first token '*' is not taken");
+  if (code == DBE_EMPTY_LIST) return printer.end();  // no target in the table can match
   require_ok(options.file.empty() ? what : what + " \"" + options.file + "\"", code);
   std::vector<unsigned char> record(65535);
   for (;;) {

@@ -2,7 +2,9 @@
 #include <sys/stat.h>
 #include <zvrco/zvrco.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
@@ -48,6 +50,10 @@ json files_json(const zvrdb::DBR_CNTL& block) {
   return all;
 }
 
+constexpr std::uint32_t most_change_files = 65535;  // numbers of 16 bits, one of which means none
+
+std::uint32_t number_at(const config_record& config, std::size_t at) { return load_number(config.data() + at, 1); }
+
 json collect(void* task, const std::string& base) {
   const zvrdb::DBR_CNTL block = read_control_block(task);
   config_record config{};
@@ -76,7 +82,13 @@ json collect(void* task, const std::string& base) {
                           {"allowed", block.num_ltrg_allowed},
                           {"configured", number(config_max_local_at)}};
   all["server_targets"] = {{"actual", block.num_srv_actual}, {"configured", number(config_max_server_at)}};
-  all["change_files"] = {{"actual", block.num_cat_actual}, {"allowed", block.num_cat_alloc}};
+  // Numbers given out stay with their slots: those above the change files are free ones.
+  // When they reach `allowed` the tables are built anew, larger.
+  all["change_files"] = {{"actual", block.num_cat_actual},
+                         {"allowed", block.num_cat_alloc},
+                         {"numbers", block.num_cat_inited},
+                         {"limit", most_change_files}};
+  all["authorize"] = number_at(config, offsetof(db_cfg, authorize));
   all["groups"] = {{"actual", block.num_tg_actual}};
   all["dynamic_groups"] = {{"actual", block.num_dtg_actual}};
   all["pending_change"] = stat(pending_path(base).c_str(), &pending) == 0;
@@ -115,7 +127,14 @@ void print_sheet(const json& all) {
   line("targets", counts_text(all["targets"]));
   line("  local", counts_text(all["local_targets"]));
   line("  servers", counts_text(all["server_targets"]));
-  line("change files", counts_text(all["change_files"]));
+  const json& files_known = all["change_files"];
+  line("change files", counts_text(files_known));
+  const std::uint64_t given = files_known["numbers"].get<std::uint64_t>();
+  const std::uint64_t used = files_known["actual"].get<std::uint64_t>();
+  line("  numbers", std::to_string(given) + " given out, " + std::to_string(given - std::min(given, used)) +
+                        " of them free; at most " + json_line(files_known["limit"]));
+  line("default CM status", all["authorize"] == 1 ? "of all change files (AUTHORIZE is ALL)"
+                                                  : "of change files that ask for it (cf_flags bit 32)");
   line("trace", all["trace"] == 0 ? "off" : "on");
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
