@@ -40,6 +40,10 @@ struct filter_walk {
     return cmp_match_first(task, filter, slot->head, first);
   }
 
+  bool fixed_part_ends(std::uint32_t position) const {
+    return tables.slot_at(position) && compare_fixed_part(position) != 0;
+  }
+
   bool matches(std::uint32_t position) const {
     const DIST_CAT_ENTRY* slot = tables.slot_at(position);
     if (!slot) return false;
@@ -109,7 +113,7 @@ std::int16_t list_matches(void* task, const void* filter, void* list, std::uint3
       const DIST_CAT_ENTRY* slot = tables.slot_at(position);
       if (slot && !area.add(tables.index[position], *slot)) return DBE_LIST_TOO_SMALL;
     }
-    if (position < tables.count && walk.compare_fixed_part(position) != 0) break;
+    if (walk.fixed_part_ends(position)) break;
   }
   return DBE_OK;
 }
