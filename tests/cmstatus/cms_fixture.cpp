@@ -106,6 +106,8 @@ std::optional<Body> stored(void* task, std::uint32_t kind, std::uint32_t number)
 
 StoredPairs stored_pairs(void* task) {
   StoredPairs pairs;
+  std::uint32_t ignored = 0;
+  db_get_trg_index(task, "", &ignored);  // a first call opens the files
   Key key{};
   std::int16_t option = recfile::KEY_FIRST;
   while (recfile::db_locate(task, tcb_of(task)->cms_file, &key, option) == DBE_OK) {
