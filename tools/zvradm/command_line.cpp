@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "cms_commands.h"
 #include "commands.h"
 
 namespace zvradm {
@@ -51,6 +52,11 @@ int run_command_line(int argc, const char* const* argv) {
   add_import(app, all);
   add_export(app, all);
   add_trace(app, all);
+  CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");
+  cms.require_subcommand(1);
+  add_cms_pair(cms, all);
+  add_cms_lists(cms, all);
+  add_cms_import(cms, all);
   CLI::App& file = *app.add_subcommand("file", "Check, dump and sum up record files");
   file.require_subcommand(1);
   add_file_check(file, all);

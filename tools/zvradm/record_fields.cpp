@@ -42,6 +42,7 @@ constexpr std::array held_words{word{"RELEASED", 0}, word{"HELD", 1}};
 constexpr std::array authorize_words{word{"NONE", 0}, word{"ALL", 1}};
 constexpr std::array flag_words{word{"NO", 0}, word{"YES", 1}};
 constexpr std::array plan_words{word{"N", 0}, word{"Y", 1}};
+constexpr std::array cf_flag_words{word{"DEFAULT_STATUS", 32}};
 constexpr std::array cfg_mode_words{word{"PULL", 1}, word{"PUSH", 2}};
 
 // ---- rows
@@ -76,7 +77,7 @@ constexpr std::array parameter{ROW(db_parm, name, text), ROW(db_parm, value, tex
 constexpr std::array named_server{ROW(db_cfg_server, name, text), ROW(db_cfg_server, carried64, hex)};
 
 constexpr std::array trg_fields{
-    ROW(db_trg, trg_name, text, column),
+    ROW(db_trg, trg_name, text, column | needed),
     ROW(db_trg, description, text, column),
     ROW(db_trg, rgn, full_text, column),
     ROW(db_trg, ren, full_text, column),
@@ -108,11 +109,11 @@ constexpr std::array trg_fields{
 };
 
 constexpr std::array prm_fields{
-    ROW(db_prm, trg_name, text, column),
+    ROW(db_prm, trg_name, text, column | needed),
     LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms), column),
 };
 constexpr std::array thw_fields{
-    ROW(db_thw, trg_name, text, column),
+    ROW(db_thw, trg_name, text, column | needed),
     LIST(db_thw, hw_parms, "entries", hardware_parameter, offsetof(db_thw, num_hw_parms)),
 };
 
@@ -121,6 +122,56 @@ constexpr std::array ua_fields{
     row("second_name", 16, 16, full_text, column),
     row("selector", 32, 1, number, column),
     row("level", 33, 1, number, column),
+};
+
+constexpr std::array text_line{row(nullptr, 0, sizeof(db_cat::lines[0]), text)};
+
+constexpr std::array cat_fields{
+    ROW(db_cat, cf_name, change_file, column | needed),
+    ROW(db_cat, carried76, number, column),
+    ROW(db_cat, carried80, hex),
+    ROW(db_cat, carried84, number, column),
+    ROW(db_cat, carried86, hex),
+    ROW(db_cat, carried88, number, column),
+    ROW(db_cat, carried90, number, column),
+    ROW(db_cat, carried91, number, column),
+    ROW(db_cat, carried92, hex),
+    ROW(db_cat, text102, text, column),
+    ROW(db_cat, text346, text),
+    ROW(db_cat, carried350, number),
+    ROW(db_cat, carried352, number),
+    ROW(db_cat, carried354, hex),
+    ROW(db_cat, carried356, number),
+    WORDS(db_cat, cf_flags, cf_flag_words, bit_set | column),
+    ROW(db_cat, carried361, hex),
+    LIST(db_cat, lines, nullptr, text_line, -1),
+    ROW(db_cat, carried2412, hex),
+    ROW(db_cat, carried2462, number),
+};
+constexpr std::array prd_fields{
+    ROW(db_prd_key, cf_name, change_file, column | needed),
+    ROW(db_prd_key, product_id, number, column | needed),
+    ROW(db_prd, text80, text, column),
+    ROW(db_prd, text225, text, column),
+    ROW(db_prd, text290, text, column),
+    ROW(db_prd, text355, text, column),
+    ROW(db_prd, text420, text, column),
+    ROW(db_prd, carried680, number, column),
+};
+constexpr std::array fst_fields{
+    ROW(db_prd_key, cf_name, change_file, column | needed),
+    ROW(db_prd_key, product_id, number, column | needed),
+    ROW(db_prd_key, fileset_id, number, column | needed),
+    ROW(db_fst, text80, text, column),
+    ROW(db_fst, text225, text, column),
+    ROW(db_fst, text290, text, column),
+};
+constexpr std::array cms_fields{
+    ROW(db_cms, trg_name, text, column | needed),
+    ROW(db_cms, cf_name, change_file, column | needed),
+    ROW(db_cms, cm_status, number, column | needed),
+    ROW(db_cms, carried141, hex, live),
+    ROW(db_cms, cm_details, hex, column),
 };
 
 constexpr std::array cfg_fields{
@@ -197,31 +248,59 @@ static_assert(rows_fit(trg_fields, sizeof(db_trg)));
 // Target parameters and shadow records differ in length only.
 static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) && sizeof(db_prm::parms) == sizeof(db_sht::parms));
 static_assert(rows_fit(prm_fields, sizeof(db_sht)) && rows_fit(thw_fields, sizeof(db_thw)));
+static_assert(rows_fit(cat_fields, sizeof(db_cat)) && rows_fit(text_line, sizeof(db_cat::lines[0])));
+static_assert(rows_fit(prd_fields, sizeof(db_prd)) && rows_fit(fst_fields, sizeof(db_fst)));
+static_assert(rows_fit(cms_fields, sizeof(db_cms)));
 static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, sizeof(db_cfg)));
 static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) && rows_fit(named_server, sizeof(db_cfg_server)));
 
 constexpr std::array<key_part, 0> no_key{};
-constexpr std::array target_key{key_part{"NAME", 65}};
-constexpr std::array user_key{key_part{"USER", 17}, key_part{"SECOND", 33}, key_part{"SELECTOR", 1}};
+constexpr std::array target_key{key_part{"NAME", text, sizeof(db_trg::trg_name) + 1, "trg_name"}};
+constexpr std::array user_key{key_part{"USER", text, 17, nullptr},
+                              key_part{"SECOND", text, 33, nullptr, false, true},
+                              key_part{"SELECTOR", number, 1, nullptr, false, true}};
+constexpr std::array change_file_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
+// Both types take the whole of a db_prd_key.
+constexpr std::array product_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"},
+                                 key_part{"PRODUCT", number, 2, "product_id", true},
+                                 key_part{nullptr, number, 2, nullptr, true}};
+constexpr std::array fileset_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"},
+                                 key_part{"PRODUCT", number, 2, "product_id", true},
+                                 key_part{"FILESET", number, 2, "fileset_id", true}};
+constexpr std::array status_key{key_part{"TARGET", text, sizeof(db_cms::trg_name) + 1, "trg_name"},
+                                key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
 
 constexpr std::array all_types{
-    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key, cfg_fields, nullptr},
+    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key,
+                cfg_fields},
     record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length, target_key,
-                trg_fields, "trg_name"},
-    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm), target_key, prm_fields, "trg_name"},
-    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key, thw_fields, "trg_name"},
-    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key, prm_fields, "trg_name"},
-    record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields, nullptr},
+                trg_fields},
+    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm), target_key,
+                prm_fields},
+    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key,
+                thw_fields},
+    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key,
+                prm_fields},
+    record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields},
+    record_type{"cat", DB_CAT, "change files", sizeof(db_cat), sizeof(db_cat), change_file_head_length,
+                change_file_key, cat_fields},
+    record_type{"prd", DB_PRD, "products", sizeof(db_prd), sizeof(db_prd), sizeof(db_prd), product_key, prd_fields},
+    record_type{"fst", DB_FST, "filesets", sizeof(db_fst), sizeof(db_fst), sizeof(db_fst), fileset_key, fst_fields},
+    record_type{"cms", DB_CMS, "CM status", sizeof(db_cms), sizeof(db_cms), sizeof(db_cms), status_key, cms_fields},
 };
 
 // Types that the library knows and has no operations for yet.
-constexpr std::array<std::string_view, 22> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "cat", "cms", "rqr",
+constexpr std::array<std::string_view, 18> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "rqr",
                                                          "rqf", "fan", "rqd", "rqt", "usr", "apr", "tak", "dak",
-                                                         "prd", "fst", "coi", "coo", "rqv", "dtg"};
+                                                         "coi", "coo", "rqv", "dtg"};
 
 }  // namespace
 
 std::span<const record_type> record_types() { return all_types; }
+
+const field& record_type::field_named(std::string_view name) const {
+  return *std::find_if(fields.begin(), fields.end(), [&](const field& f) { return name == f.name; });
+}
 
 const record_type* find_record_type(std::string_view suffix) {
   for (const record_type& type : all_types)

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string_view>
 
+#include "change_file_name.h"
 #include "refusals.h"
 
 namespace zvradm {
@@ -66,12 +67,19 @@ json hex_json(std::span<const unsigned char> bytes) {
   return to_hex(bytes);
 }
 
+db_cf_name change_file_at(std::span<const unsigned char> bytes) {
+  db_cf_name name;
+  std::memcpy(&name, bytes.data(), sizeof name);
+  return name;
+}
+
 json field_json(const field& f, std::span<const unsigned char> bytes, bool as_words) {
   switch (f.kind) {
     case field_kind::text:
     case field_kind::full_text: return text_json(bytes);
     case field_kind::number: return number_json(f, load_number(bytes.data(), f.width), as_words);
     case field_kind::hex: return hex_json(bytes);
+    case field_kind::change_file: return change_file_json(change_file_at(bytes));
     case field_kind::list: break;
   }
   return nullptr;
@@ -98,6 +106,10 @@ json list_json(const field& f, std::span<const unsigned char> record, const prin
   for (std::uint32_t i = 0; i < count; ++i) {
     const std::size_t base = f.offset + std::size_t{i} * f.width;
     if (base + f.width > record.size()) break;
+    if (!f.elements[0].name) {
+      elements.push_back(field_json(f.elements[0], record.subspan(base, f.width), options.words));
+      continue;
+    }
     json element = json::object();
     for (const field& part : f.elements) {
       const auto bytes = record.subspan(base + part.offset, part.width);
@@ -169,12 +181,22 @@ void store_hex(const field& f, const json& value, const std::string& path, std::
   std::copy(bytes.begin(), bytes.end(), out.begin());
 }
 
+void store_change_file(const json& value, const std::string& path, std::span<unsigned char> out) {
+  try {
+    const db_cf_name name = change_file_from_json(value);
+    std::memcpy(out.data(), &name, sizeof name);
+  } catch (const name_fault& fault) {
+    throw field_fault(path, fault.what());
+  }
+}
+
 void store_field(const field& f, const json& value, const std::string& path, std::span<unsigned char> out) {
   switch (f.kind) {
     case field_kind::text:
     case field_kind::full_text: return store_text(f, value, path, out);
     case field_kind::number: return store_number(out.data(), f.width, number_value(f, value, path));
     case field_kind::hex: return store_hex(f, value, path, out);
+    case field_kind::change_file: return store_change_file(value, path, out);
     case field_kind::list: return;
   }
 }
@@ -193,6 +215,10 @@ void store_list(const field& f, const json& value, std::span<unsigned char> reco
   std::fill(whole.begin(), whole.end(), static_cast<unsigned char>(0));
   for (std::size_t i = 0; i < value.size(); ++i) {
     const std::string path = std::string(f.name) + "[" + std::to_string(i) + "]";
+    if (!f.elements[0].name) {
+      store_field(f.elements[0], value[i], path, whole.subspan(i * f.width, f.width));
+      continue;
+    }
     if (!value[i].is_object()) throw field_fault(path, "must be an object");
     for (const auto& [name, part_value] : value[i].items()) {
       const field* part = find_field(f.elements, name);
@@ -303,9 +329,10 @@ json record_to_json(const record_type& type, std::span<const unsigned char> reco
     }
     if (std::size_t{f.offset} + f.width > record.size()) continue;
     const auto bytes = record.subspan(f.offset, f.width);
-    if (options.transferable && all_zero(bytes)) continue;
+    const bool may_go = options.transferable && !(f.traits & needed);
+    if (may_go && all_zero(bytes)) continue;
     json value = field_json(f, bytes, options.words);
-    if (options.transferable && value.is_string() && value.get_ref<const std::string&>().empty()) continue;
+    if (may_go && value.is_string() && value.get_ref<const std::string&>().empty()) continue;
     object[f.name] = std::move(value);
   }
   return object;

@@ -3,6 +3,7 @@
 // Text is a string; text that is not UTF-8 is {"hex": "..."}.  Numbers are numbers;
 // where a row has words, input may use them instead, and for a bit set a list of
 // them.  Opaque bytes are hexadecimal text; shorter input is filled with zero bytes.
+// The name of a change file is the list of its tokens.
 #pragma once
 
 #include <cstdint>
