@@ -50,6 +50,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_server_of(app, all);
   add_import(app, all);
   add_export(app, all);
+  add_matrix(app, all);
   add_trace(app, all);
   CLI::App& file = *app.add_subcommand("file", "Check, dump and sum up record files");
   file.require_subcommand(1);
