@@ -270,11 +270,13 @@ CO_API uint16_t co_build_objname(void *task, char *directory, const char *name, 
 CO_API uint16_t co_db_get_tmpnam(const char *target, char *temporary, uint16_t sem_index, uint16_t exists);
 CO_API int co_db_get_name(char *target, const char *entry, uint16_t sem_index, uint16_t *existed);
 /* Dotted form (buffer of CO_DOTTED_NAME bytes) of a change file name: 76 bytes, 11 token
- * offsets and 65 bytes of text.  An offset above 64 ends it; a dot inside a token is
- * written with a backslash before it. */
+ * offsets and 65 bytes of text, in which a token ends at its NUL or with the name.  The
+ * offset 255 ends the name; one of 65 to 254 is no token and is passed over.  A dot
+ * inside a token is written with a backslash before it. */
 #define CO_DOTTED_NAME 144u
 CO_API void co_glob_to_dot(void *task, char *out, const void *in);
-/* Index of the first token "REF", "UPD" or "FIX" of such a name, 255 when none. */
+/* Index in the table (0 to 10) of the first token that is "REF", "UPD" or "FIX" of such a
+ * name, 255 when there is none. */
 CO_API uint8_t co_find_subtree(void *task, const void *name);
 /* "domain.user.sequence.recursion.function" (buffer of CO_REQUEST_TEXT bytes) of a request
  * identifier; its first 104 bytes are read. */

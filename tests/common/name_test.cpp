@@ -85,6 +85,25 @@ TEST(Names, TheSubtreeIsTheFirstTokenOfItsKind) {
   EXPECT_EQ(co_find_subtree(nullptr, cut.data()), 0);
 }
 
+TEST(Names, AnOffsetBeyondTheTextIsNoTokenAndTheEndMarkEndsTheName) {
+  Name name = name_of({"A", "B", "REF"});
+  name[1] = 65;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 2);
+  EXPECT_EQ(dotted(name), "A.REF");
+  name[1] = 254;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 2);
+  name[0] = 254;
+  EXPECT_EQ(dotted(name), "REF");
+  name[1] = 255;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 255);
+  EXPECT_EQ(dotted(name), "");
+  // Eleven tokens have no end mark behind them; the last one counts.
+  Name full = name_of({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "FIX"});
+  EXPECT_EQ(co_find_subtree(nullptr, full.data()), 10);
+  full[10] = 64;  // the last byte of the text, a NUL
+  EXPECT_EQ(co_find_subtree(nullptr, full.data()), 255);
+}
+
 TEST(Names, ARequestIdentifierIsDomainUserNumbersFunction) {
   char key[104] = {};
   memcpy(key, "USER", 4);
