@@ -316,10 +316,12 @@ CO_API void *co_croca(void *task, uint32_t n);
 /* Codes: CO_BAD_ARGUMENT for a faulty file (co_init_error tells line and reason; nothing
  * is changed), CO_FAILURE. */
 CO_API uint16_t co_reload_config(void *task);
-/* Parses the text of an "orvo.cfg" (NUL-terminated) into a record of
- * CO_CONFIG_LENGTH bytes, which the caller zeroed.  Lines "KEYWORD: value" in any order,
- * '#' comments; numbers decimal, 0x.. or 0..; a missing FILE PATH is ".\\"
- * (3 bytes).  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason tell it; what was read so far stays. */
+/* Parses the text of an "orvo.cfg" (NUL-terminated) into a record of CO_CONFIG_LENGTH
+ * bytes, which the caller zeroed.  Lines "KEYWORD: value" in any order, '#' comments;
+ * numbers decimal, 0x.. or 0..; blanks around a value are not its own; a text may fill
+ * its field and has no NUL then; a SERVER line without a name is passed over; a missing
+ * FILE PATH is ".\\" (3 bytes).  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason
+ * tell it; what was read so far stays. */
 CO_API uint16_t co_parse_config(const char *text, void *record, uint32_t *line, char *reason, uint32_t reason_size);
 /* Changes the local target's name (at most 63 bytes) in areas 2 and 1, not in the file. */
 CO_API uint16_t co_set_target(void *task, const char *name);
