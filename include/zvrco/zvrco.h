@@ -333,7 +333,8 @@ CO_API uint16_t co_get_target(void *task, char *out, uint32_t zero);
 /* Level of a user: by the file "users" (lines "user level [target]", level 0 to 253 or
  * "none", '#' comments; the line with this target comes before the one without), else
  * by the highest of the system's groups zvradm 2, zvrbld 1, zvrusr 0.  254 not
- * authorized ("none"), 255 unknown user.  target may be null. */
+ * authorized ("none"), 255 unknown user.  target may be null.  CO_IO_ERROR and 255 when
+ * there is a file "users" that cannot be read. */
 CO_API uint16_t co_get_uauth(void *task, const char *user, const char *target, uint16_t *level);
 typedef struct co_date { uint16_t year; uint8_t month; uint8_t day; } co_date;
 typedef struct co_time { uint8_t hour; uint8_t minute; uint8_t second; uint8_t hundredth; } co_time;

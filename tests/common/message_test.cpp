@@ -172,6 +172,24 @@ TEST_F(Messages, ALogThatWasMovedAwayIsOpenedAnew) {
   EXPECT_NE(log().find("ZVR36387"), std::string::npos);
 }
 
+TEST_F(Messages, ALogThatWasRenamedIsOpenedAnew) {
+  co_log2(task_, 36392, 0, 0, 0, "");
+  const std::string path = installation_.path("log/messages.log");
+  ASSERT_EQ(rename(path.c_str(), (path + ".1").c_str()), 0);
+  co_log2(task_, 36387, 0, 0, 0, "");
+  EXPECT_NE(log().find("ZVR36387"), std::string::npos);
+  EXPECT_EQ(installation_.read("log/messages.log.1").find("ZVR36387"), std::string::npos);
+}
+
+TEST_F(Messages, ATaskOfAnOddNameStillWritesOneLine) {
+  void* odd = co_init_task("odd\nname\x1b", nullptr, 0);
+  ASSERT_NE(odd, nullptr);
+  co_log2(odd, 36392, 0, 0, 0, "");
+  coi_term_task(odd, 0);
+  EXPECT_EQ(log().find('\n'), log().size() - 1);
+  EXPECT_NE(log().find(" odd name  ZVR36392E "), std::string::npos) << log();
+}
+
 TEST_F(Messages, LinesOfManyWritersDoNotMix) {
   const auto write = [](void* own) {
     for (int i = 0; i < 200; ++i) co_log2(own, 36355, 0, 0, 0, "%s", "the same text for all");
