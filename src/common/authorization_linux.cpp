@@ -152,7 +152,7 @@ uint16_t co_get_uauth(void* handle, const char* user, const char* target, uint16
   if (*user == '\0') return CO_OK;
   if (target != nullptr && *target == '\0') target = nullptr;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/users", process().installation.base);
+  snprintf(path, sizeof path, "%s/users", process().installation.base);
   if (char* text = read_small_file(path, kMaxFileSize)) {
     *level = level_by_file(text, user, target);
     free(text);

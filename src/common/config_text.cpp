@@ -225,7 +225,7 @@ bool store_line(Line line, unsigned char* record, uint16_t* seen, Fault fault) {
 bool read_config_file(const char* base, unsigned char* record) {
   constexpr uint32_t kMaxFileSize = 65536;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/orvo.cfg", base);
+  snprintf(path, sizeof path, "%s/orvo.cfg", base);
   char* text = read_small_file(path, kMaxFileSize);
   if (text == nullptr) return errno == ENOENT || init_error("%s cannot be read: %s", path, strerror(errno));
   uint32_t line = 0;

@@ -34,8 +34,7 @@ void name_log(LogFile file, OpenLog* log) {
     copy_text(log->path, sizeof log->path, chosen);
     return;
   }
-  // The base directory leaves room for this; see describe_installation.
-  snprintf(log->path, sizeof log->path, "%.190s/log/%s", installation.base,
+  snprintf(log->path, sizeof log->path, "%s/log/%s", installation.base,
            file == LogFile::trace ? "trace.log" : "messages.log");
 }
 
@@ -56,7 +55,7 @@ void open_log(OpenLog* log) {
   log->fd = open_or_make(log->path);
   if (log->fd >= 0 || errno != ENOENT) return;
   char directory[CO_PATH_MAX];
-  snprintf(directory, sizeof directory, "%.190s/log", process().installation.base);
+  snprintf(directory, sizeof directory, "%s/log", process().installation.base);
   if (mkdir(directory, 0775) == 0 || errno == EEXIST) log->fd = open_or_make(log->path);
 }
 

@@ -21,7 +21,7 @@ namespace zvrdb::common {
 struct Task;
 
 struct Installation {
-  char base[CO_PATH_MAX];  // absolute, no separator at its end
+  char base[CO_PATH_MAX - 64];  // absolute, no separator at its end; leaves room for the names below it
   char folder[64];         // of the shared state
   uid_t owner;
   gid_t group;

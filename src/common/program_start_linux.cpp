@@ -34,7 +34,7 @@ uint16_t co_set_title(void* handle, const char* title) {
 uint16_t co_read_hw_filter(void* handle) {
   if (task_of(handle) == nullptr) return CO_BAD_ARGUMENT;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/hwfilter", process().installation.base);
+  snprintf(path, sizeof path, "%s/hwfilter", process().installation.base);
   char* text = read_small_file(path, kMaxFileSize);
   std::lock_guard<std::mutex> guard(filter_mutex);
   filter_count = 0;

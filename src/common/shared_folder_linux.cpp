@@ -144,11 +144,11 @@ bool describe_installation(const char* base, Installation* out) {
     return init_error("the base directory %s cannot be found: %s", base, strerror(errno));
   size_t length = strlen(resolved);
   while (length > 1 && resolved[length - 1] == '/') resolved[--length] = '\0';
-  const bool fits = length < sizeof out->base - 64;  // room for the names below it
+  const bool fits = length < sizeof out->base;
   if (fits) copy_text(out->base, sizeof out->base, resolved);
   free(resolved);
   if (!fits)
-    return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 65);
+    return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 1);
 
   HeldDescriptor directory(open(out->base, O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct statx status;

@@ -131,6 +131,40 @@ TEST(SharedState, ALinkInTheFolderIsNotFollowed) {
   coi_term_task(task, 0);
 }
 
+TEST(SharedState, ABaseDirectoryOfTheLongestPathServesLikeAnyOther) {
+  TempInstallation parent;
+  const std::string base = parent.base() + "/" + std::string(191 - parent.base().size() - 1, 'b');
+  ASSERT_EQ(base.size(), 191u);
+  fs::create_directories(base + "/db");
+  std::ofstream(base + "/orvo.cfg") << "WORKSTATION NAME: FAR\n";
+  std::ofstream(base + "/users") << "anna 7\n";
+  std::ofstream(base + "/hwfilter") << "SERIAL\n";
+  fs::create_directories(base + "/messages");
+  std::ofstream(base + "/messages/zvr.msg") << "101 I own text\n";
+  setenv("ORVO_PATH", base.c_str(), 1);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  char name[65];
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_STREQ(name, "FAR");
+  uint16_t level = 0;
+  EXPECT_EQ(co_get_uauth(task, "anna", nullptr, &level), CO_OK);
+  EXPECT_EQ(level, 7);
+  EXPECT_EQ(co_read_hw_filter(task), CO_OK);
+  EXPECT_EQ(co_hw_filtered(task, "SERIAL"), 1);
+  EXPECT_EQ(co_log2(task, 101, 0, 0, 0, ""), CO_OK);
+  EXPECT_TRUE(fs::exists(base + "/log/messages.log"));
+  EXPECT_STREQ(co_message_text(task, 101), "own text");
+  char temporary[CO_PATH_MAX];
+  EXPECT_EQ(co_db_get_tmpnam((base + "/routetab").c_str(), temporary, 0, 1), CO_OK);
+  EXPECT_EQ(temporary, base + "/db/tmp/t0e_routetab");
+  coi_term_task(task, 0);
+  EXPECT_EQ(co_reset(nullptr, nullptr, 0, nullptr), CO_OK);
+  setenv("ORVO_PATH", (base + "b").c_str(), 1);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_STREQ(co_init_error(), "the path of the base directory is longer than 191 characters");
+}
+
 TEST(SharedState, EightProcessesMaySetItUpAtOnce) {
   for (int round = 0; round < 10; ++round) {
     TempInstallation installation;
