@@ -9,8 +9,9 @@
  * on the thread that made it.
  *
  * Status results are 0 or a 16-bit code (CO_*); no operation throws.  A handle that is
- * null, ended, or a parent's (in a forked child) is answered with CO_BAD_ARGUMENT, null
- * or 0, as are null pointers that must be followed.  Buffers belong to the caller; a
+ * null, ended (until 64 more tasks of the process have ended), or a parent's (in a forked
+ * child) is answered with CO_BAD_ARGUMENT, null or 0, as are null pointers that must be
+ * followed.  Buffers belong to the caller; a
  * returned text stays as long as a task of the process lives, if not told otherwise.
  *
  * Files of the base directory that these services read or write:
@@ -74,7 +75,8 @@ typedef void (*co_exit_fn)(void *task, uint32_t reason);
 CO_API void *co_init_task(const char *name, co_task_entry entry, uint32_t flag);
 CO_API const char *co_init_error(void);
 /* Ends the task: calls its exit functions (last registered first), releases what
- * semaphores it still holds, gives its place in the registry back. */
+ * semaphores it still holds, gives its place in the registry back.  An exit function may
+ * leave the program; ending its task again does nothing. */
 CO_API void coi_term_task(void *task, uint32_t reason);
 CO_API co_task_slots *co_slots(void *task);
 /* fn(task, reason) runs when the task ends.  At most 16: CO_NO_MEMORY beyond. */

@@ -35,6 +35,9 @@ struct Process {
   std::atomic<uint32_t> epoch{1};  // raised in a forked child: tasks of another epoch are the parent's
   uint32_t task_count = 0;
   Task* first_task = nullptr;
+  Task* oldest_ended = nullptr;  // blocks of ended tasks, see take_block
+  Task* newest_ended = nullptr;
+  uint32_t ended_count = 0;
   Installation installation{};
   SharedControl* control = nullptr;
   int folder_fd = -1;

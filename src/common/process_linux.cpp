@@ -78,7 +78,7 @@ void end_tasks_at_exit() {
         if (task->thread == thread) found = task;
     }
     if (found == nullptr) return;
-    coi_term_task(found, 1);
+    end_task(found, 1);
   }
 }
 

@@ -113,6 +113,66 @@ TEST(Task, ExitFunctionsRunLastFirst) {
   EXPECT_EQ(exit_calls, (std::vector<int>{23, 13}));
 }
 
+TEST(Task, AnEndedHandleIsAnsweredLikeNone) {
+  TempInstallation installation;
+  void* keeper = co_init_task("keeper", nullptr, 1);
+  ASSERT_NE(keeper, nullptr);
+  void* ended = co_init_task("ended", nullptr, 0);
+  coi_term_task(ended, 0);
+  for (int round = 0; round < 10; ++round) {
+    uint32_t handle = 7;
+    EXPECT_EQ(co_slots(ended), nullptr);
+    EXPECT_EQ(co_malloc(ended, 8, CO_MEM_PRIVATE, "A"), nullptr);
+    EXPECT_EQ(co_open_sema4(ended, "S", &handle, 0, 1), CO_BAD_ARGUMENT);
+    EXPECT_EQ(co_reg_exit(ended, exit_one), CO_BAD_ARGUMENT);
+    EXPECT_EQ(co_log2(ended, 36392, 0, 0, 0, ""), CO_BAD_ARGUMENT);
+    EXPECT_EQ(co_croca(ended, CO_AREA_CONFIG), nullptr);
+    coi_term_task(ended, 0);
+    void* next = co_init_task("next", nullptr, 0);  // is another one, though it follows at once
+    ASSERT_NE(next, nullptr);
+    EXPECT_NE(next, ended);
+    coi_term_task(next, 0);
+  }
+  EXPECT_EQ(co_live_tasks(keeper, nullptr, 0), 1u);
+  coi_term_task(keeper, 0);
+}
+
+void exit_ends_the_task_again(void* task, uint32_t reason) {
+  exit_calls.push_back(30 + static_cast<int>(reason));
+  coi_term_task(task, 5);
+}
+
+TEST(Task, AnExitFunctionThatEndsItsTaskAgainChangesNothing) {
+  TempInstallation installation;
+  exit_calls.clear();
+  void* keeper = co_init_task("keeper", nullptr, 1);
+  void* task = co_init_task("t", nullptr, 0);
+  co_reg_exit(task, exit_one);
+  co_reg_exit(task, exit_ends_the_task_again);
+  coi_term_task(task, 3);
+  EXPECT_EQ(exit_calls, (std::vector<int>{33, 13}));
+  EXPECT_EQ(co_live_tasks(keeper, nullptr, 0), 1u);
+  coi_term_task(keeper, 0);
+}
+
+TEST(Task, AnExitFunctionThatLeavesTheProgramStillEndsItsTask) {
+  TempInstallation installation;
+  void* task = co_init_task("watcher", nullptr, 1);
+  uint32_t semaphore = 0;
+  ASSERT_EQ(co_open_sema4(task, "S", &semaphore, 0, 1), CO_OK);
+  Agent agent([semaphore](Agent&) {
+    void* own = co_init_task("agent", nullptr, 1);
+    if (co_req_sema4(own, semaphore, 0) != CO_OK) return 1;
+    co_reg_exit(own, [](void*, uint32_t) { exit(7); });
+    coi_term_task(own, 0);
+    return 2;
+  });
+  EXPECT_EQ(agent.result(), 7);
+  EXPECT_EQ(co_req_sema4(task, semaphore, 0), CO_OK);
+  EXPECT_EQ(co_sema4_death(task, semaphore), 0u);  // released, not left
+  coi_term_task(task, 0);
+}
+
 TEST(Task, ExitOfTheProgramEndsItsTask) {
   TempInstallation installation;
   const std::string mark = installation.path("mark");
