@@ -115,9 +115,7 @@ Found make_segment(const Task& task, const char* name, uint64_t size, MappedSegm
       open_shared_file(here.installation, here.folder_fd, unfinished, O_RDWR | O_CREAT | O_EXCL));
   if (file.fd < 0) return Found::failed;
   Found result = Found::failed;
-  // Allocated, not sparse: a full memory file system must refuse here, not kill later.
-  if (lock_range(file.fd, F_RDLCK, 0, 1, false) &&
-      posix_fallocate(file.fd, 0, static_cast<off_t>(size)) == 0) {
+  if (lock_range(file.fd, F_RDLCK, 0, 1, false) && allocate_shared_file(file.fd, size) == 0) {
     if (linkat(here.folder_fd, unfinished, here.folder_fd, file_name, 0) == 0) {
       *out = map_segment(&file, name, size);
       if (*out != nullptr) result = Found::mapped;

@@ -1,7 +1,10 @@
 // Private memory and named shared segments.
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +14,19 @@
 #include "common/agent.h"
 #include "support/temp_installation.h"
 #include "zvrco/zvrco.h"
+
+namespace {
+int allocations_to_interrupt = 0;
+}
+
+// Stands in the place of the C library's: a signal may come while memory is allocated.
+extern "C" int posix_fallocate(int fd, off_t offset, off_t length) {
+  if (allocations_to_interrupt > 0) {
+    --allocations_to_interrupt;
+    return EINTR;
+  }
+  return reinterpret_cast<decltype(&posix_fallocate)>(dlsym(RTLD_NEXT, "posix_fallocate"))(fd, offset, length);
+}
 
 namespace {
 
@@ -106,6 +122,16 @@ TEST_F(Segment, AShorterOneIsNeverMappedPastItsEnd) {
   co_free_int(task_, made, "test");
   EXPECT_EQ(co_malloc(task_, 101, CO_MEM_SHARED, "SEG"), nullptr);
   EXPECT_NE(co_malloc(task_, 100, CO_MEM_SHARED, "SEG"), nullptr);
+}
+
+TEST_F(Segment, ASignalWhileItIsMadeChangesNothing) {
+  allocations_to_interrupt = 3;
+  EXPECT_NE(co_malloc(task_, 4096, CO_MEM_SHARED, "SEG"), nullptr);
+  EXPECT_EQ(allocations_to_interrupt, 0);
+  EXPECT_EQ(co_shmlen(task_, "SEG"), 4096u);
+  allocations_to_interrupt = 1;
+  EXPECT_NE(co_croca(task_, CO_AREA_LEDGER), nullptr);
+  EXPECT_EQ(allocations_to_interrupt, 0);
 }
 
 TEST_F(Segment, NamesThatAreNoneAreRefused) {

@@ -69,6 +69,87 @@ TEST(SharedState, IsSharedWithTheGroupThatMayWriteTheBase) {
   coi_term_task(task, 0);
 }
 
+mode_t mode_of(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+TEST(SharedState, FollowsTheBaseDirectoryWhenItsGroupLosesOrGetsTheRightToWrite) {
+  TempInstallation installation;
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0750), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0700u);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+}
+
+TEST(SharedState, IsClosedToAGroupThatIsNotTheBaseDirectorys) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  TempInstallation installation;
+  ASSERT_EQ(chown(installation.base().c_str(), 65534, 7), 0);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  // The owner, who is no member of the base directory's group but of another one.
+  const pid_t owner = fork();
+  if (owner == 0) {
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(10);
+    _exit(use_state());
+  }
+  ASSERT_GT(owner, 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(owner, &status, 0), owner);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0700u);
+  ASSERT_EQ(use_state(), 0);  // root can give it to the right group
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+  struct stat given {};
+  ASSERT_EQ(stat(installation.shared_folder().c_str(), &given), 0);
+  EXPECT_EQ(given.st_uid, 65534u);
+  EXPECT_EQ(given.st_gid, 7u);
+}
+
+TEST(SharedState, AFileOfAnotherOwnerInTheFolderIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a file away";
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  for (const char* name : {"area-13", "seg-PLANTED"}) {
+    const std::string path = installation.shared_folder() + "/" + name;
+    std::ofstream(path) << std::string(10000, 'p');
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+  }
+  EXPECT_EQ(co_croca(task, CO_AREA_TARGET_KEYS), nullptr);
+  EXPECT_EQ(co_shmfind(task, "PLANTED"), nullptr);
+  EXPECT_EQ(co_malloc(task, 100, CO_MEM_SHARED, "PLANTED"), nullptr);
+  coi_term_task(task, 0);
+  for (const char* name : {"control", "tasks", "setup"}) {
+    const std::string path = installation.shared_folder() + "/" + name;
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr) << name;
+    EXPECT_NE(std::string(co_init_error()), "") << name;
+    ASSERT_EQ(chown(path.c_str(), geteuid(), getegid()), 0);
+  }
+  EXPECT_EQ(use_state(), 0);
+}
+
+TEST(SharedState, IsNotDroppedWhenNobodyCanTellWhoIsAlive) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a file away";
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const std::string registry = installation.shared_folder() + "/tasks";
+  ASSERT_EQ(chown(registry.c_str(), 65534, 65534), 0);
+  EXPECT_EQ(co_reset(nullptr, nullptr, 0, nullptr), CO_FAILURE);
+  EXPECT_NE(std::string(co_init_error()).find("tasks"), std::string::npos) << co_init_error();
+  EXPECT_TRUE(fs::exists(registry));
+  coi_term_task(task, 0);
+}
+
 TEST(SharedState, AMemberOfTheGroupMayDropItAndUseItAgain) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   TempInstallation installation;
@@ -323,6 +404,20 @@ TEST(CommonAreas, AreOneMemoryForAllProcessesAndZeroAtFirst) {
   EXPECT_EQ(co_croca(task, 0), nullptr);
   EXPECT_EQ(co_croca(task, 99), nullptr);
   EXPECT_EQ(co_croca(nullptr, 1), nullptr);
+  coi_term_task(task, 0);
+}
+
+// A full memory file system refuses at once then, and does not end a process later.
+TEST(CommonAreas, AreAllocatedWhole) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  for (const uint32_t number : {1, 2, 3, 13, 14, 24, 40}) {
+    ASSERT_NE(co_croca(task, number), nullptr);
+    struct stat status {};
+    ASSERT_EQ(stat((installation.shared_folder() + "/area-" + std::to_string(number)).c_str(), &status), 0);
+    EXPECT_GE(status.st_blocks * 512, status.st_size) << number;
+  }
   coi_term_task(task, 0);
 }
 
