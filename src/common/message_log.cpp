@@ -96,7 +96,9 @@ void send_to_syslog(char severity, uint32_t number, const char* text) {
   const char* wanted = getenv("ZVR_SYSLOG");
   if (wanted == nullptr || *wanted == '\0' || strcmp(wanted, "0") == 0) return;
   const int priority = severity == 'E' ? LOG_ERR : severity == 'W' ? LOG_WARNING : LOG_INFO;
+  lock_log_files();  // syslog has a lock of its own, which no fork resets
   syslog(LOG_USER | priority, "ZVR%05u%c %s", number, severity, text);
+  unlock_log_files();
 }
 
 void log_message(const char* task_name, uint32_t number, char severity, const char* text) {

@@ -10,9 +10,11 @@
 #include <cstring>
 #include <new>
 
+#include "common/clock.h"
 #include "common/collation.h"
 #include "common/common_areas.h"
 #include "common/console_events.h"
+#include "common/handle_table.h"
 #include "common/init_error.h"
 #include "common/log_files.h"
 #include "common/process.h"
@@ -33,9 +35,11 @@ void close_if_open(int* fd) {
 void before_fork() {
   process().mutex.lock();
   lock_log_files();
+  lock_clock();
 }
 
 void after_fork_in_parent() {
+  unlock_clock();
   unlock_log_files();
   process().mutex.unlock();
 }
@@ -62,6 +66,8 @@ void after_fork_in_child() {
   release_areas();
   forget_log_files();
   forget_held_events();
+  close_directories_of_parent();
+  unlock_clock();
   unlock_log_files();
   here.mutex.unlock();
 }

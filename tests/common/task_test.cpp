@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -224,6 +226,69 @@ TEST(Task, AForkedChildForgetsItsParentsTask) {
   coi_term_task(task, 0);
   agent.tell(1);
   EXPECT_EQ(agent.result(), 0);
+}
+
+// Whatever another thread is in the middle of, the child finds no lock that nobody
+// will ever release.
+TEST(Task, AChildOfABusyProcessCanUseEveryService) {
+  TempInstallation installation;
+  void* task = co_init_task("parent", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  installation.write("users", "anna 7\n");
+  std::atomic<bool> stop{false};
+  std::thread busy([&] {
+    void* own = co_init_task("busy", nullptr, 0);
+    while (!stop) {
+      co_date_time(own, nullptr, nullptr);
+      co_hw_filtered(own, "NAME");
+      co_log2(own, 36392, 0, 0, 0, "");
+      co_free_int(own, co_malloc(own, 100, CO_MEM_SHARED, "SEG"), "test");
+    }
+    coi_term_task(own, 0);
+  });
+  for (int round = 0; round < 60; ++round) {
+    Agent agent([](Agent&) {
+      alarm(20);  // a child that hangs is killed, and fails the test
+      co_date_time(nullptr, nullptr, nullptr);
+      void* own = co_init_task("child", nullptr, 1);
+      uint16_t level = 0;
+      if (co_hw_filtered(own, "NAME") != 0 || co_log2(own, 36392, 0, 0, 0, "") != CO_OK) return 1;
+      if (co_malloc(own, 100, CO_MEM_SHARED, "SEG") == nullptr) return 2;
+      if (co_get_uauth(own, "anna", nullptr, &level) != CO_OK || level != 7) return 3;
+      coi_term_task(own, 0);
+      return 0;
+    });
+    const int result = agent.result();
+    EXPECT_EQ(result, 0) << round;
+    if (result != 0) break;
+  }
+  stop = true;
+  busy.join();
+  coi_term_task(task, 0);
+}
+
+TEST(Task, AChildHasNoneOfItsParentsDirectoriesOpen) {
+  TempInstallation installation;
+  void* task = co_init_task("parent", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  uint32_t directory = 0;
+  ASSERT_EQ(co_opendir(task, installation.base().c_str(), &directory, 1), CO_OK);
+  Agent agent([directory](Agent&) {
+    void* own = co_init_task("child", nullptr, 1);
+    uint32_t parents = directory;
+    char name[256];
+    if (co_readdir(own, &parents, name, sizeof name) != CO_BAD_ARGUMENT) return 1;
+    uint32_t mine[64];  // every place is free
+    for (uint32_t& handle : mine)
+      if (co_opendir(own, "/", &handle, 1) != CO_OK) return 2;
+    uint32_t over = 0;
+    return co_opendir(own, "/", &over, 1) == CO_NO_MEMORY ? 0 : 3;
+  });
+  EXPECT_EQ(agent.result(), 0);
+  char name[256];
+  EXPECT_EQ(co_readdir(task, &directory, name, sizeof name), CO_OK);
+  EXPECT_EQ(co_closedir(task, &directory), CO_OK);
+  coi_term_task(task, 0);
 }
 
 TEST(Task, OneProcessHoldsOneInstallationAtATime) {
