@@ -31,7 +31,8 @@ bool give_to_owner(const Installation& installation, int fd);
 int open_shared_folder(const Installation& installation, bool make);
 
 // Takes the set-up lock of the folder; the descriptor holds it, close drops it.
-// -1 on failure; *gone tells that the folder was dropped meanwhile: open it again.
+// Called under process().mutex, or a child forked meanwhile would hold the lock too, for
+// as long as it lives.  -1 on failure; *gone tells that the folder was dropped meanwhile: open it again.
 int take_setup_lock(const Installation& installation, int folder_fd, bool* gone);
 
 // Opens a file of the folder with the access rights of the installation.  flags

@@ -351,6 +351,7 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   clear_init_error();
   if (count != nullptr) *count = 0;
   if (out == nullptr) max = 0;
+  std::lock_guard<std::mutex> guard(process().mutex);
   Installation installation;
   if (!describe_installation(base, &installation)) return CO_FAILURE;
   HeldDescriptor folder(open_shared_folder(installation, false));

@@ -243,10 +243,13 @@ TEST(Task, AChildOfABusyProcessCanUseEveryService) {
       co_hw_filtered(own, "NAME");
       co_log2(own, 36392, 0, 0, 0, "");
       co_free_int(own, co_malloc(own, 100, CO_MEM_SHARED, "SEG"), "test");
+      uint32_t semaphore = 0;
+      co_open_sema4(own, "S", &semaphore, 0, 1);
+      co_shm_sweep(own, nullptr);
     }
     coi_term_task(own, 0);
   });
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < 30; ++round) {
     Agent agent([](Agent&) {
       alarm(20);  // a child that hangs is killed, and fails the test
       co_date_time(nullptr, nullptr, nullptr);
