@@ -133,12 +133,16 @@ CO_API void co_release_events(void *task);
 
 /* ---- Trace ------------------------------------------------------------ */
 
-/* The live control word: bit (level) is on for component 2, bit 8 for level 0
- * component 39.  Never null: points at a private zero before the first task. */
+/* The live control word: bit (level, 0 to 7) is on for component 2, bit 8 for level 0
+ * component 39; any other pair is off.  Never null: points at a private zero before the
+ * first task. */
 CO_API extern const volatile uint32_t *co_trace_word;
 static inline uint32_t co_trc_test(void *task, uint32_t level, uint32_t component) {
+  uint32_t word = *co_trace_word;
   (void)task;
-  return (*co_trace_word >> (component == 39u ? 8u : level)) & 1u;
+  if (word == 0u) return 0u;
+  if (component == 2u && level < 8u) return (word >> level) & 1u;
+  return component == 39u && level == 0u ? (word >> 8) & 1u : 0u;
 }
 /* Writes one line of at most 2047 bytes: time, process, task, level/component, function,
  * text; control characters become blanks. */

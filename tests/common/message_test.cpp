@@ -229,6 +229,18 @@ TEST_F(Messages, TraceIsOffUntilTheSharedWordIsSet) {
   EXPECT_EQ(co_trc_test(task_, 0, 39), 0u);
 }
 
+TEST_F(Messages, TraceOfALevelOrComponentThatIsNoneIsOff) {
+  EXPECT_EQ(co_set_trace(task_, 0xFFFFFFFF), CO_OK);
+  for (const uint32_t level : {0u, 1u, 2u, 3u, 4u, 5u}) EXPECT_EQ(co_trc_test(task_, level, 2), 1u) << level;
+  EXPECT_EQ(co_trc_test(task_, 0, 39), 1u);
+  EXPECT_EQ(co_trc_test(task_, 8, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 32, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 0xFFFFFFFF, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 1, 39), 0u);
+  EXPECT_EQ(co_trc_test(task_, 0, 3), 0u);
+  EXPECT_EQ(co_set_trace(task_, 0), CO_OK);
+}
+
 TEST_F(Messages, TheEnvironmentTurnsTraceOnForOneProcess) {
   setenv("ZVR_TRACE", "0x20", 1);
   setenv("ZVR_TRACE_FILE", installation_.path("own-trace").c_str(), 1);

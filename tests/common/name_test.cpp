@@ -1,9 +1,14 @@
 // Structured names, request identifiers, characters, collation.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -165,6 +170,68 @@ TEST(Collation, IsFixedWhenTheSharedStateIsMade) {
   EXPECT_EQ(agent.result(), 0);
   unsetenv("LC_ALL");
   coi_term_task(task, 0);
+}
+
+// A locale that sorts the printing characters from '~' down to '!', for this test alone.
+bool make_reversed_locale(const std::string& folder, const std::string& name) {
+  std::ofstream charmap(folder + "/charmap");
+  charmap << "<code_set_name> SCRATCH\n<comment_char> %\n<escape_char> /\n<mb_cur_min> 1\n<mb_cur_max> 1\n"
+          << "CHARMAP\n<U0000>..<U007F> /x00 ASCII\nEND CHARMAP\n";
+  std::ofstream source(folder + "/source");
+  source << "comment_char %\nescape_char /\n"
+         << "LC_CTYPE\nupper <U0041>..<U005A>\nlower <U0061>..<U007A>\nEND LC_CTYPE\n"
+         << "LC_COLLATE\norder_start forward\n";
+  for (int c = '~'; c > ' '; --c) {
+    char line[16];
+    snprintf(line, sizeof line, "<U%04X>\n", static_cast<unsigned>(c));
+    source << line;
+  }
+  source << "UNDEFINED\norder_end\nEND LC_COLLATE\n";
+  charmap.close();
+  source.close();
+  const std::string command = "localedef -c --no-archive -i " + folder + "/source -f " + folder + "/charmap " +
+                              folder + "/" + name + " >/dev/null 2>&1";
+  (void)!system(command.c_str());  // it complains of the categories that are not there
+  return std::filesystem::exists(folder + "/" + name + "/LC_COLLATE");
+}
+
+TEST(Collation, TheOrderOfALocaleIsThatOfEveryProcess) {
+  TempInstallation installation;
+  if (!make_reversed_locale(installation.base(), "zz_ZZ")) GTEST_SKIP() << "localedef makes no locale here";
+  setenv("LOCPATH", installation.base().c_str(), 1);
+  setenv("LC_ALL", "zz_ZZ", 1);
+  void* task = co_init_task("t", nullptr, 1);
+  unsetenv("LC_ALL");
+  EXPECT_NE(task, nullptr) << co_init_error();
+  const auto wrong = [](void* own) {
+    std::vector<std::string> names = {"ALPHA", "beta", "ALPHABET", "Z", "_9", "beta1"};
+    std::sort(names.begin(), names.end(), [own](const std::string& a, const std::string& b) {
+      return co_collate(own, a.c_str(), b.c_str()) < 0;
+    });
+    const bool reversed =
+        names == std::vector<std::string>{"beta", "beta1", "_9", "Z", "ALPHA", "ALPHABET"};
+    return strcmp(co_collation_name(own), "zz_ZZ") == 0 && reversed && co_collate(own, "Z", "Z") == 0 ? 0 : 1;
+  };
+  if (task != nullptr) {
+    EXPECT_EQ(wrong(task), 0);
+    for (const char* own_choice : {"C", "C.UTF-8", ""}) {
+      Agent agent([&](Agent&) {
+        setenv("LC_ALL", own_choice, 1);
+        setlocale(LC_ALL, "");
+        void* own = co_init_task("other", nullptr, 1);
+        return own == nullptr ? 2 : wrong(own);
+      });
+      EXPECT_EQ(agent.result(), 0) << own_choice;
+    }
+    coi_term_task(task, 0);
+  }
+  unsetenv("LOCPATH");
+  // Whoever does not have that order cannot work with what was sorted by it.
+  Agent stranger([](Agent&) {
+    if (co_init_task("stranger", nullptr, 1) != nullptr) return 1;
+    return strstr(co_init_error(), "zz_ZZ") != nullptr ? 0 : 2;
+  });
+  EXPECT_EQ(stranger.result(), 0);
 }
 
 TEST(Collation, WhatIsNotAvailableIsC) {
