@@ -22,7 +22,7 @@ struct Task;
 
 struct Installation {
   char base[CO_PATH_MAX - 64];  // absolute, no separator at its end; leaves room for the names below it
-  char folder[64];         // of the shared state
+  char folder[64];              // of the shared state
   uid_t owner;
   gid_t group;
   bool group_may_write;  // then members of the group share the state too

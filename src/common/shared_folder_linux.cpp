@@ -362,8 +362,8 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   {
     HeldDescriptor registry(open_shared_file(installation, folder.fd, kRegistryName, O_RDWR));
     if (registry.fd < 0 && errno != ENOENT) {
-      init_error("%s/%s, which tells the live tasks, cannot be opened: %s", installation.folder, kRegistryName,
-                 strerror(errno));
+      init_error("%s/%s, which tells the live tasks, cannot be opened: %s", installation.folder,
+                 kRegistryName, strerror(errno));
       return CO_FAILURE;
     }
     if (registry.fd >= 0 && range_locked(registry.fd, 0, CO_MAX_TASKS)) {

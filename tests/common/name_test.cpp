@@ -189,8 +189,8 @@ bool make_reversed_locale(const std::string& folder, const std::string& name) {
   source << "UNDEFINED\norder_end\nEND LC_COLLATE\n";
   charmap.close();
   source.close();
-  const std::string command = "localedef -c --no-archive -i " + folder + "/source -f " + folder + "/charmap " +
-                              folder + "/" + name + " >/dev/null 2>&1";
+  const std::string command = "localedef -c --no-archive -i " + folder + "/source -f " + folder +
+                              "/charmap " + folder + "/" + name + " >/dev/null 2>&1";
   (void)!system(command.c_str());  // it complains of the categories that are not there
   return std::filesystem::exists(folder + "/" + name + "/LC_COLLATE");
 }
@@ -208,8 +208,7 @@ TEST(Collation, TheOrderOfALocaleIsThatOfEveryProcess) {
     std::sort(names.begin(), names.end(), [own](const std::string& a, const std::string& b) {
       return co_collate(own, a.c_str(), b.c_str()) < 0;
     });
-    const bool reversed =
-        names == std::vector<std::string>{"beta", "beta1", "_9", "Z", "ALPHA", "ALPHABET"};
+    const bool reversed = names == std::vector<std::string>{"beta", "beta1", "_9", "Z", "ALPHA", "ALPHABET"};
     return strcmp(co_collation_name(own), "zz_ZZ") == 0 && reversed && co_collate(own, "Z", "Z") == 0 ? 0 : 1;
   };
   if (task != nullptr) {

@@ -25,7 +25,8 @@ extern "C" int posix_fallocate(int fd, off_t offset, off_t length) {
     --allocations_to_interrupt;
     return EINTR;
   }
-  return reinterpret_cast<decltype(&posix_fallocate)>(dlsym(RTLD_NEXT, "posix_fallocate"))(fd, offset, length);
+  return reinterpret_cast<decltype(&posix_fallocate)>(dlsym(RTLD_NEXT, "posix_fallocate"))(fd, offset,
+                                                                                           length);
 }
 
 namespace {
@@ -146,6 +147,17 @@ TEST_F(Segment, NamesThatAreNoneAreRefused) {
   EXPECT_EQ(co_malloc(task_, 100, 3, "SEG"), nullptr);
   EXPECT_EQ(co_shmfind(task_, nullptr), nullptr);
   EXPECT_EQ(files(), 0);
+}
+
+TEST_F(Segment, AProcessHasThirtyTwoMappedAndNoMore) {
+  std::vector<void*> made;
+  for (int i = 0; i < 32; ++i)
+    made.push_back(co_malloc(task_, 10, CO_MEM_SHARED, ("S" + std::to_string(i)).c_str()));
+  for (void* segment : made) EXPECT_NE(segment, nullptr);
+  EXPECT_EQ(co_malloc(task_, 10, CO_MEM_SHARED, "OVER"), nullptr);
+  EXPECT_EQ(co_malloc(task_, 10, CO_MEM_SHARED, "S31"), made[31]);
+  co_free_int(task_, made[0], "test");
+  EXPECT_NE(co_malloc(task_, 10, CO_MEM_SHARED, "OVER"), nullptr);
 }
 
 TEST_F(Segment, TheLastOneOutRemovesTheName) {

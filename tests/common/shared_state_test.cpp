@@ -453,6 +453,39 @@ TEST(CommonAreas, ConfigurationIsReadOnceForTheSharedState) {
   coi_term_task(task, 0);
 }
 
+TEST(CommonAreas, AFaultyConfigurationIsNotReadAnew) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const auto* config = static_cast<const unsigned char*>(co_croca(task, CO_AREA_CONFIG));
+  const std::vector<unsigned char> before(config, config + CO_CONFIG_LENGTH);
+  installation.write("orvo.cfg", "WORKSTATION NAME: OTHER\nMAX TARGETS: -1\n");
+  EXPECT_EQ(co_reload_config(task), CO_BAD_ARGUMENT);
+  EXPECT_NE(std::string(co_init_error()).find("line 2"), std::string::npos) << co_init_error();
+  EXPECT_EQ(before, std::vector<unsigned char>(config, config + CO_CONFIG_LENGTH));
+  char name[65];
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_STREQ(name, "LOCAL");
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, ALocalNameThatFillsItsFieldIsAStringStill) {
+  ConfigChoices choices;
+  choices.workstation = std::string(64, 'w');
+  TempInstallation installation(default_config(choices));
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  char name[65 + 1];
+  name[65] = 77;
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_EQ(name, choices.workstation);
+  EXPECT_EQ(name[65], 77);
+  EXPECT_EQ(static_cast<const char*>(co_croca(task, CO_AREA_LOCAL_TARGET)), choices.workstation);
+  EXPECT_EQ(co_reload_config(task), CO_OK);
+  EXPECT_EQ(static_cast<const char*>(co_croca(task, CO_AREA_LOCAL_TARGET)), choices.workstation);
+  coi_term_task(task, 0);
+}
+
 TEST(CommonAreas, AMissingConfigurationLeavesZeros) {
   TempInstallation installation("");
   void* task = co_init_task("t", nullptr, 1);

@@ -69,7 +69,8 @@ TEST_F(Syslog, MessagesGoThereWithTheirSeverityWhenItIsChosen) {
   EXPECT_EQ(sent[2].text, "ZVR00103I information");
   EXPECT_EQ(sent[3].priority, kError);
   EXPECT_EQ(sent[3].text, "ZVR00104E (no text in the message file) 5");
-  EXPECT_NE(installation_.read("log/messages.log").find("ZVR00101E error of a 100%s disk\n"), std::string::npos);
+  EXPECT_NE(installation_.read("log/messages.log").find("ZVR00101E error of a 100%s disk\n"),
+            std::string::npos);
 }
 
 TEST_F(Syslog, NothingGoesThereUnlessItIsChosen) {

@@ -59,8 +59,7 @@ extern "C" int getgrnam_r(const char* name, group* entry, char* room, size_t siz
 }
 
 extern "C" int getgrouplist(const char* name, gid_t primary, gid_t* groups, int* count) {
-  if (accounts == nullptr)
-    return real<decltype(&getgrouplist)>("getgrouplist")(name, primary, groups, count);
+  if (accounts == nullptr) return real<decltype(&getgrouplist)>("getgrouplist")(name, primary, groups, count);
   const std::vector<gid_t>& all = accounts->users.at(name);
   const int room = *count;
   *count = static_cast<int>(all.size());
@@ -93,7 +92,8 @@ class SystemGroups : public testing::Test {
 
 TEST_F(SystemGroups, TheHighestGroupOfAUserIsItsLevel) {
   accounts_.groups = {{"zvrusr", 70}, {"zvrbld", 71}, {"zvradm", 72}};
-  accounts_.users = {{"uma", {5, 70}}, {"bo", {71}}, {"ada", {70, 71, 72}}, {"ben", {5, 70, 71}}, {"out", {5, 6}}};
+  accounts_.users = {
+      {"uma", {5, 70}}, {"bo", {71}}, {"ada", {70, 71, 72}}, {"ben", {5, 70, 71}}, {"out", {5, 6}}};
   EXPECT_EQ(level("uma"), 0);
   EXPECT_EQ(level("bo"), 1);
   EXPECT_EQ(level("ada"), 2);

@@ -1,4 +1,5 @@
 // Tasks: making, ending, the registry, exit functions, fork.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/agent.h"
@@ -113,6 +115,69 @@ TEST(Task, ExitFunctionsRunLastFirst) {
   EXPECT_EQ(co_reg_exit(task, exit_two), CO_OK);
   coi_term_task(task, 3);
   EXPECT_EQ(exit_calls, (std::vector<int>{23, 13}));
+}
+
+template <int Number>
+void numbered_exit(void*, uint32_t) {
+  exit_calls.push_back(Number);
+}
+template <int... Numbers>
+std::vector<co_exit_fn> numbered_exits(std::integer_sequence<int, Numbers...>) {
+  return {numbered_exit<Numbers>...};
+}
+
+TEST(Task, SixteenExitFunctionsAreKeptEachOnce) {
+  TempInstallation installation;
+  exit_calls.clear();
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const std::vector<co_exit_fn> functions = numbered_exits(std::make_integer_sequence<int, 17>());
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(co_reg_exit(task, functions[static_cast<size_t>(i)]), CO_OK);
+  EXPECT_EQ(co_reg_exit(task, functions[3]), CO_OK);  // registered already
+  EXPECT_EQ(co_reg_exit(task, functions[16]), CO_NO_MEMORY);
+  coi_term_task(task, 0);
+  EXPECT_EQ(exit_calls, (std::vector<int>{15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}));
+}
+
+TEST(Task, NamesAndVersionsAreCutToTheirRoom) {
+  TempInstallation installation;
+  void* task = co_init_task(std::string(40, 'n').c_str(), nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  co_task_info info;
+  ASSERT_EQ(co_live_tasks(task, &info, 1), 1u);
+  EXPECT_EQ(info.name, std::string(31, 'n'));
+  const char* date = nullptr;
+  const char* time = nullptr;
+  for (uint32_t component = 0; component < 16; ++component)
+    EXPECT_EQ(co_reg_version(task, component, std::string(30, 'd').c_str(), "1"), CO_OK);
+  EXPECT_EQ(co_reg_version(task, 16, "d", "t"), CO_NO_MEMORY);
+  ASSERT_EQ(co_version(task, 15, &date, &time), CO_OK);
+  EXPECT_EQ(date, std::string(19, 'd'));
+  EXPECT_EQ(co_reg_version(task, 15, "again", "2"), CO_OK);
+  ASSERT_EQ(co_version(task, 15, &date, &time), CO_OK);
+  EXPECT_STREQ(date, "again");
+  EXPECT_STREQ(time, "2");
+  coi_term_task(task, 0);
+}
+
+TEST(Task, IsRefusedWhenEveryPlaceIsTaken) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const int registry = open((installation.shared_folder() + "/tasks").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_GE(registry, 0);
+  struct flock places {};  // as many tasks of others would hold them
+  places.l_type = F_WRLCK;
+  places.l_start = co_task_place(task) + 1;
+  places.l_len = CO_MAX_TASKS;
+  ASSERT_EQ(fcntl(registry, F_OFD_SETLK, &places), 0);
+  EXPECT_EQ(co_init_task("over", nullptr, 0), nullptr);
+  EXPECT_STREQ(co_init_error(), "all 1024 places for tasks of the installation are taken");
+  close(registry);
+  void* next = co_init_task("next", nullptr, 0);
+  EXPECT_NE(next, nullptr) << co_init_error();
+  coi_term_task(next, 0);
+  coi_term_task(task, 0);
 }
 
 TEST(Task, AnEndedHandleIsAnsweredLikeNone) {

@@ -254,8 +254,8 @@ struct TextField {
   std::size_t offset;
   std::size_t width;
 };
-constexpr TextField text_fields[] = {{0, 64},     {88, 256},   {344, 256},  {600, 256},  {856, 256},
-                                     {1112, 256}, {1368, 350}, {4312, 256}, {4584, 9},   {4594, 16},
+constexpr TextField text_fields[] = {{0, 64},     {88, 256},   {344, 256},  {600, 256}, {856, 256},
+                                     {1112, 256}, {1368, 350}, {4312, 256}, {4584, 9},  {4594, 16},
                                      {1718, 350}, {2068, 350}, {2418, 350}, {2768, 350}};
 
 TEST(BaseConfigText, EveryTextThatFillsItsFieldReadsBackAsTheSameRecord) {
@@ -274,15 +274,16 @@ TEST(BaseConfigText, EveryTextThatFillsItsFieldReadsBackAsTheSameRecord) {
 TEST(BaseConfigText, EveryNumberAtItsGreatestReadsBackAsTheSameRecord) {
   Config config;
   for (const std::size_t offset : {66, 80, 82, 86}) config.u16(offset, 0xFFFF);
-  for (const std::size_t offset : {68,   72,   76,   4264, 4268, 4272, 4280, 4284, 4288, 4292,
-                                   4296, 4300, 4304, 4308, 4568, 4572, 4576, 4636})
+  for (const std::size_t offset :
+       {68, 72, 76, 4264, 4268, 4272, 4280, 4284, 4288, 4292, 4296, 4300, 4304, 4308, 4568, 4572, 4576, 4636})
     config.u32(offset, 0xFFFFFFFF);
   EXPECT_EQ(read_back(config), config.bytes);
 }
 
 // A value that has no word of its own comes back as another one of the same word.
 TEST(BaseConfigText, EveryValueOfAWordFieldPrintsTheSameWordAfterItWasRead) {
-  for (const std::size_t offset : {64, 84, 85, 4276, 4277, 4278, 4580, 4581, 4582, 4583, 4593, 4610, 4611, 4624})
+  for (const std::size_t offset :
+       {64, 84, 85, 4276, 4277, 4278, 4580, 4581, 4582, 4583, 4593, 4610, 4611, 4624})
     for (unsigned value = 0; value < 256; ++value) {
       Config config;
       config.u8(offset, value);
