@@ -58,10 +58,8 @@ void after_fork_in_child() {
   here.control = nullptr;
   close_if_open(&here.folder_fd);
   close_if_open(&here.query_fd);
-  here.locale = nullptr;
-  here.plain_order = true;
-  here.wide_text = false;
-  here.messages = MessageTable{};
+  close_collation();
+  free_messages(&here.messages);
   forget_segments_of_parent();
   release_areas();
   forget_log_files();
