@@ -115,6 +115,9 @@ TEST_F(Semaphore, TwoTasksOfOneThreadDoNotWaitForEachOther) {
 }
 
 TEST_F(Semaphore, StaysWithTheThreadThatTookIt) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the sanitizer takes the release that is refused for a fault of ours";
+#endif
   std::promise<void*> taken;
   std::promise<void> tried;
   std::thread thread([&] {
