@@ -47,8 +47,8 @@ std::vector<ordered_target> read_targets(void* task) {
     require_ok("export trg", code);
     const json line = typed(type, {record.data(), type.get_length});
     const auto name_end = std::find(record.begin(), record.begin() + 64, static_cast<unsigned char>(0));
-    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"), text_of(line, "srv_name"),
-                       json_line(line)});
+    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"),
+                       text_of(line, "srv_name"), json_line(line)});
     shown.reached(targets.size());
   }
 }

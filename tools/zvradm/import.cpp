@@ -44,7 +44,8 @@ int import_all(const globals& all, const import_options& options) {
       shown);
   if (transaction && counts.refused > 0) {
     require_ok("import: taking the transaction back", db_rollback(s.task(), DB_TRG));
-    throw refusal(input.name() + ": a line was refused, so nothing was imported; correct it, or use --no-transaction");
+    throw refusal(input.name() +
+                  ": a line was refused, so nothing was imported; correct it, or use --no-transaction");
   }
   if (transaction) require_ok("import: end of the transaction", db_commit(s.task(), DB_TRG));
   print_json({{"records", records},
@@ -59,7 +60,8 @@ int import_all(const globals& all, const import_options& options) {
 void add_import(CLI::App& app, globals& all) {
   auto options = std::make_shared<import_options>();
   CLI::App& sub = *app.add_subcommand("import", "Store the records of an export");
-  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")->required();
+  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")
+      ->required();
   sub.add_flag("--no-transaction", options->no_transaction,
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(All records are stored in one transaction, or none. Their order does not matter:

@@ -137,8 +137,8 @@ void list_names(void* task, const record_type& type, const list_options& options
   std::vector<unsigned char> list(65535 * name_width);
   std::uint16_t count = 0, index = 0;
   const std::string what = std::string("list ") + type.suffix + " --names";
-  std::int16_t code =
-      db_start_list(task, type.db_id, nullptr, list.data(), static_cast<std::uint32_t>(list.size()), &count, &index);
+  std::int16_t code = db_start_list(task, type.db_id, nullptr, list.data(),
+                                    static_cast<std::uint32_t>(list.size()), &count, &index);
   if (code == DBE_LIST_TOO_SMALL)
     throw refusal(what + ": there are more names than one list holds; list without --names");
   require_ok(what, code);
@@ -175,16 +175,18 @@ void add_list(CLI::App& app, globals& all) {
   auto options = std::make_shared<list_options>();
   CLI::App& sub = *app.add_subcommand("list", "List records as JSON lines");
   sub.add_option("TYPE", options->type, "Record type: trg, prm")->required();
-  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")->type_name("TEXT");
+  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")
+      ->type_name("TEXT");
   sub.add_flag("--exclude", options->exclude, "Names that do not begin with the text of --name");
   sub.add_option("--type", options->type_bits, "Targets with any of these type bits")->type_name("BITS");
-  sub.add_option("--mode", options->mode_bits, "Targets with any of these mode bits; exactly 4 means equal to 4")
+  sub.add_option("--mode", options->mode_bits,
+                 "Targets with any of these mode bits; exactly 4 means equal to 4")
       ->type_name("BITS");
   sub.add_option("--os", options->systems, "Targets of these systems: a mask, or words")->type_name("MASK");
   sub.add_option("--server", options->server, "Targets of this server")->type_name("NAME");
   sub.add_flag("--names", options->names, "Names only");
-  CLI::Option* length =
-      sub.add_option("--len", options->length, "Buffer length of each call; for trg 192 (from memory) when left out");
+  CLI::Option* length = sub.add_option("--len", options->length,
+                                       "Buffer length of each call; for trg 192 (from memory) when left out");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people");
   sub.footer(R"(Bits are a number (40, 0x28) or words joined by ',' (LOCAL,SERVER).

@@ -18,23 +18,26 @@ using enum field_kind;
 
 // ---- words
 
-constexpr std::array type_words{word{"NO_CM", 1}, word{"CLIENT", 2}, word{"BASE", 4},   word{"SERVER", 8},
+constexpr std::array type_words{word{"NO_CM", 1},   word{"CLIENT", 2}, word{"BASE", 4},    word{"SERVER", 8},
                                 word{"MOBILE", 16}, word{"LOCAL", 32}, word{"REMOTE", 128}};
 constexpr std::array mode_words{word{"PULL", 1}, word{"PUSH", 2}, word{"FOCAL", 4}, word{"RTFOCAL", 8},
                                 word{"NONE", 16}};
 constexpr std::array system_words{
-    word{"MK/6", 0},   word{"MK/7", 2},     word{"HP_UX", 3},       word{"DOS", 4},   word{"WINDOWS", 5},
-    word{"SUNOS", 6},  word{"SOLARIS", 7},  word{"MAC", 8},         word{"NCR", 9},   word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12}, word{"WIN98", 19},     word{"WIN2K", 20}, word{"WIN2K_ADV", 21},
+    word{"MK/6", 0},        word{"MK/7", 2},    word{"HP_UX", 3},  word{"DOS", 4},    word{"WINDOWS", 5},
+    word{"SUNOS", 6},       word{"SOLARIS", 7}, word{"MAC", 8},    word{"NCR", 9},    word{"NETWARE", 10},
+    word{"WINDOWS_NT", 11}, word{"SCO", 12},    word{"WIN98", 19}, word{"WIN2K", 20}, word{"WIN2K_ADV", 21},
     word{"OS_UNKNOWN", 24}, word{"ANY", 99}};
 constexpr std::array machine_words{
-    word{"MK/6", 0},  word{"MK/7", 2},   word{"HP_UX", 3},  word{"DOS", 4},         word{"WINDOWS", 5},
-    word{"SUNOS", 6}, word{"SOLARIS", 7}, word{"MAC", 8},   word{"NCR", 9},         word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12}, word{"SINIX", 13}, word{"MK/900", 14}, word{"IRIX", 16},
-    word{"MK/8", 17}, word{"WIN95", 18}, word{"WIN98", 19}, word{"WIN2K", 20},      word{"WIN2K_ADV", 21},
+    word{"MK/6", 0},        word{"MK/7", 2},    word{"HP_UX", 3},  word{"DOS", 4},     word{"WINDOWS", 5},
+    word{"SUNOS", 6},       word{"SOLARIS", 7}, word{"MAC", 8},    word{"NCR", 9},     word{"NETWARE", 10},
+    word{"WINDOWS_NT", 11}, word{"SCO", 12},    word{"SINIX", 13}, word{"MK/900", 14}, word{"IRIX", 16},
+    word{"MK/8", 17},       word{"WIN95", 18},  word{"WIN98", 19}, word{"WIN2K", 20},  word{"WIN2K_ADV", 21},
     word{"OS_UNKNOWN", 24}};
-constexpr std::array kind_words{word{"CLIENT", 0}, word{"BASE", 1}, word{"SERVER_NO_COMMS", 2},
-                                word{"SERVER_WITH_COMMS", 3}, word{"REMOTE_ADMIN_SERVER", 4},
+constexpr std::array kind_words{word{"CLIENT", 0},
+                                word{"BASE", 1},
+                                word{"SERVER_NO_COMMS", 2},
+                                word{"SERVER_WITH_COMMS", 3},
+                                word{"REMOTE_ADMIN_SERVER", 4},
                                 word{"REMOTE_ADMIN_BASE", 5}};
 constexpr std::array rbapi_words{word{"none", 0}, word{"ui", 1}, word{"daca", 2}, word{"both", 3}};
 constexpr std::array log_level_words{word{"M", 0}, word{"N", 1}, word{"D", 2}};
@@ -46,9 +49,14 @@ constexpr std::array cfg_mode_words{word{"PULL", 1}, word{"PUSH", 2}};
 
 // ---- rows
 
-constexpr field words_row(const char* name, std::uint32_t offset, std::uint32_t width, std::span<const word> words,
-                          std::uint8_t traits = plain) {
-  return {.name = name, .alias = nullptr, .offset = offset, .width = width, .kind = number, .traits = traits,
+constexpr field words_row(const char* name, std::uint32_t offset, std::uint32_t width,
+                          std::span<const word> words, std::uint8_t traits = plain) {
+  return {.name = name,
+          .alias = nullptr,
+          .offset = offset,
+          .width = width,
+          .kind = number,
+          .traits = traits,
           .words = words};
 }
 
@@ -60,15 +68,24 @@ constexpr field row(const char* name, std::uint32_t offset, std::uint32_t width,
 constexpr field list_row(const char* name, const char* alias, std::uint32_t offset, std::uint32_t width,
                          std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at,
                          std::uint8_t traits = plain) {
-  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = traits, .words = {},
-          .elements = elements, .capacity = capacity, .count_at = count_at};
+  return {.name = name,
+          .alias = alias,
+          .offset = offset,
+          .width = width,
+          .kind = list,
+          .traits = traits,
+          .words = {},
+          .elements = elements,
+          .capacity = capacity,
+          .count_at = count_at};
 }
 
 // Name, place and width of a field as the public layouts have them.
 #define ROW(record, member, ...) row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define WORDS(record, member, ...) words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define LIST(record, member, alias, elements, ...)                                                     \
-  list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements,                   \
+#define WORDS(record, member, ...) \
+  words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
+#define LIST(record, member, alias, elements, ...)                                        \
+  list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements, \
            static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), __VA_ARGS__)
 
 constexpr std::array hardware_parameter{ROW(db_hw_parm, name, text), ROW(db_hw_parm, value, text)};
@@ -195,33 +212,41 @@ constexpr bool rows_fit(const std::array<field, N>& rows, std::uint32_t length) 
 }
 static_assert(rows_fit(trg_fields, sizeof(db_trg)));
 // Target parameters and shadow records differ in length only.
-static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) && sizeof(db_prm::parms) == sizeof(db_sht::parms));
+static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) &&
+              sizeof(db_prm::parms) == sizeof(db_sht::parms));
 static_assert(rows_fit(prm_fields, sizeof(db_sht)) && rows_fit(thw_fields, sizeof(db_thw)));
 static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, sizeof(db_cfg)));
-static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) && rows_fit(named_server, sizeof(db_cfg_server)));
+static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) &&
+              rows_fit(named_server, sizeof(db_cfg_server)));
 
 constexpr std::array<key_part, 0> no_key{};
 constexpr std::array target_key{key_part{"NAME", 65}};
 constexpr std::array user_key{key_part{"USER", 17}, key_part{"SECOND", 33}, key_part{"SELECTOR", 1}};
 
 constexpr std::array all_types{
-    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key, cfg_fields, nullptr},
-    record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length, target_key,
-                trg_fields, "trg_name"},
-    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm), target_key, prm_fields, "trg_name"},
-    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key, thw_fields, "trg_name"},
-    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key, prm_fields, "trg_name"},
+    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key,
+                cfg_fields, nullptr},
+    record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length,
+                target_key, trg_fields, "trg_name"},
+    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm),
+                target_key, prm_fields, "trg_name"},
+    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key,
+                thw_fields, "trg_name"},
+    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key,
+                prm_fields, "trg_name"},
     record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields, nullptr},
 };
 
 // Types that the library knows and has no operations for yet.
-constexpr std::array<std::string_view, 22> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "cat", "cms", "rqr",
-                                                         "rqf", "fan", "rqd", "rqt", "usr", "apr", "tak", "dak",
-                                                         "prd", "fst", "coi", "coo", "rqv", "dtg"};
+constexpr std::array<std::string_view, 22> types_to_come{
+    "rte", "scn", "scf", "tg",  "ucf", "cat", "cms", "rqr", "rqf", "fan", "rqd",
+    "rqt", "usr", "apr", "tak", "dak", "prd", "fst", "coi", "coo", "rqv", "dtg"};
 
 }  // namespace
 
-std::span<const record_type> record_types() { return all_types; }
+std::span<const record_type> record_types() {
+  return all_types;
+}
 
 const record_type* find_record_type(std::string_view suffix) {
   for (const record_type& type : all_types)
@@ -238,9 +263,17 @@ const record_type& record_type_named(std::string_view suffix) {
   throw usage_fault("unknown record type '" + std::string(suffix) + "'; there are " + known);
 }
 
-std::span<const word> installation_kinds() { return kind_words; }
-std::span<const word> target_types() { return type_words; }
-std::span<const word> target_modes() { return mode_words; }
-std::span<const word> target_systems() { return system_words; }
+std::span<const word> installation_kinds() {
+  return kind_words;
+}
+std::span<const word> target_types() {
+  return type_words;
+}
+std::span<const word> target_modes() {
+  return mode_words;
+}
+std::span<const word> target_systems() {
+  return system_words;
+}
 
 }  // namespace zvradm

@@ -44,7 +44,7 @@ struct field {
   // Lists only:
   std::span<const field> elements = {};  // offsets within one element
   std::uint32_t capacity = 0;            // elements there is room for
-  std::int64_t count_at = -1;            // offset of a u16 count; -1: up to the last element that is not all zero
+  std::int64_t count_at = -1;  // offset of a u16 count; -1: up to the last element that is not all zero
 };
 
 // How the key array of a call is made from words of the command line.

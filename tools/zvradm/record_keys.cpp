@@ -17,8 +17,8 @@ std::vector<char> key_area(const key_part& part, const std::string& text) {
     return {static_cast<char>(static_cast<unsigned char>(value))};
   }
   if (text.size() >= part.width)
-    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) + " bytes long, at most " +
-                      std::to_string(part.width - 1));
+    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) +
+                      " bytes long, at most " + std::to_string(part.width - 1));
   std::vector<char> area(part.width, '\0');
   std::copy(text.begin(), text.end(), area.begin());
   return area;
@@ -41,7 +41,8 @@ record_keys::record_keys(const record_type& type, const std::vector<std::string>
 
 std::string key_form(const record_type& type) {
   std::string form;
-  for (const key_part& part : type.keys) form += form.empty() ? part.name : std::string(" [") + part.name + "]";
+  for (const key_part& part : type.keys)
+    form += form.empty() ? part.name : std::string(" [") + part.name + "]";
   return form;
 }
 

@@ -51,7 +51,8 @@ std::int16_t record_writer::put(const record_type& type, const json& object, boo
   const record_keys keys(type, words);
   if (update) {
     std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
-    const std::int16_t code = db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
+    const std::int16_t code =
+        db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
     if (code != DBE_OK) {
       what_ = call_text("get", type, words);
       return code;

@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "commands.h"
-#include "local_target.h"
 #include "local_rename.h"
+#include "local_target.h"
 #include "session.h"
 
 namespace zvradm {

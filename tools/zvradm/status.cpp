@@ -23,7 +23,9 @@ struct status_options {
   bool as_json = false;
 };
 
-std::string bounded_text(const char* text, std::size_t width) { return {text, strnlen(text, width)}; }
+std::string bounded_text(const char* text, std::size_t width) {
+  return {text, strnlen(text, width)};
+}
 
 // A copy of the control block: the block itself changes while we look.
 zvrdb::DBR_CNTL read_control_block(void* task) {
@@ -94,12 +96,15 @@ json collect(void* task, const std::string& base) {
   return all;
 }
 
-std::string yes_no(const json& value) { return value == 0 || value == false ? "no" : "yes"; }
+std::string yes_no(const json& value) {
+  return value == 0 || value == false ? "no" : "yes";
+}
 
 std::string counts_text(const json& counts) {
   std::string text = json_line(counts["actual"]);
   if (counts.contains("allowed")) text += " of " + json_line(counts["allowed"]);
-  if (counts.contains("configured") && (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
+  if (counts.contains("configured") &&
+      (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
     text += " (configured: " + json_line(counts["configured"]) + ")";
   return text;
 }
@@ -130,7 +135,8 @@ void print_sheet(const json& all) {
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
   std::printf("\n");
   table files{{"file", "use count"}, {}, {false, true}};
-  for (const json& file : all["files"]) files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
+  for (const json& file : all["files"])
+    files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
   if (files.rows.empty())
     std::printf("no record file has been opened yet\n");
   else
