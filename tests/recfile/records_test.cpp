@@ -436,6 +436,30 @@ TEST_F(Records, ACorrelatorIsFoundByItsSnaKey) {
   EXPECT_EQ(0u, pieces_in(corr));
 }
 
+TEST_F(Records, AnUpdateNeverMovesACorrelatorInItsSecondKey) {
+  file_entry* corr = files.tcb()->corr_file;
+  unsigned char key[124] = {};
+  std::memcpy(key + 48, "ORIGIN", 6);
+  std::vector<unsigned char> record(124 + 10, 'a');
+  ASSERT_EQ(DBE_OK, db_write(task(), corr, key, record.data(), 134));
+  std::memcpy(key + 48, "OTHERS", 6);
+  record.assign(124 + 20, 'b');
+  ASSERT_EQ(DBE_OK, db_update(task(), corr, key, record.data(), 144));
+  unsigned char sna[77] = {76};
+  std::memcpy(sna + 1, "ORIGIN", 6);
+  ASSERT_EQ(0, engine::dfind(corr->psp, 2, sna, 2, engine::find_equal));
+  std::vector<unsigned char> data(16384);
+  engine::field list[4] = {{'B', 2, 'U', 0, 48, 1, 0, nullptr},
+                           {'B', 2, 'U', 0, 76, 2, 0, nullptr},
+                           {'B', 'N', 'N', 0, 0, 0, 0, data.data()},
+                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
+  ASSERT_EQ(0, engine::dread(corr->psp, list));
+  EXPECT_EQ(20, list[2].flen) << "the data begins behind both keys";
+  EXPECT_EQ('b', data[19]);
+  std::memcpy(sna + 1, "OTHERS", 6);
+  EXPECT_NE(0, engine::dfind(corr->psp, 2, sna, 2, engine::find_equal));
+}
+
 TEST_F(Records, TheKeyOfTheCallCountsAndNotTheOneInTheRecord) {
   target_key key = {5, 77, 0};
   unsigned char record[20];

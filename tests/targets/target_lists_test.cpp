@@ -2,6 +2,7 @@
 #include <array>
 #include <cstring>
 
+#include "targets/targets.h"
 #include "targets/targets_fixture.h"
 
 namespace target_test {
@@ -241,6 +242,14 @@ TEST_F(TargetLists, ThePlainListHoldsAllNamesInOrder) {
   }
   Record record("");
   EXPECT_EQ(db_get_next(task, DB_TRG, list, count, &index, record.bytes.data(), 192), DBE_END_OF_LIST);
+}
+
+TEST_F(TargetLists, TheNamesAreAddedToTheCountOfTheCaller) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put(Record(name)), DBE_OK);
+  char list[2 * 64];
+  std::uint16_t count = 40;
+  ASSERT_EQ(zvrdb::targets::start_list_trg(task, nullptr, list, sizeof list, &count), DBE_OK);
+  EXPECT_EQ(count, 42) << "the frame sets it to zero, the handler does not";
 }
 
 TEST_F(TargetLists, ANameListThatIsTooSmallIsFilledToItsLastByteAndNotBeyond) {

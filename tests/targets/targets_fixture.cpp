@@ -172,6 +172,15 @@ int TargetsTest::logged(unsigned message) {
   return count;
 }
 
+std::string TargetsTest::last_logged(unsigned message) {
+  std::ifstream log(co_log_path(task));
+  const std::string mark = numbered("ZVR", message);
+  std::string last;
+  for (std::string line; std::getline(log, line);)
+    if (line.find(mark) != std::string::npos) last = line;
+  return last;
+}
+
 void TargetsTest::expect_sound() {
   // A call that maps the present tables; a table that cannot be built has none.
   if (index_rc("") != DBE_NO_TARGET) return;
