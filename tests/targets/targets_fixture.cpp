@@ -34,7 +34,8 @@ void TargetsTest::SetUp() {
 void TargetsTest::TearDown() {
   if (task) {
     expect_sound();
-    if (HasFailure()) std::cout << "The log of the installation:\n" << std::ifstream(co_log_path(task)).rdbuf();
+    if (HasFailure())
+      std::cout << "The log of the installation:\n" << std::ifstream(co_log_path(task)).rdbuf();
     coi_term_task(task, 0);
   }
   installation_.reset();
