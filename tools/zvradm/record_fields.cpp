@@ -18,27 +18,57 @@ using enum field_kind;
 
 // ---- words
 
-constexpr std::array type_words{word{"NO_CM", 1},   word{"CLIENT", 2}, word{"BASE", 4},    word{"SERVER", 8},
-                                word{"MOBILE", 16}, word{"LOCAL", 32}, word{"REMOTE", 128}};
-constexpr std::array mode_words{word{"PULL", 1}, word{"PUSH", 2}, word{"FOCAL", 4}, word{"RTFOCAL", 8},
-                                word{"NONE", 16}};
-constexpr std::array system_words{
-    word{"MK/6", 0},        word{"MK/7", 2},    word{"HP_UX", 3},  word{"DOS", 4},    word{"WINDOWS", 5},
-    word{"SUNOS", 6},       word{"SOLARIS", 7}, word{"MAC", 8},    word{"NCR", 9},    word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12},    word{"WIN98", 19}, word{"WIN2K", 20}, word{"WIN2K_ADV", 21},
-    word{"OS_UNKNOWN", 24}, word{"ANY", 99}};
-constexpr std::array machine_words{
-    word{"MK/6", 0},        word{"MK/7", 2},    word{"HP_UX", 3},  word{"DOS", 4},     word{"WINDOWS", 5},
-    word{"SUNOS", 6},       word{"SOLARIS", 7}, word{"MAC", 8},    word{"NCR", 9},     word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12},    word{"SINIX", 13}, word{"MK/900", 14}, word{"IRIX", 16},
-    word{"MK/8", 17},       word{"WIN95", 18},  word{"WIN98", 19}, word{"WIN2K", 20},  word{"WIN2K_ADV", 21},
-    word{"OS_UNKNOWN", 24}};
-constexpr std::array kind_words{word{"CLIENT", 0},
-                                word{"BASE", 1},
-                                word{"SERVER_NO_COMMS", 2},
-                                word{"SERVER_WITH_COMMS", 3},
-                                word{"REMOTE_ADMIN_SERVER", 4},
-                                word{"REMOTE_ADMIN_BASE", 5}};
+constexpr std::array type_words{word{"NO_CM", DB_TRG_NO_CM},   word{"CLIENT", DB_TRG_CLIENT},
+                                word{"BASE", DB_TRG_BASE},     word{"SERVER", DB_TRG_SERVER},
+                                word{"MOBILE", DB_TRG_MOBILE}, word{"LOCAL", DB_TRG_LOCAL},
+                                word{"REMOTE", DB_TRG_REMOTE}};
+constexpr std::array mode_words{word{"PULL", DB_MODE_PULL}, word{"PUSH", DB_MODE_PUSH},
+                                word{"FOCAL", DB_MODE_FOCAL}, word{"RTFOCAL", DB_MODE_FOCAL_POINT},
+                                word{"NONE", DB_MODE_NONE}};
+constexpr std::array system_words{word{"MK/6", DB_OS_MK6},
+                                  word{"MK/7", DB_OS_MK7},
+                                  word{"HP_UX", DB_OS_HP_UX},
+                                  word{"DOS", DB_OS_DOS},
+                                  word{"WINDOWS", DB_OS_WINDOWS},
+                                  word{"SUNOS", DB_OS_SUNOS},
+                                  word{"SOLARIS", DB_OS_SOLARIS},
+                                  word{"MAC", DB_OS_MAC},
+                                  word{"NCR", DB_OS_NCR},
+                                  word{"NETWARE", DB_OS_NETWARE},
+                                  word{"WINDOWS_NT", DB_OS_WINDOWS_NT},
+                                  word{"SCO", DB_OS_SCO},
+                                  word{"WIN98", DB_OS_WIN98},
+                                  word{"WIN2K", DB_OS_WIN2K},
+                                  word{"WIN2K_ADV", DB_OS_WIN2K_ADV},
+                                  word{"OS_UNKNOWN", DB_OS_UNKNOWN},
+                                  word{"ANY", DB_OS_ANY}};
+constexpr std::array machine_words{word{"MK/6", DB_OS_MK6},
+                                   word{"MK/7", DB_OS_MK7},
+                                   word{"HP_UX", DB_OS_HP_UX},
+                                   word{"DOS", DB_OS_DOS},
+                                   word{"WINDOWS", DB_OS_WINDOWS},
+                                   word{"SUNOS", DB_OS_SUNOS},
+                                   word{"SOLARIS", DB_OS_SOLARIS},
+                                   word{"MAC", DB_OS_MAC},
+                                   word{"NCR", DB_OS_NCR},
+                                   word{"NETWARE", DB_OS_NETWARE},
+                                   word{"WINDOWS_NT", DB_OS_WINDOWS_NT},
+                                   word{"SCO", DB_OS_SCO},
+                                   word{"SINIX", 13},
+                                   word{"MK/900", 14},
+                                   word{"IRIX", 16},
+                                   word{"MK/8", 17},
+                                   word{"WIN95", 18},
+                                   word{"WIN98", DB_OS_WIN98},
+                                   word{"WIN2K", DB_OS_WIN2K},
+                                   word{"WIN2K_ADV", DB_OS_WIN2K_ADV},
+                                   word{"OS_UNKNOWN", DB_OS_UNKNOWN}};
+constexpr std::array kind_words{word{"CLIENT", DB_CFG_CLIENT},
+                                word{"BASE", DB_CFG_BASE},
+                                word{"SERVER_NO_COMMS", DB_CFG_SERVER_NO_COMMS},
+                                word{"SERVER_WITH_COMMS", DB_CFG_SERVER_WITH_COMMS},
+                                word{"REMOTE_ADMIN_SERVER", DB_CFG_REMOTE_ADMIN_SERVER},
+                                word{"REMOTE_ADMIN_BASE", DB_CFG_REMOTE_ADMIN_BASE}};
 constexpr std::array rbapi_words{word{"none", 0}, word{"ui", 1}, word{"daca", 2}, word{"both", 3}};
 constexpr std::array log_level_words{word{"M", 0}, word{"N", 1}, word{"D", 2}};
 constexpr std::array held_words{word{"RELEASED", 0}, word{"HELD", 1}};
