@@ -281,6 +281,22 @@ TEST_F(Records, EachOptionFindsItsRecordAndGivesTheKeyBackAsTold) {
   EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &key, KEY_GE));
 }
 
+TEST_F(Records, AnEmptyFileHasNoRecordForAnyOption) {
+  for (const locate_option option : {KEY_FIRST, KEY_LAST, KEY_EQ, KEY_GE, KEY_GT, KEY_LE}) {
+    target_key key = {4, 7, 0};
+    EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &key, option)) << option;
+    EXPECT_EQ(7u, key.number) << option;
+  }
+}
+
+TEST_F(Records, ALessOrEqualSearchEndsOnTheLastPieceOfTheRecordBelow) {
+  ASSERT_EQ(DBE_OK, write(7, 2 * target_piece + 5));
+  target_key key = {4, 8, 0};
+  ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_LE));
+  EXPECT_EQ(7u, key.number);
+  EXPECT_EQ(2u, key.recnum) << "only a search for the last record goes back to its first piece";
+}
+
 TEST_F(Records, AnUnknownOptionIsLoggedAndRefused) {
   target_key key = {4, 1, 0};
   EXPECT_EQ(DBE_IO_ERROR, db_locate(task(), trg(), &key, 7));
