@@ -1,6 +1,9 @@
 #include "targets/target_limits.h"
 
+#include <zvrdb/records.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "memory/codes.h"
@@ -11,10 +14,10 @@
 namespace zvrdb::targets {
 namespace {
 
-constexpr std::size_t config_kind = 85;
-constexpr std::size_t config_max_targets = 4268;
-constexpr std::size_t config_max_local = 4284;
-constexpr std::size_t config_max_servers = 4568;
+constexpr std::size_t config_kind = offsetof(db_cfg, configuration);
+constexpr std::size_t config_max_targets = offsetof(db_cfg, max_targets);
+constexpr std::size_t config_max_local = offsetof(db_cfg, max_local_targets);
+constexpr std::size_t config_max_servers = offsetof(db_cfg, max_server_targets);
 
 std::uint32_t configured(void* task, std::size_t offset) {
   std::uint32_t value = 0;

@@ -22,8 +22,8 @@ std::int16_t read_at(void* task, const std::vector<db_cat_entry>& list, std::siz
                      std::vector<unsigned char>& record) {
   auto index = static_cast<std::uint16_t>(at);
   std::fill(record.begin(), record.end(), static_cast<unsigned char>(0));
-  return db_get_next(task, DB_CAT, list.data(), static_cast<std::uint16_t>(list.size()), &index, record.data(),
-                     static_cast<std::uint16_t>(record.size()));
+  return db_get_next(task, DB_CAT, list.data(), static_cast<std::uint16_t>(list.size()), &index,
+                     record.data(), static_cast<std::uint16_t>(record.size()));
 }
 
 // A number whose record is not what it was: whether what it is now matches as well.  The
@@ -33,7 +33,8 @@ bool read_anew(void* task, const db_cf_name& filter, std::uint16_t cf_number, co
   const std::vector<db_cat_entry> now = list_change_files(task, filter, what);
   const auto same = std::find_if(now.begin(), now.end(),
                                  [&](const db_cat_entry& entry) { return entry.cf_number == cf_number; });
-  return same != now.end() && read_at(task, now, static_cast<std::size_t>(same - now.begin()), record) == DBE_OK;
+  return same != now.end() &&
+         read_at(task, now, static_cast<std::size_t>(same - now.begin()), record) == DBE_OK;
 }
 
 }  // namespace
@@ -46,8 +47,9 @@ std::vector<db_cat_entry> list_change_files(void* task, const db_cf_name& filter
   for (std::size_t room = first_area;; room *= 2) {
     std::vector<db_cat_entry> list(room);
     std::uint16_t count = 0, index = 0;
-    const std::int16_t code = db_start_list(task, DB_CAT, &filter, list.data(),
-                                            static_cast<std::uint32_t>(room * sizeof list[0]), &count, &index);
+    const std::int16_t code =
+        db_start_list(task, DB_CAT, &filter, list.data(), static_cast<std::uint32_t>(room * sizeof list[0]),
+                      &count, &index);
     if (code == DBE_LIST_TOO_SMALL && room < most_entries) continue;
     require_ok(what, code);
     list.resize(count);
@@ -55,8 +57,8 @@ std::vector<db_cat_entry> list_change_files(void* task, const db_cf_name& filter
   }
 }
 
-list_changes read_change_files(void* task, const db_cf_name& filter, std::uint16_t length, const std::string& what,
-                               const change_file_fn& give) {
+list_changes read_change_files(void* task, const db_cf_name& filter, std::uint16_t length,
+                               const std::string& what, const change_file_fn& give) {
   const std::vector<db_cat_entry> list = list_change_files(task, filter, what);
   list_changes changes;
   std::vector<unsigned char> record(length);
@@ -83,7 +85,8 @@ void tell_changes(const std::string& what, const list_changes& changes) {
   const auto tell = [&](std::uint64_t number, const char* text) {
     if (number == 0) return;
     std::fflush(stdout);
-    std::fprintf(stderr, "zvradm: %s: %llu %s\n", what.c_str(), static_cast<unsigned long long>(number), text);
+    std::fprintf(stderr, "zvradm: %s: %llu %s\n", what.c_str(), static_cast<unsigned long long>(number),
+                 text);
   };
   tell(changes.stored_anew, "stored anew by others meanwhile: shown as they are now");
   tell(changes.gone, "deleted or replaced by others meanwhile: not shown");

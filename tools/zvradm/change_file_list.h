@@ -28,8 +28,8 @@ using change_file_fn = std::function<void(const db_cat_entry& entry, std::span<c
 
 // Gives each change file that matches, with the first `length` bytes of its record: 76
 // for the name alone.  Throws refusal.
-list_changes read_change_files(void* task, const db_cf_name& filter, std::uint16_t length, const std::string& what,
-                               const change_file_fn& give);
+list_changes read_change_files(void* task, const db_cf_name& filter, std::uint16_t length,
+                               const std::string& what, const change_file_fn& give);
 
 // Tells on standard error what changed, if anything did.
 void tell_changes(const std::string& what, const list_changes& changes);

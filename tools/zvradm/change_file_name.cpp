@@ -53,7 +53,8 @@ std::string digits_of(const db_cf_name& name) {
 std::string token_from_json(const json& value) {
   if (value.is_string()) return value.get<std::string>();
   std::vector<unsigned char> bytes;
-  const bool hex = value.is_object() && value.size() == 1 && value.contains("hex") && value["hex"].is_string();
+  const bool hex =
+      value.is_object() && value.size() == 1 && value.contains("hex") && value["hex"].is_string();
   if (!hex || !from_hex(value["hex"].get_ref<const std::string&>(), bytes))
     throw name_fault("a token of a change file's name must be text");
   return {bytes.begin(), bytes.end()};

@@ -71,8 +71,8 @@ class pair_import {
   void refuse(const import_line& line, const std::string& text) {
     ++counts_.refused;
     std::fflush(stdout);
-    std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", source_.c_str(), static_cast<unsigned long long>(line.number),
-                 text.c_str());
+    std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", source_.c_str(),
+                 static_cast<unsigned long long>(line.number), text.c_str());
   }
   // The pair is stored for good when its answer is written.
   void answer(const import_line& line, std::int16_t code) const {

@@ -28,7 +28,9 @@ struct lists_options {
 class status_printer {
  public:
   status_printer(const char* name_field, bool as_table)
-      : field_(name_field), as_table_(as_table), table_{{name_field, "cm_status", "remark"}, {}, {false, true}} {}
+      : field_(name_field),
+        as_table_(as_table),
+        table_{{name_field, "cm_status", "remark"}, {}, {false, true}} {}
   void add(const json& name, const std::string& text, std::uint32_t status, bool is_default) {
     if (as_table_) {
       table_.rows.push_back({text, std::to_string(status), is_default ? "default" : ""});
@@ -41,7 +43,8 @@ class status_printer {
   // A pair whose other side is known by its number only.
   void add_nameless(const char* number_field, std::uint32_t number, std::uint32_t status) {
     if (as_table_)
-      table_.rows.push_back({"(number " + std::to_string(number) + ")", std::to_string(status), "no such record"});
+      table_.rows.push_back(
+          {"(number " + std::to_string(number) + ")", std::to_string(status), "no such record"});
     else
       print_json({{number_field, number}, {"cm_status", status}});
   }
@@ -124,7 +127,8 @@ void list_by_target(const globals& all, const lists_options& options) {
 
 void add_cms_lists(CLI::App& cms, globals& all) {
   auto options = std::make_shared<lists_options>();
-  CLI::App& file = *cms.add_subcommand("by-file", "List the status of a change file on all targets that have one");
+  CLI::App& file =
+      *cms.add_subcommand("by-file", "List the status of a change file on all targets that have one");
   file.add_option("FILE", options->name, "Change file, dots between its tokens")->required();
   file.add_flag("--table", options->as_table, "A table for people");
   file.footer(R"(Targets stand in the order of their names. The default status of targets without a
@@ -134,8 +138,9 @@ record is marked "default":true. A target that is gone while its status is not i
   CLI::App& target = *cms.add_subcommand("by-target", "List the status of all change files on a target");
   target.add_option("TARGET", options->name, "Target")->required();
   target.add_flag("--table", options->as_table, "A table for people");
-  target.footer("Only status that is stored: default status is not listed. Change files stand in the order of "
-                "their names.");
+  target.footer(
+      "Only status that is stored: default status is not listed. Change files stand in the order of "
+      "their names.");
   target.callback([&all, options] { list_by_target(all, *options); });
 }
 

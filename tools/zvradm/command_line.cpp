@@ -37,7 +37,9 @@ int run_command_line(int argc, const char* const* argv) {
   app.fallthrough();
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help of all commands");
-  app.add_option("--base", all.base, "Base directory of the installation")->type_name("DIR")->envname("ORVO_PATH");
+  app.add_option("--base", all.base, "Base directory of the installation")
+      ->type_name("DIR")
+      ->envname("ORVO_PATH");
   add_init(app, all);
   add_status(app, all);
   add_reset(app, all);

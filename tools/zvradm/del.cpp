@@ -40,9 +40,10 @@ void del_status_of_remote(void* task, const std::string& name) {
     if (code != DBE_NOT_FOUND) require_ok(what + ": its CM status", code);
   }
   if (!states.empty())
-    throw refusal(what + ": it has CM status of " + std::to_string(states.size()) +
-                  " change files that are not in the catalog, which would pass to the next target with its number. "
-                  "The target was not deleted");
+    throw refusal(
+        what + ": it has CM status of " + std::to_string(states.size()) +
+        " change files that are not in the catalog, which would pass to the next target with its number. "
+        "The target was not deleted");
 }
 
 void del_one(const globals& all, const del_options& options) {
@@ -63,7 +64,8 @@ void add_del(CLI::App& app, globals& all) {
   auto options = std::make_shared<del_options>();
   CLI::App& sub = *app.add_subcommand("del", "Delete one record");
   sub.add_option("TYPE", options->type, "Record type: trg, prm, thw, sht, cat, prd, fst, cms")->required();
-  sub.add_option("KEY", options->keys, "NAME of the target; FILE; FILE PRODUCT; FILE PRODUCT FILESET; TARGET FILE");
+  sub.add_option("KEY", options->keys,
+                 "NAME of the target; FILE; FILE PRODUCT; FILE PRODUCT FILESET; TARGET FILE");
   sub.add_flag("--force", options->force, "Delete even the local target");
   sub.footer(R"(A target takes its parameters, its hardware record and its CM status with it; its shadow
 record stays and passes to the next target that gets its number. A change file takes its

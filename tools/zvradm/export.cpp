@@ -51,8 +51,8 @@ std::vector<ordered_target> read_targets(void* task) {
     require_ok("export trg", code);
     const json line = typed(type, {record.data(), type.get_length});
     const auto name_end = std::find(record.begin(), record.begin() + 64, static_cast<unsigned char>(0));
-    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"), text_of(line, "srv_name"),
-                       json_line(line)});
+    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"),
+                       text_of(line, "srv_name"), json_line(line)});
     shown.reached(targets.size());
   }
 }
@@ -91,9 +91,9 @@ void tell(const std::string& text) {
 }
 
 void export_change_files(void* task, const record_type& type) {
-  const list_changes changes =
-      read_change_files(task, every_change_file(), type.get_length, "export cat",
-                        [&](const db_cat_entry&, std::span<const unsigned char> record) { print_json(typed(type, record)); });
+  const list_changes changes = read_change_files(
+      task, every_change_file(), type.get_length, "export cat",
+      [&](const db_cat_entry&, std::span<const unsigned char> record) { print_json(typed(type, record)); });
   tell_changes("export cat", changes);
 }
 
@@ -149,7 +149,8 @@ bool export_status(void* task, const record_type& type, const std::vector<ordere
     if (states.empty()) continue;
     for (const numbered_change_file& file : files) {
       if (states.erase(file.number) == 0) continue;
-      const pair_status pair = read_status(task, record_keys(type, {target.name, change_file_text(file.name)}));
+      const pair_status pair =
+          read_status(task, record_keys(type, {target.name, change_file_text(file.name)}));
       if (pair.code == DBE_NOT_FOUND || pair.is_default) continue;  // deleted meanwhile
       require_ok("export cms", pair.code);
       std::array<unsigned char, sizeof pair.record> bytes;
@@ -159,7 +160,8 @@ bool export_status(void* task, const record_type& type, const std::vector<ordere
     nameless += states.size();
   }
   if (nameless != 0)
-    tell("export cms: " + std::to_string(nameless) + " pairs are of change files that are not in the catalog: left out");
+    tell("export cms: " + std::to_string(nameless) +
+         " pairs are of change files that are not in the catalog: left out");
   return nameless == 0;
 }
 
@@ -185,12 +187,21 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
     if (!is_asked(asked, suffix)) continue;
     const record_type& type = record_type_named(suffix);
     switch (type.db_id) {
-      case DB_TRG: export_targets(targets); break;
-      case DB_CAT: export_change_files(s.task(), type); break;
+      case DB_TRG:
+        export_targets(targets);
+        break;
+      case DB_CAT:
+        export_change_files(s.task(), type);
+        break;
       case DB_PRD:
-      case DB_FST: whole = export_products(s.task(), type, files) && whole; break;
-      case DB_CMS: whole = export_status(s.task(), type, targets, files) && whole; break;
-      default: export_by_target(s.task(), type, targets);
+      case DB_FST:
+        whole = export_products(s.task(), type, files) && whole;
+        break;
+      case DB_CMS:
+        whole = export_status(s.task(), type, targets, files) && whole;
+        break;
+      default:
+        export_by_target(s.task(), type, targets);
     }
   }
   return whole ? exit_done : exit_refused;

@@ -61,7 +61,8 @@ void hold(const hold_options& options) {
 void add_file_hold(CLI::App& file, globals& all) {
   (void)all;
   auto options = std::make_shared<hold_options>();
-  CLI::App& sub = *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
+  CLI::App& sub =
+      *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
   sub.add_option("FILE", options->files, "Record files, held in this order")->required();
   sub.add_option("--run", options->command, "Command line for the shell")->required();
   sub.footer(R"(Writers wait until the command has ended; readers do not. The command must not use the

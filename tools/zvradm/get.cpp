@@ -44,9 +44,12 @@ void get_one(const globals& all, const get_options& options) {
 void add_get(CLI::App& app, globals& all) {
   auto options = std::make_shared<get_options>();
   CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")->required();
-  sub.add_option("KEY", options->keys, "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
-                                          "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")
+      ->required();
+  sub.add_option(
+      "KEY", options->keys,
+      "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
+      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
   CLI::Option* length = sub.add_option("--len", options->length,
                                        "Buffer length of the call; only fields that fit whole are printed");
   sub.add_flag("--words", options->words, "Numbers that have words as words");

@@ -52,7 +52,8 @@ class whole_import {
     sort_out(lines);
     if (transaction_) {
       check_all();
-      if (counts_.refused > 0) throw refusal(source_ + ": nothing was imported; correct it, or use --no-transaction");
+      if (counts_.refused > 0)
+        throw refusal(source_ + ": nothing was imported; correct it, or use --no-transaction");
     }
     for (std::size_t i = 0; i < phases.size(); ++i)
       if (!of_phase_[i].empty()) store(phases[i], std::move(of_phase_[i]));
@@ -61,8 +62,8 @@ class whole_import {
 
  private:
   void refuse(std::uint64_t line, const std::string& text) {
-    std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", source_.c_str(), static_cast<unsigned long long>(line),
-                 text.c_str());
+    std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", source_.c_str(),
+                 static_cast<unsigned long long>(line), text.c_str());
   }
   void refuse(std::uint64_t line, const field_fault& fault) {
     ++counts_.refused;
@@ -104,7 +105,8 @@ class whole_import {
 
   void store(const import_phase& phase, std::vector<import_line> lines) {
     const std::string what = std::string("import of ") + phase.title;
-    if (transaction_) require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
+    if (transaction_)
+      require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
     progress shown(std::string("importing ") + phase.title, lines.size());
     const import_counts counts = import_records(
         task_, std::move(lines), !transaction_,
@@ -144,7 +146,8 @@ int import_all(const globals& all, const import_options& options) {
   std::vector<import_line> lines = read_lines(input);
   const session s(base_directory(all));
   const std::uint64_t records = lines.size();
-  const import_counts counts = whole_import(s.task(), input.name(), !options.no_transaction).run(std::move(lines));
+  const import_counts counts =
+      whole_import(s.task(), input.name(), !options.no_transaction).run(std::move(lines));
   print_json({{"records", records},
               {"added", counts.added},
               {"replaced", counts.replaced},
@@ -157,7 +160,8 @@ int import_all(const globals& all, const import_options& options) {
 void add_import(CLI::App& app, globals& all) {
   auto options = std::make_shared<import_options>();
   CLI::App& sub = *app.add_subcommand("import", "Store the records of an export");
-  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")->required();
+  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")
+      ->required();
   sub.add_flag("--no-transaction", options->no_transaction,
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and

@@ -35,8 +35,8 @@ void import_check::check(const record_type& type, const json& object) {
     throw field_fault("trg_name", "there is no target " + json_line(object["trg_name"]));
   const bool names_change_file = type.db_id == DB_PRD || type.db_id == DB_FST || type.db_id == DB_CMS;
   if (names_change_file && !change_file_known(object["cf_name"]))
-    throw field_fault("cf_name",
-                      "there is no change file \"" + change_file_text(change_file_from_json(object["cf_name"])) + "\"");
+    throw field_fault("cf_name", "there is no change file \"" +
+                                     change_file_text(change_file_from_json(object["cf_name"])) + "\"");
 }
 
 }  // namespace zvradm

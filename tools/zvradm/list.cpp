@@ -130,9 +130,9 @@ void list_catalog(void* task, const record_type& type, const list_options& optio
   const list_form form = form_of(type, options);
   const std::string what = std::string("list ") + type.suffix;
   list_printer printer(type, form);
-  const list_changes changes =
-      read_change_files(task, filter_of(options), form.length, what,
-                        [&](const db_cat_entry&, std::span<const unsigned char> record) { printer.add(task, record); });
+  const list_changes changes = read_change_files(
+      task, filter_of(options), form.length, what,
+      [&](const db_cat_entry&, std::span<const unsigned char> record) { printer.add(task, record); });
   printer.end();
   tell_changes(what, changes);
 }
@@ -141,8 +141,8 @@ void list_names(void* task, const record_type& type, const list_options& options
   std::vector<unsigned char> list(65535 * name_width);
   std::uint16_t count = 0, index = 0;
   const std::string what = std::string("list ") + type.suffix + " --names";
-  std::int16_t code =
-      db_start_list(task, type.db_id, nullptr, list.data(), static_cast<std::uint32_t>(list.size()), &count, &index);
+  std::int16_t code = db_start_list(task, type.db_id, nullptr, list.data(),
+                                    static_cast<std::uint32_t>(list.size()), &count, &index);
   if (code == DBE_LIST_TOO_SMALL)
     throw refusal(what + ": there are more names than one list holds; list without --names");
   require_ok(what, code);
@@ -166,9 +166,11 @@ void check_options(const record_type& type, const list_options& options) {
     throw usage_fault("these filters are for targets only, not for type " + suffix);
   if (type.db_id != DB_CAT && !options.filter.empty())
     throw usage_fault("--filter is for change files (cat) only, not for type " + suffix);
-  if (of_file && options.file.empty()) throw usage_fault("list " + suffix + " takes the change file: list " + suffix + " FILE");
+  if (of_file && options.file.empty())
+    throw usage_fault("list " + suffix + " takes the change file: list " + suffix + " FILE");
   if (!of_file && !options.file.empty()) throw usage_fault("list " + suffix + " takes no FILE");
-  if (options.product_given && type.db_id != DB_FST) throw usage_fault("--product is for filesets (fst) only");
+  if (options.product_given && type.db_id != DB_FST)
+    throw usage_fault("--product is for filesets (fst) only");
   if (options.names && of_file) throw usage_fault("--names is not for type " + suffix);
   if (options.names && (options.filtered() || options.length_given))
     throw usage_fault("--names goes with no filter of targets and no --len");
@@ -183,10 +185,13 @@ void list_all(const globals& all, const list_options& options) {
   check_options(type, options);
   const session s(base_directory(all));
   switch (type.db_id) {
-    case DB_CAT: return list_catalog(s.task(), type, options);
+    case DB_CAT:
+      return list_catalog(s.task(), type, options);
     case DB_PRD:
-    case DB_FST: return list_products(s.task(), type, options);
-    default: return options.names ? list_names(s.task(), type, options) : list_targets(s.task(), type, options);
+    case DB_FST:
+      return list_products(s.task(), type, options);
+    default:
+      return options.names ? list_names(s.task(), type, options) : list_targets(s.task(), type, options);
   }
 }
 
@@ -197,20 +202,24 @@ void add_list(CLI::App& app, globals& all) {
   CLI::App& sub = *app.add_subcommand("list", "List records as JSON lines");
   sub.add_option("TYPE", options->type, "Record type: trg, prm, cat, prd, fst")->required();
   sub.add_option("FILE", options->file, "The change file whose products (prd) or filesets (fst) are listed");
-  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")->type_name("TEXT");
+  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")
+      ->type_name("TEXT");
   sub.add_flag("--exclude", options->exclude, "Names that do not begin with the text of --name");
   sub.add_option("--type", options->type_bits, "Targets with any of these type bits")->type_name("BITS");
-  sub.add_option("--mode", options->mode_bits, "Targets with any of these mode bits; exactly 4 means equal to 4")
+  sub.add_option("--mode", options->mode_bits,
+                 "Targets with any of these mode bits; exactly 4 means equal to 4")
       ->type_name("BITS");
   sub.add_option("--os", options->systems, "Targets of these systems: a mask, or words")->type_name("MASK");
   sub.add_option("--server", options->server, "Targets of this server")->type_name("NAME");
   sub.add_option("--filter", options->filter, "Change files with names like this, '*' and '?' in its tokens")
       ->type_name("NAME");
   CLI::Option* product =
-      sub.add_option("--product", options->product, "Filesets of this product; 0, or left out: of all")->type_name("N");
+      sub.add_option("--product", options->product, "Filesets of this product; 0, or left out: of all")
+          ->type_name("N");
   sub.add_flag("--names", options->names, "Names only");
-  CLI::Option* length = sub.add_option(
-      "--len", options->length, "Buffer length of each call; when left out 192 for trg and 164 for cat (from memory)");
+  CLI::Option* length =
+      sub.add_option("--len", options->length,
+                     "Buffer length of each call; when left out 192 for trg and 164 for cat (from memory)");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people");
   sub.footer(R"(Bits are a number (40, 0x28) or words joined by ',' (LOCAL,SERVER).

@@ -65,9 +65,11 @@ int put_all(const globals& all, const put_options& options) {
 void add_put(CLI::App& app, globals& all) {
   auto options = std::make_shared<put_options>();
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms")->required();
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms")
+      ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
-  sub.add_flag("--update", options->update, "Fields that are left out keep their value instead of being zero");
+  sub.add_flag("--update", options->update,
+               "Fields that are left out keep their value instead of being zero");
   sub.footer(R"(One JSON line is answered for each line read: {"line":1,"rc":0,"code":"DBE_OK"}.
 The exit code is 1 when any record was refused.
 

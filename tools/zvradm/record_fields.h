@@ -28,9 +28,9 @@ struct word {
 
 enum field_traits : std::uint8_t {
   plain = 0,
-  bit_set = 1,   // the words are bits: several may hold
-  live = 2,      // belongs to this installation at this moment: export leaves it out
-  column = 4,    // shown in tables for people
+  bit_set = 1,    // the words are bits: several may hold
+  live = 2,       // belongs to this installation at this moment: export leaves it out
+  column = 4,     // shown in tables for people
   looked_up = 8,  // the name of what the bytes before it number: tables look it up
   needed = 16     // may not be left out, not even when it is zero
 };
@@ -46,7 +46,7 @@ struct field {
   // Lists only:
   std::span<const field> elements = {};  // offsets within one element
   std::uint32_t capacity = 0;            // elements there is room for
-  std::int64_t count_at = -1;            // offset of a u16 count; -1: up to the last element that is not all zero
+  std::int64_t count_at = -1;  // offset of a u16 count; -1: up to the last element that is not all zero
 };
 
 // How the key array of a call is made from words of the command line, or from a record.

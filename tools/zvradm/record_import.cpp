@@ -13,7 +13,8 @@ const record_type& imported_type(const json& object) {
   const auto suffix = object.find("type");
   if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
   const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
-  if (!type || type->keys.empty() || !type->storable()) throw field_fault("type", "is not one that can be imported");
+  if (!type || type->keys.empty() || !type->storable())
+    throw field_fault("type", "is not one that can be imported");
   return *type;
 }
 
@@ -59,7 +60,8 @@ class importer {
     for (const auto& [name, first] : waiting) {
       std::set<std::string> chain{name};
       std::string server = text_of(first, "srv_name");
-      while (waiting.count(server) != 0 && chain.insert(server).second) server = text_of(waiting[server], "srv_name");
+      while (waiting.count(server) != 0 && chain.insert(server).second)
+        server = text_of(waiting[server], "srv_name");
       if (waiting.count(server) == 0 || !broken_.insert(server).second) continue;
       json member = waiting[server];
       member.erase("srv_name");
@@ -116,8 +118,8 @@ class importer {
 
 }  // namespace
 
-import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going, const refusal_fn& refused,
-                             progress& shown) {
+import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going,
+                             const refusal_fn& refused, progress& shown) {
   importer work(task, keep_going, refused, shown, lines.size());
   while (!lines.empty()) {
     const std::size_t before = lines.size();

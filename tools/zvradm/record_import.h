@@ -29,7 +29,7 @@ using refusal_fn = std::function<void(std::uint64_t line, const std::string& tex
 // Stores the records of one phase; a record whose target or server is not there yet waits for the
 // others, and servers that are each other's clients are linked when all are there.
 // Ends at the first refused line unless keep_going.
-import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going, const refusal_fn& refused,
-                             progress& shown);
+import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going,
+                             const refusal_fn& refused, progress& shown);
 
 }  // namespace zvradm

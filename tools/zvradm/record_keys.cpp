@@ -31,8 +31,8 @@ std::vector<unsigned char> number_bytes(const key_part& part, const std::string&
 
 std::vector<unsigned char> text_bytes(const key_part& part, const std::string& text) {
   if (text.size() >= part.width)
-    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) + " bytes long, at most " +
-                      std::to_string(part.width - 1));
+    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) +
+                      " bytes long, at most " + std::to_string(part.width - 1));
   std::vector<unsigned char> bytes(part.width);
   std::copy(text.begin(), text.end(), bytes.begin());
   return bytes;
@@ -40,9 +40,12 @@ std::vector<unsigned char> text_bytes(const key_part& part, const std::string& t
 
 std::vector<unsigned char> key_bytes(const key_part& part, const std::string& text) {
   switch (part.kind) {
-    case field_kind::number: return number_bytes(part, text);
-    case field_kind::change_file: return bytes_of(change_file_argument(text));
-    default: return text_bytes(part, text);
+    case field_kind::number:
+      return number_bytes(part, text);
+    case field_kind::change_file:
+      return bytes_of(change_file_argument(text));
+    default:
+      return text_bytes(part, text);
   }
 }
 
@@ -80,7 +83,8 @@ record_keys::record_keys(const record_type& type, const std::vector<std::string>
                       (type.keys.empty() ? "no key" : "the key " + key_form(type)));
   for (std::size_t i = 0; i < type.keys.size(); ++i) {
     const bool given = i < words.size();
-    add(type.keys[i], given ? key_bytes(type.keys[i], words[i]) : std::vector<unsigned char>(type.keys[i].width));
+    add(type.keys[i],
+        given ? key_bytes(type.keys[i], words[i]) : std::vector<unsigned char>(type.keys[i].width));
   }
   point();
 }

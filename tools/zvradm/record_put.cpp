@@ -26,7 +26,8 @@ void require_fields(const record_type& type, const json& object, bool update) {
 // A target has a name; change files may have any that was read.
 void require_names(const record_type& type, std::span<const unsigned char> record) {
   for (const key_part& part : type.keys)
-    if (part.kind == field_kind::text && part.field_name && record[type.field_named(part.field_name).offset] == 0)
+    if (part.kind == field_kind::text && part.field_name &&
+        record[type.field_named(part.field_name).offset] == 0)
       throw field_fault(part.field_name, "is empty");
 }
 

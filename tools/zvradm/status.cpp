@@ -25,7 +25,9 @@ struct status_options {
   bool as_json = false;
 };
 
-std::string bounded_text(const char* text, std::size_t width) { return {text, strnlen(text, width)}; }
+std::string bounded_text(const char* text, std::size_t width) {
+  return {text, strnlen(text, width)};
+}
 
 json tasks_json(void* task) {
   std::vector<co_task_info> tasks(CO_MAX_TASKS);
@@ -52,7 +54,9 @@ json files_json(const zvrdb::DBR_CNTL& block) {
 
 constexpr std::uint32_t most_change_files = 65535;  // numbers of 16 bits, one of which means none
 
-std::uint32_t number_at(const config_record& config, std::size_t at) { return load_number(config.data() + at, 1); }
+std::uint32_t number_at(const config_record& config, std::size_t at) {
+  return load_number(config.data() + at, 1);
+}
 
 json collect(void* task, const std::string& base) {
   const zvrdb::DBR_CNTL block = read_control_block(task);
@@ -97,12 +101,15 @@ json collect(void* task, const std::string& base) {
   return all;
 }
 
-std::string yes_no(const json& value) { return value == 0 || value == false ? "no" : "yes"; }
+std::string yes_no(const json& value) {
+  return value == 0 || value == false ? "no" : "yes";
+}
 
 std::string counts_text(const json& counts) {
   std::string text = json_line(counts["actual"]);
   if (counts.contains("allowed")) text += " of " + json_line(counts["allowed"]);
-  if (counts.contains("configured") && (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
+  if (counts.contains("configured") &&
+      (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
     text += " (configured: " + json_line(counts["configured"]) + ")";
   return text;
 }
@@ -140,7 +147,8 @@ void print_sheet(const json& all) {
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
   std::printf("\n");
   table files{{"file", "use count"}, {}, {false, true}};
-  for (const json& file : all["files"]) files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
+  for (const json& file : all["files"])
+    files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
   if (files.rows.empty())
     std::printf("no record file has been opened yet\n");
   else
