@@ -6,6 +6,21 @@
 #include "memory/trace.h"
 
 namespace zvrdb::cmstatus {
+namespace {
+
+std::int16_t store_in_image(void* task, std::uint32_t trg_index, std::uint16_t cf_number, std::uint8_t status,
+                            image_area* image) {
+  std::int16_t rc = locate(task, by_cat, cf_number);
+  const bool has_record = rc == DBE_OK;
+  if (has_record) rc = read_image(task, image);
+  if (rc != DBE_OK && (has_record || rc != DBE_NOT_FOUND)) return rc;
+  const std::int16_t stored = store_target(&image->body, trg_index, status);
+  if (stored != DBE_OK && stored != DBE_RECORD_REPLACED) return stored;
+  rc = has_record ? update_image(task, by_cat, cf_number, *image) : write_image(task, by_cat, cf_number, *image);
+  return rc == DBE_OK ? stored : rc;
+}
+
+}  // namespace
 
 std::int16_t any_cm_by_cat(void* task, std::uint16_t cf_number) {
   std::int16_t rc = DBE_OK;
@@ -21,21 +36,10 @@ std::int16_t put_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   image_area image(task, "PUTBY_CAT", file_image_len(memory::tcb_of(task)), file_entry_len);
-  if (!image.there()) {
-    bracket.quitting();
-    return rc = DBE_IO_ERROR;
-  }
-  const std::int16_t found = locate(task, by_cat, cf_number);
-  rc = found == DBE_OK ? read_image(task, &image) : found;
-  if (rc != DBE_OK && rc != DBE_NOT_FOUND) {
-    bracket.quitting();
-    return rc;
-  }
-  const std::int16_t stored = store_target(&image.body, trg_index, status);
-  if (stored != DBE_OK && stored != DBE_RECORD_REPLACED) return rc = stored;
-  rc = found == DBE_OK ? update_image(task, by_cat, cf_number, image)
-                       : write_image(task, by_cat, cf_number, image);
-  return rc = rc == DBE_OK ? stored : rc;
+  rc = DBE_IO_ERROR;
+  if (image.there()) rc = store_in_image(task, trg_index, cf_number, status, &image);
+  if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) bracket.quitting();
+  return rc;
 }
 
 std::int16_t del_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf_number) {
@@ -47,7 +51,7 @@ std::int16_t del_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf
     return rc;
   }
   image_area image(task, "DELBY_CAT", file_image_len(memory::tcb_of(task)), file_entry_len);
-  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  rc = read_image(task, &image);
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;

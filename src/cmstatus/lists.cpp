@@ -38,7 +38,6 @@ std::int16_t list_of_change_file(void* task, const void* cf_name, std::uint8_t* 
   if (rc != DBE_OK) return rc;
   image_area image(task, "CM_BY_CAT", file_image_len(memory::tcb_of(task)) + more_room_for_list,
                    file_entry_len);
-  if (!image.there()) return DBE_IO_ERROR;
   rc = read_image(task, &image);
   return rc == DBE_OK ? fill_list(image.body, list, length) : rc;
 }
@@ -101,7 +100,7 @@ std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t
     return rc;
   }
   image_area image(task, "CM_BY_TRG", target_image_len(memory::tcb_of(task)), target_entry_len);
-  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  rc = read_image(task, &image);
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;

@@ -50,6 +50,7 @@ std::int16_t locate(void* task, record_kind kind, std::uint32_t number) {
 }
 
 std::int16_t read_image(void* task, image_area* image) {
+  if (!image->there()) return DBE_IO_ERROR;
   std::uint32_t length = image->longest();
   const std::int16_t rc = recfile::db_read(task, cms_file(task), image->bytes(), &length);
   if (rc == DBE_OK) image->body.length = length - key_len;

@@ -50,7 +50,7 @@ class image_area {
 //
 // Places the engine on it.  0, 8194 or 8455.
 std::int16_t locate(void* task, record_kind kind, std::uint32_t number);
-// Reads it where locate has placed the engine.  0, 8224 or 8455.
+// Reads it where locate has placed the engine.  0, 8224 or 8455, also without memory.
 std::int16_t read_image(void* task, image_area* image);
 // Codes of db_write, db_update and db_delete.
 std::int16_t write_image(void* task, record_kind kind, std::uint32_t number, const image_area& image);

@@ -15,7 +15,7 @@ std::int16_t del_cm_by_trg(void* task, std::uint32_t trg_index, std::uint16_t cf
     return rc;
   }
   image_area image(task, "DELBY_TRG", target_image_len(memory::tcb_of(task)), target_entry_len);
-  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  rc = read_image(task, &image);
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;
