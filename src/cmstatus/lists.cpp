@@ -36,8 +36,7 @@ std::int16_t list_of_change_file(void* task, const void* cf_name, std::uint8_t* 
   rc = locate(task, by_cat, cf_number);
   if (rc == DBE_NOT_FOUND) return DBE_OK;
   if (rc != DBE_OK) return rc;
-  image_area image(task, "CM_BY_CAT", file_image_len(memory::tcb_of(task)) + more_room_for_list,
-                   file_entry_len);
+  image_area image = file_area(task, "CM_BY_CAT", more_room_for_list);
   rc = read_image(task, &image);
   return rc == DBE_OK ? fill_list(image.body, list, length) : rc;
 }
@@ -99,7 +98,7 @@ std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t
     bracket.quitting();
     return rc;
   }
-  image_area image(task, "CM_BY_TRG", target_image_len(memory::tcb_of(task)), target_entry_len);
+  image_area image = target_area(task, "CM_BY_TRG");
   rc = read_image(task, &image);
   if (rc != DBE_OK) {
     bracket.quitting();

@@ -67,7 +67,7 @@ std::int16_t read_status(void* task, const pair_names& names, pair_facts* facts,
     ZVR_TRACE(task, 3, 2, "No CM status record found");
     return DBE_NOT_FOUND;
   }
-  image_area image(task, "GET_CMS", target_image_len(tcb), target_entry_len);
+  image_area image = target_area(task, "GET_CMS");
   const std::int16_t rc = read_image(task, &image);
   if (rc != DBE_OK) return rc;
   std::uint32_t offset = 0;
@@ -122,7 +122,7 @@ std::int16_t put_pair(void* task, const pair_names& names, const unsigned char* 
     ZVR_TRACE(task, 3, 2, "Bad CF");
     return DBE_BAD_CMS_KEY;
   }
-  image_area image(task, "GET_CMS", target_image_len(memory::tcb_of(task)), target_entry_len);
+  image_area image = target_area(task, "GET_CMS");
   if (!image.there()) return DBE_IO_ERROR;
   std::int16_t rc = locate(task, by_trg, trg_index);
   const bool has_record = rc == DBE_OK;
@@ -145,7 +145,9 @@ std::int16_t remove_pair(void* task, std::uint32_t trg_index, std::uint16_t cf_n
                          const image_area& image) {
   std::uint32_t offset = 0;
   std::int16_t rc = find_cms(image.body, cf_number, &offset);
-  if (rc == DBE_OK) rc = del_cm_by_cat(task, trg_index, cf_number);
+  if (rc != DBE_OK) return rc;
+  image_area work = file_area(task, "DELBY_CAT");
+  rc = del_cm_by_cat(task, trg_index, cf_number, &work);
   if (rc != DBE_OK) return rc;
   free_entry_at(image.body, offset);
   return update_image(task, by_trg, trg_index, image);
@@ -158,7 +160,7 @@ std::int16_t delete_pair(void* task, const pair_names& names) {
   if (memory::get_cat_num(task, &cf_number, names.cf_name) != DBE_OK) return DBE_NOT_FOUND;
   std::int16_t rc = locate(task, by_trg, trg_index);
   if (rc != DBE_OK) return rc;
-  image_area image(task, "GET_CMS", target_image_len(memory::tcb_of(task)), target_entry_len);
+  image_area image = target_area(task, "GET_CMS");
   rc = read_image(task, &image);
   if (rc == DBE_OK) rc = recfile::start_trans(task, DB_CMS);
   if (rc != DBE_OK) return rc;
