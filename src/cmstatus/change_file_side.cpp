@@ -16,7 +16,8 @@ std::int16_t store_in_image(void* task, std::uint32_t trg_index, std::uint16_t c
   if (rc != DBE_OK && (has_record || rc != DBE_NOT_FOUND)) return rc;
   const std::int16_t stored = store_target(&image->body, trg_index, status);
   if (stored != DBE_OK && stored != DBE_RECORD_REPLACED) return stored;
-  rc = has_record ? update_image(task, by_cat, cf_number, *image) : write_image(task, by_cat, cf_number, *image);
+  rc = has_record ? update_image(task, by_cat, cf_number, *image)
+                  : write_image(task, by_cat, cf_number, *image);
   return rc == DBE_OK ? stored : rc;
 }
 
@@ -32,7 +33,8 @@ std::int16_t any_cm_by_cat(void* task, std::uint16_t cf_number) {
   return rc = found;
 }
 
-std::int16_t put_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf_number, std::uint8_t status) {
+std::int16_t put_cm_by_cat(void* task, std::uint32_t trg_index, std::uint16_t cf_number,
+                           std::uint8_t status) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   image_area image = file_area(task, "PUTBY_CAT");

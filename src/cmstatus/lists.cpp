@@ -73,7 +73,8 @@ std::int16_t cm_by_cat(void* task, const void* cf_name, std::uint8_t* list, std:
   return rc;
 }
 
-void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, const default_status_rule& rule) {
+void add_default_status(void* task, std::uint8_t* list, std::uint32_t length,
+                        const default_status_rule& rule) {
   const trace_bracket bracket(task, __func__);
   if (!rule.by_authorization && !rule.by_change_file) return;
   DBR_TCB* tcb = memory::tcb_of(task);
@@ -83,7 +84,8 @@ void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, co
     if (list[number] == no_status && is_local_slot(rule.slots[number - 1])) list[number] = default_status;
 }
 
-std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length, std::uint32_t* count) {
+std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length,
+                       std::uint32_t* count) {
   std::int16_t rc = DBE_NOT_FOUND;
   const trace_bracket bracket(task, __func__, &rc);
   *count = 0;

@@ -109,8 +109,8 @@ void fill_default_record(void* task, const pair_names& names, unsigned char* buf
 // Writes both sides; the transaction is under way.  0 or 8196.
 std::int16_t store_pair(void* task, std::uint32_t trg_index, std::uint16_t cf_number, bool has_record,
                         const image_area& image, std::uint8_t status) {
-  const std::int16_t rc = has_record ? update_image(task, by_trg, trg_index, image)
-                                     : write_image(task, by_trg, trg_index, image);
+  const std::int16_t rc =
+      has_record ? update_image(task, by_trg, trg_index, image) : write_image(task, by_trg, trg_index, image);
   return rc == DBE_OK ? put_cm_by_cat(task, trg_index, cf_number, status) : rc;
 }
 
@@ -132,7 +132,8 @@ std::int16_t put_pair(void* task, const pair_names& names, const unsigned char* 
   std::uint32_t offset = 0;
   const bool existed = find_cms(image.body, cf_number, &offset) == DBE_OK;
   const std::uint8_t status = record[record_status];
-  if (!store_entry(&image.body, offset, cf_number, status, record + record_details)) return DBE_BUFFER_TOO_SMALL;
+  if (!store_entry(&image.body, offset, cf_number, status, record + record_details))
+    return DBE_BUFFER_TOO_SMALL;
   rc = recfile::start_trans(task, DB_CMS);
   if (rc != DBE_OK) return rc;
   rc = store_pair(task, trg_index, cf_number, has_record, image, status);
@@ -204,7 +205,8 @@ std::int16_t put_cms(void* task, std::uint16_t num_keys, const void* const* keys
   std::int16_t rc = DBE_BAD_CMS_KEY;
   const trace_bracket bracket(task, __func__, &rc);
   pair_names names;
-  if (take_names(num_keys, keys, &names)) rc = put_pair(task, names, static_cast<const unsigned char*>(record));
+  if (take_names(num_keys, keys, &names))
+    rc = put_pair(task, names, static_cast<const unsigned char*>(record));
   if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) bracket.quitting();
   return rc;
 }

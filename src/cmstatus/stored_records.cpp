@@ -43,7 +43,8 @@ image_area target_area(void* task, const char* tag) {
 }
 
 image_area file_area(void* task, const char* tag, std::uint32_t more) {
-  const std::uint32_t longest = memory::trg_count(memory::tcb_of(task)) * file_entry_len + room_beside_targets;
+  const std::uint32_t longest =
+      memory::trg_count(memory::tcb_of(task)) * file_entry_len + room_beside_targets;
   return {task, tag, longest + more, file_entry_len};
 }
 
