@@ -122,9 +122,11 @@ std::int16_t map_current(void* task, DBR_TCB* tcb) {
     if (!base) return cannot_allocate(task);
     // What a builder that died left in it must not pass for entries in use.
     if (found.base && !found.finished) std::memset(base, 0, wanted);
-    memory::lay_out(tcb, base);
+    if (!memory::lay_out(tcb, base, wanted)) {
+      co_shm_letgo(task, base, found.name);
+      return cannot_allocate(task);
+    }
     tcb->shm_generation = cntl->shm_generation;
-    tcb->shm_length = wanted;
     return DBE_OK;
   }
   return cannot_allocate(task);
@@ -172,11 +174,8 @@ bool try_attach(void* task, DBR_TCB* tcb) {
   drop_memory(task, tcb);
   const found_segment found = find_current(task, cntl);
   if (!found.base) return false;
-  const std::uint64_t wanted = memory::segment_length(tcb);
-  if (found.finished && lengths_stand(cntl) && found.length >= wanted) {
-    memory::lay_out(tcb, found.base);
+  if (found.finished && lengths_stand(cntl) && memory::lay_out(tcb, found.base, found.length)) {
     tcb->shm_generation = current;
-    tcb->shm_length = wanted;
     if (generation.load(std::memory_order_acquire) == current && lengths_stand(cntl)) return true;
     memory::forget_layout(tcb);
   }
@@ -204,7 +203,6 @@ void drop_memory(void* task, DBR_TCB* tcb) {
     co_shm_letgo(task, tcb->shm_base, name);
   }
   memory::forget_layout(tcb);
-  tcb->shm_length = 0;
 }
 
 std::int16_t enter_memory(void* task, DBR_TCB* tcb) {

@@ -7,23 +7,13 @@
 namespace zvrdb::frame {
 namespace {
 
-// The tables of a new generation are built here and not by the next call: that may be
-// one of class 0, which only waits for them.  A failure is met again by the next call of
-// class 1.
-void build_tables(void* task, DBR_TCB* tcb) {
+// The tables of a generation that this task raised are built by it, and not by the next
+// call: that may be one of class 0, which only waits for them.  A failure is met again by
+// the next call of class 1.
+void build_raised(void* task, DBR_TCB* tcb) {
+  if (!tcb->shm_base || tcb->shm_generation == tcb->cntl->shm_generation) return;
   const std::int16_t rc = enter_memory(task, tcb);
-  ZVR_TRACE(task, 4, 2, "enter_memory at the end of a call returned %hx", static_cast<unsigned short>(rc));
-}
-
-// Memory shows what was undone in the file.
-void build_anew(void* task, DBR_TCB* tcb) {
-  memory::raise_generation(task);
-  build_tables(task, tcb);
-}
-
-// Whether the call has raised the generation, since the catalog's tables are full.
-bool has_outgrown(const DBR_TCB* tcb) {
-  return tcb->shm_base && tcb->shm_generation != tcb->cntl->shm_generation;
+  ZVR_TRACE(task, 4, 2, "enter_memory of a raised generation returned %hx", static_cast<unsigned short>(rc));
 }
 
 const char* semaphore_kind(std::uint16_t sem_index) {
@@ -36,10 +26,8 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   const std::uint32_t handle = tcb->sema4[sem_index];
   if (handle == 0 || co_lock_sema4(task, handle) == 0) return;
   if (sem_index == memory_class) {
-    if (take_undone(tcb))
-      build_anew(task, tcb);
-    else if (has_outgrown(tcb))
-      build_tables(task, tcb);
+    if (take_undone(tcb)) memory::raise_generation(task);
+    build_raised(task, tcb);
     tcb->changed_before = tcb->changed_files;
     if (op == operation::write) {
       // The mark before the flag: a task killed between the two is a dead writer still.
@@ -125,7 +113,8 @@ void das_exit(void* task, std::uint32_t reason) {
   const bool owned = tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0;
   // Before the files are closed, for the tables are built from them.
   recfile::rollback_all(task);
-  if (owned && tcb->shm_base && take_undone(tcb)) build_anew(task, tcb);
+  if (take_undone(tcb)) memory::raise_generation(task);
+  if (owned) build_raised(task, tcb);
   close_files(task, tcb);
   if (take_undone(tcb)) memory::raise_generation(task);
   if (owned) co_mark_sema4(task, tcb->sema4[memory_class], 0);

@@ -10,17 +10,24 @@
 namespace zvrdb::memory {
 namespace {
 
+constexpr unsigned char end_mark = 255;
+
 std::string_view text_of(const cf_token& token) {
   return {token.text, token.length};
+}
+
+cf_token token_at_offset(const unsigned char* name, unsigned char offset) {
+  if (offset >= cf_text_len) return {"", 0, false};
+  const char* text = reinterpret_cast<const char*>(name + cf_text_offset + offset);
+  return {text, static_cast<std::uint32_t>(strnlen(text, cf_text_len - offset)), true};
 }
 
 }  // namespace
 
 cf_token token_of(const void* cf_name, std::uint32_t index) {
   const auto* name = static_cast<const unsigned char*>(cf_name);
-  if (index >= cf_token_count || name[index] >= cf_text_len) return {"", 0, false};
-  const char* text = reinterpret_cast<const char*>(name + cf_text_offset + name[index]);
-  return {text, static_cast<std::uint32_t>(strnlen(text, cf_text_len - name[index])), true};
+  if (index >= cf_token_count || std::memchr(name, end_mark, index)) return {"", 0, false};
+  return token_at_offset(name, name[index]);
 }
 
 void get_name_diff(void* task, const void* a, const void* b, std::uint16_t* token, std::uint16_t* character) {
@@ -57,11 +64,12 @@ std::int16_t get_type(void* task, const void* cf_name, std::uint16_t token_index
   constexpr unsigned char no_token = 254;  // and 255
   std::int16_t type = unknown;
   const trace_bracket bracket(task, __func__, &type);
-  if (token_index >= cf_token_count || static_cast<const unsigned char*>(cf_name)[token_index] >= no_token) {
+  const auto* name = static_cast<const unsigned char*>(cf_name);
+  if (!name || token_index >= cf_token_count || name[token_index] >= no_token) {
     ZVR_TRACE(task, 5, 2, "%s", "This is an unknown type");
     return type;
   }
-  const std::string_view text = text_of(token_of(cf_name, token_index));
+  const std::string_view text = text_of(token_at_offset(name, name[token_index]));
   if (text == "REF") {
     ZVR_TRACE(task, 5, 2, "%s", "This is a refresh file");
     return type = refresh;

@@ -1,7 +1,9 @@
 // Change files by name and by number, on the tables in shared memory.
 //
 // Names are ordered by their text areas.  Those with equal text areas are ordered by
-// their token tables, so that the index is the same however it came about.
+// their token tables, so that the index is the same however it came about: downwards,
+// for the end mark is the greatest offset, and the shorter name so comes first as it does
+// among all others.
 #include <cstring>
 
 #include "memory/catalog_tables.h"
@@ -77,7 +79,7 @@ std::uint32_t place_of(const catalog_tables& tables, const Entries& entries, con
 
 int compare_cf_names(const void* a, const void* b) {
   const int compared = compare_texts(a, b);
-  return compared != 0 ? compared : std::memcmp(a, b, cf_text_offset);
+  return compared != 0 ? compared : std::memcmp(b, a, cf_text_offset);
 }
 
 std::int64_t find_cat(void* task, const void* cf_name) {

@@ -35,7 +35,8 @@ struct target_below {
   }
 };
 
-// An entry that leads nowhere comes first, where no search follows it.
+// An entry that leads nowhere comes first, where no search follows it.  Two of one name
+// are in a damaged file only.
 struct change_file_below {
   const catalog_tables& tables;
 
@@ -43,7 +44,8 @@ struct change_file_below {
     const DIST_CAT_ENTRY* slot_a = tables.slot(a.dist_idx);
     const DIST_CAT_ENTRY* slot_b = tables.slot(b.dist_idx);
     if (!slot_a || !slot_b) return !slot_a && slot_b;
-    return compare_cf_names(slot_a->head, slot_b->head) < 0;
+    const int compared = compare_cf_names(slot_a->head, slot_b->head);
+    return compared < 0 || (compared == 0 && a.dist_idx < b.dist_idx);
   }
 };
 

@@ -72,10 +72,10 @@ inline constexpr std::uint8_t trg_type_local = 32;  // bit of trg_type: a target
 // ---- layout of the segment
 // Bytes that the lengths in DBR_CNTL ask for.
 std::uint64_t segment_length(const DBR_TCB* tcb);
-// Sets the six pointers for a segment mapped at base, whose length is known to suffice,
-// and shm_length to that length.  The tables count as mapped only as long as the lengths
-// in DBR_CNTL ask for no more than shm_length.
-void lay_out(DBR_TCB* tcb, unsigned char* base);
+// Sets the six pointers for a segment of which `mapped` bytes are mapped at base, and
+// shm_length to the length that the tables take of it.  False, and nothing laid out, when
+// the lengths in DBR_CNTL ask for more or are none that tables have.
+bool lay_out(DBR_TCB* tcb, unsigned char* base, std::uint64_t mapped);
 void forget_layout(DBR_TCB* tcb);
 // "MEM_%4.4lu"; out holds 16 bytes.
 void segment_name(std::uint32_t generation, char* out);
@@ -122,7 +122,7 @@ std::int16_t get_trg_name(void* task, char* name, std::uint32_t number);
 
 // ---- change files
 // Names (cf_name, 76 bytes) are ordered by their text area and, where that is equal, by
-// their token table.  Lookups make no system call and allocate nothing.
+// their token table so that the name with fewer tokens comes first.  Lookups make no system call and allocate nothing.
 int compare_cf_names(const void* a, const void* b);
 // Position in CAT_CNTL of this very name, else of the first with an equal text area; -1.
 std::int64_t find_cat(void* task, const void* cf_name);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "memory/codes.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "targets/target_access.h"
 
@@ -42,7 +43,7 @@ std::uint8_t configured_kind(void* task) {
 }
 
 target_limits limits_now(void* task) {
-  return {std::min(configured_targets(task), tcb_of(task)->cntl->num_trgs_allowed),
+  return {std::min(configured_targets(task), memory::trg_table_size(tcb_of(task))),
           configured_local_targets(task), configured(task, config_max_servers)};
 }
 

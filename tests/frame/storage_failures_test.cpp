@@ -156,6 +156,54 @@ TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
   EXPECT_EQ(1u, logged(task, 36437));
 }
 
+unsigned open_descriptors() {
+  unsigned count = 0;
+  DIR* listing = opendir("/proc/self/fd");
+  while (listing && readdir(listing)) ++count;
+  if (listing) closedir(listing);
+  return count;
+}
+
+TEST_F(StorageFailures, ACloseThatFailsIsToldAndLetsGoOfTheFileAllTheSame) {
+  client_task task("close");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  const unsigned descriptors = open_descriptors();
+  ASSERT_EQ(DBE_OK, dbr_in(task, operation::read, DB_DTG));
+  file_entry* handle = task.tcb()->dtg_file;
+  writes_left = 0;
+  EXPECT_EQ(DBE_IO_ERROR, recfile::db_close(task, handle));
+  writes_left = -1;
+  dbr_out(task, operation::read, DB_DTG, DBE_IO_ERROR);
+  EXPECT_EQ(1u, logged(task, 36437));
+  EXPECT_EQ(nullptr, handle->iocb);
+  EXPECT_EQ(nullptr, handle->psp);
+  EXPECT_EQ(0u, handle->use_count);
+  EXPECT_EQ(0, task.cntl()->files[8].use_count);
+  EXPECT_EQ(descriptors - 1, open_descriptors());
+  // A task that lives on opens it again.
+  EXPECT_EQ(DBE_OK, get_target(task, "A"));
+  EXPECT_NE(nullptr, handle->iocb);
+  EXPECT_EQ(1, task.cntl()->files[8].use_count);
+}
+
+TEST_F(StorageFailures, ATaskWhoseFilesCannotBeClosedLetsGoOfThemAll) {
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(beside, "A"));
+  const unsigned descriptors = open_descriptors();
+  {
+    client_task task("ends");
+    ASSERT_EQ(DBE_OK, get_target(task, "A"));
+    writes_left = 0;
+  }
+  writes_left = -1;
+  EXPECT_EQ(9u, logged(beside, 36437));
+  EXPECT_EQ(descriptors, open_descriptors());
+  for (const iocb& block : beside.cntl()->files) EXPECT_EQ(1, block.use_count) << block.name;
+  EXPECT_EQ(DBE_OK, put_target(beside, "B"));
+  client_task next("next");
+  EXPECT_EQ(DBE_OK, get_target_from_file(next, "B"));
+}
+
 TEST_F(StorageFailures, APutThatFailsAtAnyWriteIsACleanCodeAndThereAfterwardsWholeOrNot) {
   bool passed = false;
   int failures = 0;

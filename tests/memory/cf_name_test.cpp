@@ -66,6 +66,15 @@ TEST(ChangeFileNames, AnOffsetBehindTheTextIsAnAbsentToken) {
   EXPECT_EQ(token_text(name, 1), "") << "the last byte of the text, a NUL";
 }
 
+TEST(ChangeFileNames, TokensBehindTheEndMarkAreAbsent) {
+  CfName name = cf("A.B.C");
+  name[1] = 255;
+  EXPECT_EQ(token_text(name, 0), "A");
+  EXPECT_EQ(token_text(name, 2), "<absent>") << "though its offset still stands there";
+  name[1] = 254;
+  EXPECT_EQ(token_text(name, 2), "C") << "only 255 is the end mark";
+}
+
 TEST(ChangeFileNames, ATokenWithoutNulEndsWithTheText) {
   CfName name = cf_name_of({std::string(65, 'x')});
   EXPECT_EQ(token_text(name, 0), std::string(65, 'x'));
@@ -176,6 +185,13 @@ TEST(ChangeFileNames, NoTokenHasNoType) {
     damaged[0] = static_cast<unsigned char>(offset);
     EXPECT_EQ(type_of(damaged, 0), 3) << offset;
   }
+  EXPECT_EQ(get_type(nullptr, nullptr, 0), 3);
+}
+
+TEST(ChangeFileNames, TheTypeIsReadAtItsOffsetWhateverStandsBefore) {
+  CfName name = cf("A.B.REF");
+  name[1] = 255;
+  EXPECT_EQ(type_of(name, 2), 2);
 }
 
 TEST(ChangeFileNames, ATypeAtTheVeryEndOfTheTextNeedsNoNul) {

@@ -38,4 +38,15 @@ inline CfName cf(const std::string& dotted) {
   return cf_name_of(tokens);
 }
 
+// The dotted form of a sound name.
+inline std::string dotted(const CfName& name) {
+  std::string text;
+  for (std::size_t i = 0; i < 11 && name[i] < 65; ++i) {
+    if (i > 0) text += '.';
+    const char* token = reinterpret_cast<const char*>(name.data()) + 11 + name[i];
+    text.append(token, strnlen(token, 65u - name[i]));
+  }
+  return text;
+}
+
 }  // namespace zvrtest
