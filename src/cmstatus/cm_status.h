@@ -44,7 +44,9 @@ std::int16_t cm_by_cat(void* task, const void* cf_name, std::uint8_t* list, std:
                        default_status_rule* rule);
 // Writes 128 for each local target without status.  Holds no semaphore: slots are read
 // while others may change them.
-void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, const default_status_rule& rule);
-std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length, std::uint32_t* count);
+void add_default_status(void* task, std::uint8_t* list, std::uint32_t length,
+                        const default_status_rule& rule);
+std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length,
+                       std::uint32_t* count);
 
 }  // namespace zvrdb::cmstatus

@@ -36,9 +36,7 @@ std::int16_t list_of_change_file(void* task, const void* cf_name, std::uint8_t* 
   rc = locate(task, by_cat, cf_number);
   if (rc == DBE_NOT_FOUND) return DBE_OK;
   if (rc != DBE_OK) return rc;
-  image_area image(task, "CM_BY_CAT", file_image_len(memory::tcb_of(task)) + more_room_for_list,
-                   file_entry_len);
-  if (!image.there()) return DBE_IO_ERROR;
+  image_area image = file_area(task, "CM_BY_CAT", more_room_for_list);
   rc = read_image(task, &image);
   return rc == DBE_OK ? fill_list(image.body, list, length) : rc;
 }
@@ -75,7 +73,8 @@ std::int16_t cm_by_cat(void* task, const void* cf_name, std::uint8_t* list, std:
   return rc;
 }
 
-void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, const default_status_rule& rule) {
+void add_default_status(void* task, std::uint8_t* list, std::uint32_t length,
+                        const default_status_rule& rule) {
   const trace_bracket bracket(task, __func__);
   if (!rule.by_authorization && !rule.by_change_file) return;
   DBR_TCB* tcb = memory::tcb_of(task);
@@ -85,7 +84,8 @@ void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, co
     if (list[number] == no_status && is_local_slot(rule.slots[number - 1])) list[number] = default_status;
 }
 
-std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length, std::uint32_t* count) {
+std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length,
+                       std::uint32_t* count) {
   std::int16_t rc = DBE_NOT_FOUND;
   const trace_bracket bracket(task, __func__, &rc);
   *count = 0;
@@ -100,8 +100,8 @@ std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t
     bracket.quitting();
     return rc;
   }
-  image_area image(task, "CM_BY_TRG", target_image_len(memory::tcb_of(task)), target_entry_len);
-  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
+  image_area image = target_area(task, "CM_BY_TRG");
+  rc = read_image(task, &image);
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;

@@ -67,8 +67,7 @@ std::int16_t read_status(void* task, const pair_names& names, pair_facts* facts,
     ZVR_TRACE(task, 3, 2, "No CM status record found");
     return DBE_NOT_FOUND;
   }
-  image_area image(task, "GET_CMS", target_image_len(tcb), target_entry_len);
-  if (!image.there()) return DBE_IO_ERROR;
+  image_area image = target_area(task, "GET_CMS");
   const std::int16_t rc = read_image(task, &image);
   if (rc != DBE_OK) return rc;
   std::uint32_t offset = 0;
@@ -110,9 +109,36 @@ void fill_default_record(void* task, const pair_names& names, unsigned char* buf
 // Writes both sides; the transaction is under way.  0 or 8196.
 std::int16_t store_pair(void* task, std::uint32_t trg_index, std::uint16_t cf_number, bool has_record,
                         const image_area& image, std::uint8_t status) {
-  const std::int16_t rc = has_record ? update_image(task, by_trg, trg_index, image)
-                                     : write_image(task, by_trg, trg_index, image);
+  const std::int16_t rc =
+      has_record ? update_image(task, by_trg, trg_index, image) : write_image(task, by_trg, trg_index, image);
   return rc == DBE_OK ? put_cm_by_cat(task, trg_index, cf_number, status) : rc;
+}
+
+std::int16_t put_pair(void* task, const pair_names& names, const unsigned char* record) {
+  std::uint32_t trg_index = 0;
+  std::uint16_t cf_number = 0;
+  if (find_target_number(task, names, &trg_index) != DBE_OK) return DBE_BAD_CMS_KEY;
+  if (memory::get_cat_num(task, &cf_number, names.cf_name) != DBE_OK) {
+    ZVR_TRACE(task, 3, 2, "Bad CF");
+    return DBE_BAD_CMS_KEY;
+  }
+  image_area image = target_area(task, "GET_CMS");
+  if (!image.there()) return DBE_IO_ERROR;
+  std::int16_t rc = locate(task, by_trg, trg_index);
+  const bool has_record = rc == DBE_OK;
+  if (has_record) rc = read_image(task, &image);
+  if (rc != DBE_OK && (has_record || rc != DBE_NOT_FOUND)) return rc;
+  if (!has_record) ZVR_TRACE(task, 3, 2, "No CM status record found new one must be inserted");
+  std::uint32_t offset = 0;
+  const bool existed = find_cms(image.body, cf_number, &offset) == DBE_OK;
+  const std::uint8_t status = record[record_status];
+  if (!store_entry(&image.body, offset, cf_number, status, record + record_details))
+    return DBE_BUFFER_TOO_SMALL;
+  rc = recfile::start_trans(task, DB_CMS);
+  if (rc != DBE_OK) return rc;
+  rc = store_pair(task, trg_index, cf_number, has_record, image, status);
+  if (rc == DBE_OK || rc == DBE_RECORD_REPLACED) rc = existed ? DBE_RECORD_REPLACED : DBE_OK;
+  return end_change(task, rc);
 }
 
 // Takes the pair out of both sides; the transaction is under way.
@@ -120,10 +146,26 @@ std::int16_t remove_pair(void* task, std::uint32_t trg_index, std::uint16_t cf_n
                          const image_area& image) {
   std::uint32_t offset = 0;
   std::int16_t rc = find_cms(image.body, cf_number, &offset);
-  if (rc == DBE_OK) rc = del_cm_by_cat(task, trg_index, cf_number);
+  if (rc != DBE_OK) return rc;
+  image_area work = file_area(task, "DELBY_CAT");
+  rc = del_cm_by_cat(task, trg_index, cf_number, &work);
   if (rc != DBE_OK) return rc;
   free_entry_at(image.body, offset);
   return update_image(task, by_trg, trg_index, image);
+}
+
+std::int16_t delete_pair(void* task, const pair_names& names) {
+  std::uint32_t trg_index = 0;
+  std::uint16_t cf_number = 0;
+  if (find_target_number(task, names, &trg_index) != DBE_OK) return DBE_NOT_FOUND;
+  if (memory::get_cat_num(task, &cf_number, names.cf_name) != DBE_OK) return DBE_NOT_FOUND;
+  std::int16_t rc = locate(task, by_trg, trg_index);
+  if (rc != DBE_OK) return rc;
+  image_area image = target_area(task, "GET_CMS");
+  rc = read_image(task, &image);
+  if (rc == DBE_OK) rc = recfile::start_trans(task, DB_CMS);
+  if (rc != DBE_OK) return rc;
+  return end_change(task, remove_pair(task, trg_index, cf_number, image));
 }
 
 }  // namespace
@@ -160,52 +202,22 @@ std::int16_t get_cms(void* task, std::uint16_t num_keys, const void* const* keys
 
 std::int16_t put_cms(void* task, std::uint16_t num_keys, const void* const* keys, void* record,
                      std::uint16_t) {
-  std::int16_t rc = DBE_OK;
+  std::int16_t rc = DBE_BAD_CMS_KEY;
   const trace_bracket bracket(task, __func__, &rc);
   pair_names names;
-  std::uint32_t trg_index = 0;
-  std::uint16_t cf_number = 0;
-  rc = DBE_BAD_CMS_KEY;
-  if (!take_names(num_keys, keys, &names) || find_target_number(task, names, &trg_index) != DBE_OK) return rc;
-  if (memory::get_cat_num(task, &cf_number, names.cf_name) != DBE_OK) {
-    ZVR_TRACE(task, 3, 2, "Bad CF");
-    return rc;
-  }
-  image_area image(task, "GET_CMS", target_image_len(memory::tcb_of(task)), target_entry_len);
-  if (!image.there()) return rc = DBE_IO_ERROR;
-  rc = locate(task, by_trg, trg_index);
-  const bool has_record = rc == DBE_OK;
-  if (has_record) rc = read_image(task, &image);
-  if (rc != DBE_OK && (has_record || rc != DBE_NOT_FOUND)) return rc;
-  if (!has_record) ZVR_TRACE(task, 3, 2, "No CM status record found new one must be inserted");
-  std::uint32_t offset = 0;
-  const bool existed = find_cms(image.body, cf_number, &offset) == DBE_OK;
-  const auto* from = static_cast<const unsigned char*>(record);
-  const std::uint8_t status = from[record_status];
-  if (!store_entry(&image.body, offset, cf_number, status, from + record_details))
-    return rc = DBE_BUFFER_TOO_SMALL;
-  rc = recfile::start_trans(task, DB_CMS);
-  if (rc != DBE_OK) return rc;
-  rc = store_pair(task, trg_index, cf_number, has_record, image, status);
-  if (rc == DBE_OK || rc == DBE_RECORD_REPLACED) rc = existed ? DBE_RECORD_REPLACED : DBE_OK;
-  return rc = end_change(task, rc);
+  if (take_names(num_keys, keys, &names))
+    rc = put_pair(task, names, static_cast<const unsigned char*>(record));
+  if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) bracket.quitting();
+  return rc;
 }
 
 std::int16_t del_cms(void* task, std::uint16_t num_keys, const void* const* keys) {
   std::int16_t rc = DBE_NOT_FOUND;
   const trace_bracket bracket(task, __func__, &rc);
   pair_names names;
-  std::uint32_t trg_index = 0;
-  std::uint16_t cf_number = 0;
-  if (!take_names(num_keys, keys, &names) || find_target_number(task, names, &trg_index) != DBE_OK) return rc;
-  if (memory::get_cat_num(task, &cf_number, names.cf_name) != DBE_OK) return rc;
-  rc = locate(task, by_trg, trg_index);
-  if (rc != DBE_OK) return rc;
-  image_area image(task, "GET_CMS", target_image_len(memory::tcb_of(task)), target_entry_len);
-  rc = image.there() ? read_image(task, &image) : static_cast<std::int16_t>(DBE_IO_ERROR);
-  if (rc == DBE_OK) rc = recfile::start_trans(task, DB_CMS);
-  if (rc != DBE_OK) return rc;
-  return rc = end_change(task, remove_pair(task, trg_index, cf_number, image));
+  if (take_names(num_keys, keys, &names)) rc = delete_pair(task, names);
+  if (rc != DBE_OK) bracket.quitting();
+  return rc;
 }
 
 }  // namespace zvrdb::cmstatus

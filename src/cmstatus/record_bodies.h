@@ -23,7 +23,7 @@ struct record_body {
 
 // ---- of a target
 inline constexpr std::uint32_t target_entry_len = 38;
-inline constexpr std::uint32_t entry_status = 2;   // from here on readers get an entry
+inline constexpr std::uint32_t entry_status = 2;  // from here on readers get an entry
 inline constexpr std::uint32_t entry_details = 6;
 inline constexpr std::uint32_t details_len = 32;
 inline constexpr std::uint16_t free_entry = 65535;

@@ -23,13 +23,6 @@ std::uint32_t image_len(const image_area& image) {
 
 }  // namespace
 
-std::uint32_t target_image_len(const DBR_TCB* tcb) {
-  return memory::cat_table_size(tcb) * room_per_change_file + key_len;
-}
-std::uint32_t file_image_len(const DBR_TCB* tcb) {
-  return memory::trg_count(tcb) * file_entry_len + room_beside_targets;
-}
-
 image_area::image_area(void* task, const char* tag, std::uint32_t longest, std::uint32_t entry_len)
     : task_(task),
       bytes_(static_cast<unsigned char*>(co_malloc(task, longest + entry_len, CO_MEM_PRIVATE, tag))),
@@ -44,12 +37,24 @@ image_area::~image_area() {
   if (bytes_) co_free_int(task_, bytes_, "cmstatus");
 }
 
+image_area target_area(void* task, const char* tag) {
+  const std::uint32_t longest = memory::cat_table_size(memory::tcb_of(task)) * room_per_change_file + key_len;
+  return {task, tag, longest, target_entry_len};
+}
+
+image_area file_area(void* task, const char* tag, std::uint32_t more) {
+  const std::uint32_t longest =
+      memory::trg_count(memory::tcb_of(task)) * file_entry_len + room_beside_targets;
+  return {task, tag, longest + more, file_entry_len};
+}
+
 std::int16_t locate(void* task, record_kind kind, std::uint32_t number) {
   record_key key = key_of(kind, number);
   return recfile::db_locate(task, cms_file(task), &key, recfile::KEY_EQ);
 }
 
 std::int16_t read_image(void* task, image_area* image) {
+  if (!image->there()) return DBE_IO_ERROR;
   std::uint32_t length = image->longest();
   const std::int16_t rc = recfile::db_read(task, cms_file(task), image->bytes(), &length);
   if (rc == DBE_OK) image->body.length = length - key_len;

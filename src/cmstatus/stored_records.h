@@ -20,11 +20,6 @@ struct record_key {
 static_assert(sizeof(record_key) == 12);
 inline constexpr std::uint32_t key_len = sizeof(record_key);
 
-// Longest images that are read: for a target by the size of the catalog, for a change
-// file by the number of targets.  A longer one is refused with 8224.
-std::uint32_t target_image_len(const DBR_TCB* tcb);
-std::uint32_t file_image_len(const DBR_TCB* tcb);
-
 // A work area for one image; given back at the end of its scope.
 class image_area {
  public:
@@ -46,11 +41,17 @@ class image_area {
   std::uint32_t longest_;
 };
 
+// Areas for the longest images that are read: for a target by the size of the catalog, for
+// a change file by the number of targets, with `more` bytes beside.  A longer image is
+// refused with 8224.
+image_area target_area(void* task, const char* tag);
+image_area file_area(void* task, const char* tag, std::uint32_t more = 0);
+
 // Each of these works on the record of this kind and number.
 //
 // Places the engine on it.  0, 8194 or 8455.
 std::int16_t locate(void* task, record_kind kind, std::uint32_t number);
-// Reads it where locate has placed the engine.  0, 8224 or 8455.
+// Reads it where locate has placed the engine.  0, 8224 or 8455, also without memory.
 std::int16_t read_image(void* task, image_area* image);
 // Codes of db_write, db_update and db_delete.
 std::int16_t write_image(void* task, record_kind kind, std::uint32_t number, const image_area& image);

@@ -36,7 +36,8 @@ struct StatusRecord {
 // Calls on one pair, for tests with tasks of their own.
 int put_status(void* task, const std::string& target, const CfName& name, unsigned status,
                std::string_view details = "");
-StatusRecord get_status(void* task, const std::string& target, const CfName& name, std::size_t length = status_len);
+StatusRecord get_status(void* task, const std::string& target, const CfName& name,
+                        std::size_t length = status_len);
 int del_status(void* task, const std::string& target, const CfName& name);
 
 using Body = std::vector<unsigned char>;

@@ -38,7 +38,8 @@ class DamagedRecords : public CmStatusTest {
   // An entry in the record of a change file.
   static void add_target(Body& body, std::uint32_t target, unsigned char status) {
     body.push_back(status);
-    for (unsigned shift = 0; shift < 24; shift += 8) body.push_back(static_cast<unsigned char>(target >> shift));
+    for (unsigned shift = 0; shift < 24; shift += 8)
+      body.push_back(static_cast<unsigned char>(target >> shift));
   }
   const CfName one = cf("ONE"), two = cf("TWO");
 };
@@ -140,7 +141,8 @@ TEST_F(DamagedRecords, ARandomBodyHarmsNobody) {
         if (random() % 3 == 0) continue;
         Body body(random() % (random() % 2 ? 30 : 500));
         for (unsigned char& byte : body)
-          byte = random() % 2 ? static_cast<unsigned char>(random() % 4) : static_cast<unsigned char>(random());
+          byte =
+              random() % 2 ? static_cast<unsigned char>(random() % 4) : static_cast<unsigned char>(random());
         store(kind, of, body);
       }
     call_everything();
@@ -150,7 +152,8 @@ TEST_F(DamagedRecords, ARandomBodyHarmsNobody) {
       store(target_record, number(name), {});
       EXPECT_EQ(by_target(name).rc, DBE_OK);
     }
-    for (const CfName& file : {one, two}) EXPECT_EQ(db_del_cf_cms(task, file.data()) & ~DBE_BUFFER_TOO_SMALL, 0);
+    for (const CfName& file : {one, two})
+      EXPECT_EQ(db_del_cf_cms(task, file.data()) & ~DBE_BUFFER_TOO_SMALL, 0);
   }
 }
 

@@ -33,7 +33,8 @@ class LongRecords : public CmStatusTest {
     EXPECT_EQ(co_set_trace(task, 0), CO_OK);
     const std::string trace = installation_->read("log/trace.log");
     int count = 0;
-    for (std::size_t at = 0; (at = trace.find(" db_read: >>>>>>>>>> ENTRY", at)) != std::string::npos; ++at) ++count;
+    for (std::size_t at = 0; (at = trace.find(" db_read: >>>>>>>>>> ENTRY", at)) != std::string::npos; ++at)
+      ++count;
     return count;
   }
   static Body target_body(std::uint32_t files) {

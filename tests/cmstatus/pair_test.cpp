@@ -1,8 +1,8 @@
 // One pair of a target and a change file: put, get and del.
 #include <cstring>
 
-#include "cmstatus/cms_fixture.h"
 #include "cmstatus/cm_status.h"
+#include "cmstatus/cms_fixture.h"
 
 namespace cms_test {
 namespace {

@@ -1,6 +1,6 @@
 // All pairs of a target or of a change file at once.
-#include "cmstatus/cms_fixture.h"
 #include "cmstatus/cm_status.h"
+#include "cmstatus/cms_fixture.h"
 #include "memory/shared_tables.h"
 
 namespace cms_test {

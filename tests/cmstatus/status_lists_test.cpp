@@ -56,11 +56,13 @@ TEST_F(StatusLists, ATargetsListHasItsChangeFilesInStoredOrder) {
   ASSERT_EQ(set("A", two, 2), DBE_OK);
   ASSERT_EQ(set("A", one, 1), DBE_OK);
   ASSERT_EQ(set("A", three, 3), DBE_OK);
-  EXPECT_EQ(by_target("A").entries, (std::vector<std::uint32_t>{listed(two, 2), listed(one, 1), listed(three, 3)}));
+  EXPECT_EQ(by_target("A").entries,
+            (std::vector<std::uint32_t>{listed(two, 2), listed(one, 1), listed(three, 3)}));
   ASSERT_EQ(drop("A", two), DBE_OK);
   EXPECT_EQ(by_target("A").entries, (std::vector<std::uint32_t>{listed(one, 1), listed(three, 3)}));
   ASSERT_EQ(set("A", two, 4), DBE_OK);
-  EXPECT_EQ(by_target("A").entries, (std::vector<std::uint32_t>{listed(two, 4), listed(one, 1), listed(three, 3)}));
+  EXPECT_EQ(by_target("A").entries,
+            (std::vector<std::uint32_t>{listed(two, 4), listed(one, 1), listed(three, 3)}));
 }
 
 TEST_F(StatusLists, ATargetsListThatIsTooSmallHasTheFirstEntries) {

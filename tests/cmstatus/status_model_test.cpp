@@ -51,13 +51,20 @@ class StatusModel : public CmStatusTest {
     const bool known = targets.count(target) && files.count(index);
     const auto pair = pairs.find({target, index});
     switch (pick(20)) {
-      case 0: return delete_target(target);
-      case 1: return delete_status_of_file(index);
-      case 2: return rename(target, numbered("T", pick(target_names + 2)));
-      case 3: return delete_file(index);
-      case 4: return rebuild_or_renew();
-      case 5: return ensure_target(target);
-      case 6: return ensure_file(index);
+      case 0:
+        return delete_target(target);
+      case 1:
+        return delete_status_of_file(index);
+      case 2:
+        return rename(target, numbered("T", pick(target_names + 2)));
+      case 3:
+        return delete_file(index);
+      case 4:
+        return rebuild_or_renew();
+      case 5:
+        return ensure_target(target);
+      case 6:
+        return ensure_file(index);
       case 7:
       case 8:
       case 9:
@@ -84,8 +91,8 @@ class StatusModel : public CmStatusTest {
     std::erase_if(pairs, [&](const auto& pair) { return pair.first.second == index; });
   }
   void delete_file(unsigned index) {
-    const bool used = std::any_of(pairs.begin(), pairs.end(),
-                                  [&](const auto& pair) { return pair.first.second == index; });
+    const bool used =
+        std::any_of(pairs.begin(), pairs.end(), [&](const auto& pair) { return pair.first.second == index; });
     const int expected = !files.count(index) ? DBE_NOT_FOUND : used ? DBE_CMS_EXISTS : DBE_OK;
     EXPECT_EQ(del_file(file(index)), expected);
     if (expected == DBE_OK) files.erase(index);
@@ -96,7 +103,8 @@ class StatusModel : public CmStatusTest {
     targets.erase(from);
     targets.insert(to);
     std::map<Name, ModelStatus> renamed;
-    for (const auto& [pair, value] : pairs) renamed[{pair.first == from ? to : pair.first, pair.second}] = value;
+    for (const auto& [pair, value] : pairs)
+      renamed[{pair.first == from ? to : pair.first, pair.second}] = value;
     pairs = renamed;
   }
   void rebuild_or_renew() {

@@ -9,12 +9,11 @@
 //
 // ZVR_STRESS_SECONDS asks for the long form: that many seconds, 2,000 targets and 5,000
 // change files.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <fcntl.h>
 
 #include <array>
 #include <atomic>
@@ -61,13 +60,19 @@ struct Shared {
   UnderWay under_way[writers];
 };
 
-std::string target_name(unsigned target) { return numbered("T", target); }
+std::string target_name(unsigned target) {
+  return numbered("T", target);
+}
 CfName file_name(unsigned file) {
   constexpr const char* kinds[] = {".FIX", ".UPD", ".REF"};
   return cf(numbered("PACK.", file) + kinds[file % 3]);
 }
-unsigned owner_of_target(unsigned target) { return target % 50 == 49 ? target / 50 % writers : nobody; }
-unsigned owner_of_file(unsigned file) { return file % 10 == 9 ? file / 10 % writers : nobody; }
+unsigned owner_of_target(unsigned target) {
+  return target % 50 == 49 ? target / 50 % writers : nobody;
+}
+unsigned owner_of_file(unsigned file) {
+  return file % 10 == 9 ? file / 10 % writers : nobody;
+}
 unsigned owner_of_pair(unsigned target, unsigned file) {
   const unsigned by_target = owner_of_target(target), by_file = owner_of_file(file);
   if (by_target == nobody && by_file == nobody) return (target + file) % writers;
@@ -79,7 +84,8 @@ unsigned owner_of_pair(unsigned target, unsigned file) {
 class Model {
  public:
   explicit Model(Size size) : size_(size), bytes_(sizeof(Shared) + sizeof(Cell) * size.targets * size.files) {
-    void* memory = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* memory =
+        mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) std::abort();
     shared = new (memory) Shared;
     cells_ = reinterpret_cast<Cell*>(shared + 1);  // zero is a cell without status
@@ -177,7 +183,8 @@ class Writer {
     const StatusRecord read = get_status(task_, target_name(target), file_name(file));
     if (!expect(read.rc, known ? DBE_OK : DBE_NOT_FOUND, 3)) return false;
     if (!known) return true;
-    return expect(static_cast<int>(read.status()) + 1, known, 4) && expect(std::atoi(read.details().c_str()), known, 5);
+    return expect(static_cast<int>(read.status()) + 1, known, 4) &&
+           expect(std::atoi(read.details().c_str()), known, 5);
   }
   // The writer's own pairs in a list of all.
   bool list_target(unsigned target) {
@@ -189,7 +196,8 @@ class Writer {
     for (std::uint32_t i = 0; i < count; ++i)
       listed.at(list[i] >> 8) = static_cast<std::uint16_t>((list[i] & 255) + 1);
     for (unsigned file = 0; file < size_.files; ++file)
-      if (owner_of_pair(target, file) == self_ && !expect(listed[file], model_.cell(target, file), 7)) return false;
+      if (owner_of_pair(target, file) == self_ && !expect(listed[file], model_.cell(target, file), 7))
+        return false;
     return true;
   }
   bool delete_file_status() {
@@ -209,7 +217,8 @@ class Writer {
     for (unsigned file = 0; file < size_.files; ++file) model_.cell(target, file) = 0;
     Record record(name);
     record.type(local | client);
-    if (!expect(db_put(task_, DB_TRG, 1, keys, record.bytes.data(), target_test::record_len), DBE_OK, 10)) return false;
+    if (!expect(db_put(task_, DB_TRG, 1, keys, record.bytes.data(), target_test::record_len), DBE_OK, 10))
+      return false;
     finish();
     return true;
   }
@@ -226,7 +235,8 @@ class StatusProcesses : public CmStatusTest {
   void fill() {
     configure(size.targets + 10, size.targets + 10);
     ASSERT_EQ(db_start_trans(task, DB_TRG), DBE_OK);
-    for (unsigned target = 0; target < size.targets; ++target) ASSERT_EQ(put_target(target_name(target)), DBE_OK);
+    for (unsigned target = 0; target < size.targets; ++target)
+      ASSERT_EQ(put_target(target_name(target)), DBE_OK);
     ASSERT_EQ(db_commit(task, DB_TRG), DBE_OK);
     for (unsigned file = 0; file < size.files; ++file) ASSERT_EQ(put_file(file_name(file)), DBE_OK);
     ASSERT_EQ(file_number(file_name(size.files - 1)), size.files - 1);
@@ -286,7 +296,8 @@ class StatusProcesses : public CmStatusTest {
       case Step::whole_file: {
         const FileList list = by_file(file_name(file), size.targets + 11);
         ASSERT_EQ(list.rc, DBE_OK);
-        const bool gone = std::all_of(list.list.begin(), list.list.end(), [](unsigned char b) { return b == 15; });
+        const bool gone =
+            std::all_of(list.list.begin(), list.list.end(), [](unsigned char b) { return b == 15; });
         if (gone && !stored_of_file(file_name(file)))
           for (unsigned t = 0; t < size.targets; ++t) model.cell(t, file) = 0;
         break;
@@ -325,16 +336,20 @@ class StatusProcesses : public CmStatusTest {
     for (unsigned target = 0; target < size.targets; ++target) {
       const std::uint32_t of = number(target_name(target));
       for (unsigned file = 0; file < size.files; ++file)
-        if (const unsigned known = model.cell(target, file)) expected[{of, static_cast<std::uint16_t>(file)}] = known - 1;
+        if (const unsigned known = model.cell(target, file))
+          expected[{of, static_cast<std::uint16_t>(file)}] = known - 1;
     }
     EXPECT_EQ(pairs.by_target.size(), expected.size());
     unsigned told = 0;
     for (const auto& [pair, value] : expected) {
       const auto found = pairs.by_target.find(pair);
       const unsigned there = found == pairs.by_target.end() ? 1000 : found->second;
-      if (there != value && ++told < 10) ADD_FAILURE() << "target " << pair.first << ", file " << pair.second << ": " << there << " and not " << value;
+      if (there != value && ++told < 10)
+        ADD_FAILURE() << "target " << pair.first << ", file " << pair.second << ": " << there << " and not "
+                      << value;
     }
-    std::cout << model.shared->steps << " steps, " << kills << " kills, " << expected.size() << " pairs at the end\n";
+    std::cout << model.shared->steps << " steps, " << kills << " kills, " << expected.size()
+              << " pairs at the end\n";
   }
 
   // By the public calls: a list for each of some change files and targets.
@@ -349,7 +364,8 @@ class StatusProcesses : public CmStatusTest {
     }
     for (unsigned target = 0; target < size.targets; target += 41) {
       const TargetList list = by_target(target_name(target), size.files * 4);
-      for (const std::uint32_t entry : list.entries) ASSERT_EQ((entry & 255) + 1, model.cell(target, entry >> 8));
+      for (const std::uint32_t entry : list.entries)
+        ASSERT_EQ((entry & 255) + 1, model.cell(target, entry >> 8));
     }
   }
 
@@ -357,7 +373,9 @@ class StatusProcesses : public CmStatusTest {
     std::string reason;
     const auto outcome = zvrdb::engine::verify_file(
         cms_file().c_str(), {.deep = true},
-        [](void*, const zvrdb::engine::problem& found) { EXPECT_TRUE(found.note) << found.path << ": " << found.text; },
+        [](void*, const zvrdb::engine::problem& found) {
+          EXPECT_TRUE(found.note) << found.path << ": " << found.text;
+        },
         nullptr, &reason);
     EXPECT_EQ(outcome, zvrdb::engine::report_outcome::sound) << reason;
   }

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <functional>
 
-#include "cmstatus/cms_fixture.h"
 #include "cmstatus/cm_status.h"
+#include "cmstatus/cms_fixture.h"
 #include "engine/os_file.h"
 
 namespace cms_test {
