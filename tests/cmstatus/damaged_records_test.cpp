@@ -35,6 +35,11 @@ class DamagedRecords : public CmStatusTest {
     put_target("B");
     db_del_cf_cms(task, one.data());
   }
+  // An entry in the record of a change file.
+  static void add_target(Body& body, std::uint32_t target, unsigned char status) {
+    body.push_back(status);
+    for (unsigned shift = 0; shift < 24; shift += 8) body.push_back(static_cast<unsigned char>(target >> shift));
+  }
   const CfName one = cf("ONE"), two = cf("TWO");
 };
 
@@ -73,11 +78,7 @@ TEST_F(DamagedRecords, EmptyBodiesHoldNoEntries) {
 
 TEST_F(DamagedRecords, NumbersOfTargetsBeyondTheTableAreLeftOutOfTheList) {
   Body body;
-  for (const std::uint32_t target : {0xFFFFFFu, 101u, 100u, 0u, 1000u}) {
-    const Body entry{7, static_cast<unsigned char>(target), static_cast<unsigned char>(target >> 8),
-                     static_cast<unsigned char>(target >> 16)};
-    body.insert(body.end(), entry.begin(), entry.end());
-  }
+  for (const std::uint32_t target : {0xFFFFFFu, 101u, 100u, 0u, 1000u}) add_target(body, target, 7);
   ASSERT_LE(body.size(), 2 * 4 + 8u + 4u + 76u);
   store(file_record, file_number(one), body);
   const FileList list = by_file(one);
@@ -102,7 +103,7 @@ TEST_F(DamagedRecords, NumbersOfChangeFilesWithoutMeaningAreListedAsTheyStand) {
 TEST_F(DamagedRecords, ARecordThatFillsItsWorkAreaStillTakesAPair) {
   // Two targets: 20 bytes beside 8 of entries, so four stale entries beside two fill it.
   Body body;
-  for (unsigned char target = 50; target < 54; ++target) body.insert(body.end(), {1, target, 0, 0});
+  for (std::uint32_t target = 50; target < 54; ++target) add_target(body, target, 1);
   store(file_record, file_number(one), body);
   ASSERT_EQ(2u * 4 + 20, 12 + body.size());
   EXPECT_EQ(set("A", one, 9), DBE_OK);

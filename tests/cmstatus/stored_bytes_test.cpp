@@ -1,4 +1,6 @@
 // Byte for byte what the record file holds of pairs.
+#include <algorithm>
+
 #include "cmstatus/cms_fixture.h"
 #include "recfile/recfile.h"
 
@@ -18,10 +20,11 @@ class StoredBytes : public CmStatusTest {
   }
   // An entry of a target's record.
   static Body entry(unsigned file, unsigned status, std::string_view details) {
-    Body body{static_cast<unsigned char>(file), static_cast<unsigned char>(file >> 8),
-              static_cast<unsigned char>(status), 0, 0, 0};
-    body.insert(body.end(), details.begin(), details.end());
-    body.resize(38);
+    Body body(38);
+    body[0] = static_cast<unsigned char>(file);
+    body[1] = static_cast<unsigned char>(file >> 8);
+    body[2] = static_cast<unsigned char>(status);
+    std::copy(details.begin(), details.end(), body.begin() + 6);
     return body;
   }
   static Body joined(std::initializer_list<Body> parts) {

@@ -145,6 +145,22 @@ TEST_F(CallTrace, InsideATransactionNothingIsFlushedOrReleasedUntilItsEnd) {
   EXPECT_TRUE(has(end, "Releasing sema4 of type mem"));
 }
 
+TEST_F(CallTrace, AStatusThatCannotBeReadIsLeftAsAWriteAndOneThatIsReadNotAtAll) {
+  unsigned char status[4];
+  const auto failed = traced([&] { EXPECT_EQ(DBE_NOT_FOUND, db_get_trg_stat(task, "NONE", status)); });
+  EXPECT_TRUE(has(failed, "Setting fwrite_in_prog to FALSE"));
+  EXPECT_FALSE(of(failed, "db_bflush").empty());
+  expect_brackets_close(failed);
+  const auto read = traced([&] { EXPECT_EQ(DBE_OK, db_get_trg_stat(task, "A", status)); });
+  EXPECT_TRUE(of(read, "dbr_out").empty());
+  expect_brackets_close(read);
+  const auto written = traced([&] { EXPECT_EQ(DBE_OK, db_put_trg_stat(task, "A", status)); });
+  EXPECT_TRUE(of(written, "dbr_in").empty());
+  EXPECT_TRUE(has(written, "Releasing sema4 of type mem"));
+  EXPECT_FALSE(has(written, "Setting fwrite_in_prog to FALSE"));
+  expect_brackets_close(written);
+}
+
 TEST_F(CallTrace, TheEndOfATaskTellsItsReason) {
   client_task* ends = new client_task("traced");
   ASSERT_EQ(DBE_OK, zvrtest::get_target(*ends, "A"));

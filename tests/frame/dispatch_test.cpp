@@ -196,6 +196,10 @@ TEST_F(Dispatch, GetNextAtTheEndCallsNoHandlerAndLeavesTheIndexAlone) {
   EXPECT_EQ(1, index);
   EXPECT_FALSE(task.inside());
   EXPECT_FALSE(task.owns_memory());
+  // It enters all the same.
+  client_task fresh("fresh");
+  EXPECT_EQ(DBE_END_OF_LIST, db_get_next(fresh, DB_TRG, list, 1, &index, buffer, sizeof buffer));
+  EXPECT_NE(nullptr, fresh.tcb());
 }
 
 TEST_F(Dispatch, GetNextAtTheEndOfATypeWithoutAHandlerIsRefusedForThat) {

@@ -264,6 +264,35 @@ TEST_F(TaskEntry, TheSyncFrequencyIsReadAsTold) {
   EXPECT_EQ(1000, sync_frequency_of("none"));
 }
 
+// It is read once a process, so each value has a fresh process: this program again, with
+// a test that makes calls.
+TEST_F(TaskEntry, TheSyncFrequencyComesFromTheEnvironmentAndIsTraced) {
+  const struct {
+    const char* value;
+    const char* traced;
+    bool warned;
+  } cases[] = {
+      {nullptr, "frequency=(-1)", true}, {"19", "frequency=(1000)", false}, {"20", "frequency=(20)", false}};
+  const std::string trace = installation.base() + "/own-trace";
+  for (const auto& it : cases) {
+    std::remove(trace.c_str());
+    zvrtest::child_process child([&](zvrtest::parent_link&) {
+      unsetenv("cindex_sync_freq");
+      if (it.value) setenv("cindex_sync_freq", it.value, 1);
+      setenv("ZVR_TRACE", "all", 1);
+      setenv("ZVR_TRACE_FILE", trace.c_str(), 1);
+      if (!std::freopen("/dev/null", "w", stdout)) return 98;
+      execl("/proc/self/exe", "frame_tests", "--gtest_filter=TaskEntry.TheLengthsAreThoseOfTheTables",
+            static_cast<char*>(nullptr));
+      return 99;
+    });
+    EXPECT_EQ(0, child.finish());
+    const std::string text = installation.read("own-trace");
+    EXPECT_NE(std::string::npos, text.find(std::string("sync() count=(0) ") + it.traced)) << it.traced;
+    EXPECT_EQ(it.warned, text.find("Warning: using fsync() countinuosly ") != std::string::npos) << it.traced;
+  }
+}
+
 TEST_F(TaskEntry, NoMemoryForTheTaskBlockIsLoggedAndLeavesNothing) {
   client_task task("memory");
   std::uint32_t number;
