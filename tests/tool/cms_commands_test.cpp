@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -162,12 +164,13 @@ TEST_F(CmsCommands, ImportWithoutATransactionKeepsTheGoodLines) {
   EXPECT_EQ(cms({"by-target", "OSLO"}).lines().size(), 1u);
 }
 
-// Starts an import whose answers nobody takes once the pipe is full, kills it after
-// `least` answers and gives all answers that it wrote.
-std::vector<std::string> answers_of_killed_import(const scratch_base& base, const std::string& file, int least) {
+// Starts an import whose answers nobody takes, kills it when it waits to write one, with
+// the lock of the installation in its hand, and gives all answers that it has written.
+std::vector<std::string> answers_of_killed_import(const scratch_base& base, const std::string& file) {
+  constexpr int pipe_room = 4096, answer_length = 36;  // of lines 100 to 999
   int out[2];
   if (pipe2(out, O_CLOEXEC) != 0) abort();
-  if (fcntl(out[1], F_SETPIPE_SZ, 4096) < 0) abort();
+  if (fcntl(out[1], F_SETPIPE_SZ, pipe_room) != pipe_room) abort();
   const pid_t process = fork();
   if (process == 0) {
     dup2(out[1], STDOUT_FILENO);
@@ -176,24 +179,24 @@ std::vector<std::string> answers_of_killed_import(const scratch_base& base, cons
     _exit(127);
   }
   close(out[1]);
-  std::vector<std::string> answers;
-  std::string line;
+  int waiting = 0;
+  while (waiting + answer_length <= pipe_room) {
+    if (ioctl(out[0], FIONREAD, &waiting) != 0 || waitpid(process, nullptr, WNOHANG) != 0) abort();
+    sched_yield();
+  }
+  kill(process, SIGKILL);
+  waitpid(process, nullptr, 0);
+  std::vector<std::string> answers(1);
   char c;
-  bool alive = true;
   while (read(out[0], &c, 1) == 1) {
-    if (c != '\n') {
-      line += c;
-      continue;
-    }
-    answers.push_back(line);
-    line.clear();
-    if (alive && answers.size() == static_cast<std::size_t>(least)) {
-      kill(process, SIGKILL);
-      alive = false;
-    }
+    if (c == '\n')
+      answers.emplace_back();
+    else
+      answers.back() += c;
   }
   close(out[0]);
-  waitpid(process, nullptr, 0);
+  EXPECT_EQ(answers.back(), "") << "an answer is written whole";
+  answers.pop_back();
   return answers;
 }
 
@@ -207,7 +210,7 @@ TEST_F(CmsCommands, AKilledImportLosesNoAnsweredPairAndLeavesNoneHalf) {
   }
   ASSERT_EQ(base.tool({"import", "-"}, files).exit, 0);
   write_file(base.file("pairs"), pairs);
-  const auto answers = answers_of_killed_import(base, base.file("pairs"), 30);
+  const auto answers = answers_of_killed_import(base, base.file("pairs"));
   ASSERT_GE(answers.size(), 30u);
   ASSERT_LT(answers.size(), static_cast<std::size_t>(all));
   for (std::size_t i = 0; i < answers.size(); ++i)
