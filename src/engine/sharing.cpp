@@ -118,16 +118,19 @@ bool slot_is_alive(PSP* h, int slot) {
 
 int getslot(PSP* h, bool read_write) {
   if (is_exclusive(h)) return e_ok;
+  bool failed = false;   // rather than found every slot in use
   for (int s = 0; s < slot_count; ++s) {
     const std::uint64_t byte = slot_bytes + static_cast<std::uint64_t>(s);
-    if (os().probe(h->file, byte) != 0) continue;
-    if (os().lock(h->file, byte, 1) != lock_answer::taken) continue;
+    const int used = os().probe(h->file, byte);
+    const lock_answer answer = used == 0 ? os().lock(h->file, byte, 1) : lock_answer::busy;
+    failed = failed || used < 0 || answer == lock_answer::failed;
+    if (answer != lock_answer::taken) continue;
     h->slot = s;
     if (read_write || purgelocks(h) != e_old_locks) return e_ok;
     h->slot = -1;
     if (os().unlock(h->file, byte, 1) != 0) return e_byte_lock;
   }
-  return e_no_slot;
+  return failed ? e_byte_lock : e_no_slot;
 }
 
 void relslot(PSP* h) {
