@@ -388,6 +388,11 @@ TEST_F(ByteLocks, OldLocksOfASlotAreToldToAReaderAndRemovedByAWriter) {
   reader.get()->slot = 1;
   EXPECT_EQ(engine::purgelocks(reader), engine::e_old_locks);
   reader.get()->slot = 0;
+  // An open for clearing the flag takes the slot as it is.
+  handle clearer;
+  ASSERT_EQ(engine::_bopen(clearer, path_.c_str(), 'S', 1), 0);
+  EXPECT_EQ(clearer.get()->slot, 1);
+  ASSERT_EQ(engine::cclose(clearer), 0);
   ASSERT_EQ(writer.open_for_work(path_), 0);
   EXPECT_EQ(writer.get()->slot, 1);
   EXPECT_EQ(engine::bfirst(writer, engine::key_locks, nullptr, 0), engine::e_not_found);

@@ -320,6 +320,12 @@ TEST(SharedCursors, AStalePositionIsFoundAgainByKey) {
   ASSERT_EQ(bdelete(a, 18, bytes(numbered("k", 52)), 1), 0);
   ASSERT_EQ(bprev(b, 18, nullptr, 0), 0);
   EXPECT_EQ(reinterpret_cast<const char*>(b.psp()->keybuf), numbered("k", 50));
+  // The last entry goes, and nothing is behind it.
+  ASSERT_EQ(bfind(b, 18, bytes(numbered("k", 99)), 1, nullptr, 0), 0);
+  ASSERT_EQ(bdelete(a, 18, bytes(numbered("k", 99)), 1), 0);
+  EXPECT_EQ(bcurrent(b, 18, nullptr, 0), -16);
+  ASSERT_EQ(bprev(b, 18, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(b.psp()->keybuf), numbered("k", 98));
 }
 
 }  // namespace

@@ -91,7 +91,9 @@ TEST_P(Growth, IsOfTenNodesAtLeastAndOfAllThatAreNeeded) {
   EXPECT_EQ(engine::ensurenodes(h_, 100), 0);
   EXPECT_EQ(size(), 1024U + 101 * 1024);
   EXPECT_EQ(h_.get()->nextnode, 1);
+  EXPECT_EQ(h_.get()->grown, 1);
   EXPECT_EQ(engine::wrleave(h_), 0);
+  EXPECT_EQ(h_.get()->grown, 0);
 }
 
 TEST_P(Growth, ThatFindsTheDiskFullLeavesNoPieceOfTheValue) {

@@ -122,6 +122,43 @@ TEST_P(Levels, WriteNodesOfASharedFileAtTheEndOfTheOperation) {
   EXPECT_EQ(w.flushes, level() == 4 ? 3 : 1);
 }
 
+TEST(SplitOrder, IsNewNodeOldNodeRightNeighbourParent) {
+  scratch_folder folder;
+  const std::string path = folder.file("split");
+  file_recipe recipe = sample_recipe(false, 60, 600);
+  recipe.spare_nodes = 90;
+  write_file(path, build_file(recipe).bytes);
+  engine::set_cache_blocks(200);
+  install_faulty_os();
+  {
+    handle h;
+    ASSERT_EQ(h.open(path, 'E'), 0);
+    ASSERT_EQ(h.get()->intlevel, 3);
+    bool seen = false;
+    for (int i = 0; i < 200 && !seen; i++) {
+      const std::int32_t fresh = h.get()->nextnode;
+      const std::string key = "split" + std::to_string(1000 + i);
+      clear_events();
+      ASSERT_EQ(engine::badd(h, 2, reinterpret_cast<const std::uint8_t*>(key.c_str()), 5000 + i, nullptr, 0), 0);
+      if (h.get()->nextnode == fresh) continue;
+      seen = true;
+      std::vector<std::int32_t> order;
+      for (const os_event& e : events())
+        if (e.call == os_call::write && e.offset >= 1024) order.push_back(static_cast<std::int32_t>(e.offset / 1024 - 1));
+      ASSERT_EQ(order.size(), 4U);
+      EXPECT_EQ(order[0], fresh);
+      ASSERT_EQ(engine::nodeget(h, nullptr, fresh), 0);
+      EXPECT_EQ(order[1], h.get()->current->prev);
+      EXPECT_EQ(order[2], h.get()->current->next);
+      EXPECT_EQ(order[3], h.get()->path_nodes[1]);
+    }
+    EXPECT_TRUE(seen);
+    EXPECT_EQ(h.close(), 0);
+  }
+  remove_faulty_os();
+  engine::set_cache_blocks(10);
+}
+
 TEST_P(Levels, OneToThreeWriteTheHeaderAsSoonAsACounterMoves) {
   open('E');
   ASSERT_EQ(engine::wrenter(h_), 0);

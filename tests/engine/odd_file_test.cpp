@@ -7,9 +7,11 @@
 #include "engine/cursor.h"
 #include "engine/engine_handle.h"
 #include "engine/entry_update.h"
+#include "engine/header_page.h"
 #include "engine/key_compare.h"
 #include "engine/node_cache.h"
 #include "engine/scratch_folder.h"
+#include "engine/sharing.h"
 
 namespace zvrdb::test {
 namespace {
@@ -104,6 +106,42 @@ TEST_P(OddFile, WhoseFreeChainEndsInTheFirstUnusedNodeGivesThatNodeOutOnce) {
   ASSERT_EQ(h_.close(), 0);
   check_result result = check_file(path_, true);
   EXPECT_EQ(result.outcome, engine::report_outcome::sound) << result.text();
+}
+
+TEST_P(OddFile, WhoseFreeChainBeginsWithALogNodeGivesOnlyThatOneOut) {
+  constexpr std::size_t transhead_at = 344;
+  file_recipe recipe = sample_recipe(big(), 30, 600);
+  recipe.spare_nodes = 60;
+  recipe.transaction = log_chain{7, {{4, ""}, {5, ""}}};
+  std::vector<unsigned char> bytes = build_file(recipe).bytes;
+  const std::uint32_t log_node = field(bytes, transhead_at), next_node = field(bytes, nextnode_at);
+  set_field(&bytes, transhead_at, 0xFFFFFFFFU);
+  set_field(&bytes, freenode_at, log_node);
+  put(bytes);
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+  EXPECT_EQ(h_.get()->transhead, static_cast<std::int32_t>(log_node));
+  EXPECT_EQ(h_.get()->freenode, -1);
+  EXPECT_EQ(h_.get()->nextnode, static_cast<std::int32_t>(next_node));
+  for (int i = 100; i < 150; i++) ASSERT_EQ(h_.insert(sample(i)), 0) << i;
+  ASSERT_EQ(engine::transend(h_, 1), 0);
+  for (int i = 100; i < 150; i++) ASSERT_EQ(h_.find_name(sample(i).name), 0) << i;
+  ASSERT_EQ(h_.close(), 0);
+  check_result result = check_file(path_, true);
+  EXPECT_EQ(result.outcome, engine::report_outcome::sound) << result.text();
+}
+
+TEST_P(OddFile, BearsTheWriteFlagInItsOwnByteOrder) {
+  put(build_file(sample_recipe(big(), 5)).bytes);
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  ASSERT_EQ(engine::wrenter(h_), 0);
+  ASSERT_EQ(engine::writehdr(h_), 0);
+  std::vector<unsigned char> bytes = read_file(path_);
+  EXPECT_EQ(bytes[1010], big() ? 0x33 : 0xBD);
+  EXPECT_EQ(bytes[1011], big() ? 0xBD : 0x33);
+  ASSERT_EQ(engine::wrleave(h_), 0);
+  bytes = read_file(path_);
+  EXPECT_EQ(bytes[1010] + bytes[1011], 0);
 }
 
 TEST_P(OddFile, WhoseNextNumberIsInUseRefusesTheRecordAndKeepsTheOneThatHasIt) {
