@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "engine/byte_wait.h"
 #include "engine/cursor.h"
 #include "engine/engine_handle.h"
 #include "engine/header_page.h"
@@ -173,6 +174,34 @@ TEST_F(ByteLocks, AWriterWaitsForReadersAtItsFirstWrite) {
   EXPECT_EQ(engine::writehdr(h), 0);
   EXPECT_EQ(waits, 1);
   EXPECT_EQ(engine::wrleave(h), 0);
+}
+
+TEST_F(ByteLocks, WritersAreHeldBetweenTwoOperationsAndReadersGoOn) {
+  handle writer;
+  ASSERT_EQ(writer.open_for_work(path_), 0);
+  {
+    // The holder waits for the operation at work.
+    ASSERT_EQ(engine::wrenter(writer), 0);
+    at_wait = [&] { EXPECT_EQ(engine::wrleave(writer), 0); };
+    auto held = std::make_unique<engine::writers_held>(path_.c_str());
+    EXPECT_EQ(held->result(), 0);
+    EXPECT_EQ(waits, 1);
+    EXPECT_TRUE(is_held(arbiter));
+    EXPECT_EQ(reader_bytes_held(), 0);
+    at_wait = [&] { held.reset(); };
+    EXPECT_EQ(writer.insert(sample(30)), 0);
+    EXPECT_EQ(waits, 2);
+  }
+  EXPECT_FALSE(is_held(arbiter));
+  EXPECT_EQ(engine::writers_held(folder_.file("absent").c_str()).result(), engine::e_not_found);
+  ASSERT_EQ(writer.close(), 0);
+  linux_ops.close(watcher_);
+  ASSERT_EQ(writer.open(path_, 'E'), 0);
+  EXPECT_EQ(engine::writers_held(path_.c_str()).result(), engine::e_not_found);
+  ASSERT_EQ(writer.close(), 0);
+  watcher_ = linux_ops.open(path_.c_str(), {true, false, false});
+  table_.lock = [](int, std::uint64_t, std::uint64_t) { return lock_answer::failed; };
+  EXPECT_EQ(engine::writers_held(path_.c_str()).result(), engine::e_byte_lock);
 }
 
 TEST_F(ByteLocks, ReadersTakeSlotsToo) {

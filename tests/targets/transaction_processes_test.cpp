@@ -11,8 +11,8 @@
 #include <cstring>
 #include <random>
 
+#include "engine/byte_wait.h"
 #include "targets/targets_fixture.h"
-#include "targets/writers_held_out.h"
 
 namespace target_test {
 namespace {
@@ -184,8 +184,8 @@ TEST_F(TransactionProcesses, AGroupIsOfOneVersionAfterTheDeathOfAWriterBetweenWr
     while (steps > 0 && read(progress[victim], &byte, 1) == 1) --steps;
     if (steps > 0) break;  // it gave up on an answer
     {
-      const WritersHeldOut arbiter(target_file());
-      ASSERT_TRUE(arbiter.held());
+      const zvrdb::engine::writers_held writers_between(target_file().c_str());
+      ASSERT_EQ(writers_between.result(), 0);
       ASSERT_EQ(kill(children[victim], SIGKILL), 0);
       ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
     }
