@@ -98,6 +98,119 @@ TEST_P(RecordLayer, AnEmptyFieldReadsBackEmpty) {
   EXPECT_EQ(found.name, sample(1).name);
 }
 
+// A record of a key and of fields of every type that are no keys.
+struct plain_fields {
+  std::int32_t key = 7, whole = 0, longer = 0;
+  std::int16_t half = 0;
+  std::uint16_t natural = 0;
+  float narrow = 0;
+  double wide = 0;
+  char text[12] = {}, bytes[12] = {}, six[6] = {};
+  engine::field list[11] = {
+      {'L', 3, 'D', 0, 4, 3, 0, &key},           {'S', 'N', 'N', 0, sizeof text, 0, 0, text},
+      {'B', 'N', 'N', 0, 0, 0, 0, bytes},        {'M', 'N', 'N', 0, 6, 0, 0, six},
+      {'I', 'N', 'N', 0, 4, 0, 0, &whole},       {'L', 'N', 'N', 0, 4, 0, 0, &longer},
+      {'H', 'N', 'N', 0, 2, 0, 0, &half},        {'U', 'N', 'N', 0, 2, 0, 0, &natural},
+      {'F', 'N', 'N', 0, 4, 0, 0, &narrow},      {'D', 'N', 'N', 0, 8, 0, 0, &wide},
+      {'E', 'E', 'N', 0, 0, 0, 0, nullptr},
+  };
+};
+
+TEST_P(RecordLayer, FieldsThatAreNoKeysAreStoredUnlessEmpty) {
+  constexpr int head = 4 + 1, key = 2 + 4, end = 2;
+  plain_fields empty;
+  empty.narrow = -0.0F;
+  empty.wide = -0.0;
+  ASSERT_EQ(engine::dinsert(h_, empty.list), 0);
+  plain_fields found;
+  found.key = found.whole = found.longer = found.half = 1;
+  found.natural = 1;
+  found.narrow = 1;
+  found.wide = 1;
+  std::strcpy(found.text, "old");
+  std::strcpy(found.bytes, "old");
+  found.list[2].flen = 3;
+  std::memset(found.six, 1, sizeof found.six);
+  ASSERT_EQ(engine::dread(h_, found.list), 0);
+  EXPECT_EQ(h_.get()->datafull, head + key + end);
+  EXPECT_EQ(found.key, 7);
+  EXPECT_EQ(found.whole + found.longer + found.half + found.natural, 0);
+  EXPECT_EQ(found.narrow, 0.0F);
+  EXPECT_EQ(found.wide, 0.0);
+  EXPECT_STREQ(found.text, "");
+  EXPECT_EQ(std::string(found.six, 6), std::string(6, '\0'));
+  // Bytes that are not there are left to the caller.
+  EXPECT_STREQ(found.bytes, "old");
+  EXPECT_EQ(found.list[2].flen, 3);
+
+  plain_fields full;
+  full.whole = -5;
+  full.longer = 1 << 30;
+  full.half = -2;
+  full.natural = 65535;
+  full.narrow = 0.5F;
+  full.wide = -1e100;
+  std::strcpy(full.text, "text");
+  std::memcpy(full.bytes, "a\0b", 3);
+  full.list[2].flen = 3;
+  full.six[5] = 1;
+  ASSERT_EQ(engine::dinsert(h_, full.list), 0);
+  ASSERT_EQ(engine::dread(h_, found.list), 0);
+  EXPECT_EQ(h_.get()->datafull, head + key + (2 + 5) + (2 + 2 + 3) + (2 + 6) + (2 + 4) + (2 + 4) + (2 + 2) + (2 + 2) +
+                                    (2 + 4) + (2 + 8) + end);
+  EXPECT_EQ(found.whole, -5);
+  EXPECT_EQ(found.longer, 1 << 30);
+  EXPECT_EQ(found.half, -2);
+  EXPECT_EQ(found.natural, 65535);
+  EXPECT_EQ(found.narrow, 0.5F);
+  EXPECT_EQ(found.wide, -1e100);
+  EXPECT_STREQ(found.text, "text");
+  EXPECT_EQ(found.list[2].flen, 3);
+  EXPECT_EQ(std::memcmp(found.bytes, "a\0b", 3), 0);
+  EXPECT_EQ(std::memcmp(found.six, full.six, sizeof full.six), 0);
+}
+
+TEST_P(RecordLayer, AStringLongerThanItsFieldIsCutWhenItIsRead) {
+  ASSERT_EQ(h_.insert(sample(5)), 0);
+  sample_fields fields;
+  fields.list[1].flen = 4;   // the list's checksum knows no lengths
+  ASSERT_EQ(engine::dread(h_, fields.list), 0);
+  EXPECT_STREQ(static_cast<const char*>(fields.list[1].fdata), "gro");
+}
+
+TEST_P(RecordLayer, AFieldTakenOutIsGoneWithItsKeyUntilItIsPutBack) {
+  fill(1, 3);
+  const auto change = [&](bool taken_out) {
+    sample_fields fields(sample(2));
+    if (taken_out) fields.list[2].ftype = static_cast<char>(fields.list[2].ftype | 0x80);
+    EXPECT_EQ(engine::dlock(h_), 0);
+    EXPECT_EQ(engine::dupdate(h_, fields.list), 0);
+    EXPECT_EQ(engine::dunlock(h_), 0);
+  };
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  change(true);
+  EXPECT_EQ(dfind_number(sample(2).number, engine::find_equal), engine::e_not_found);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  EXPECT_EQ(number_here(), 0);
+  EXPECT_EQ(summary().entries_by_key[3], 2U);
+  change(true);
+  EXPECT_EQ(summary().entries_by_key[3], 2U);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  change(false);
+  EXPECT_EQ(dfind_number(sample(2).number, engine::find_equal), 0);
+  EXPECT_EQ(number_here(), sample(2).number);
+  EXPECT_EQ(summary().entries_by_key[3], 3U);
+
+  sample_fields fields(sample(9));
+  fields.list[2].ftype = static_cast<char>(fields.list[2].ftype | 0x80);
+  ASSERT_EQ(engine::dinsert(h_, fields.list), 0);
+  EXPECT_EQ(summary().entries_by_key[3], 3U);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.name, sample(9).name);
+  EXPECT_EQ(found.number, 0);
+}
+
 TEST_P(RecordLayer, ABinaryKeyOf242BytesIsRefusedAndOneOf241Stored) {
   unsigned char value[256];
   std::memset(value, 'k', sizeof value);
@@ -339,6 +452,8 @@ TEST_P(RecordLayer, KeyvalBuildsTheKeyOfAField) {
   ASSERT_EQ(engine::dkeyval(h_, 3, fields.list, -1, out), 0);
   EXPECT_EQ(std::memcmp(out, &number, 4), 0);
   EXPECT_EQ(engine::dkeyval(h_, 9, fields.list, -1, out), engine::e_no_field);
+  fields.list[0].flen = 242;
+  EXPECT_EQ(engine::dkeyval(h_, 1, fields.list, -1, out), engine::e_too_long);
   fields.list[1].fdata = nullptr;
   EXPECT_EQ(engine::dkeyval(h_, 2, fields.list, -1, out), engine::e_no_field);
 }

@@ -246,6 +246,35 @@ TEST(Arguments, ALockThatCannotBeDroppedStopsTheMoveOfItsCursor) {
   EXPECT_EQ(h.find_name(sample(1).name), 0);
 }
 
+TEST(Arguments, ACursorWithoutMemoryHasNoPlaceAndEndsTheOperation) {
+  scratch_folder folder;
+  install_faulty_os();
+  {
+    handle h;
+    ASSERT_EQ(h.create(folder.file("file")), 0);
+    ASSERT_EQ(engine::csetfile(h, 4), 0);
+    ASSERT_EQ(h.insert(sample(1)), 0);
+    ASSERT_FALSE(engine::has_cursor(h, 9));
+    fail_call(os_call::allocate, 1, true);
+    const engine::cursor& c = engine::cursor_of(h, 9);
+    EXPECT_EQ(h.get()->deferred, engine::e_no_memory);
+    EXPECT_EQ(c.cnode, -1);
+    EXPECT_EQ(c.ckeyno, -1);
+    EXPECT_EQ(c.cstale, 1);
+    EXPECT_EQ(c.cindex + static_cast<int>(c.crecno) + c.cpiece + c.cdeleted, 0);
+    EXPECT_FALSE(engine::has_cursor(h, 9));
+    EXPECT_EQ(engine::dseq(h, 9, engine::seq_first), engine::e_no_memory);
+    disarm();
+    EXPECT_EQ(engine::dseq(h, 9, engine::seq_first), engine::e_not_found);
+    EXPECT_EQ(h.find_name(sample(1).name), 0);
+    // A place behind the end of the file is none.
+    engine::cursor_of(h, 1).cnode = h.get()->extent + 1;
+    EXPECT_EQ(engine::cursor_node(h, 1), -1);
+    EXPECT_EQ(h.find_name(sample(1).name), 0);
+  }
+  remove_faulty_os();
+}
+
 TEST(Arguments, ARefusedFindOrStepLeavesNoCurrentRecord) {
   scratch_folder folder;
   handle h;
