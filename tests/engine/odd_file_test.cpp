@@ -131,6 +131,24 @@ TEST_P(OddFile, WhoseFreeChainBeginsWithALogNodeGivesOnlyThatOneOut) {
   EXPECT_EQ(result.outcome, engine::report_outcome::sound) << result.text();
 }
 
+TEST_P(OddFile, WhoseGenerationIsTheLastOneGoesOnWithOne) {
+  std::vector<unsigned char> bytes = build_file(sample_recipe(big(), 5)).bytes;
+  set_field(&bytes, 0, 0xFFFFFFFFU);
+  put(bytes);
+  handle other;
+  ASSERT_EQ(other.open_for_work(path_), 0);
+  const std::uint32_t before = field(read_file(path_), 0);
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  ASSERT_EQ(h_.find_name(sample(50).name), engine::e_not_found);
+  for (int i = 50; i < 60; i++) {
+    ASSERT_EQ(other.insert(sample(i)), 0);
+    EXPECT_NE(field(read_file(path_), 0), 0U);
+    ASSERT_EQ(h_.find_name(sample(i).name), 0);
+  }
+  EXPECT_LT(field(read_file(path_), 0), 20U);
+  EXPECT_GE(before, 0xFFFFFFFFU - 1);
+}
+
 TEST_P(OddFile, BearsTheWriteFlagInItsOwnByteOrder) {
   put(build_file(sample_recipe(big(), 5)).bytes);
   ASSERT_EQ(h_.open_for_work(path_), 0);

@@ -170,6 +170,22 @@ TEST_P(Transaction, RollBackMayBeginANewTransaction) {
   expect_as_before();
 }
 
+TEST_P(Transaction, RollBackIntoATransactionThatCannotBeIsRefusedBeforeAnythingIsUndone) {
+  handle other;
+  ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+  ASSERT_EQ(h_.insert(sample(40)), 0);
+  EXPECT_EQ(engine::transroll(h_, nullptr, 7, nullptr), engine::e_bad_argument);
+  EXPECT_EQ(engine::transroll(h_, nullptr, 3, other), engine::e_bad_argument);
+  ASSERT_EQ(engine::csetfile(h_, 1), 0);
+  EXPECT_EQ(engine::transroll(h_, nullptr, 3, nullptr), engine::e_level);
+  ASSERT_EQ(engine::csetfile(h_, 4), 0);
+  EXPECT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
+  ASSERT_EQ(h_.insert(sample(41)), 0);
+  ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
+  expect_records(40, 41, engine::e_not_found);
+  expect_as_before();
+}
+
 TEST_P(Transaction, AnEmptiedChainIsUsedByTheNextTransaction) {
   ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
   const std::int32_t head = h_.get()->transhead;
@@ -266,6 +282,18 @@ TEST_P(SharedTransaction, OfOneHandleIsBusyForAnotherOfTheProcess) {
   ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
   EXPECT_EQ(other.find_name(sample(40).name), engine::e_not_found);
   EXPECT_EQ(other.find_name(sample(41).name), engine::e_not_found);
+}
+
+TEST_P(SharedTransaction, OfADeadHandleIsInterruptedForOthersAndEmptyForTheNextOfItsSlot) {
+  handle other, next;
+  ASSERT_EQ(other.open_for_work(path_), 0);
+  ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+  engine::abandon(h_);
+  EXPECT_EQ(engine::transstat(other), engine::e_trans_interrupted);
+  ASSERT_EQ(next.open_for_work(path_), 0);
+  EXPECT_EQ(engine::transstat(next), engine::e_trans_empty);
+  EXPECT_EQ(engine::transend(next, 1), 0);
+  EXPECT_EQ(engine::transstat(other), 0);
 }
 
 TEST_P(SharedTransaction, IsNotEndedByAForkedChildThatLetsGoOfItsFiles) {
