@@ -470,6 +470,11 @@ TEST_P(RecordLayer, FieldListsAreCheckedBeforeWriting) {
       {[](engine::field* f) { f[5].flen = 31233; }, engine::e_field_length},
       {[](engine::field* f) { f[1].flen = 3; }, engine::e_too_long},
       {[](engine::field* f) { f[5].fkey = 16; }, engine::e_key_number},
+      {[](engine::field* f) { f[2].fkey = 255; }, engine::e_key_number},
+      // The first fault of a field is told, in the order of its columns.
+      {[](engine::field* f) { f[2].fkey = 255, f[2].fdup = 'x', f[2].flen = -1; }, engine::e_duplicates_flag},
+      {[](engine::field* f) { f[2].fkeytype = 4, f[2].fdup = 'x'; }, engine::e_key_type},
+      {[](engine::field* f) { f[2].ftype = 'Q', f[2].fkeytype = 4; }, engine::e_field_type},
   };
   for (const auto& c : cases) {
     sample_fields fields(sample(3));
