@@ -72,7 +72,8 @@ void for_random_pages(const std::vector<unsigned char>& image, int rounds, std::
     std::vector<unsigned char> bytes = image;
     const std::size_t page = first_page + random() % (bytes.size() / 1024 - first_page);
     const std::size_t first = 1024 * page + random() % within;
-    for (std::size_t i = first; i < bytes.size() && i < first + size; i++) bytes[i] = static_cast<unsigned char>(random());
+    for (std::size_t i = first; i < bytes.size() && i < first + size; i++)
+      bytes[i] = static_cast<unsigned char>(random());
     write_file(path, bytes);
     SCOPED_TRACE("round " + std::to_string(round));
     then();

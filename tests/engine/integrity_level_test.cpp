@@ -144,7 +144,8 @@ TEST(SplitOrder, IsNewNodeOldNodeRightNeighbourParent) {
       seen = true;
       std::vector<std::int32_t> order;
       for (const os_event& e : events())
-        if (e.call == os_call::write && e.offset >= 1024) order.push_back(static_cast<std::int32_t>(e.offset / 1024 - 1));
+        if (e.call == os_call::write && e.offset >= 1024)
+          order.push_back(static_cast<std::int32_t>(e.offset / 1024 - 1));
       ASSERT_EQ(order.size(), 4U);
       EXPECT_EQ(order[0], fresh);
       ASSERT_EQ(engine::nodeget(h, nullptr, fresh), 0);

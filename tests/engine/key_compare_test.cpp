@@ -34,14 +34,17 @@ class KeyCompare : public ::testing::TestWithParam<byte_order> {
   void expect_rising(int type, const std::vector<std::string>& values) const {
     for (std::size_t i = 0; i < values.size(); i++)
       for (std::size_t j = 0; j < values.size(); j++)
-        EXPECT_EQ(compare(type, values[i], values[j]), i < j ? -1 : i > j ? 1 : 0) << "type " << type << ": " << i << ", " << j;
+        EXPECT_EQ(compare(type, values[i], values[j]), i < j ? -1 : i > j ? 1 : 0)
+            << "type " << type << ": " << i << ", " << j;
   }
 };
 
 INSTANTIATE_TEST_SUITE_P(ByteOrders, KeyCompare, ::testing::Values(byte_order::little, byte_order::big),
                          [](const auto& o) { return o.param == byte_order::big ? "BigEndian" : "LittleEndian"; });
 
-TEST_P(KeyCompare, StringsSortByBytes) { expect_rising(0, {"", "A", "B", "_", "a", "aa", "b", "\x7F", "\x80", "\xFF"}); }
+TEST_P(KeyCompare, StringsSortByBytes) {
+  expect_rising(0, {"", "A", "B", "_", "a", "aa", "b", "\x7F", "\x80", "\xFF"});
+}
 
 TEST_P(KeyCompare, StringsWithoutCaseSortInSmallLettersOfAscii) {
   expect_rising(1, {"", "@", "[", "_", "`", "A", "aB", "Ac", "b", "{", "\xC4", "\xE4"});
