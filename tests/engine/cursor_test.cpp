@@ -340,5 +340,51 @@ TEST(SharedCursors, AStalePositionIsFoundAgainByKey) {
   EXPECT_EQ(reinterpret_cast<const char*>(b.get()->keybuf), numbered("k", 98));
 }
 
+TEST(SharedCursors, AStaleStepGoesToTheNextPieceAndBehindTheLastToTheNextValue) {
+  scratch_folder folder;
+  handle h;
+  ASSERT_EQ(h.create(folder.file("f"), 'S', 3, string_keys), 0);
+  const std::vector<std::uint8_t> longest(31346, 'd'), single(10, 's');
+  const auto put = [&](int recno, const std::vector<std::uint8_t>& data) {
+    return badd(h, 19, bytes(""), recno, data.data(), static_cast<int>(data.size()));
+  };
+  ASSERT_EQ(put(4, single), 0);
+  ASSERT_EQ(put(5, longest), 0);
+  ASSERT_EQ(put(6, single), 0);
+  ASSERT_EQ(bfind(h, 19, bytes(""), 4, nullptr, 0), 0);
+  ASSERT_EQ(rdenter(h), 0);
+  h.get()->keyno = 19;
+  const auto step = [&] {
+    cursor_of(h, 19).cstale = 1;
+    return stepfwd(h);
+  };
+  for (int piece = 0; piece < 129; ++piece) {
+    ASSERT_EQ(step(), 0) << piece;
+    ASSERT_EQ(h.get()->recno, 5) << piece;
+    ASSERT_EQ(h.get()->piece, piece == 128 ? 0x80 : piece);
+  }
+  ASSERT_EQ(step(), 0);
+  EXPECT_EQ(h.get()->recno, 6);
+  EXPECT_EQ(step(), -1);
+  ASSERT_EQ(rdleave(h), 0);
+}
+
+TEST(SharedCursors, EachKeyHasOnePlaceForAllWhoWalkIt) {
+  scratch_folder folder;
+  handle h;
+  ASSERT_EQ(h.create(folder.file("f"), 'S', 3, string_keys), 0);
+  for (int i = 0; i < 5; ++i)
+    for (int key : {1, 2}) ASSERT_EQ(badd(h, key, bytes(numbered("k", i)), 1, nullptr, 0), 0);
+  ASSERT_EQ(bfirst(h, 1, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  // A second walk of the key moves the place of the first, one of another key doesn't.
+  ASSERT_EQ(blast(h, 2, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(h.get()->keybuf), numbered("k", 2));
+  ASSERT_EQ(bfirst(h, 1, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(h.get()->keybuf), numbered("k", 1));
+}
+
 }  // namespace
 }  // namespace zvrdb::test
