@@ -23,6 +23,7 @@
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
+#include "engine/one_thread.h"
 #include "engine/sharing.h"
 #include "engine/trans_log.h"
 #include "engine/tree_insert.h"
@@ -397,6 +398,7 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
 }  // namespace
 
 int transstat(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   const bool reader = h->rw == 1;
   const int entered = reader ? rdenter(h) : wrenter(h);
@@ -407,6 +409,7 @@ int transstat(PSP* h) {
 }
 
 int transbeg(PSP* h, int type, PSP* companion) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   if (const int good = check_begin(h, type, companion); good != e_ok) return keep_status(h, good);
@@ -422,6 +425,7 @@ int transbeg(PSP* h, int type, PSP* companion) {
 }
 
 int transend(PSP* h, int mode) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (mode < 1 || mode > 3) return keep_status(h, e_bad_argument);
   if (h->rw == 1) return keep_status(h, e_read_only);
@@ -433,6 +437,7 @@ int transend(PSP* h, int mode) {
 }
 
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   if (new_type != 0) {
