@@ -24,8 +24,8 @@
 #include <random>
 
 #include "cmstatus/cms_fixture.h"
+#include "engine/byte_wait.h"
 #include "engine/file_report.h"
-#include "targets/writers_held_out.h"
 
 namespace cms_test {
 namespace {
@@ -269,9 +269,10 @@ class StatusProcesses : public CmStatusTest {
   }
 
   void kill_between_write_operations(unsigned victim) {
-    const target_test::WritersHeldOut status_arbiter(cms_file());
-    const target_test::WritersHeldOut target_arbiter(installation_->path("db/trgcfg"));
-    ASSERT_TRUE(status_arbiter.held() && target_arbiter.held());
+    const zvrdb::engine::writers_held status_arbiter(cms_file().c_str());
+    const zvrdb::engine::writers_held target_arbiter(installation_->path("db/trgcfg").c_str());
+    ASSERT_EQ(status_arbiter.result(), 0);
+    ASSERT_EQ(target_arbiter.result(), 0);
     ASSERT_EQ(kill(children[victim], SIGKILL), 0);
     ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
     close(progress[victim]);
