@@ -236,7 +236,18 @@ DB_API int16_t db_get_srv(void *task, const char *name, char *server);
 
 /* ---- Change files -------------------------------------------------------
  *
- * Names: a db_cf_name of 76 bytes. */
+ * Names: a db_cf_name of 76 bytes.
+ *
+ * The filter that db_start_list takes for DB_CAT is such a name whose tokens may hold
+ * wildcards.  `*` alone in a token: one token or none.  `*` inside a token: the rest of
+ * the name's token, whatever follows the `*`.  `?`: exactly one character.  A filter of
+ * exactly ten tokens whose last ones hold `*` is the cheap form: neighbours in order of
+ * names that differ only behind the first of these are listed for one of them.  A null
+ * filter gives DBE_BAD_RECORD.
+ *
+ * db_init_list of DB_PRD and DB_FST takes a db_prd_key and a list state of 272 bytes; a
+ * product id other than 0 limits filesets to those of that product.  DBE_NOT_FOUND, no
+ * such change file; DBE_EMPTY_LIST, a `*` in the first token of its name. */
 
 /* Place of a name in a list that db_start_list of DB_CAT filled: `list` holds `count`
  * entries of 4 bytes.  *index: the place of the name, or of the first one above it;
