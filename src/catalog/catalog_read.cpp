@@ -46,7 +46,8 @@ std::int16_t get_next_cat(void* task, const void* list, const std::uint16_t* ind
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   CAT_CNTL_ENTRY entry;
-  std::memcpy(&entry, static_cast<const unsigned char*>(list) + std::size_t{*index} * sizeof entry, sizeof entry);
+  std::memcpy(&entry, static_cast<const unsigned char*>(list) + std::size_t{*index} * sizeof entry,
+              sizeof entry);
   const DIST_CAT_ENTRY* slot = memory::catalog_of(memory::tcb_of(task)).slot(entry.dist_idx);
   rc = get_cat_entry(task, slot, buffer, length);
   if (rc == DBE_OK && slot->cf_gen != entry.spare) rc = DBE_ENTRY_CHANGED;

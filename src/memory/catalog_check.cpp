@@ -88,7 +88,8 @@ bool catalog_sound(void* task, char* reason, std::size_t reason_size) {
   if (size != cntl.num_cat_alloc)
     return to.unsound("tables of %u change files for %u allocated", size, cntl.num_cat_alloc);
   if (cntl.num_cat_inited > size) return to.unsound("%u slots in tables of %u", cntl.num_cat_inited, size);
-  if (cntl.num_cat_actual > size) return to.unsound("%u change files in tables of %u", cntl.num_cat_actual, size);
+  if (cntl.num_cat_actual > size)
+    return to.unsound("%u change files in tables of %u", cntl.num_cat_actual, size);
   const catalog_tables tables = catalog_of(tcb);
   return slots_sound(tables, to) && index_sound(task, tables, to) && differences_sound(task, tables, to);
 }

@@ -122,7 +122,8 @@ std::int16_t get_trg_name(void* task, char* name, std::uint32_t number);
 
 // ---- change files
 // Names (cf_name, 76 bytes) are ordered by their text area and, where that is equal, by
-// their token table so that the name with fewer tokens comes first.  Lookups make no system call and allocate nothing.
+// their token table so that the name with fewer tokens comes first.  Lookups make no
+// system call and allocate nothing.
 int compare_cf_names(const void* a, const void* b);
 // Position in CAT_CNTL of this very name, else of the first with an equal text area; -1.
 std::int64_t find_cat(void* task, const void* cf_name);

@@ -80,9 +80,11 @@ TEST_F(CatalogDelete, ProductsOfNumbersAboveTheSignedHalfAreFound) {
     ASSERT_EQ(store_part(DB_PRD, number, 1), DBE_OK);
     ASSERT_EQ(store_part(DB_FST, number, 1, 2), DBE_OK);
   }
-  EXPECT_EQ(framed([&] { return zvrdb::catalog::del_prod_file(task, static_cast<std::int16_t>(40000)); }), DBE_OK);
+  EXPECT_EQ(framed([&] { return zvrdb::catalog::del_prod_file(task, static_cast<std::int16_t>(40000)); }),
+            DBE_OK);
   EXPECT_EQ(parts_of(40000), 0);
-  EXPECT_EQ(framed([&] { return zvrdb::catalog::del_prod_file(task, static_cast<std::int16_t>(32768)); }), DBE_OK);
+  EXPECT_EQ(framed([&] { return zvrdb::catalog::del_prod_file(task, static_cast<std::int16_t>(32768)); }),
+            DBE_OK);
   EXPECT_EQ(parts_of(32768), 0);
   EXPECT_EQ(parts_of(32767), 2);
   EXPECT_EQ(parts_of(65534), 2);

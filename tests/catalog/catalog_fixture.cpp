@@ -63,7 +63,8 @@ int put_on(void* task, const CatRecord& record, std::size_t length) {
   const CfName name = record.name();
   const void* keys[] = {name.data()};
   unsigned char none = 0;
-  return db_put(task, DB_CAT, 1, keys, length == 0 ? &none : exact.data(), static_cast<std::uint16_t>(length));
+  return db_put(task, DB_CAT, 1, keys, length == 0 ? &none : exact.data(),
+                static_cast<std::uint16_t>(length));
 }
 
 int put_on(void* task, const std::string& dotted_name) {
@@ -152,8 +153,12 @@ int CatalogTest::store_part(std::uint32_t db_id, unsigned number, unsigned produ
       unsigned char data[8];
     };
     stored record = {};
-    record.key = {db_id, static_cast<std::uint16_t>(number), static_cast<std::uint16_t>(product),
-                  static_cast<std::uint16_t>(fileset), 0, 0};
+    record.key = {db_id,
+                  static_cast<std::uint16_t>(number),
+                  static_cast<std::uint16_t>(product),
+                  static_cast<std::uint16_t>(fileset),
+                  0,
+                  0};
     catalog::catalog_key key = record.key;
     return recfile::db_write(task, tcb()->cat_file, &key, &record, sizeof record);
   });
@@ -198,7 +203,8 @@ std::vector<std::string> CatalogTest::table_lines() {
   for (std::uint32_t i = 0; i < cntl()->num_cat_actual; ++i) {
     const CAT_CNTL_ENTRY& entry = tcb()->cat_cntl[i];
     const DIST_CAT_ENTRY& slot = cat_slot(entry.dist_idx);
-    std::string line = dotted(slot.head) + numbered(" number ", slot.cf_number) + numbered(" differs at ", entry.name_diff);
+    std::string line =
+        dotted(slot.head) + numbered(" number ", slot.cf_number) + numbered(" differs at ", entry.name_diff);
     line.append(slot.head, slot.head + sizeof slot.head);
     lines.push_back(line);
   }

@@ -58,7 +58,9 @@ class CatalogTest : public target_test::TargetsTest {
  protected:
   void TearDown() override;
 
-  int put_cf(const CatRecord& record, std::size_t length = record_len) { return put_on(task, record, length); }
+  int put_cf(const CatRecord& record, std::size_t length = record_len) {
+    return put_on(task, record, length);
+  }
   int put_cf(const std::string& dotted) { return put_on(task, dotted); }
   int del_cf(const std::string& dotted) { return del_on(task, dotted); }
   CatReading get_cf(const CfName& name, std::size_t length = record_len);

@@ -20,7 +20,8 @@ TEST_F(CatalogLoad, AnEmptyFileGivesRoomForFiveHundred) {
 }
 
 TEST_F(CatalogLoad, ARebuildGivesTheSameTables) {
-  for (const char* name : {"B.A", "A.B", "A", "C.FIX.1", "C.FIX.10", "C.FIX.2"}) ASSERT_EQ(put_cf(name), DBE_OK);
+  for (const char* name : {"B.A", "A.B", "A", "C.FIX.1", "C.FIX.10", "C.FIX.2"})
+    ASSERT_EQ(put_cf(name), DBE_OK);
   ASSERT_EQ(del_cf("A.B"), DBE_OK);
   expect_agreement();
   EXPECT_EQ(cntl()->num_cat_alloc, 506u);

@@ -69,7 +69,8 @@ class CatalogModel : public CatalogTest {
     const std::string name = any_name();
     const std::string text = std::to_string(random());
     const auto found = model.find(name);
-    ASSERT_EQ(put_cf(CatRecord(name).text(text)), found == model.end() ? DBE_OK : DBE_RECORD_REPLACED) << name;
+    ASSERT_EQ(put_cf(CatRecord(name).text(text)), found == model.end() ? DBE_OK : DBE_RECORD_REPLACED)
+        << name;
     if (found != model.end()) {
       found->second.text = text;
       return;
@@ -83,8 +84,9 @@ class CatalogModel : public CatalogTest {
   }
 
   void delete_any() {
-    const std::string name = model.empty() || pick(4) == 0 ? any_name()
-                                                           : std::next(model.begin(), pick(static_cast<unsigned>(model.size())))->first;
+    const std::string name = model.empty() || pick(4) == 0
+                                 ? any_name()
+                                 : std::next(model.begin(), pick(static_cast<unsigned>(model.size())))->first;
     const auto found = model.find(name);
     ASSERT_EQ(del_cf(name), found == model.end() ? DBE_NOT_FOUND : DBE_OK) << name;
     if (found == model.end()) return;
@@ -130,7 +132,8 @@ class CatalogModel : public CatalogTest {
 
 unsigned seed_of_this_run() {
   const char* given = std::getenv("ZVR_TEST_SEED");
-  const unsigned seed = given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
+  const unsigned seed =
+      given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
   std::cout << "seed " << seed << " (ZVR_TEST_SEED repeats it)\n";
   return seed;
 }

@@ -135,7 +135,8 @@ TEST_F(CatalogProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAWriterBetweenWr
   std::mt19937 random(seed);
   std::array<int, writers> progress{};
   std::array<pid_t, writers> children{};
-  for (unsigned w = 0; w < writers; ++w) children[w] = start(w, static_cast<unsigned>(random()), &progress[w]);
+  for (unsigned w = 0; w < writers; ++w)
+    children[w] = start(w, static_cast<unsigned>(random()), &progress[w]);
   for (int kill_count = 0; kill_count < 12 && !HasFailure() && !shared->stop; ++kill_count) {
     const unsigned victim = static_cast<unsigned>(random() % writers);
     char byte;

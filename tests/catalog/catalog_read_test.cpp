@@ -145,9 +145,9 @@ TEST_F(CatalogPlace, AnAbsentNameGivesTheFirstAboveAndTheCountWhenThereIsNone) {
 
 TEST_F(CatalogPlace, AmongNamesOfOneTextTheVeryNameIsFound) {
   std::vector<CfName> names(3, cf("A.B"));
-  names[0][1] = 20;
+  names[0][1] = 22;
   names[1][1] = 21;
-  names[2][1] = 22;
+  names[2][1] = 20;
   for (const CfName& name : names) {
     ASSERT_EQ(put_cf(CatRecord(name)), DBE_OK);
     list.push_back({static_cast<std::uint16_t>(number_of(name)), 0, 1});

@@ -114,7 +114,8 @@ TEST_F(CatalogStore, TheOrderAmongNamesOfOneTextIsTheSameAfterARebuild) {
   CfName unknown = cf("A.B");
   unknown[1] = 100;
   const int found = number_of(unknown);
-  EXPECT_EQ(found, number_of(names[1])) << "only the text is compared: the first of them, which has the fewest tokens";
+  EXPECT_EQ(found, number_of(names[1]))
+      << "only the text is compared: the first of them, which has the fewest tokens";
   expect_agreement();
   EXPECT_EQ(number_of(unknown), found);
 }

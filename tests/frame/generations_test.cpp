@@ -193,7 +193,7 @@ TEST_F(Generations, ACallThatRaisesTheGenerationBuildsItBeforeItLeaves) {
   char config[100];
   ASSERT_EQ(DBE_OK, db_get(beside, DB_CFG, 0, nullptr, config, sizeof config));
   ASSERT_EQ(DBE_OK, dbr_in(task, operation::write, DB_CAT));
-  raise_generation(task);
+  memory::raise_generation(task);
   dbr_out(task, operation::write, DB_CAT, DBE_OK);
   EXPECT_EQ(1u, task.tcb()->shm_generation);
   EXPECT_EQ(0, task.cntl()->fwrite_in_prog);
