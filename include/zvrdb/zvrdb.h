@@ -145,7 +145,13 @@ DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void 
 /* Fills list with the names that match filter, as many as list_size bytes take, and
  * sets *count to their number and *index to 0.  DBE_LIST_TOO_SMALL when there are more:
  * what fits is in the list. *count and *index are left alone when the call is refused
- * before it begins. */
+ * before it begins.
+ * DB_TRG: the filter is ignored, an entry is a name of 64 bytes.
+ * DB_CAT: the filter is a db_cf_name, an entry a db_cat_entry of 4 bytes.  In the filter's
+ * tokens '?' stands for one character, '*' for the rest of the token; a token "*" alone
+ * also for no token, so eleven of them list all.  The list is in the order of the names.
+ * Of entries that changed since, db_get_next answers DBE_NOT_FOUND (deleted) or
+ * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled). */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
 
