@@ -37,6 +37,9 @@ struct os_ops {
   std::int64_t (*write_at)(int file, std::uint64_t offset, const void* from, std::size_t n);
   int (*flush)(int file);                      // to the disk
   std::int64_t (*size)(int file);              // bytes, -1 failed
+  // A number that tells this file from others and from a later one of its name; 0 unknown.
+  std::uint64_t (*identity)(int file);
+  std::uint64_t (*random)();                   // a number that nobody can foretell
 
   // Locks on bytes, without waiting.  They hold between all handles, those of one
   // process too, and die with their handle.
