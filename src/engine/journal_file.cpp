@@ -15,6 +15,7 @@ constexpr std::size_t magic = 0;
 constexpr std::size_t salt = 8;
 constexpr std::size_t identity = 16;
 constexpr std::size_t generation = 24;
+constexpr std::size_t settled = 28;
 constexpr std::size_t header = 32;
 constexpr std::size_t crc = 508;
 }  // namespace head_at
@@ -81,7 +82,7 @@ void start_of_life(journal_file* j) {
   j->end = journal_groups;
   j->sequence = 1;
   j->any_change = false;
-  j->changed_generation = j->base_generation;
+  j->changed_generation = j->settled_generation;
   j->generation = j->base_generation;
   j->chain = j->head_crc;
 }
@@ -93,6 +94,7 @@ void take_head(journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
   j->salt = load_le64(head + head_at::salt);
   std::memcpy(j->base, head + head_at::header, header_size);
   j->base_generation = load_le32(head + head_at::generation);
+  j->settled_generation = load_le32(head + head_at::settled);
   j->head_crc = load_le32(head + head_at::crc);
   start_of_life(j);
 }
@@ -174,12 +176,14 @@ void close_journal(journal_file* j) {
   j->capacity = 0;
 }
 
-int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t generation) {
+int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
+               std::uint32_t generation) {
   std::uint8_t head[journal_head_size] = {};
   std::memcpy(head + head_at::magic, head_magic, sizeof head_magic - 1);
   store_le64(head + head_at::salt, os().random());
   store_le64(head + head_at::identity, j->identity);
   store_le32(head + head_at::generation, generation);
+  store_le32(head + head_at::settled, settled);
   std::memcpy(head + head_at::header, header, header_size);
   store_le32(head + head_at::crc, crc32c(0, head, head_at::crc));
   j->alive = false;

@@ -5,7 +5,7 @@
 //      0 +---------------------------------------------+
 //        | head of a life                         512  |  one sector: whole or not written
 //        |   0 "ZVRJRNL1"  8 salt (8)  16 identity (8) |
-//        |  24 generation (4)  28 zero (4)             |
+//        |  24 generation (4)  28 settled (4)          |
 //        |  32 header of the record file (352)         |
 //        | 384 zero (124)  508 CRC-32C of 0 to 507 (4) |
 //    512 +---------------------------------------------+
@@ -55,12 +55,13 @@ struct journal_file {
   std::uint32_t head_crc = 0;
   std::uint8_t base[header_size] = {};   // header of the record file when the life began
   std::uint32_t base_generation = 0;
+  std::uint32_t settled_generation = 0;  // the header may bear this one to the base's
 
   // Behind the last group known:
   std::uint64_t end = journal_groups;
   std::uint64_t sequence = 1;            // of the next group
   bool any_change = false;               // a group of kind 1 is there
-  std::uint32_t changed_generation = 0;  // after the last change; without one the base's
+  std::uint32_t changed_generation = 0;  // after the last change; without one the settled one
   std::uint32_t generation = 0;          // after the last group of any kind
   std::uint32_t chain = 0;               // CRC of the last group, or of the head
 
@@ -106,9 +107,11 @@ int make_journal(journal_file* j, const char* path);
 int open_journal(journal_file* j, const char* path);
 void close_journal(journal_file* j);
 
-// Begins a life: whatever was there counts no more.  The journal is flushed.
+// Begins a life: whatever was there counts no more.  The journal is flushed.  `settled` is a
+// generation that is on the disk for sure, `generation` what the record file bears now.
 // 0, e_write; then the journal has no life.
-int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t generation);
+int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
+               std::uint32_t generation);
 
 // Reads what others did since: a new life, or groups behind the last known one.
 // 0; e_no_memory, e_io.

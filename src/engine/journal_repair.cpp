@@ -49,7 +49,8 @@ bool shows(const known_state& s, const first_page& page) {
 int find_state(journal_file* log, const first_page& page, group_place* out) {
   known_state state;
   std::memcpy(state.header, log->base, header_size);
-  state.from = state.to = log->base_generation;
+  state.from = log->settled_generation;
+  state.to = log->base_generation;
   group_place state_at = first_place(log);
   bool found = false;
   for (group_place at = first_place(log); at.at < log->end;) {
@@ -174,20 +175,31 @@ int apply_pages(PSP* h) {
   return result == e_ok ? write_flag(h, false) : result;
 }
 
-int begin_anew(PSP* h) {
+namespace {
+// Flushes the file; then it may bear `generation`, which needs no flush, since nothing else
+// changes with it: the new life knows the file by the one and by the other.
+int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
   journal* j = h->journal;
   if (os().flush(h->file) != 0) {
     j->pages_lost = true;
     return e_write;
   }
   j->pages_lost = false;
-  first_page page;
-  if (const int got = read_first_page(h, &page); got != e_ok) return got;
   std::uint8_t header[header_size];
   std::memcpy(header, page.bytes, sizeof header);
-  const int begun = begin_life(&j->log, header, page.generation);
-  if (begun == e_ok) j->disk_generation = page.generation;
-  return begun;
+  if (generation != page.generation) {
+    store32(header, generation, order_of_marker(header + header_at::marker));
+    if (const int written = write_through(h, 0, header, sizeof(std::uint32_t)); written != e_ok) return written;
+    j->disk_generation = generation;
+  }
+  return begin_life(&j->log, header, page.generation, generation);
+}
+}  // namespace
+
+int begin_anew(PSP* h) {
+  first_page page;
+  const int got = read_first_page(h, &page);
+  return got != e_ok ? got : settle_and_begin(h, page, page.generation);
 }
 
 int check_point(PSP* h) {
@@ -198,14 +210,15 @@ int check_point(PSP* h) {
   }
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
-  if (page.generation != j->log.generation && in_step(j, page)) {
-    // Operations that changed nothing moved it on in the log alone.
-    std::uint8_t bytes[4];
-    store32(bytes, j->log.generation, order_of_marker(page.bytes + header_at::marker));
-    if (const int written = write_through(h, header_at::generation, bytes, sizeof bytes); written != e_ok) return written;
-    j->disk_generation = j->log.generation;
-  }
-  return j->log.any_change || j->log.end > checkpoint_at ? begin_anew(h) : static_cast<int>(e_ok);
+  // Operations that changed nothing moved the generation on in the log alone.
+  const std::uint32_t generation = j->log.alive && in_step(j, page) ? j->log.generation : page.generation;
+  if (j->log.any_change || j->log.end > checkpoint_at) return settle_and_begin(h, page, generation);
+  if (generation == page.generation) return e_ok;
+  std::uint8_t bytes[sizeof generation];
+  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
+  const int written = write_through(h, 0, bytes, sizeof bytes);
+  if (written == e_ok) j->disk_generation = generation;
+  return written;
 }
 
 }  // namespace zvrdb::engine

@@ -47,7 +47,7 @@ class JournalFile : public ::testing::Test {
     ASSERT_EQ(engine::make_journal(&j_, path_.c_str()), 0);
     header_bytes header;
     fill_header(header, 10);
-    ASSERT_EQ(engine::begin_life(&j_, header, 10), 0);
+    ASSERT_EQ(engine::begin_life(&j_, header, 10, 10), 0);
   }
   void TearDown() override { engine::close_journal(&j_); }
 
@@ -137,7 +137,7 @@ TEST_F(JournalFile, ASecondHandleCatchesUpWithTheFirst) {
   EXPECT_TRUE(r.any_change);
   header_bytes header;
   fill_header(header, 14);
-  ASSERT_EQ(engine::begin_life(&j_, header, 14), 0);
+  ASSERT_EQ(engine::begin_life(&j_, header, 14, 14), 0);
   ASSERT_EQ(engine::catch_up(&r), 0);
   EXPECT_FALSE(r.any_change);
   EXPECT_EQ(r.salt, j_.salt);
@@ -148,7 +148,7 @@ TEST_F(JournalFile, ANewLifeForgetsTheGroupsOfTheOldOne) {
   append_samples();
   header_bytes header;
   fill_header(header, 14);
-  ASSERT_EQ(engine::begin_life(&j_, header, 14), 0);
+  ASSERT_EQ(engine::begin_life(&j_, header, 14, 14), 0);
   EXPECT_EQ(found(), 0);
 }
 
