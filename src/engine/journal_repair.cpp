@@ -156,7 +156,10 @@ int repair_file(PSP* h, bool all) {
     if (const int locked = lockread(h, true); locked != e_ok) return locked;
   }
   int result = write_flag(h, true);
-  if (result == e_ok) result = for_groups(h, all ? first_place(&j->log) : from, apply_group);
+  // A death while pages went to the file: the header is written first, and what groups of a
+  // transaction before it deferred may be missing.
+  const bool any_may_miss = all || page.flag;
+  if (result == e_ok) result = for_groups(h, any_may_miss ? first_place(&j->log) : from, apply_group);
   if (result == e_ok) result = write_flag(h, false);
   if (result == e_ok) {
     j->must_repair = false;

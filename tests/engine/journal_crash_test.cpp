@@ -200,7 +200,7 @@ class Crash : public ::testing::TestWithParam<scenario> {
     ASSERT_EQ(h.close(), 0);
     ASSERT_EQ(disk_open_files(), 0);
     points_++;
-    if (points_ % (torture() ? 1 : 4) == 0) expect_sound(disk_now());
+    if (points_ % (torture() ? 1 : 16) == 0) expect_sound(disk_now());
   }
   void run() {
     mount_memory_disk(start_);

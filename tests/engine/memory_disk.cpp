@@ -204,7 +204,16 @@ disk_image disk_now() {
   for (const auto& [path, f] : disk.names) result[path] = {f->bytes, f->identity};
   return result;
 }
+void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes) {
+  put_bytes(&disk.names.at(path)->bytes, offset, bytes.data(), bytes.size());
+}
 int disk_open_files() { return static_cast<int>(disk.open.size()); }
+
+void rewind_disk(const disk_image& start, std::size_t n) {
+  const disk_image image = after_kill(start, disk.events, n);
+  for (auto& [path, f] : disk.names) f->bytes = image.at(path).bytes;
+  disk.events.resize(n);
+}
 
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n) {
   builder b(start);

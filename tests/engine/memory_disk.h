@@ -34,6 +34,10 @@ const std::vector<disk_event>& disk_events();
 int disk_flushes(const std::string& path_end = "");   // of files whose path ends so
 disk_image disk_now();
 int disk_open_files();
+void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes);
+// The disk as it was behind the first n events since it was mounted with `start`.  Open files
+// and their locks stay: others live on beside who was killed there.
+void rewind_disk(const disk_image& start, std::size_t n);
 
 // What is there after a kill behind the first n events.
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n);
