@@ -149,9 +149,7 @@ bool changes_something(const journal* j) {
 
 int ready_log(PSP* h) {
   journal* j = h->journal;
-  if (j->log.file < 0 && open_journal(&j->log, j->path) != e_ok) {
-    if (make_journal(&j->log, j->path) != e_ok) return e_write;
-  }
+  if (j->log.file < 0 && make_journal(&j->log, j->path) != e_ok) return e_write;
   if (j->log.alive) return e_ok;
   take_user_byte(h);
   return begin_anew(h);
@@ -248,6 +246,8 @@ int journal_open(PSP* h, const char* path, journal_use asked) {
   journal_file log;
   log.identity = os().identity(h->file);
   const bool there = open_journal(&log, name) == e_ok;
+  // One that is there and cannot be opened may know more than the file.
+  if (!there && h->rw != 1 && os().exists(name) != 0) return e_io;
   if (!there && (asked == journal_use::off || h->rw == 1)) return e_ok;
   const std::size_t length = std::strlen(name);
   auto* j = static_cast<journal*>(os().allocate(sizeof(journal) + length));

@@ -138,7 +138,9 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
     entered = enter_shared_file(h, true);
   }
   if (const int taken = journal_open(h, path, use); taken != e_ok) {
-    rdleave(h);
+    // The reader byte may be gone meanwhile; all others go with the descriptor.
+    h->rdnest = 0;
+    h->locklevel = 1;
     close_block(h);
     h->errdetail = taken;
     return taken;

@@ -31,6 +31,7 @@ struct os_ops {
   void (*discard)(int file, const char* path);
   int (*close)(int file);
   int (*remove)(const char* path);
+  int (*exists)(const char* path);             // 1 something of that name is there, 0 not, -1 unknown
 
   // Bytes moved, fewer than n at the end of the file or on a full disk; -1 failed.
   std::int64_t (*read_at)(int file, std::uint64_t offset, void* to, std::size_t n);

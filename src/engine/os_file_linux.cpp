@@ -214,6 +214,12 @@ void linux_discard(int file, const char* path) {
 
 int linux_remove(const char* path) { return ::unlink(path) == 0 ? 0 : -1; }
 
+int linux_exists(const char* path) {
+  struct stat st;
+  if (lstat(path, &st) == 0) return 1;
+  return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+}
+
 std::int64_t linux_read_at(int file, std::uint64_t offset, void* to, std::size_t n) {
   std::size_t done = 0;
   while (done < n) {
@@ -286,6 +292,7 @@ const os_ops linux_ops = {
     .discard = linux_discard,
     .close = linux_close,
     .remove = linux_remove,
+    .exists = linux_exists,
     .read_at = linux_read_at,
     .write_at = linux_write_at,
     .flush = linux_flush,

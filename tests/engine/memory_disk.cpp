@@ -68,6 +68,7 @@ int do_remove(const char* path) {
   disk.names.erase(path);
   return 0;
 }
+int do_exists(const char* path) { return disk.names.count(path) ? 1 : 0; }
 std::int64_t do_read(int fd, std::uint64_t offset, void* to, std::size_t n) {
   const disk_bytes& bytes = file_of(fd)->bytes;
   if (offset >= bytes.size()) return 0;
@@ -130,6 +131,7 @@ const engine::os_ops& table() {
     t.discard = do_discard;
     t.close = do_close;
     t.remove = do_remove;
+    t.exists = do_exists;
     t.read_at = do_read;
     t.write_at = do_write;
     t.flush = do_flush;
