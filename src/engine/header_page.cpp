@@ -57,7 +57,10 @@ int raise_flag(PSP* h) {
 namespace {
 // With a journal the flag stands only after a death that the journal does not explain.
 int clear_flag_that_stands(PSP* h) {
-  if (tstwrit(h) == e_ok) return e_ok;
+  std::uint8_t there[2];
+  const int got = physical_read(h, flag_offset, there, sizeof there);
+  if (got != e_ok) return got == e_not_found ? e_io : got;
+  if (there[0] == 0 && there[1] == 0) return e_ok;
   const std::uint8_t bytes[2] = {0, 0};
   const int written = write_through(h, flag_offset, bytes, sizeof bytes);
   if (written == e_ok && os().flush(h->file) != 0) return e_write;
