@@ -222,7 +222,12 @@ int commit_change(PSP* h) {
 int note_generation(PSP* h) {
   journal* j = h->journal;
   const bool flush = j->unflushed && (j->flush_wanted || j->closing);
-  if (const int ready = ready_log(h); ready != e_ok) return ready;
+  if (const int ready = ready_log(h); ready != e_ok) {
+    if (j->deferred) return ready;
+    // On a full disk there may be no journal yet; whoever only looks is not refused for that.
+    forget_pages(&j->pages);
+    return e_ok;
+  }
   if (const int appended = append_operation(h, false); appended != e_ok) return appended;
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
