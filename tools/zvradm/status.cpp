@@ -155,7 +155,7 @@ void print_sheet(const json& all) {
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
   std::printf("\n");
-  table files{{"file", "use count", "journal file"}, {}, {false, true}};
+  table files{{"file", "use count", "journal file"}, {}, {false, true, false}};
   for (const json& file : all["files"])
     files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"]), yes_no(file["journal"])});
   if (files.rows.empty())
