@@ -269,6 +269,36 @@ DB_API int16_t db_cm_by_cat(void *task, const void *cf_name, uint8_t *list, uint
  * DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
 DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint32_t length, uint32_t *count);
 
+/* ---- Requests -----------------------------------------------------------
+ *
+ * Identifiers: a db_rqr_id, the head of every record of requests. */
+
+/* Reads the root record with the highest recursion number of a request.  When the
+ * request has none, the next root record below it in key order is read, which may be
+ * that of another user: compare the identifier.  As db_get; DBE_NOT_FOUND when there is
+ * none below either. */
+DB_API int16_t db_get_lst_rec(void *task, const void *identifier, void *record, uint16_t record_len);
+
+/* Deletes a whole request, its root record and all below it, in one transaction, with the
+ * correlators of its functions.  DBE_OK; DBE_NOT_FOUND, no root record; DBE_IO_ERROR and
+ * the codes of db_del, with all records as they were. */
+DB_API int16_t db_del_rq_tree(void *task, const void *identifier);
+
+/* ---- Correlators --------------------------------------------------------
+ *
+ * record: a db_coo. */
+
+/* Fills in the SNA correlator of the request identifier in the record, making and
+ * storing one the first time.  The caller sets `origin`.
+ * DBE_OK; DBE_NO_TARGET, src_domain is unknown; DBE_RECORD_REPLACED and the codes of
+ * db_put after twenty attempts. */
+DB_API int16_t db_reqid2corr(void *task, void *record);
+
+/* Fills in the request identifier of the SNA correlator in the record, making one up for
+ * a correlator from elsewhere: an empty user becomes "remuser", recursion_no 0, subreq_id
+ * the date.  DBE_OK; DBE_NO_TARGET; the codes of db_put. */
+DB_API int16_t db_corr2reqid(void *task, void *record);
+
 /* ---- Record conversion ------------------------------------------------ */
 
 /* Turns the stored form of a record into the caller's form.  external: the stored form,
