@@ -9,8 +9,9 @@
  * on the thread that made it.
  *
  * Status results are 0 or a 16-bit code (CO_*); no operation throws.  A handle that is
- * null, ended, or a parent's (in a forked child) is answered with CO_BAD_ARGUMENT, null
- * or 0, as are null pointers that must be followed.  Buffers belong to the caller; a
+ * null, ended (until 64 more tasks of the process have ended), or a parent's (in a forked
+ * child) is answered with CO_BAD_ARGUMENT, null or 0, as are null pointers that must be
+ * followed.  Buffers belong to the caller; a
  * returned text stays as long as a task of the process lives, if not told otherwise.
  *
  * Files of the base directory that these services read or write:
@@ -74,7 +75,8 @@ typedef void (*co_exit_fn)(void *task, uint32_t reason);
 CO_API void *co_init_task(const char *name, co_task_entry entry, uint32_t flag);
 CO_API const char *co_init_error(void);
 /* Ends the task: calls its exit functions (last registered first), releases what
- * semaphores it still holds, gives its place in the registry back. */
+ * semaphores it still holds, gives its place in the registry back.  An exit function may
+ * leave the program; ending its task again does nothing. */
 CO_API void coi_term_task(void *task, uint32_t reason);
 CO_API co_task_slots *co_slots(void *task);
 /* fn(task, reason) runs when the task ends.  At most 16: CO_NO_MEMORY beyond. */
@@ -131,12 +133,16 @@ CO_API void co_release_events(void *task);
 
 /* ---- Trace ------------------------------------------------------------ */
 
-/* The live control word: bit (level) is on for component 2, bit 8 for level 0
- * component 39.  Never null: points at a private zero before the first task. */
+/* The live control word: bit (level, 0 to 7) is on for component 2, bit 8 for level 0
+ * component 39; any other pair is off.  Never null: points at a private zero before the
+ * first task. */
 CO_API extern const volatile uint32_t *co_trace_word;
 static inline uint32_t co_trc_test(void *task, uint32_t level, uint32_t component) {
+  uint32_t word = *co_trace_word;
   (void)task;
-  return (*co_trace_word >> (component == 39u ? 8u : level)) & 1u;
+  if (word == 0u) return 0u;
+  if (component == 2u && level < 8u) return (word >> level) & 1u;
+  return component == 39u && level == 0u ? (word >> 8) & 1u : 0u;
 }
 /* Writes one line of at most 2047 bytes: time, process, task, level/component, function,
  * text; control characters become blanks. */
@@ -270,11 +276,13 @@ CO_API uint16_t co_build_objname(void *task, char *directory, const char *name, 
 CO_API uint16_t co_db_get_tmpnam(const char *target, char *temporary, uint16_t sem_index, uint16_t exists);
 CO_API int co_db_get_name(char *target, const char *entry, uint16_t sem_index, uint16_t *existed);
 /* Dotted form (buffer of CO_DOTTED_NAME bytes) of a change file name: 76 bytes, 11 token
- * offsets and 65 bytes of text.  An offset above 64 ends it; a dot inside a token is
- * written with a backslash before it. */
+ * offsets and 65 bytes of text, in which a token ends at its NUL or with the name.  The
+ * offset 255 ends the name; one of 65 to 254 is no token and is passed over.  A dot
+ * inside a token is written with a backslash before it. */
 #define CO_DOTTED_NAME 144u
 CO_API void co_glob_to_dot(void *task, char *out, const void *in);
-/* Index of the first token "REF", "UPD" or "FIX" of such a name, 255 when none. */
+/* Index in the table (0 to 10) of the first token that is "REF", "UPD" or "FIX" of such a
+ * name, 255 when there is none. */
 CO_API uint8_t co_find_subtree(void *task, const void *name);
 /* "domain.user.sequence.recursion.function" (buffer of CO_REQUEST_TEXT bytes) of a request
  * identifier; its first 104 bytes are read. */
@@ -314,10 +322,12 @@ CO_API void *co_croca(void *task, uint32_t n);
 /* Codes: CO_BAD_ARGUMENT for a faulty file (co_init_error tells line and reason; nothing
  * is changed), CO_FAILURE. */
 CO_API uint16_t co_reload_config(void *task);
-/* Parses the text of an "orvo.cfg" (NUL-terminated) into a record of
- * CO_CONFIG_LENGTH bytes, which the caller zeroed.  Lines "KEYWORD: value" in any order,
- * '#' comments; numbers decimal, 0x.. or 0..; a missing FILE PATH is ".\\"
- * (3 bytes).  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason tell it; what was read so far stays. */
+/* Parses the text of an "orvo.cfg" (NUL-terminated) into a record of CO_CONFIG_LENGTH
+ * bytes, which the caller zeroed.  Lines "KEYWORD: value" in any order, '#' comments;
+ * numbers decimal, 0x.. or 0..; blanks around a value are not its own; a text may fill
+ * its field and has no NUL then; a SERVER line without a name is passed over; a missing
+ * FILE PATH is ".\\" (3 bytes).  On a fault: CO_BAD_ARGUMENT, *line (from 1) and reason
+ * tell it; what was read so far stays. */
 CO_API uint16_t co_parse_config(const char *text, void *record, uint32_t *line, char *reason, uint32_t reason_size);
 /* Changes the local target's name (at most 63 bytes) in areas 2 and 1, not in the file. */
 CO_API uint16_t co_set_target(void *task, const char *name);
@@ -329,7 +339,8 @@ CO_API uint16_t co_get_target(void *task, char *out, uint32_t zero);
 /* Level of a user: by the file "users" (lines "user level [target]", level 0 to 253 or
  * "none", '#' comments; the line with this target comes before the one without), else
  * by the highest of the system's groups zvradm 2, zvrbld 1, zvrusr 0.  254 not
- * authorized ("none"), 255 unknown user.  target may be null. */
+ * authorized ("none"), 255 unknown user.  target may be null.  CO_IO_ERROR and 255 when
+ * there is a file "users" that cannot be read. */
 CO_API uint16_t co_get_uauth(void *task, const char *user, const char *target, uint16_t *level);
 typedef struct co_date { uint16_t year; uint8_t month; uint8_t day; } co_date;
 typedef struct co_time { uint8_t hour; uint8_t minute; uint8_t second; uint8_t hundredth; } co_time;

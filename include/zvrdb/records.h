@@ -347,6 +347,32 @@ DB_AT(db_fst, text225, 225);
 DB_AT(db_fst, text290, 290);
 DB_SIZE(db_fst, 548);
 
+/* Entry of a list that db_start_list of DB_CAT fills.  db_cm_by_trg tells change files by
+ * this number. */
+struct db_cat_entry {
+  uint16_t cf_number;
+  uint8_t name_diff;
+  uint8_t cf_gen;
+};
+DB_SIZE(db_cat_entry, 4);
+
+/* Status of a change file on a target (DB_CMS).  Keys: the target's name, a db_cf_name.
+ * A put stores cm_status and cm_details.  A get of the default status, of a pair that has
+ * no record, fills the names, cm_status with 128 and cm_details[8] with the class that
+ * db_get_type tells; it leaves all other bytes of the buffer alone, and needs 153 of them
+ * whatever length it is given. */
+struct db_cms {
+  char trg_name[64];
+  struct db_cf_name cf_name;
+  uint8_t cm_status;
+  unsigned char carried141[3];
+  unsigned char cm_details[32];
+};
+DB_AT(db_cms, cf_name, 64);
+DB_AT(db_cms, cm_status, 140);
+DB_AT(db_cms, cm_details, 144);
+DB_SIZE(db_cms, 176);
+
 /* ---- Users, profiles, access keys --------------------------------------- */
 
 #define DB_MAX_LOGIN_TARGETS 16

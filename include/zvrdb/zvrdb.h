@@ -137,7 +137,7 @@ DB_API int16_t db_get_more(void *task, uint32_t db_id, void *list_state, void *b
  * For either result the record is there after any kill.  Inside an explicit
  * transaction it becomes so with db_commit.
  * These types take their full length from `record`, whatever record_len says, so the
- * area must be that long: DB_CFG 4640 bytes, DB_PRM 62812, DB_THW 20804.
+ * area must be that long: DB_CFG 4640 bytes, DB_PRM 62812, DB_THW 20804, DB_CMS 176.
  * DBE_NO_TARGET, DBE_BAD_RECORD, DBE_LIMIT_EXCEEDED, codes of the record type. */
 DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void *const *keys, void *record,
                       uint16_t record_len);
@@ -250,7 +250,13 @@ DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index
 /* ---- CM status ----------------------------------------------------------
  *
  * The state of a change file on a target; one pair is a DB_CMS record.  In lists, 15
- * stands for no status of a pair, 128 for the default status of one without a record. */
+ * stands for no status of a pair, 128 for the default status of one without a record.
+ *
+ * db_put: DBE_BAD_CMS_KEY for an unknown target or change file.  db_get: the names only
+ * whole, of the rest what length allows; a default status needs 153 bytes, whatever
+ * length is.  Each call that changes status changes both directions or neither, and is a
+ * transaction of its own.  Status goes with its target when that is local; a change file
+ * with status cannot be deleted. */
 
 /* Deletes the status of a change file on all targets, so that it can be deleted itself.
  * DBE_OK, also when there is none; DBE_IO_ERROR. */

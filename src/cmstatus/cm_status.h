@@ -37,12 +37,16 @@ std::int16_t del_cf_cms(void* task, const void* cf_name);
 struct default_status_rule {
   bool by_authorization;  // authorization mode 1 in the base configuration
   bool by_change_file;    // bit 32 of its cf_flags
+  TRG_CNTL_ENTRY* slots;  // the table of targets, as it was mapped during the call
+  std::uint32_t slot_count;
 };
 std::int16_t cm_by_cat(void* task, const void* cf_name, std::uint8_t* list, std::uint32_t length,
                        default_status_rule* rule);
 // Writes 128 for each local target without status.  Holds no semaphore: slots are read
 // while others may change them.
-void add_default_status(void* task, std::uint8_t* list, std::uint32_t length, const default_status_rule& rule);
-std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length, std::uint32_t* count);
+void add_default_status(void* task, std::uint8_t* list, std::uint32_t length,
+                        const default_status_rule& rule);
+std::int16_t cm_by_trg(void* task, const char* target, void* list, std::uint32_t length,
+                       std::uint32_t* count);
 
 }  // namespace zvrdb::cmstatus

@@ -2,6 +2,7 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +16,7 @@ namespace {
 constexpr uint16_t kUnknownUser = 255;
 constexpr uint16_t kNotAuthorized = 254;
 constexpr uint32_t kMaxFileSize = 1u << 20;
-constexpr int kMaxGroups = 1024;
+constexpr int kMaxGroups = 65536;  // as many as the system gives a user
 
 struct GroupLevel {
   const char* group;
@@ -66,30 +67,78 @@ uint16_t level_by_file(char* text, const char* user, const char* target) {
   return general;
 }
 
+// Room for an entry of the system's files: a group of many members has a long one.
+struct EntryRoom {
+  char* bytes = nullptr;
+  size_t size = 0;
+  EntryRoom() = default;
+  EntryRoom(const EntryRoom&) = delete;
+  EntryRoom& operator=(const EntryRoom&) = delete;
+  ~EntryRoom() { free(bytes); }
+};
+
+// Asks with more and more room until it is enough; false when it never is.
+template <typename Question>
+bool ask_with_room(EntryRoom* room, Question question) {
+  constexpr size_t kFirstSize = 16384;
+  constexpr size_t kLargestSize = 16u << 20;
+  for (size_t size = kFirstSize; size <= kLargestSize; size *= 2) {
+    char* bytes = static_cast<char*>(realloc(room->bytes, size));
+    if (bytes == nullptr) return false;
+    room->bytes = bytes;
+    room->size = size;
+    const int result = question(room);
+    if (result != ERANGE) return result == 0;
+  }
+  return false;
+}
+
 bool group_number(const char* name, gid_t* number) {
-  char room[16384];
+  EntryRoom room;
   struct group entry;
   struct group* found = nullptr;
-  if (getgrnam_r(name, &entry, room, sizeof room, &found) != 0 || found == nullptr) return false;
+  const bool asked = ask_with_room(&room, [&](const EntryRoom* offered) {
+    return getgrnam_r(name, &entry, offered->bytes, offered->size, &found);
+  });
+  if (!asked || found == nullptr) return false;
   *number = found->gr_gid;
   return true;
 }
 
-uint16_t level_by_groups(const char* user) {
-  char room[16384];
+bool primary_group(const char* user, gid_t* number) {
+  EntryRoom room;
   struct passwd entry;
   struct passwd* found = nullptr;
-  if (getpwnam_r(user, &entry, room, sizeof room, &found) != 0 || found == nullptr) return kUnknownUser;
-  gid_t groups[kMaxGroups];
+  const bool asked = ask_with_room(&room, [&](const EntryRoom* offered) {
+    return getpwnam_r(user, &entry, offered->bytes, offered->size, &found);
+  });
+  if (!asked || found == nullptr) return false;
+  *number = found->pw_gid;
+  return true;
+}
+
+bool is_one_of(gid_t wanted, const gid_t* groups, int count) {
+  for (int i = 0; i < count; ++i)
+    if (groups[i] == wanted) return true;
+  return false;
+}
+
+uint16_t level_by_groups(const char* user) {
+  gid_t primary;
+  if (!primary_group(user, &primary)) return kUnknownUser;
+  auto* groups = static_cast<gid_t*>(malloc(kMaxGroups * sizeof(gid_t)));
+  if (groups == nullptr) return kUnknownUser;
   int count = kMaxGroups;
-  if (getgrouplist(user, found->pw_gid, groups, &count) < 0) count = kMaxGroups;
+  if (getgrouplist(user, primary, groups, &count) < 0) count = kMaxGroups;
+  uint16_t level = kUnknownUser;
   for (const GroupLevel& row : kGroupLevels) {
     gid_t wanted;
-    if (!group_number(row.group, &wanted)) continue;
-    for (int i = 0; i < count; ++i)
-      if (groups[i] == wanted) return row.level;
+    if (!group_number(row.group, &wanted) || !is_one_of(wanted, groups, count)) continue;
+    level = row.level;
+    break;
   }
-  return kUnknownUser;
+  free(groups);
+  return level;
 }
 
 }  // namespace
@@ -103,10 +152,12 @@ uint16_t co_get_uauth(void* handle, const char* user, const char* target, uint16
   if (*user == '\0') return CO_OK;
   if (target != nullptr && *target == '\0') target = nullptr;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/users", process().installation.base);
+  snprintf(path, sizeof path, "%s/users", process().installation.base);
   if (char* text = read_small_file(path, kMaxFileSize)) {
     *level = level_by_file(text, user, target);
     free(text);
+  } else if (errno != ENOENT) {
+    return CO_IO_ERROR;  // it may say less of the user than the groups do
   }
   if (*level == kUnknownUser) *level = level_by_groups(user);
   return CO_OK;

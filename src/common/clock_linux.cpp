@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "common/clock.h"
 #include "common/task_block.h"
 
 namespace zvrdb::common {
@@ -33,19 +34,26 @@ int32_t day_number(const co_date& date) {
 }
 
 }  // namespace
+
+void lock_clock() {
+  clock_mutex.lock();
+}
+void unlock_clock() {
+  clock_mutex.unlock();
+}
+
 }  // namespace zvrdb::common
 
 using namespace zvrdb::common;
 
 void co_date_time(void* handle, co_date* date, co_time* time) {
   (void)handle;
-  {
-    std::lock_guard<std::mutex> guard(clock_mutex);
-    if (clock_stands) {
-      if (date != nullptr) *date = standing_date;
-      if (time != nullptr) *time = standing_time;
-      return;
-    }
+  // Held over localtime_r too: that has a lock of its own, which no fork resets.
+  std::lock_guard<std::mutex> guard(clock_mutex);
+  if (clock_stands) {
+    if (date != nullptr) *date = standing_date;
+    if (time != nullptr) *time = standing_time;
+    return;
   }
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);

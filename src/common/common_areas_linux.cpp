@@ -43,8 +43,10 @@ void* map_area(const Installation& installation, int folder_fd, const AreaRow& a
   struct stat status;
   if (file.fd < 0 || fstat(file.fd, &status) != 0) return nullptr;
   // Only ever grown, so two processes that come first at once do no harm.
-  if (status.st_size < static_cast<off_t>(area.capacity) && ftruncate(file.fd, area.capacity) != 0)
-    return nullptr;
+  if (status.st_size < static_cast<off_t>(area.capacity)) {
+    errno = allocate_shared_file(file.fd, area.capacity);
+    if (errno != 0) return nullptr;
+  }
   void* address = mmap(nullptr, area.capacity, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd, 0);
   return address == MAP_FAILED ? nullptr : address;
 }

@@ -41,9 +41,10 @@ constexpr Word kMachines[] = {
 constexpr Word kAuthorize[] = {{"ALL", 1}, {"NONE", 0}, {"Unknown", kUnknown}, {nullptr, 0}};
 constexpr Word kFlags[] = {{"YES", 1}, {"NO", 0}, {"Unknown", kUnknown}, {nullptr, 0}};
 constexpr Word kYesNo[] = {{"Y", 1}, {"N", 0}, {nullptr, 0}};
-constexpr Word kTargetModes[] = {{"PUSH", 2}, {"PULL", 1}, {"Unknown", kUnknown}, {nullptr, 0}};
+// Here 0 has no word of its own, and is what a record holds that never had a mode.
+constexpr Word kTargetModes[] = {{"PUSH", 2}, {"PULL", 1}, {"Unknown", 0}, {nullptr, 0}};
 
-// One row a keyword.  length: of the field in bytes; text keeps one byte for its NUL.
+// One row a keyword.  length: of the field in bytes; a text that fills it has no NUL.
 struct Row {
   const char* keyword;
   Kind kind;
@@ -151,8 +152,8 @@ void store_low_bytes(unsigned char* field, uint16_t length, uint32_t value) {
 }
 
 bool store_text(const Row& row, Line value, unsigned char* field, Fault fault) {
-  if (value.length >= row.length)
-    return fault.tell("the value of %s is longer than %u characters", row.keyword, row.length - 1u);
+  if (value.length > row.length)
+    return fault.tell("the value of %s is longer than %u characters", row.keyword, +row.length);
   memset(field, 0, row.length);
   memcpy(field, value.text, value.length);
   return true;
@@ -203,14 +204,16 @@ bool store_line(Line line, unsigned char* record, uint16_t* seen, Fault fault) {
     return fault.tell("%.*s is no keyword", static_cast<int>(keyword_length < 64 ? keyword_length : 64),
                       line.text);
   const Row& row = kRows[index];
+  Line value{line.text + keyword_length + 1, line.length - keyword_length - 1};
+  while (value.length > 0 && is_space(*value.text)) ++value.text, --value.length;
+  // Printers end a list at its first empty place, so what stands behind one would be lost.
+  if (row.most > 1 && value.length == 0) return true;
   uint16_t occurrence = 0;
   if (row.most > 1) {
     if (seen[index] == row.most) return fault.tell("%s appears more than %u times", row.keyword, +row.most);
     occurrence = seen[index];
   }
   ++seen[index];
-  Line value{line.text + keyword_length + 1, line.length - keyword_length - 1};
-  while (value.length > 0 && is_space(*value.text)) ++value.text, --value.length;
   unsigned char* field = record + row.offset + static_cast<size_t>(occurrence) * row.length;
   if (row.kind == Kind::text) return store_text(row, value, field, fault);
   if (row.kind == Kind::number) return store_number(row, value, field, fault);
@@ -222,7 +225,7 @@ bool store_line(Line line, unsigned char* record, uint16_t* seen, Fault fault) {
 bool read_config_file(const char* base, unsigned char* record) {
   constexpr uint32_t kMaxFileSize = 65536;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/orvo.cfg", base);
+  snprintf(path, sizeof path, "%s/orvo.cfg", base);
   char* text = read_small_file(path, kMaxFileSize);
   if (text == nullptr) return errno == ENOENT || init_error("%s cannot be read: %s", path, strerror(errno));
   uint32_t line = 0;

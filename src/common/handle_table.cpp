@@ -24,4 +24,9 @@ DIR* give_up_directory(uint32_t handle) {
   return handle == 0 || handle > kMaxDirectories ? nullptr : directories[handle - 1].exchange(nullptr);
 }
 
+void close_directories_of_parent() {
+  for (std::atomic<DIR*>& directory : directories)
+    if (DIR* listing = directory.exchange(nullptr)) closedir(listing);
+}
+
 }  // namespace zvrdb::common

@@ -34,8 +34,7 @@ void name_log(LogFile file, OpenLog* log) {
     copy_text(log->path, sizeof log->path, chosen);
     return;
   }
-  // The base directory leaves room for this; see describe_installation.
-  snprintf(log->path, sizeof log->path, "%.190s/log/%s", installation.base,
+  snprintf(log->path, sizeof log->path, "%s/log/%s", installation.base,
            file == LogFile::trace ? "trace.log" : "messages.log");
 }
 
@@ -56,13 +55,16 @@ void open_log(OpenLog* log) {
   log->fd = open_or_make(log->path);
   if (log->fd >= 0 || errno != ENOENT) return;
   char directory[CO_PATH_MAX];
-  snprintf(directory, sizeof directory, "%.190s/log", process().installation.base);
+  snprintf(directory, sizeof directory, "%s/log", process().installation.base);
   if (mkdir(directory, 0775) == 0 || errno == EEXIST) log->fd = open_or_make(log->path);
 }
 
-bool moved_away(int fd) {
-  struct stat status;
-  return fstat(fd, &status) != 0 || status.st_nlink == 0;
+// Removed, renamed, or another file is in its place.
+bool moved_away(const OpenLog& log) {
+  struct stat open_one;
+  struct stat named;
+  return fstat(log.fd, &open_one) != 0 || stat(log.path, &named) != 0 || open_one.st_ino != named.st_ino ||
+         open_one.st_dev != named.st_dev;
 }
 
 }  // namespace
@@ -71,7 +73,7 @@ void append_line(LogFile file, const char* line, size_t length) {
   std::lock_guard<std::mutex> guard(log_mutex);
   OpenLog& log = log_of(file);
   if (log.path[0] == '\0') name_log(file, &log);
-  if (log.fd >= 0 && moved_away(log.fd)) {
+  if (log.fd >= 0 && moved_away(log)) {
     close(log.fd);
     log.fd = -1;
   }

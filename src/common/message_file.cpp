@@ -67,7 +67,7 @@ char* read_standard_file() {
 void load_messages(const char* base, MessageTable* table) {
   *table = MessageTable{};
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/messages/zvr.msg", base);
+  snprintf(path, sizeof path, "%s/messages/zvr.msg", base);
   // The override comes first and sorts first among equals.
   table->texts[1] = read_small_file(path, kMaxFileSize);
   if (table->texts[1] != nullptr) add_rows(table->texts[1], table);

@@ -96,17 +96,22 @@ void send_to_syslog(char severity, uint32_t number, const char* text) {
   const char* wanted = getenv("ZVR_SYSLOG");
   if (wanted == nullptr || *wanted == '\0' || strcmp(wanted, "0") == 0) return;
   const int priority = severity == 'E' ? LOG_ERR : severity == 'W' ? LOG_WARNING : LOG_INFO;
+  lock_log_files();  // syslog has a lock of its own, which no fork resets
   syslog(LOG_USER | priority, "ZVR%05u%c %s", number, severity, text);
+  unlock_log_files();
 }
 
 void log_message(const char* task_name, uint32_t number, char severity, const char* text) {
   char stamp[32];
   stamp_now(stamp, sizeof stamp);
   char line[kTextSize + 128];
-  const int length = snprintf(line, sizeof line, "%s %d %s ZVR%05u%c %s\n", stamp, getpid(), task_name,
-                              number, severity, text);
-  if (length <= 0) return;
-  append_line(LogFile::messages, line, strnlen(line, sizeof line - 1));
+  const int written = snprintf(line, sizeof line - 1, "%s %d %s ZVR%05u%c %s", stamp, getpid(), task_name,
+                               number, severity, text);
+  if (written <= 0) return;
+  blank_control_characters(line);
+  const size_t length = strlen(line);
+  line[length] = '\n';
+  append_line(LogFile::messages, line, length + 1);
   send_to_syslog(severity, number, text);
 }
 

@@ -9,12 +9,14 @@
 namespace zvrdb::common {
 namespace {
 
-// The structured name: 11 token offsets, then 65 bytes of NUL-terminated tokens.
+// The structured name: 11 token offsets, then 65 bytes of NUL-terminated tokens.  An end
+// mark among the offsets ends the name; any other offset beyond the text is no token.
 constexpr uint32_t kMaxTokens = 11;
 constexpr uint32_t kTextOffset = kMaxTokens;
 constexpr uint32_t kTextSize = 65;
 constexpr uint32_t kNameSize = kTextOffset + kTextSize;
-constexpr uint8_t kNoToken = 255;
+constexpr uint8_t kEndMark = 255;
+constexpr uint8_t kNoToken = 255;  // the answer when no token is of the kind
 static_assert(kNameSize == 76);
 
 struct Token {
@@ -68,12 +70,14 @@ void co_glob_to_dot(void* handle, char* out, const void* in) {
   const auto* name = static_cast<const unsigned char*>(in);
   char text[CO_DOTTED_NAME];
   size_t length = 0;
+  uint32_t printed = 0;
   for (uint32_t i = 0; i < kMaxTokens; ++i) {
+    if (name[i] == kEndMark) break;
     Token token;
-    if (!token_of(name, i, &token)) break;
+    if (!token_of(name, i, &token)) continue;
     // Overlapping tokens of a damaged name could be longer than any sound one.
     if (length + 1 + 2 * token.length >= sizeof text) break;
-    if (i > 0) text[length++] = '.';
+    if (printed++ > 0) text[length++] = '.';
     for (size_t k = 0; k < token.length; ++k) {
       if (token.text[k] == '.') text[length++] = '\\';
       text[length++] = token.text[k];
@@ -88,8 +92,9 @@ uint8_t co_find_subtree(void* handle, const void* in) {
   if (in == nullptr) return kNoToken;
   const auto* name = static_cast<const unsigned char*>(in);
   for (uint32_t i = 0; i < kMaxTokens; ++i) {
+    if (name[i] == kEndMark) break;
     Token token;
-    if (!token_of(name, i, &token)) break;
+    if (!token_of(name, i, &token)) continue;
     if (is_word(token, "REF") || is_word(token, "UPD") || is_word(token, "FIX"))
       return static_cast<uint8_t>(i);
   }

@@ -104,8 +104,7 @@ uint16_t co_db_get_tmpnam(const char* target, char* temporary, uint16_t sem_inde
   const char* relative = target + base_length + 1;
   if (*relative == '\0' || !stays_inside(relative)) return CO_BAD_ARGUMENT;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s%st%u%c_", base, kTemporaryDirectory, +sem_index,
-           exists != 0 ? 'e' : 'n');
+  snprintf(path, sizeof path, "%s%st%u%c_", base, kTemporaryDirectory, +sem_index, exists != 0 ? 'e' : 'n');
   if (!append_escaped(path, sizeof path, relative)) return CO_BAD_ARGUMENT;
   copy_text(temporary, CO_PATH_MAX, path);
   return CO_OK;

@@ -21,8 +21,8 @@ namespace zvrdb::common {
 struct Task;
 
 struct Installation {
-  char base[CO_PATH_MAX];  // absolute, no separator at its end
-  char folder[64];         // of the shared state
+  char base[CO_PATH_MAX - 64];  // absolute, no separator at its end; leaves room for the names below it
+  char folder[64];              // of the shared state
   uid_t owner;
   gid_t group;
   bool group_may_write;  // then members of the group share the state too
@@ -35,6 +35,9 @@ struct Process {
   std::atomic<uint32_t> epoch{1};  // raised in a forked child: tasks of another epoch are the parent's
   uint32_t task_count = 0;
   Task* first_task = nullptr;
+  Task* oldest_ended = nullptr;  // blocks of ended tasks, see take_block
+  Task* newest_ended = nullptr;
+  uint32_t ended_count = 0;
   Installation installation{};
   SharedControl* control = nullptr;
   int folder_fd = -1;

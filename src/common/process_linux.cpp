@@ -10,9 +10,11 @@
 #include <cstring>
 #include <new>
 
+#include "common/clock.h"
 #include "common/collation.h"
 #include "common/common_areas.h"
 #include "common/console_events.h"
+#include "common/handle_table.h"
 #include "common/init_error.h"
 #include "common/log_files.h"
 #include "common/process.h"
@@ -33,9 +35,11 @@ void close_if_open(int* fd) {
 void before_fork() {
   process().mutex.lock();
   lock_log_files();
+  lock_clock();
 }
 
 void after_fork_in_parent() {
+  unlock_clock();
   unlock_log_files();
   process().mutex.unlock();
 }
@@ -54,14 +58,14 @@ void after_fork_in_child() {
   here.control = nullptr;
   close_if_open(&here.folder_fd);
   close_if_open(&here.query_fd);
-  here.locale = nullptr;
-  here.plain_order = true;
-  here.wide_text = false;
-  here.messages = MessageTable{};
+  close_collation();
+  free_messages(&here.messages);
   forget_segments_of_parent();
   release_areas();
   forget_log_files();
   forget_held_events();
+  close_directories_of_parent();
+  unlock_clock();
   unlock_log_files();
   here.mutex.unlock();
 }
@@ -78,7 +82,7 @@ void end_tasks_at_exit() {
         if (task->thread == thread) found = task;
     }
     if (found == nullptr) return;
-    coi_term_task(found, 1);
+    end_task(found, 1);
   }
 }
 

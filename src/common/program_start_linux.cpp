@@ -16,8 +16,7 @@ namespace {
 constexpr uint32_t kMaxFilters = 128;
 constexpr uint32_t kMaxFileSize = 65536;
 
-std::mutex filter_mutex;
-char filters[kMaxFilters][CO_HARDWARE_NAME];  // under filter_mutex
+char filters[kMaxFilters][CO_HARDWARE_NAME];  // under process().mutex
 uint32_t filter_count = 0;
 
 }  // namespace
@@ -34,9 +33,9 @@ uint16_t co_set_title(void* handle, const char* title) {
 uint16_t co_read_hw_filter(void* handle) {
   if (task_of(handle) == nullptr) return CO_BAD_ARGUMENT;
   char path[CO_PATH_MAX];
-  snprintf(path, sizeof path, "%.190s/hwfilter", process().installation.base);
+  snprintf(path, sizeof path, "%s/hwfilter", process().installation.base);
   char* text = read_small_file(path, kMaxFileSize);
-  std::lock_guard<std::mutex> guard(filter_mutex);
+  std::lock_guard<std::mutex> guard(process().mutex);
   filter_count = 0;
   char* rest = text;
   while (char* line = strsep(&rest, "\n")) {
@@ -51,7 +50,7 @@ uint16_t co_read_hw_filter(void* handle) {
 
 int co_hw_filtered(void* handle, const char* name) {
   if (task_of(handle) == nullptr || name == nullptr) return 0;
-  std::lock_guard<std::mutex> guard(filter_mutex);
+  std::lock_guard<std::mutex> guard(process().mutex);
   for (uint32_t i = 0; i < filter_count; ++i)
     if (strcmp(filters[i], name) == 0) return 1;
   return 0;

@@ -103,7 +103,7 @@ Found map_existing(const char* name, uint64_t size, MappedSegment** out) {
 }
 
 // Makes the segment whole under a name of its own and links it into place.
-// absent: another one was quicker.
+// absent: another one was quicker, or a sweep took the unfinished file; to be tried anew.
 Found make_segment(const Task& task, const char* name, uint64_t size, MappedSegment** out) {
   const Process& here = process();
   char unfinished[kFileNameSize];
@@ -115,13 +115,11 @@ Found make_segment(const Task& task, const char* name, uint64_t size, MappedSegm
       open_shared_file(here.installation, here.folder_fd, unfinished, O_RDWR | O_CREAT | O_EXCL));
   if (file.fd < 0) return Found::failed;
   Found result = Found::failed;
-  // Allocated, not sparse: a full memory file system must refuse here, not kill later.
-  if (lock_range(file.fd, F_RDLCK, 0, 1, false) &&
-      posix_fallocate(file.fd, 0, static_cast<off_t>(size)) == 0) {
+  if (lock_range(file.fd, F_RDLCK, 0, 1, true) && allocate_shared_file(file.fd, size) == 0) {
     if (linkat(here.folder_fd, unfinished, here.folder_fd, file_name, 0) == 0) {
       *out = map_segment(&file, name, size);
       if (*out != nullptr) result = Found::mapped;
-    } else if (errno == EEXIST) {
+    } else if (errno == EEXIST || errno == ENOENT) {
       result = Found::absent;
     }
   }
@@ -230,7 +228,9 @@ void co_shm_letgo(void* handle, void* address, const char* keep) {
 
 void co_shm_sweep(void* handle, const char* keep) {
   if (task_of(handle) == nullptr) return;
-  const Process& here = process();
+  Process& here = process();
+  // A forked child must not inherit a write lock: it would hold it for its whole life.
+  std::lock_guard<std::mutex> guard(here.mutex);
   const int listing_fd = openat(here.folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (listing_fd < 0) return;
   DIR* listing = fdopendir(listing_fd);

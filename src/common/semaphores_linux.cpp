@@ -87,6 +87,7 @@ uint16_t co_open_sema4(void* handle, const char* name, uint32_t* out, uint32_t z
   const size_t length = strnlen(name, kSemaphoreNameSize);
   if (length == 0 || length == kSemaphoreNameSize) return CO_BAD_ARGUMENT;
   Process& here = process();
+  std::lock_guard<std::mutex> guard(here.mutex);  // see take_setup_lock
   bool gone = false;
   const int setup = take_setup_lock(here.installation, here.folder_fd, &gone);
   if (setup < 0) return CO_FAILURE;

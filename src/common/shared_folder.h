@@ -25,17 +25,23 @@ bool describe_installation(const char* base, Installation* out);
 bool give_to_owner(const Installation& installation, int fd);
 
 // Opens the shared folder; refuses one that is not a directory, is a link, has
-// another owner than the base directory, or is open to others.  -1 on failure.
+// another owner than the base directory, or is open to others than owner and group of
+// that, to the group only as long as it may write there.  -1 on failure.
 // make: create it when missing; otherwise -1 with errno ENOENT and no reason.
 int open_shared_folder(const Installation& installation, bool make);
 
 // Takes the set-up lock of the folder; the descriptor holds it, close drops it.
-// -1 on failure; *gone tells that the folder was dropped meanwhile: open it again.
+// Called under process().mutex, or a child forked meanwhile would hold the lock too, for
+// as long as it lives.  -1 on failure; *gone tells that the folder was dropped meanwhile: open it again.
 int take_setup_lock(const Installation& installation, int folder_fd, bool* gone);
 
 // Opens a file of the folder with the access rights of the installation.  flags
 // as for open(2); refuses links, other owners and what is no regular file.
 int open_shared_file(const Installation& installation, int folder_fd, const char* name, int flags);
+
+// Makes the file at least size bytes long, with memory for all of them: a full memory
+// file system refuses here and does not end a process at a later access.  0 or an errno.
+int allocate_shared_file(int fd, uint64_t size);
 
 // Opens and checks the control file, or sets the shared state up; the caller holds
 // the set-up lock.  Null on failure.

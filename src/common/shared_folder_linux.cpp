@@ -31,6 +31,17 @@ bool owner_fits(const Installation& installation, const struct stat& status) {
   return installation.group_may_write && status.st_gid == installation.group;
 }
 
+bool rights_fit(const Installation& installation, const struct stat& status) {
+  return status.st_uid == installation.owner && status.st_gid == installation.group &&
+         (status.st_mode & 07777) == kFileMode;
+}
+
+// What this user made, and for root what the owner of the installation made.
+bool may_set_rights(const Installation& installation, const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) return false;
+  return status.st_uid == geteuid() || (geteuid() == 0 && status.st_uid == installation.owner);
+}
+
 // Removes everything but the set-up lock.
 bool clear_folder(int folder_fd) {
   const int listing_fd = openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -108,8 +119,7 @@ SharedControl* map_present_control(const Installation& installation, int folder_
 
 SharedControl* make_control(const Installation& installation, int folder_fd) {
   HeldDescriptor file(open_shared_file(installation, folder_fd, kNewControlName, O_RDWR | O_CREAT | O_EXCL));
-  // Allocated, not sparse: a full memory file system must refuse here, not kill later.
-  const int full = file.fd < 0 ? errno : posix_fallocate(file.fd, 0, sizeof(SharedControl));
+  const int full = file.fd < 0 ? errno : allocate_shared_file(file.fd, sizeof(SharedControl));
   if (file.fd < 0 || full != 0) {
     init_error("%s/%s cannot be made: %s", installation.folder, kNewControlName, strerror(full));
     return nullptr;
@@ -144,11 +154,11 @@ bool describe_installation(const char* base, Installation* out) {
     return init_error("the base directory %s cannot be found: %s", base, strerror(errno));
   size_t length = strlen(resolved);
   while (length > 1 && resolved[length - 1] == '/') resolved[--length] = '\0';
-  const bool fits = length < sizeof out->base - 64;  // room for the names below it
+  const bool fits = length < sizeof out->base;
   if (fits) copy_text(out->base, sizeof out->base, resolved);
   free(resolved);
   if (!fits)
-    return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 65);
+    return init_error("the path of the base directory is longer than %zu characters", sizeof out->base - 1);
 
   HeldDescriptor directory(open(out->base, O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct statx status;
@@ -179,11 +189,26 @@ bool give_to_owner(const Installation& installation, int fd) {
   return true;
 }
 
+// Members of a group may use the folder when they may write the base directory, and no
+// other group ever: the rights of the base directory may have changed since the folder
+// was made, and its owner may be no member of the group.  Who may set that right does.
+bool fit_group_rights(const Installation& installation, int fd) {
+  struct stat status;
+  if (geteuid() == 0 || geteuid() == installation.owner) {
+    (void)give_to_owner(installation, fd);
+    if (fstat(fd, &status) != 0) return false;
+    const bool shared = installation.group_may_write && status.st_gid == installation.group;
+    const mode_t wanted = shared ? 0770 : 0700;
+    if ((status.st_mode & 07777) != wanted && fchmod(fd, wanted) != 0) return false;
+  }
+  if (fstat(fd, &status) != 0) return false;
+  return (status.st_mode & 070) == 0 || (installation.group_may_write && status.st_gid == installation.group);
+}
+
 int open_shared_folder(const Installation& installation, bool make) {
-  const mode_t mode = installation.group_may_write ? 0770 : 0700;
   bool made = false;
   if (make) {
-    made = mkdir(installation.folder, mode) == 0;
+    made = mkdir(installation.folder, 0700) == 0;
     if (!made && errno != EEXIST) {
       init_error("%s cannot be made: %s", installation.folder, strerror(errno));
       return -1;
@@ -200,7 +225,7 @@ int open_shared_folder(const Installation& installation, bool make) {
     errno = reason;
     return -1;
   }
-  if (made && (fchmod(folder.fd, mode) != 0 || !give_to_owner(installation, folder.fd))) {
+  if (made && !give_to_owner(installation, folder.fd)) {
     init_error("%s cannot be given to its owner: %s; user %u, who owns %s, or root must make it",
                installation.folder, strerror(errno), installation.owner, installation.base);
     rmdir(installation.folder);
@@ -217,6 +242,12 @@ int open_shared_folder(const Installation& installation, bool make) {
     else
       init_error("%s does not belong to the owner of %s (user %u): it is refused", installation.folder,
                  installation.base, installation.owner);
+    errno = EPERM;
+    return -1;
+  }
+  if (!fit_group_rights(installation, folder.fd)) {
+    init_error("%s is open to a group that may not write %s: user %u, who owns it, or root must start first",
+               installation.folder, installation.base, installation.owner);
     errno = EPERM;
     return -1;
   }
@@ -248,7 +279,7 @@ int open_shared_file(const Installation& installation, int folder_fd, const char
   if (file.fd < 0) return -1;
   struct stat status;
   if (fstat(file.fd, &status) != 0) return -1;
-  if ((flags & O_CREAT) != 0 && status.st_uid == geteuid() &&
+  if (may_set_rights(installation, status) && !rights_fit(installation, status) &&
       (fchmod(file.fd, kFileMode) != 0 || !give_to_owner(installation, file.fd) ||
        fstat(file.fd, &status) != 0))
     return -1;
@@ -257,6 +288,14 @@ int open_shared_file(const Installation& installation, int folder_fd, const char
     return -1;
   }
   return file.release();
+}
+
+int allocate_shared_file(int fd, uint64_t size) {
+  int result;
+  do {
+    result = posix_fallocate(fd, 0, static_cast<off_t>(size));
+  } while (result == EINTR);
+  return result;
 }
 
 SharedControl* map_or_make_control(const Installation& installation, int folder_fd) {
@@ -312,6 +351,7 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   clear_init_error();
   if (count != nullptr) *count = 0;
   if (out == nullptr) max = 0;
+  std::lock_guard<std::mutex> guard(process().mutex);
   Installation installation;
   if (!describe_installation(base, &installation)) return CO_FAILURE;
   HeldDescriptor folder(open_shared_folder(installation, false));
@@ -321,6 +361,11 @@ uint16_t co_reset(const char* base, co_task_info* out, uint32_t max, uint32_t* c
   if (setup.fd < 0) return gone ? CO_OK : CO_FAILURE;
   {
     HeldDescriptor registry(open_shared_file(installation, folder.fd, kRegistryName, O_RDWR));
+    if (registry.fd < 0 && errno != ENOENT) {
+      init_error("%s/%s, which tells the live tasks, cannot be opened: %s", installation.folder,
+                 kRegistryName, strerror(errno));
+      return CO_FAILURE;
+    }
     if (registry.fd >= 0 && range_locked(registry.fd, 0, CO_MAX_TASKS)) {
       bool unusable = false;
       SharedControl* control = map_present_control(installation, folder.fd, &unusable);

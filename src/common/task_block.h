@@ -27,6 +27,7 @@ struct Task {
   uint32_t incarnation;
   uint32_t is_main;
   uint32_t held_events;  // co_hold_events not yet released
+  uint32_t ending;       // its exit functions run or have run
   pid_t thread;
   int registry_fd;  // its open file description holds the byte lock of the place
   char name[kTaskNameSize];
@@ -35,16 +36,19 @@ struct Task {
   ComponentVersion versions[kMaxVersions];
   uint32_t version_count;
   MemoryBlock* blocks;  // private memory, freed with the task
-  Task* next;
+  Task* next;           // live, or ended after it
 };
 
-// The block of a live task of this process; null for null, for a handle of the
-// parent in a forked child.
+// The block of a live task of this process; null for null, for an ended handle, for a
+// handle of the parent in a forked child.
 inline Task* task_of(void* handle) {
   Task* task = static_cast<Task*>(handle);
   if (task == nullptr || task->magic != kTaskMagic) return nullptr;
   return task->epoch == process().epoch.load(std::memory_order_relaxed) ? task : nullptr;
 }
+
+// Ends a task as coi_term_task does, or goes on with an end that exit() broke off.
+void end_task(Task* task, uint32_t reason);
 
 inline uint64_t identity_of(const Task& task) {
   return task_identity(task.place, task.incarnation);

@@ -49,6 +49,30 @@ bool same_installation() {
                     here.installation.base, wanted.base);
 }
 
+// The block of an ended task stays memory of ours for a while, so that its handle can
+// still be told from a live one.
+constexpr uint32_t kEndedBlocks = 64;
+
+// A zeroed block; under process().mutex.
+Task* take_block() {
+  Process& here = process();
+  if (here.ended_count < kEndedBlocks) return static_cast<Task*>(calloc(1, sizeof(Task)));
+  Task* task = here.oldest_ended;
+  here.oldest_ended = task->next;
+  --here.ended_count;
+  *task = Task{};
+  return task;
+}
+
+void keep_ended_block(Task* task) {
+  Process& here = process();
+  task->magic = 0;
+  task->next = nullptr;
+  (here.ended_count == 0 ? here.oldest_ended : here.newest_ended->next) = task;
+  here.newest_ended = task;
+  ++here.ended_count;
+}
+
 void run_exit_functions(Task* task, uint32_t reason) {
   while (task->exit_count > 0) {
     const co_exit_fn function = task->exit_functions[--task->exit_count];
@@ -67,6 +91,22 @@ void unlink_task(Task* task) {
 }
 
 }  // namespace
+
+void end_task(Task* task, uint32_t reason) {
+  task->ending = 1;
+  run_exit_functions(task, reason);
+  release_semaphores_of(task);
+  while (task->held_events > 0) co_release_events(task);
+  free_private_memory(task);
+  Process& here = process();
+  std::lock_guard<std::mutex> guard(here.mutex);
+  release_segments_of(task);
+  unlink_task(task);
+  give_place_back(here.control, task);
+  if (here.task_count == 0) detach();
+  keep_ended_block(task);
+}
+
 }  // namespace zvrdb::common
 
 using namespace zvrdb::common;
@@ -74,19 +114,18 @@ using namespace zvrdb::common;
 void* co_init_task(const char* name, co_task_entry entry, uint32_t flag) {
   (void)entry;  // the caller runs it; kept in the interface for the task shell
   clear_init_error();
-  Task* task = static_cast<Task*>(calloc(1, sizeof(Task)));
+  Process& here = process();
+  std::lock_guard<std::mutex> guard(here.mutex);
+  Task* task = take_block();
   if (task == nullptr) {
     init_error("no memory for a task");
     return nullptr;
   }
-  Process& here = process();
   task->magic = kTaskMagic;
   task->is_main = flag;
   task->thread = gettid();
   task->registry_fd = -1;
   copy_text(task->name, sizeof task->name, name == nullptr ? "" : name);
-
-  std::lock_guard<std::mutex> guard(here.mutex);
   task->epoch = here.epoch.load();
   if (!same_installation() || !enter_installation(task)) {
     if (here.task_count == 0 && here.control != nullptr) detach();
@@ -101,21 +140,8 @@ void* co_init_task(const char* name, co_task_entry entry, uint32_t flag) {
 
 void coi_term_task(void* handle, uint32_t reason) {
   Task* task = task_of(handle);
-  if (task == nullptr) return;
-  run_exit_functions(task, reason);
-  release_semaphores_of(task);
-  while (task->held_events > 0) co_release_events(task);
-  {
-    Process& here = process();
-    std::lock_guard<std::mutex> guard(here.mutex);
-    release_segments_of(task);
-    unlink_task(task);
-    give_place_back(here.control, task);
-    if (here.task_count == 0) detach();
-  }
-  free_private_memory(task);
-  task->magic = 0;
-  free(task);
+  if (task == nullptr || task->ending != 0) return;
+  end_task(task, reason);
 }
 
 co_task_slots* co_slots(void* handle) {

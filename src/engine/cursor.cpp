@@ -272,13 +272,16 @@ void mark_cursors_stale(PSP* h) {
 int stepfwd(PSP* h) {
   cursor& c = cursor_of(h, h->keyno);
   if (is_shared(h) && c.cstale) {
+    const bool behind_value = is_last(c.cpiece);
+    // The number of piece 128 can't be searched: it is a step from piece 127.
+    const bool by_step = c.cpiece == piece_number;
     std::uint8_t key[value_and_data];
     std::memcpy(key, c.ckey, sizeof key);
-    const bool behind_value = is_last(c.cpiece);
     h->keyptr = key;
     h->recno = static_cast<std::int32_t>(c.crecno + (behind_value ? 1 : 0));
-    const int r = locate(h, behind_value ? 0 : piece_of(c.cpiece) + 1);
-    return r < -1 ? keep_status(h, r) : h->status;
+    const int r = locate(h, behind_value ? 0 : piece_of(c.cpiece) + (by_step ? 0 : 1));
+    if (r < -1) return keep_status(h, r);
+    if (!by_step || r != 0) return h->status;
   }
   const int got = read_leaf(h);
   if (got != e_ok) return keep_status(h, got);

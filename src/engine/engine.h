@@ -1,8 +1,9 @@
 // The storage engine: ordered record files with B-tree indexes, variable records,
 // sharing between processes and transactions.  It calls nothing above it.
 //
-// One thread at a time may be inside the engine in a process.  Results are 0 or a
-// negative number of the table below (1, 2, 3 are find statuses).
+// One thread of the process is inside the engine at a time; others wait.  A handle belongs
+// to one thread at a time.  Results are 0 or a negative number of the table below
+// (1, 2, 3 are find statuses).
 #pragma once
 
 #include <cstddef>

@@ -6,6 +6,7 @@
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
 #include "engine/node_cache.h"
+#include "engine/one_thread.h"
 #include "engine/open_handles.h"
 #include "engine/os_file.h"
 #include "engine/record_locks.h"
@@ -287,6 +288,7 @@ char checkpsp(const PSP* h) {
 }
 
 int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys) {
+  const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
   int result = openfile(h, path, access, mode, false);
   if (result != e_ok) return result;
@@ -313,12 +315,14 @@ int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int m
 }
 
 int _bopen(PSP* h, const char* path, char access, int mode) {
+  const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
   const int result = openfile(h, path, access, mode, true);
   return result == e_ok ? leave_open(h) : result;
 }
 
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys) {
+  const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
   if (order < 1 || order > 3) return e_byte_order;
   prepare_block(h, path);
@@ -340,6 +344,7 @@ int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int
 }
 
 int cclose(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   const int result = finish_handle(h);
   if (result != e_ok) return keep_status(h, result);
@@ -353,6 +358,7 @@ int cclose(PSP* h) {
 int dclose(PSP* h) { return cclose(h); }
 
 void abandon(PSP* h) {
+  const one_thread alone;
   if (is_open(h)) close_block(h);
 }
 
@@ -364,6 +370,7 @@ int csetfile(PSP* h, int level) {
 }
 
 int dflush(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   h->errdetail = 0;
   if (h->rw == 1) return keep_status(h, e_read_only);

@@ -13,9 +13,14 @@ std::int32_t take_unused(PSP* h) {
   return h->nextnode++;
 }
 
-// The head of the free chain.  A chain that leads into a node that isn't free is cut.
+// The head of the free chain.  A chain that leads into a node that isn't free, or was
+// never used, is cut.
 std::int32_t take_free(PSP* h) {
   const std::int32_t n = h->freenode;
+  if (n == h->nextnode) {
+    h->freenode = -1;
+    return take_unused(h);
+  }
   const int got = nodeget(h, &second_buffer, n);
   if (got != e_ok && got != e_damaged) return n;
   const node& v = second_buffer.image;

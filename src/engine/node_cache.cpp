@@ -5,6 +5,7 @@
 
 #include "engine/header_page.h"
 #include "engine/key_compare.h"
+#include "engine/one_thread.h"
 #include "engine/open_handles.h"
 #include "engine/os_file.h"
 #include "engine/sharing.h"
@@ -240,6 +241,7 @@ void clear_buffer(node_buffer& b) {
 }
 
 void set_cache_blocks(unsigned count) {
+  const one_thread alone;
   cache.wanted = count;
   if (cache.blocks != nullptr && !any_open_handle()) release_cache();
 }

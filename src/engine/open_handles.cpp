@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include "engine/node_cache.h"
+#include "engine/one_thread.h"
 #include "engine/os_file.h"
 
 namespace zvrdb::engine {
@@ -13,6 +14,7 @@ PSP* first_open = nullptr;
 // A child shares the open files of its parent, and with them the locks: an unlock in
 // the child would free the bytes of the parent.  So it only closes.
 void let_go_in_child() {
+  forget_other_threads();
   while (first_open != nullptr) {
     PSP* h = first_open;
     first_open = h->next_open;

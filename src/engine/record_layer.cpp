@@ -7,6 +7,7 @@
 #include "engine/header_page.h"
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
+#include "engine/one_thread.h"
 #include "engine/record_locks.h"
 #include "engine/record_pack.h"
 #include "engine/sharing.h"
@@ -322,6 +323,7 @@ int find_by_option(PSP* h, int key, int type, const std::uint8_t* value, int opt
 }  // namespace
 
 int dfind(PSP* h, int key, const void* value, char key_type, int option) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   h->recno_cur = -1;   // unless something is found
   if (!good_key_number(key) || value == nullptr || option < find_equal || option > find_less_equal)
@@ -349,6 +351,7 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
 }
 
 int dseq(PSP* h, int key, int direction) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   h->recno_cur = -1;   // unless there is a record
   int result = e_bad_argument;
@@ -373,6 +376,7 @@ int dseq(PSP* h, int key, int direction) {
 }
 
 int dread(PSP* h, field* fields) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->checks) {
     const int good = check_list_for_reading(h, fields);
@@ -430,6 +434,7 @@ int dkeyval(PSP* h, int key, const field* fields, int index, void* out) {
 }
 
 int dinsert(PSP* h, const field* fields) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int good = check_list_for_writing(h, fields);
@@ -440,6 +445,7 @@ int dinsert(PSP* h, const field* fields) {
 }
 
 int dupdate(PSP* h, field* fields) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int good = check_list_for_writing(h, fields);
@@ -450,6 +456,7 @@ int dupdate(PSP* h, field* fields) {
 }
 
 int ddelete(PSP* h, field* fields) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (fields == nullptr) return keep_status(h, e_bad_argument);
   const int entered = enter_change(h);
@@ -458,6 +465,7 @@ int ddelete(PSP* h, field* fields) {
 }
 
 int dlock(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int entered = wrenter(h);
@@ -473,6 +481,7 @@ int dlock(PSP* h) {
 }
 
 int dunlock(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int result = keyunlock(h, key_bodies);

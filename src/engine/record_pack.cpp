@@ -104,8 +104,7 @@ std::uint16_t unsigned_checksum(const std::uint8_t* record, std::int32_t length)
 int check_descriptor(const PSP* h, const field& f, bool writing) {
   const char type = type_char(f);
   if (!is_field_type(type)) return e_field_type;
-  if (f.fkey > 21) return e_key_number;
-  if (!key_type_fits(h, f.fkey, f.fkeytype)) return e_key_type;
+  if (f.fkey < keytypes_size && !key_type_fits(h, f.fkey, f.fkeytype)) return e_key_type;
   if (f.fdup != 'D' && f.fdup != 'U' && f.fdup != 'N') return e_duplicates_flag;
   if (writing) {
     const bool key = f.fkeytype != 'N' && f.fkeytype != 'E';

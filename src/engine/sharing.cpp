@@ -21,6 +21,7 @@
 
 #include <cassert>
 
+#include "engine/byte_wait.h"
 #include "engine/header_page.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
@@ -41,21 +42,6 @@ void assert_handle([[maybe_unused]] const PSP* h) {
   if (h->wrnest > 0 && is_shared(h)) assert(h->arbiter == 'L' && h->locklevel != 2);
   if (h->lognode >= 0) assert(h->transtype != 0);
   assert(h->logpos >= 0 && h->logpos <= entry_area);
-}
-
-// Waits for bytes without bound.
-int wait_for(PSP* h, std::uint64_t offset, std::uint64_t length) {
-  for (unsigned attempt = 0;; ++attempt) {
-    switch (os().lock(h->file, offset, length)) {
-      case lock_answer::taken:
-        return e_ok;
-      case lock_answer::failed:
-        return e_byte_lock;
-      case lock_answer::busy:
-        os().wait(attempt);
-        break;
-    }
-  }
 }
 
 std::uint64_t own_reader_byte(const PSP* h) { return reader_bytes + static_cast<std::uint64_t>(h->slot); }
@@ -118,16 +104,19 @@ bool slot_is_alive(PSP* h, int slot) {
 
 int getslot(PSP* h, bool read_write) {
   if (is_exclusive(h)) return e_ok;
+  bool failed = false;   // rather than found every slot in use
   for (int s = 0; s < slot_count; ++s) {
     const std::uint64_t byte = slot_bytes + static_cast<std::uint64_t>(s);
-    if (os().probe(h->file, byte) != 0) continue;
-    if (os().lock(h->file, byte, 1) != lock_answer::taken) continue;
+    const int used = os().probe(h->file, byte);
+    const lock_answer answer = used == 0 ? os().lock(h->file, byte, 1) : lock_answer::busy;
+    failed = failed || used < 0 || answer == lock_answer::failed;
+    if (answer != lock_answer::taken) continue;
     h->slot = s;
     if (read_write || purgelocks(h) != e_old_locks) return e_ok;
     h->slot = -1;
     if (os().unlock(h->file, byte, 1) != 0) return e_byte_lock;
   }
-  return e_no_slot;
+  return failed ? e_byte_lock : e_no_slot;
 }
 
 void relslot(PSP* h) {
@@ -147,7 +136,7 @@ int unlockread(PSP* h) {
 int lockread(PSP* h, bool all) {
   // Taking the range over the own byte would merge the two, and unlocking free both.
   if (h->locklevel != 1 && unlockread(h) != e_ok) return e_byte_lock;
-  const int taken = all ? wait_for(h, reader_bytes, slot_count) : wait_for(h, own_reader_byte(h), 1);
+  const int taken = all ? wait_for_bytes(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
   if (taken != e_ok) return taken;
   h->locklevel = all ? 3 : 2;
   return e_ok;
@@ -155,7 +144,7 @@ int lockread(PSP* h, bool all) {
 
 int getarbiter(PSP* h) {
   if (is_exclusive(h) || h->arbiter != 'U') return e_ok;
-  const int taken = wait_for(h, arbiter_byte, 1);
+  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken == e_ok) h->arbiter = 'L';
   return taken;
 }
@@ -168,7 +157,7 @@ int relarbiter(PSP* h) {
 
 int waitarbiter(PSP* h) {
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
-  const int taken = wait_for(h, arbiter_byte, 1);
+  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
 }

@@ -23,6 +23,7 @@
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
+#include "engine/one_thread.h"
 #include "engine/sharing.h"
 #include "engine/trans_log.h"
 #include "engine/tree_insert.h"
@@ -352,6 +353,15 @@ int unlist_chain(PSP* h, std::int32_t nodes) {
   return e_ok;
 }
 
+// Whether a transaction of that kind may begin on the file at all.
+int check_begin(PSP* h, int type, PSP* companion) {
+  if (h->intlevel < 4) return e_level;
+  if (companion != nullptr && type == 3) return e_bad_argument;
+  if (companion != nullptr && !is_open(companion)) return e_bad_handle;
+  // Copies of a file under a companion are not kept.
+  return type == 3 ? static_cast<int>(e_ok) : e_bad_argument;
+}
+
 // Inside a write operation.
 int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_type, PSP* new_companion) {
   int result = e_ok;
@@ -388,6 +398,7 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
 }  // namespace
 
 int transstat(PSP* h) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   const bool reader = h->rw == 1;
   const int entered = reader ? rdenter(h) : wrenter(h);
@@ -398,13 +409,10 @@ int transstat(PSP* h) {
 }
 
 int transbeg(PSP* h, int type, PSP* companion) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
-  if (h->intlevel < 4) return keep_status(h, e_level);
-  if (companion != nullptr && type == 3) return keep_status(h, e_bad_argument);
-  if (companion != nullptr && !is_open(companion)) return keep_status(h, e_bad_handle);
-  // Copies of a file under a companion are not kept.
-  if (type != 3) return keep_status(h, e_bad_argument);
+  if (const int good = check_begin(h, type, companion); good != e_ok) return keep_status(h, good);
   const int entered = wrenter(h);
   if (entered != e_ok) return keep_status(h, entered);
   int result = transstat(h);
@@ -417,6 +425,7 @@ int transbeg(PSP* h, int type, PSP* companion) {
 }
 
 int transend(PSP* h, int mode) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (mode < 1 || mode > 3) return keep_status(h, e_bad_argument);
   if (h->rw == 1) return keep_status(h, e_read_only);
@@ -428,8 +437,12 @@ int transend(PSP* h, int mode) {
 }
 
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
+  const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
+  if (new_type != 0) {
+    if (const int good = check_begin(h, new_type, new_companion); good != e_ok) return keep_status(h, good);
+  }
   const bool own = h->transtype != 0;
   const std::int32_t lognode = h->lognode;
   forget_transaction(h);

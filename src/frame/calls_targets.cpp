@@ -33,79 +33,65 @@ bool holds_memory(void* task, const DBR_TCB* tcb) {
          tcb->shm_base && tcb->shm_generation == tcb->cntl->shm_generation;
 }
 
+// Copies the status out and notes that it was read.
+std::int16_t read_status(void* task, const char* name, void* status) {
+  TRG_CNTL_ENTRY record = {};
+  const void* keys[] = {name};
+  if (!name || !status) return DBE_NOT_FOUND;
+  const std::int16_t rc = targets::get_trg(task, 1, keys, &record, sizeof record);
+  if (rc != DBE_OK) return rc;
+  std::memcpy(status, record.trg_status, sizeof record.trg_status);
+  tcb_of(task)->trg_stat_read = 1;
+  return rc;
+}
+
 }  // namespace
 
 extern "C" {
 
 int16_t db_get_trg_index(void* task, const char* name, uint32_t* number) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::read, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  if (!name || !number) return rc = DBE_NO_TARGET;
-  return rc = memory::get_trg_index(task, name, number);
+  return framed_call(task, __func__, operation::read, DB_TRG, [&]() -> std::int16_t {
+    if (!name || !number) return DBE_NO_TARGET;
+    return memory::get_trg_index(task, name, number);
+  });
 }
 
 int16_t db_rename_trg(void* task, const char* old_name, const char* new_name) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::write, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  if (!old_name || !new_name) return rc = DBE_NOT_FOUND;
-  return rc = targets::rename_trg(task, old_name, new_name);
+  return framed_call(task, __func__, operation::write, DB_TRG, [&]() -> std::int16_t {
+    if (!old_name || !new_name) return DBE_NOT_FOUND;
+    return targets::rename_trg(task, old_name, new_name);
+  });
 }
 
 int16_t db_trg_from_rr(void* task, const char* rgn_ren, void* buffer, uint16_t buffer_len) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::read, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  if (!rgn_ren) return rc = DBE_NOT_FOUND;
-  unsigned char nothing = 0;
-  if (!buffer && buffer_len == 0) buffer = &nothing;
-  if (!buffer) return rc = DBE_BAD_RECORD;
-  TRG_CNTL_ENTRY* entry = nullptr;
-  rc = targets::trg_from_rr(task, rgn_ren, &entry);
-  if (rc != DBE_OK || !entry) {
-    ZVR_TRACE(task, 3, 2, "%s", "didn't find dsuname");
-    return rc;
-  }
-  const void* keys[] = {entry->trg_name};
-  return rc = targets::get_trg(task, 1, keys, buffer, buffer_len);
+  return framed_call(task, __func__, operation::read, DB_TRG, [&]() -> std::int16_t {
+    if (!rgn_ren) return DBE_NOT_FOUND;
+    if (!take_area(&buffer, buffer_len)) return DBE_BAD_RECORD;
+    TRG_CNTL_ENTRY* entry = nullptr;
+    const std::int16_t rc = targets::trg_from_rr(task, rgn_ren, &entry);
+    if (rc != DBE_OK || !entry) {
+      if (co_trc_test(task, 3, 2)) co_trc2(task, 3, 2, "db_trg_from_rr", "%s", "didn't find dsuname");
+      return rc;
+    }
+    const void* keys[] = {entry->trg_name};
+    return targets::get_trg(task, 1, keys, buffer, buffer_len);
+  });
 }
 
 int16_t db_get_trg_stat(void* task, const char* name, void* status) {
   if (!task) return DBE_INIT_FAILED;
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
-  call_bracket call(task, operation::read, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  TRG_CNTL_ENTRY record = {};
-  const void* keys[] = {name};
-  rc = DBE_NOT_FOUND;
-  if (name && status) rc = targets::get_trg(task, 1, keys, &record, sizeof record);
+  rc = dbr_in(task, operation::read, DB_TRG);
+  operation leaving = operation::read;
   if (rc != DBE_OK) {
-    call.leave_as(operation::write);
-    return rc;
+    bracket.quitting();
+  } else {
+    rc = read_status(task, name, status);
+    if (rc == DBE_OK) return rc;  // inside, with the semaphore
+    leaving = operation::write;
   }
-  std::memcpy(status, record.trg_status, sizeof record.trg_status);
-  tcb_of(task)->trg_stat_read = 1;
-  call.stay();
+  dbr_out(task, leaving, DB_TRG, rc);
   return rc;
 }
 
@@ -130,28 +116,15 @@ int16_t db_put_trg_stat(void* task, const char* name, const void* status) {
 }
 
 int16_t db_time_trg_stat(void* task, uint16_t elapsed) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::write, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  return rc = targets::time_trg_stat(task, elapsed);
+  return framed_call(task, __func__, operation::write, DB_TRG,
+                     [&] { return targets::time_trg_stat(task, elapsed); });
 }
 
 int16_t db_get_srv(void* task, const char* name, char* server) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::read, DB_TRG, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
-    return rc;
-  }
-  if (!name || !server) return rc = DBE_NOT_FOUND;
-  return rc = targets::get_srv_name(task, name, server);
+  return framed_call(task, __func__, operation::read, DB_TRG, [&]() -> std::int16_t {
+    if (!name || !server) return DBE_NOT_FOUND;
+    return targets::get_srv_name(task, name, server);
+  });
 }
 
 }  // extern "C"

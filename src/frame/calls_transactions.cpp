@@ -9,19 +9,14 @@ namespace {
 
 // The calls that end a transaction; start_trans_id is let go of only by the call that
 // names it.
-int16_t end_explicit(void* task, const char* name, uint32_t db_id,
-                     std::int16_t (*end)(void*, std::uint32_t)) {
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, name, &rc);
-  const call_bracket call(task, operation::write, db_id, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
+std::int16_t end_explicit(void* task, const char* function, std::uint32_t db_id,
+                          std::int16_t (*end)(void*, std::uint32_t)) {
+  return framed_call(task, function, operation::write, db_id, [&] {
+    const std::int16_t rc = end(task, db_id);
+    DBR_TCB* tcb = tcb_of(task);
+    if (rc == DBE_OK && tcb->start_trans_id == db_id) tcb->start_trans_id = no_trans_id;
     return rc;
-  }
-  rc = end(task, db_id);
-  DBR_TCB* tcb = tcb_of(task);
-  if (rc == DBE_OK && tcb->start_trans_id == db_id) tcb->start_trans_id = no_trans_id;
-  return rc;
+  });
 }
 
 }  // namespace
@@ -29,30 +24,23 @@ int16_t end_explicit(void* task, const char* name, uint32_t db_id,
 extern "C" {
 
 int16_t db_start_trans(void* task, uint32_t db_id) {
-  if (!task) return DBE_INIT_FAILED;
-  std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(task, __func__, &rc);
-  const call_bracket call(task, operation::write, db_id, &rc);
-  if (!call.entered()) {
-    bracket.quitting();
+  return framed_call(task, __func__, operation::write, db_id, [&] {
+    DBR_TCB* tcb = tcb_of(task);
+    const std::uint32_t former = tcb->start_trans_id;
+    tcb->start_trans_id = db_id;
+    const std::int16_t rc = recfile::start_trans(task, db_id);
+    // A transaction that did not begin leaves the one before it its name.
+    if (rc != DBE_OK) tcb->start_trans_id = former;
     return rc;
-  }
-  DBR_TCB* tcb = tcb_of(task);
-  const std::uint32_t former = tcb->start_trans_id;
-  tcb->start_trans_id = db_id;
-  rc = recfile::start_trans(task, db_id);
-  // A transaction that did not begin leaves the one before it its name.
-  if (rc != DBE_OK) tcb->start_trans_id = former;
-  return rc;
+  });
 }
 
 int16_t db_commit(void* task, uint32_t db_id) {
-  return task ? end_explicit(task, __func__, db_id, recfile::commit) : static_cast<int16_t>(DBE_INIT_FAILED);
+  return end_explicit(task, __func__, db_id, recfile::commit);
 }
 
 int16_t db_rollback(void* task, uint32_t db_id) {
-  return task ? end_explicit(task, __func__, db_id, recfile::rollback)
-              : static_cast<int16_t>(DBE_INIT_FAILED);
+  return end_explicit(task, __func__, db_id, recfile::rollback);
 }
 
 }  // extern "C"

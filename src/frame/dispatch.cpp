@@ -2,12 +2,16 @@
 
 #include <array>
 
+#include "catalog/catalog.h"
+#include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
 #include "targets/targets.h"
 
 namespace zvrdb::frame {
 namespace {
 
+using namespace zvrdb::catalog;
+using namespace zvrdb::cmstatus;
 using namespace zvrdb::targets;
 
 constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
@@ -49,8 +53,20 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  7 ua  */
     {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
     /*  8 ucf */ without_handlers(memory_class, 0),
-    /*  9 cat */ without_handlers(memory_class, 1),
-    /* 10 cms */ without_handlers(memory_class, 2, 0, 64, 0),
+    /*  9 cat */
+    {del_cat,
+     get_cat,
+     get_next_cat,
+     nullptr,
+     put_cat,
+     start_list_cat,
+     nullptr,
+     memory_class,
+     1,
+     {0, 0, 0},
+     0},
+    /* 10 cms */
+    {del_cms, get_cms, nullptr, nullptr, put_cms, nullptr, nullptr, memory_class, 2, {0, 64, 0}, 0},
     /* 11 thw */
     {del_thw, get_thw, nullptr, nullptr, put_thw, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 12     */ not_assigned,
@@ -67,8 +83,10 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /* 23 apr */ without_handlers(memory_class, 1),
     /* 24 tak */ without_handlers(memory_class, 0),
     /* 25 dak */ without_handlers(memory_class, 0),
-    /* 26 prd */ without_handlers(memory_class, 1),
-    /* 27 fst */ without_handlers(memory_class, 1),
+    /* 26 prd */
+    {del_prd, get_prd, nullptr, get_more_prd, put_prd, nullptr, init_list_prd, memory_class, 1, {0, 0, 0}, 0},
+    /* 27 fst */
+    {del_fst, get_fst, nullptr, get_more_fst, put_fst, nullptr, init_list_fst, memory_class, 1, {0, 0, 0}, 0},
     /* 28 coi */ without_handlers(memory_class, 1, 16),
     /* 29 coo */ without_handlers(memory_class, 1, 16),
     /* 30 rqv */ without_handlers(memory_class, 1),

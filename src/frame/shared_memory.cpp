@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "catalog/catalog.h"
+#include "cmstatus/cm_status.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "targets/targets.h"
@@ -11,9 +13,6 @@
 namespace zvrdb::frame {
 namespace {
 
-constexpr std::uint32_t generation_signal = 3;
-constexpr std::uint32_t generation_raised = 2;
-constexpr std::uint32_t spare_catalog_slots = 500;
 constexpr unsigned most_generations_tried = 16;
 constexpr unsigned attach_attempts = 9;
 constexpr std::uint32_t attach_wait_ms = 5000;
@@ -27,23 +26,11 @@ constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT};
 
 using building_step = std::int16_t (*)(void* task);
 
-// Sizes of the catalog's tables.  There are no change files in memory yet, so only
-// the spare slots are needed.
-std::int16_t alloc_cat(void* task) {
-  DBR_CNTL* cntl = static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb)->cntl;
-  if (cntl->alloc_generation == cntl->shm_generation && cntl->finitialized == 1) return DBE_OK;
-  cntl->num_cat_inited = 0;
-  cntl->num_cat_alloc = cntl->num_cat_inited + spare_catalog_slots;
-  cntl->cat_cntl_len = cntl->num_cat_alloc * static_cast<std::uint32_t>(sizeof(CAT_CNTL_ENTRY));
-  cntl->dist_cat_len = cntl->num_cat_alloc * static_cast<std::uint32_t>(sizeof(DIST_CAT_ENTRY));
-  return DBE_OK;
-}
-
 // Each leaves what it computes alone while the lengths of the current generation
 // stand (alloc_generation is shm_generation and finitialized is set).
-constexpr building_step sizing_steps[] = {targets::alloc_trg, alloc_cat};
+constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat};
 // Each loads its tables from its file into the zeroed segment.
-constexpr building_step loading_steps[] = {targets::init_trg};
+constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms};
 
 template <std::size_t count>
 std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
@@ -127,7 +114,7 @@ std::int16_t map_current(void* task, DBR_TCB* tcb) {
     if (does_not_fit(cntl, found, wanted)) {
       ZVR_TRACE(task, 4, 2, "Segment %s does not fit, going on to the next generation", found.name);
       if (found.base) co_shm_letgo(task, found.base, nullptr);
-      raise_generation(task);
+      memory::raise_generation(task);
       continue;
     }
     auto* base = static_cast<unsigned char*>(
@@ -135,9 +122,11 @@ std::int16_t map_current(void* task, DBR_TCB* tcb) {
     if (!base) return cannot_allocate(task);
     // What a builder that died left in it must not pass for entries in use.
     if (found.base && !found.finished) std::memset(base, 0, wanted);
-    memory::lay_out(tcb, base);
+    if (!memory::lay_out(tcb, base, wanted)) {
+      co_shm_letgo(task, base, found.name);
+      return cannot_allocate(task);
+    }
     tcb->shm_generation = cntl->shm_generation;
-    tcb->shm_length = wanted;
     return DBE_OK;
   }
   return cannot_allocate(task);
@@ -185,11 +174,8 @@ bool try_attach(void* task, DBR_TCB* tcb) {
   drop_memory(task, tcb);
   const found_segment found = find_current(task, cntl);
   if (!found.base) return false;
-  const std::uint64_t wanted = memory::segment_length(tcb);
-  if (found.finished && lengths_stand(cntl) && found.length >= wanted) {
-    memory::lay_out(tcb, found.base);
+  if (found.finished && lengths_stand(cntl) && memory::lay_out(tcb, found.base, found.length)) {
     tcb->shm_generation = current;
-    tcb->shm_length = wanted;
     if (generation.load(std::memory_order_acquire) == current && lengths_stand(cntl)) return true;
     memory::forget_layout(tcb);
   }
@@ -198,14 +184,6 @@ bool try_attach(void* task, DBR_TCB* tcb) {
 }
 
 }  // namespace
-
-void raise_generation(void* task) {
-  DBR_CNTL* cntl = static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb)->cntl;
-  ++cntl->shm_generation;
-  ZVR_TRACE(task, 3, 2, "New shared memory generation is %lu",
-            static_cast<unsigned long>(cntl->shm_generation));
-  co_set_signal(task, generation_signal, generation_raised);
-}
 
 bool take_undone(DBR_TCB* tcb) {
   bool in_memory = false;
@@ -225,13 +203,12 @@ void drop_memory(void* task, DBR_TCB* tcb) {
     co_shm_letgo(task, tcb->shm_base, name);
   }
   memory::forget_layout(tcb);
-  tcb->shm_length = 0;
 }
 
 std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
   DBR_CNTL* cntl = tcb->cntl;
   std::uint32_t value = 0;
-  co_get_signal(task, generation_signal, &value);
+  co_get_signal(task, memory::generation_signal, &value);
   if (tcb->shm_generation != cntl->shm_generation) drop_memory(task, tcb);
   const bool created = !is_mapped(tcb);
   std::int16_t rc = DBE_OK;

@@ -23,9 +23,6 @@
 
 namespace zvrdb::frame {
 
-// The tables in memory no longer match the files: the next calls build them anew.
-void raise_generation(void* task);
-
 // Whether a roll-back undid changes of earlier calls that memory still shows.  Asking
 // clears the note.  The caller owns "DBR_MEM".
 bool take_undone(DBR_TCB* tcb);

@@ -106,7 +106,7 @@ void recover_from_dead_writer(void* task) {
   co_log2(task, 36356, 0, 0, 0, "%s", "");
   repair_files(task);
   take_undone(static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb));  // goes with the generation
-  raise_generation(task);
+  memory::raise_generation(task);
 }
 
 std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
@@ -115,7 +115,7 @@ std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   if (cntl->fwrite_in_prog == 1)
     recover_from_dead_writer(task);
   else if (take_undone(tcb))
-    raise_generation(task);  // a task died in a transaction that no longer held the semaphore
+    memory::raise_generation(task);  // a task died in a transaction that no longer held the semaphore
   const std::int16_t rc = enter_memory(task, tcb);
   if (rc != DBE_OK) return rc;
   cntl->fwrite_in_prog = 0;

@@ -7,13 +7,13 @@
 namespace zvrdb::frame {
 namespace {
 
-// Memory shows what was undone in the file.  The tables are built here and not by the
-// next call: that may be one of class 0, which only waits for them.  A failure is met
-// again by the next call of class 1.
-void build_anew(void* task, DBR_TCB* tcb) {
-  raise_generation(task);
+// The tables of a generation that this task raised are built by it, and not by the next
+// call: that may be one of class 0, which only waits for them.  A failure is met again by
+// the next call of class 1.
+void build_raised(void* task, DBR_TCB* tcb) {
+  if (!tcb->shm_base || tcb->shm_generation == tcb->cntl->shm_generation) return;
   const std::int16_t rc = enter_memory(task, tcb);
-  ZVR_TRACE(task, 4, 2, "enter_memory after a roll-back returned %hx", static_cast<unsigned short>(rc));
+  ZVR_TRACE(task, 4, 2, "enter_memory of a raised generation returned %hx", static_cast<unsigned short>(rc));
 }
 
 const char* semaphore_kind(std::uint16_t sem_index) {
@@ -26,7 +26,8 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   const std::uint32_t handle = tcb->sema4[sem_index];
   if (handle == 0 || co_lock_sema4(task, handle) == 0) return;
   if (sem_index == memory_class) {
-    if (take_undone(tcb)) build_anew(task, tcb);
+    if (take_undone(tcb)) memory::raise_generation(task);
+    build_raised(task, tcb);
     tcb->changed_before = tcb->changed_files;
     if (op == operation::write) {
       // The mark before the flag: a task killed between the two is a dead writer still.
@@ -58,6 +59,18 @@ bool take_for_exit(void* task, DBR_TCB* tcb) {
   }
   if (tcb->trans_in_prog[memory_class] != 0) return false;
   return co_req_sema4(task, tcb->sema4[memory_class], 0) == CO_OK;
+}
+
+void close_files(void* task, DBR_TCB* tcb) {
+  for (file_entry& entry : tcb->files) {
+    if (!entry.iocb) continue;
+    // The count of this task, however often it opened the file.
+    entry.use_count = 1;
+    const unsigned long db_id = entry.iocb->db_id;
+    const std::int16_t rc = recfile::db_close(task, &entry);
+    if (rc != DBE_OK)
+      ZVR_TRACE(task, 5, 2, "db_close returned %hu for db_id %lu", static_cast<unsigned short>(rc), db_id);
+  }
 }
 
 }  // namespace
@@ -97,18 +110,14 @@ void das_exit(void* task, std::uint32_t reason) {
     return;
   }
   const bool taken = take_for_exit(task, tcb);
-  for (file_entry& entry : tcb->files) {
-    if (!entry.iocb) continue;
-    // The count of this task, however often it opened the file.
-    entry.use_count = 1;
-    const unsigned long db_id = entry.iocb->db_id;
-    const std::int16_t rc = recfile::db_close(task, &entry);
-    if (rc != DBE_OK)
-      ZVR_TRACE(task, 5, 2, "db_close returned %hu for db_id %lu", static_cast<unsigned short>(rc), db_id);
-  }
-  if (take_undone(tcb)) raise_generation(task);
-  if (tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0)
-    co_mark_sema4(task, tcb->sema4[memory_class], 0);
+  const bool owned = tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0;
+  // Before the files are closed, for the tables are built from them.
+  recfile::rollback_all(task);
+  if (take_undone(tcb)) memory::raise_generation(task);
+  if (owned) build_raised(task, tcb);
+  close_files(task, tcb);
+  if (take_undone(tcb)) memory::raise_generation(task);
+  if (owned) co_mark_sema4(task, tcb->sema4[memory_class], 0);
   if (taken) co_clear_sema4(task, tcb->sema4[memory_class]);
 }
 

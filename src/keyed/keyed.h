@@ -2,6 +2,8 @@
 // record (internal form) and what is stored (external form).
 #pragma once
 
+#include <zvrdb/records.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -15,13 +17,13 @@ inline constexpr std::uint32_t external_capacity = 65535;
 // Cursor of a keyed list, owned by the caller: list_state_len(key_len) bytes or more.
 // Its fields lie at these offsets; it is read and written byte-wise, since a caller's
 // area need not be aligned.
-inline constexpr std::uint32_t list_start_key = 0;     // 244 bytes, host order
-inline constexpr std::uint32_t list_index_no = 244;    // u16
-inline constexpr std::uint32_t list_key_match = 246;   // u16
-inline constexpr std::uint32_t list_first_time = 248;  // u16
-inline constexpr std::uint32_t list_key_len = 250;     // u16
-inline constexpr std::uint32_t list_init_ok = 252;     // u16
-inline constexpr std::uint32_t list_last_key = 256;    // key_len bytes
+inline constexpr std::uint32_t list_start_key = offsetof(db_list_state, start_key);  // host order
+inline constexpr std::uint32_t list_index_no = offsetof(db_list_state, index_no);
+inline constexpr std::uint32_t list_key_match = offsetof(db_list_state, key_match);
+inline constexpr std::uint32_t list_first_time = offsetof(db_list_state, first_time);
+inline constexpr std::uint32_t list_key_len = offsetof(db_list_state, key_len);
+inline constexpr std::uint32_t list_init_ok = offsetof(db_list_state, init_ok);
+inline constexpr std::uint32_t list_last_key = sizeof(db_list_state);  // key_len bytes
 constexpr std::uint32_t list_state_len(std::uint32_t key_len) {
   return list_last_key + key_len;
 }

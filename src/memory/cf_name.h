@@ -1,6 +1,7 @@
 // Names of change files: up to eleven tokens in 76 bytes.  They come from callers and
-// files, so nothing in them is believed: an offset outside the text area, and all behind
-// the eleventh, is an absent token, and a token ends with the text area at the latest.
+// files, so nothing in them is believed: an offset outside the text area is an absent
+// token, all tokens behind the end mark (255) and behind the eleventh are absent, and a
+// token ends with the text area at the latest.
 #pragma once
 
 #include <cstddef>
@@ -29,13 +30,17 @@ struct cf_position {
   std::uint16_t character;
 };
 
-// First place where a and b differ.  Two equal names differ at token 11, character 0.
+// First place where a and b differ: the first token that one of them lacks, character 0;
+// or the first character that differs, a token that ends earlier differing at its end.
+// Equal names so "differ" where they end, which is at token 11 for names of eleven.
 void get_name_diff(void* task, const void* a, const void* b, std::uint16_t* token, std::uint16_t* character);
 
-// What CAT_CNTL keeps of it: token x 16 + character in 8 bits.  It wraps.
+// What CAT_CNTL keeps of it: token x 16 + character in 8 bits.  A character above 15
+// spills into the token's half.
 std::uint8_t encoded_name_diff(void* task, const void* a, const void* b);
 
-// Class of a change file by the token at this index: 0 FIX, 1 UPD, 2 REF, 3 unknown.
+// Class of a change file by the token at this index, before the end mark or behind it: 0 FIX, 1 UPD, 2 REF; 3
+// another token, none there, or no name (null).
 std::int16_t get_type(void* task, const void* cf_name, std::uint16_t token_index);
 
 }  // namespace zvrdb::memory

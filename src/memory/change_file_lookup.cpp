@@ -1,69 +1,118 @@
 // Change files by name and by number, on the tables in shared memory.
-#include <algorithm>
+//
+// Names are ordered by their text areas.  Those with equal text areas are ordered by
+// their token tables, so that the index is the same however it came about: downwards,
+// for the end mark is the greatest offset, and the shorter name so comes first as it does
+// among all others.
 #include <cstring>
 
+#include "memory/catalog_tables.h"
+#include "memory/cf_name.h"
 #include "memory/codes.h"
-#include "memory/table_bounds.h"
 #include "memory/trace.h"
 
 namespace zvrdb::memory {
 namespace {
 
-// A name: the offsets of its tokens, then the text area they lie in.  Names are
-// ordered by the text area alone.
-constexpr std::size_t cf_name_len = 76;
-constexpr std::size_t cf_text_offset = 11;
-constexpr std::size_t cf_text_len = 65;
-static_assert(cf_text_offset + cf_text_len == cf_name_len);
 static_assert(cf_name_len <= sizeof DIST_CAT_ENTRY::head);
 
-std::uint32_t cat_count(const DBR_TCB* tcb) {
-  const std::uint32_t size = cat_table_size(tcb);
-  return size == 0 ? 0 : std::min(tcb->cntl->num_cat_actual, size);
+using name_compare = int (*)(const void* a, const void* b);
+
+int compare_texts(const void* a, const void* b) {
+  return std::memcmp(static_cast<const unsigned char*>(a) + cf_text_offset,
+                     static_cast<const unsigned char*>(b) + cf_text_offset, cf_text_len);
 }
 
-// Slot of an index entry; null when the entry points outside the table.
-const DIST_CAT_ENTRY* slot_at(const DBR_TCB* tcb, std::uint32_t position) {
-  const std::uint16_t slot = tcb->cat_cntl[position].dist_idx;
-  return slot < cat_table_size(tcb) ? tcb->dist_cat + slot : nullptr;
-}
+// The entries of CAT_CNTL that are in use.
+struct index_entries {
+  const CAT_CNTL_ENTRY* first;
+  std::uint32_t count;
+  std::uint16_t slot_of(std::uint32_t position) const { return first[position].dist_idx; }
+};
 
-// Order of the key's text against that of an entry; an entry without a slot is below
-// every name.
-int compare_text(const DBR_TCB* tcb, const unsigned char* name, std::uint32_t position) {
-  const DIST_CAT_ENTRY* slot = slot_at(tcb, position);
-  return slot ? std::memcmp(name + cf_text_offset, slot->head + cf_text_offset, cf_text_len) : 1;
-}
+// Entries in a caller's area, which need not be aligned.
+struct listed_entries {
+  const unsigned char* bytes;
+  std::uint32_t count;
+  std::uint16_t slot_of(std::uint32_t position) const {
+    CAT_CNTL_ENTRY entry;
+    std::memcpy(&entry, bytes + std::size_t{position} * sizeof entry, sizeof entry);
+    return entry.dist_idx;
+  }
+};
 
-// The entry with this name: among those with an equal text the one whose token table
-// is equal too, else the first of them.  Null when no text is equal.
-const DIST_CAT_ENTRY* find_change_file(const DBR_TCB* tcb, const unsigned char* name) {
-  const std::uint32_t count = cat_count(tcb);
+// First position whose name is not below `name`.  An entry that leads to no slot is
+// below every name.
+template <class Entries>
+std::uint32_t first_not_below(const catalog_tables& tables, const Entries& entries, const void* name,
+                              name_compare compare) {
   std::uint32_t low = 0;
-  std::uint32_t high = count;
+  std::uint32_t high = entries.count;
   while (low < high) {
     const std::uint32_t middle = low + (high - low) / 2;
-    if (compare_text(tcb, name, middle) > 0)
+    const DIST_CAT_ENTRY* slot = tables.slot(entries.slot_of(middle));
+    if (!slot || compare(slot->head, name) < 0)
       low = middle + 1;
     else
       high = middle;
   }
-  const DIST_CAT_ENTRY* found = nullptr;
-  for (; low < count && compare_text(tcb, name, low) == 0; ++low) {
-    const DIST_CAT_ENTRY* slot = slot_at(tcb, low);
-    if (std::memcmp(name, slot->head, cf_name_len) == 0) return slot;
-    if (!found) found = slot;
-  }
-  return found;
+  return low;
+}
+
+template <class Entries>
+bool equal_at(const catalog_tables& tables, const Entries& entries, std::uint32_t position, const void* name,
+              name_compare compare) {
+  if (position >= entries.count) return false;
+  const DIST_CAT_ENTRY* slot = tables.slot(entries.slot_of(position));
+  return slot && compare(slot->head, name) == 0;
+}
+
+// Place of this very name; else of the first with its text, or that is above it.
+template <class Entries>
+std::uint32_t place_of(const catalog_tables& tables, const Entries& entries, const void* name) {
+  const std::uint32_t very = first_not_below(tables, entries, name, compare_cf_names);
+  if (equal_at(tables, entries, very, name, compare_cf_names)) return very;
+  return first_not_below(tables, entries, name, compare_texts);
 }
 
 }  // namespace
 
+int compare_cf_names(const void* a, const void* b) {
+  const int compared = compare_texts(a, b);
+  return compared != 0 ? compared : std::memcmp(b, a, cf_text_offset);
+}
+
+std::int64_t find_cat(void* task, const void* cf_name) {
+  if (!cf_name) return -1;
+  const catalog_tables tables = catalog_of(tcb_of(task));
+  const index_entries entries{tables.index, tables.count};
+  const std::uint32_t place = place_of(tables, entries, cf_name);
+  return equal_at(tables, entries, place, cf_name, compare_texts) ? std::int64_t{place} : -1;
+}
+
+std::int64_t locate_cat(void* task, const void* cf_name) {
+  if (!cf_name) return -1;
+  const catalog_tables tables = catalog_of(tcb_of(task));
+  const index_entries entries{tables.index, tables.count};
+  const std::uint32_t place = first_not_below(tables, entries, cf_name, compare_cf_names);
+  return place < entries.count ? std::int64_t{place} : -1;
+}
+
+DIST_CAT_ENTRY* cat_slot_of(void* task, const void* cf_name, std::int64_t* position) {
+  const std::int64_t found = find_cat(task, cf_name);
+  if (position) *position = found;
+  return found < 0 ? nullptr : catalog_of(tcb_of(task)).slot_at(static_cast<std::uint32_t>(found));
+}
+
+std::uint32_t locate_in_cat_list(void* task, const void* cf_name, const void* list, std::uint32_t count) {
+  return place_of(catalog_of(tcb_of(task)), listed_entries{static_cast<const unsigned char*>(list), count},
+                  cf_name);
+}
+
 std::int16_t get_cat_num(void* task, std::uint16_t* number, const void* cf_name) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
-  const DIST_CAT_ENTRY* found = nullptr;
-  if (cf_name) found = find_change_file(tcb_of(task), static_cast<const unsigned char*>(cf_name));
+  const DIST_CAT_ENTRY* found = cat_slot_of(task, cf_name);
   if (!found) {
     bracket.quitting();
     return rc = DBE_NOT_FOUND;

@@ -5,6 +5,7 @@
 
 #include <zvrdb/zvrdb.h>
 
+#include <cstddef>
 #include <cstdint>
 
 namespace zvrdb {
@@ -64,5 +65,10 @@ struct DBR_CNTL {
   std::uint32_t corr_seq;
   unsigned char corr_date[4];
 };
+static_assert(offsetof(DBR_CNTL, finitialized) == 60);
+static_assert(offsetof(DBR_CNTL, local_dsu) == 66);
+static_assert(offsetof(DBR_CNTL, gen) == 76);
+static_assert(offsetof(DBR_CNTL, files) == 220);
+static_assert(offsetof(DBR_CNTL, corr_seq) == 220 + file_count * sizeof(iocb));
 
 }  // namespace zvrdb

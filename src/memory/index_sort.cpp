@@ -1,25 +1,13 @@
-// Sorting of the two indexes of targets, in place and with the order as an argument.
+// Sorting of the indexes of targets and change files, with the order as an argument.
 #include <cstring>
-#include <utility>
 
+#include "memory/catalog_tables.h"
+#include "memory/heap_sort.h"
 #include "memory/target_order.h"
 #include "memory/trace.h"
 
 namespace zvrdb::memory {
 namespace {
-
-// Entries that the order calls equal are put in order of their bytes, then of their
-// numbers, so that a sort gives the same index in every process.
-template <class Order>
-bool below(void* task, const Order& order, std::uint32_t a, std::uint32_t b) {
-  order_text text_a;
-  order_text text_b;
-  order.text_of(a, &text_a);
-  order.text_of(b, &text_b);
-  int compared = co_collate(task, text_a.text, text_b.text);
-  if (compared == 0) compared = std::strcmp(text_a.text, text_b.text);
-  return compared < 0 || (compared == 0 && a < b);
-}
 
 inline std::uint32_t number_of(const NAME_INDEX_ENTRY& entry) {
   return entry.trg_index;
@@ -28,46 +16,38 @@ inline std::uint32_t number_of(std::uint32_t entry) {
   return entry;
 }
 
-template <class Order, class Entry>
-bool in_order(void* task, const Order& order, const Entry* entries, std::uint32_t count) {
-  for (std::uint32_t i = 1; i < count; ++i)
-    if (below(task, order, number_of(entries[i]), number_of(entries[i - 1]))) return false;
-  return true;
-}
+// Entries that the order calls equal are put in order of their bytes, then of their
+// numbers, so that a sort gives the same index in every process.
+template <class Order>
+struct target_below {
+  void* task;
+  Order order;
 
-// Lets the entry at the top of the heap [root, end) find its place: down along the
-// greater children to the bottom, then up again.  That costs half the compares of
-// stopping on the way, and compares are what a sort by collation spends its time on.
-template <class Order, class Entry>
-void settle(void* task, const Order& order, Entry* heap, std::uint32_t root, std::uint32_t end) {
-  std::uint32_t at = root;
-  for (std::uint64_t child = 2ull * at + 1; child < end; child = 2ull * at + 1) {
-    auto greater = static_cast<std::uint32_t>(child);
-    if (child + 1 < end && below(task, order, number_of(heap[greater]), number_of(heap[greater + 1])))
-      ++greater;
-    at = greater;
+  template <class Entry>
+  bool operator()(const Entry& a, const Entry& b) const {
+    order_text text_a;
+    order_text text_b;
+    order.text_of(number_of(a), &text_a);
+    order.text_of(number_of(b), &text_b);
+    int compared = co_collate(task, text_a.text, text_b.text);
+    if (compared == 0) compared = std::strcmp(text_a.text, text_b.text);
+    return compared < 0 || (compared == 0 && number_of(a) < number_of(b));
   }
-  while (at > root && !below(task, order, number_of(heap[root]), number_of(heap[at]))) at = (at - 1) / 2;
-  // Rotates the path: the root's entry to `at`, each one on the way up by one place.
-  Entry moving = heap[root];
-  for (;;) {
-    std::swap(moving, heap[at]);
-    if (at == root) return;
-    at = (at - 1) / 2;
-  }
-}
+};
 
-// A heap sort: it needs no memory, and it stays inside the entries whatever the
-// collation of the system answers.
-template <class Order, class Entry>
-void sort_entries(void* task, const Order& order, Entry* entries, std::uint32_t count) {
-  if (count < 2 || in_order(task, order, entries, count)) return;
-  for (std::uint32_t root = count / 2; root-- > 0;) settle(task, order, entries, root, count);
-  for (std::uint32_t end = count - 1; end > 0; --end) {
-    std::swap(entries[0], entries[end]);
-    settle(task, order, entries, 0, end);
+// An entry that leads nowhere comes first, where no search follows it.  Two of one name
+// are in a damaged file only.
+struct change_file_below {
+  const catalog_tables& tables;
+
+  bool operator()(const CAT_CNTL_ENTRY& a, const CAT_CNTL_ENTRY& b) const {
+    const DIST_CAT_ENTRY* slot_a = tables.slot(a.dist_idx);
+    const DIST_CAT_ENTRY* slot_b = tables.slot(b.dist_idx);
+    if (!slot_a || !slot_b) return !slot_a && slot_b;
+    const int compared = compare_cf_names(slot_a->head, slot_b->head);
+    return compared < 0 || (compared == 0 && a.dist_idx < b.dist_idx);
   }
-}
+};
 
 }  // namespace
 
@@ -75,7 +55,7 @@ void sort_names(void* task) {
   const trace_bracket bracket(task, __func__);
   DBR_TCB* tcb = tcb_of(task);
   if (!tables_mapped(tcb)) return bracket.quitting();
-  sort_entries(task, name_order{tcb}, tcb->name_index, trg_count(tcb));
+  sort_entries(tcb->name_index, trg_count(tcb), target_below<name_order>{task, {tcb}});
 }
 
 void sort_dsu(void* task) {
@@ -89,7 +69,13 @@ void sort_dsu(void* task) {
     if (slot && (slot->trg_type & trg_type_local) != 0 && tcb->cntl->local_dsu[0] != 0)
       std::memcpy(slot->rgn, tcb->cntl->local_dsu, sizeof slot->rgn);
   }
-  sort_entries(task, dsu_order{tcb}, tcb->dsu_index, count);
+  sort_entries(tcb->dsu_index, count, target_below<dsu_order>{task, {tcb}});
+}
+
+void sort_cat(void* task) {
+  const trace_bracket bracket(task, __func__);
+  const catalog_tables tables = catalog_of(tcb_of(task));
+  sort_entries(tables.index, tables.count, change_file_below{tables});
 }
 
 }  // namespace zvrdb::memory

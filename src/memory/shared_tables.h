@@ -63,6 +63,7 @@ static_assert(sizeof(DIST_CAT_ENTRY) == 168);
 namespace memory {
 
 inline constexpr std::uint32_t segment_header_len = 4;  // inited flag and 3 spare bytes
+inline constexpr std::uint32_t generation_signal = 3;   // of the common services
 inline constexpr std::uint32_t no_server = 0xFFFFFFFFu;
 inline constexpr std::size_t trg_name_len = 64;
 inline constexpr std::size_t dsu_text_len = 17;     // without its NUL
@@ -71,13 +72,16 @@ inline constexpr std::uint8_t trg_type_local = 32;  // bit of trg_type: a target
 // ---- layout of the segment
 // Bytes that the lengths in DBR_CNTL ask for.
 std::uint64_t segment_length(const DBR_TCB* tcb);
-// Sets the six pointers for a segment mapped at base, whose length is known to suffice,
-// and shm_length to that length.  The tables count as mapped only as long as the lengths
-// in DBR_CNTL ask for no more than shm_length.
-void lay_out(DBR_TCB* tcb, unsigned char* base);
+// Sets the six pointers for a segment of which `mapped` bytes are mapped at base, and
+// shm_length to the length that the tables take of it.  False, and nothing laid out, when
+// the lengths in DBR_CNTL ask for more or are none that tables have.
+bool lay_out(DBR_TCB* tcb, unsigned char* base, std::uint64_t mapped);
 void forget_layout(DBR_TCB* tcb);
 // "MEM_%4.4lu"; out holds 16 bytes.
 void segment_name(std::uint32_t generation, char* out);
+// The tables in memory no longer match the files, or are full: they are built anew, by
+// this task when its call ends and by every other at its next call.
+void raise_generation(void* task);
 
 // ---- targets
 // Slot of a number, or null when the number is 0 or beyond the table.
@@ -117,6 +121,22 @@ std::int16_t get_trg_index(void* task, const char* name, std::uint32_t* number);
 std::int16_t get_trg_name(void* task, char* name, std::uint32_t number);
 
 // ---- change files
+// Names (cf_name, 76 bytes) are ordered by their text area and, where that is equal, by
+// their token table so that the name with fewer tokens comes first.  Lookups make no
+// system call and allocate nothing.
+int compare_cf_names(const void* a, const void* b);
+// Position in CAT_CNTL of this very name, else of the first with an equal text area; -1.
+std::int64_t find_cat(void* task, const void* cf_name);
+// Slot at that position, or null; position may be null.
+DIST_CAT_ENTRY* cat_slot_of(void* task, const void* cf_name, std::int64_t* position = nullptr);
+// Position of the first name not below this one, token table included; -1 when it is
+// above all.
+std::int64_t locate_cat(void* task, const void* cf_name);
+// As find_cat among count entries of CAT_CNTL's form in a caller's area, which need not be
+// aligned; for a name that is not there the place of the first one above, or count.
+std::uint32_t locate_in_cat_list(void* task, const void* cf_name, const void* list, std::uint32_t count);
+// Sorts the used part of CAT_CNTL.  name_diff is not computed anew.
+void sort_cat(void* task);
 // 0; 8194.
 std::int16_t get_cat_num(void* task, std::uint16_t* number, const void* cf_name);
 // Writes 76 bytes.  0; 8194.
@@ -127,6 +147,12 @@ std::int16_t get_cat_name(void* task, void* cf_name, std::uint16_t number);
 // use, the free parts equal.  (The counts of local targets and servers
 // follow rules of their own and are not judged.)  False with a reason (at least 160 bytes) when not.
 bool tables_sound(void* task, char* reason, std::size_t reason_size);
+
+// Whether the in-memory tables of change files hold together: each slot in use stands
+// exactly once in the index, each free one not at all, the index is in order, name_diff
+// tells where neighbours differ, counts and numbers fit.  False with a reason (at least
+// 160 bytes) when not.
+bool catalog_sound(void* task, char* reason, std::size_t reason_size);
 
 }  // namespace memory
 }  // namespace zvrdb

@@ -1,5 +1,6 @@
-// How far the tables may be read.  Counts and lengths stand in shared memory, so a
-// table is taken to end where every one of them, and the mapping itself, agrees.
+// How far the tables may be read.  Counts stand in shared memory, and the lengths there
+// may by now be those of another generation.  So a table ends where the task laid it out
+// to end, or earlier when its count says so.
 #pragma once
 
 #include <zvrco/zvrco.h>
@@ -18,25 +19,29 @@ inline DBR_TCB* tcb_of(void* task) {
 
 inline bool tables_mapped(const DBR_TCB* tcb) {
   return tcb && tcb->cntl && tcb->shm_base && tcb->trg_cntl && tcb->name_index && tcb->dsu_index &&
-         tcb->cat_cntl && tcb->dist_cat && segment_length(tcb) <= tcb->shm_length;
+         tcb->cat_cntl && tcb->dist_cat;
+}
+
+// Whole entries from the begin of a table to what lies behind it.
+template <class Entry>
+std::uint32_t entries_before(const Entry* table, const void* behind) {
+  const auto bytes = reinterpret_cast<std::uintptr_t>(behind) - reinterpret_cast<std::uintptr_t>(table);
+  return static_cast<std::uint32_t>(bytes / sizeof(Entry));
 }
 
 // Slots of TRG_CNTL, and entries of each index of targets.
 inline std::uint32_t trg_table_size(const DBR_TCB* tcb) {
   if (!tables_mapped(tcb)) return 0;
-  const DBR_CNTL& cntl = *tcb->cntl;
-  return std::min({cntl.num_trgs_allowed,
-                   static_cast<std::uint32_t>(cntl.trg_cntl_len / sizeof(TRG_CNTL_ENTRY)),
-                   static_cast<std::uint32_t>(cntl.name_index_len / sizeof(NAME_INDEX_ENTRY)),
-                   static_cast<std::uint32_t>(cntl.dsu_index_len / sizeof(std::uint32_t))});
+  return std::min({tcb->cntl->num_trgs_allowed, entries_before(tcb->trg_cntl, tcb->name_index),
+                   entries_before(tcb->name_index, tcb->dsu_index),
+                   entries_before(tcb->dsu_index, tcb->cat_cntl)});
 }
 
 // Slots of DIST_CAT, and entries of CAT_CNTL.
 inline std::uint32_t cat_table_size(const DBR_TCB* tcb) {
   if (!tables_mapped(tcb)) return 0;
-  const DBR_CNTL& cntl = *tcb->cntl;
-  return std::min({cntl.num_cat_alloc, static_cast<std::uint32_t>(cntl.cat_cntl_len / sizeof(CAT_CNTL_ENTRY)),
-                   static_cast<std::uint32_t>(cntl.dist_cat_len / sizeof(DIST_CAT_ENTRY))});
+  return std::min({tcb->cntl->num_cat_alloc, entries_before(tcb->cat_cntl, tcb->dist_cat),
+                   entries_before(tcb->dist_cat, tcb->shm_base + tcb->shm_length)});
 }
 
 }  // namespace zvrdb::memory

@@ -6,48 +6,17 @@
 //   3. The free parts behind hold the same numbers in the same order.
 //   4. A slot is marked as in use if and only if its number stands in the used part,
 //      and the used parts hold the same numbers.
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
-
+#include "memory/table_verdict.h"
 #include "memory/target_order.h"
 #include "memory/trace.h"
 
 namespace zvrdb::memory {
 namespace {
 
-struct verdict {
-  char* reason;
-  std::size_t reason_size;
-
-  [[gnu::format(printf, 2, 3)]] bool unsound(const char* format, ...) const {
-    if (reason && reason_size > 0) {
-      va_list arguments;
-      va_start(arguments, format);
-      std::vsnprintf(reason, reason_size, format, arguments);
-      va_end(arguments);
-    }
-    return false;
-  }
-};
-
-// One byte a number: 0 not seen, 1 seen in the used part, 2 in the free part.
-struct seen_numbers {
-  void* task;
-  unsigned char* marks;
-  seen_numbers(void* for_task, std::uint32_t size)
-      : task(for_task),
-        marks(static_cast<unsigned char*>(co_malloc(for_task, size + 1, CO_MEM_PRIVATE, "CHK_TRG"))) {}
-  ~seen_numbers() {
-    if (marks) co_free_int(task, marks, "tables_sound");
-  }
-  seen_numbers(const seen_numbers&) = delete;
-  seen_numbers& operator=(const seen_numbers&) = delete;
-};
-
 template <class Order>
 bool index_sound(void* task, const Order& order, const char* name, std::uint32_t size, std::uint32_t used,
                  const verdict& to) {
+  // 1 seen in the used part, 2 in the free part.
   const seen_numbers seen(task, size);
   if (!seen.marks) return to.unsound("no memory to check the %s index", name);
   for (std::uint32_t i = 0; i < size; ++i) {

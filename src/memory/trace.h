@@ -7,6 +7,11 @@
 
 namespace zvrdb {
 
+// Said before the tail when a function leaves early.
+inline void trace_quitting(void* task, const char* function) {
+  if (co_trc_test(task, 0, 39)) co_trc2(task, 0, 39, function, "%s", "<><><><><> QUITTING");
+}
+
 // Prints the entry line when made and the tail when it goes out of scope, so that no
 // path can miss them.  `result` points at the function's return code, or is null
 // for functions without one.  Costs one test when trace is off.
@@ -21,10 +26,7 @@ class trace_bracket {
   }
   trace_bracket(const trace_bracket&) = delete;
   trace_bracket& operator=(const trace_bracket&) = delete;
-  // Said before the tail when a function leaves early.
-  void quitting() const {
-    if (co_trc_test(task_, 0, 39)) co_trc2(task_, 0, 39, function_, "%s", "<><><><><> QUITTING");
-  }
+  void quitting() const { trace_quitting(task_, function_); }
 
  private:
   void tail() const {

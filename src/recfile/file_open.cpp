@@ -236,11 +236,8 @@ void reopen_lost_files(void* task) {
   for (unsigned index = 0; index < file_count; ++index) {
     file_entry* entry = tcb->*file_at(index).handle;
     if (!entry || entry->iocb) continue;
-    // What is rolled back now is what this task could not undo, and noted, when it lost
-    // the file.
-    const std::uint32_t noted = tcb->undone_ids;
-    open_entry(task, entry, &tcb->cntl->files[index], index);
-    tcb->undone_ids = noted;
+    // The file was lost in a roll-back, and memory may show what is not in it.
+    if (open_entry(task, entry, &tcb->cntl->files[index], index) == DBE_OK) tcb->undone_ids |= 1u << index;
   }
 }
 

@@ -57,6 +57,8 @@ std::int16_t db_delete(void* task, void* key, file_entry* handle);
 std::int16_t start_trans(void* task, std::uint32_t db_id);
 std::int16_t commit(void* task, std::uint32_t db_id);
 std::int16_t rollback(void* task, std::uint32_t db_id);
+// Rolls back every transaction that this task has open.
+void rollback_all(void* task);
 void set_trans_active(void* task, std::uint32_t db_id);
 void reset_trans_active(void* task, std::uint32_t db_id);
 std::int16_t db_bflush(void* task, std::uint32_t db_id);

@@ -79,17 +79,21 @@ bool left_behind(int code) {
   return code == engine::e_write_flag || code == engine::e_trans_interrupted;
 }
 
+// After some failures nobody knows what the file holds: memory is built from it.  A file
+// that was lost is followed when it can be opened again.
+void follow_file(DBR_TCB* tcb, unsigned index) {
+  if (tcb->files[index].iocb) tcb->undone_ids |= 1u << index;
+}
+
 // Undoes the engine's transaction.  A handle that cannot do so is opened anew.
 int undo(void* task, unsigned index, engine::PSP* psp) {
   const int code = engine::transroll(psp, nullptr, 0, nullptr);
   ZVR_TRACE(task, 4, 2, "transroll of %s returned %d", file_at(index).name, code);
   if (rolled_back(code)) return code;
-  // The opening undoes what this handle could not; whether memory shows it is told by
-  // the transaction's own changes.
-  DBR_TCB* tcb = tcb_of(task);
-  const std::uint32_t noted = tcb->undone_ids;
+  // The opening undoes what this handle could not, unless the handle had begun: then what
+  // it did not come to stays in the file.
   reopen_after_failure(task, index);
-  tcb->undone_ids = noted;
+  follow_file(tcb_of(task), index);
   return code;
 }
 
@@ -100,6 +104,7 @@ std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* 
   issue_err_msg(task, file_at(index).name, static_cast<std::int16_t>(code), at_transend);
   note_undone(tcb, index);
   undo(task, index, psp);
+  follow_file(tcb, index);  // the end may have been written before the failure
   return DBE_IO_ERROR;
 }
 
@@ -192,6 +197,14 @@ std::int16_t rollback(void* task, std::uint32_t db_id) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   return rc = end_transaction(task, db_id, ending::undo);
+}
+
+void rollback_all(void* task) {
+  const trace_bracket bracket(task, __func__);
+  for (unsigned index = 0; index < file_count; ++index) {
+    const std::uint32_t db_id = file_at(index).list_id;
+    if (tcb_of(task)->trans_active[db_id] != 0) rollback(task, db_id);
+  }
 }
 
 std::int16_t begin_implicit(void* task, const open_file& file, implicit_transaction* transaction) {

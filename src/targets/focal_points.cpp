@@ -88,6 +88,22 @@ bool rename_focal_point(void* task, const char* old_name, const char* new_name) 
   return true;
 }
 
+void keep_focal_points(void* task, bool (*stays)(void* task, const char* name)) {
+  trace_bracket trace(task, "keep_focal_points");
+  const focal_list all = focal_points(task);
+  if (!all.entries) return;
+  focal_list kept = all;
+  kept.used = 0;
+  for (std::uint32_t i = 0; i < all.used; ++i) {
+    const focal_entry& entry = all.entries[i];
+    if (!stays(task, entry.name) || find(kept, entry.name)) continue;
+    if (i != kept.used) all.entries[kept.used] = entry;
+    ++kept.used;
+  }
+  std::memset(all.entries + kept.used, 0, (all.used - kept.used) * sizeof *all.entries);
+  *all.count = kept.used;
+}
+
 void log_missing_focal_point(void* task, const char* name) {
   ZVR_TRACE(task, 5, 2, "Code error: focal point %s not found in croca list", name);
   co_log2(task, 36468, 0, 0, 0, "%s", name);

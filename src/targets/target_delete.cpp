@@ -1,5 +1,6 @@
 #include <initializer_list>
 
+#include "cmstatus/cm_status.h"
 #include "keyed/keyed.h"
 #include "memory/trace.h"
 #include "targets/focal_points.h"
@@ -63,8 +64,12 @@ std::int16_t del_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
-  // There is no CM status yet; that of a local target will have to go before its records.
-  rc = delete_records(task, number);
+  rc = DBE_OK;
+  // Only local targets have CM status.  Pairs of one that has ceased to be local stay,
+  // and pass to the next owner of the number.
+  if ((slot->trg_type & type_local) && cmstatus::del_target_cms(task, slot->trg_name) != DBE_OK)
+    rc = DBE_IO_ERROR;
+  if (rc == DBE_OK) rc = delete_records(task, number);
   if (rc != DBE_OK) {
     trace.quitting();
     return rc;

@@ -2,6 +2,8 @@
 // on a target.
 #pragma once
 
+#include <zvrdb/records.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -10,22 +12,21 @@
 namespace zvrdb::targets {
 
 // trg_type
-inline constexpr std::uint8_t type_no_cm = 1;
-inline constexpr std::uint8_t type_client = 2;
-inline constexpr std::uint8_t type_base = 4;
-inline constexpr std::uint8_t type_server = 8;
-inline constexpr std::uint8_t type_mobile = 16;
-inline constexpr std::uint8_t type_local = 32;
-inline constexpr std::uint8_t type_remote = 128;
+inline constexpr std::uint8_t type_base = DB_TRG_BASE;
+inline constexpr std::uint8_t type_server = DB_TRG_SERVER;
+inline constexpr std::uint8_t type_mobile = DB_TRG_MOBILE;
+inline constexpr std::uint8_t type_local = DB_TRG_LOCAL;
+inline constexpr std::uint8_t type_remote = DB_TRG_REMOTE;
 
 // trg_mode
-inline constexpr std::uint8_t mode_focal = 4;
-inline constexpr std::uint8_t mode_focal_point = 8;
+inline constexpr std::uint8_t mode_focal = DB_MODE_FOCAL;
+inline constexpr std::uint8_t mode_focal_point = DB_MODE_FOCAL_POINT;
 
-inline constexpr std::uint8_t os_any = 99;  // matches every filter
+inline constexpr std::uint8_t os_any = DB_OS_ANY;  // matches every filter
 
 inline constexpr std::uint32_t head_len = sizeof(TRG_CNTL_ENTRY);  // what TRG_CNTL keeps of a record
-inline constexpr std::size_t srv_name_offset = 192;
+inline constexpr std::size_t srv_name_offset = offsetof(db_trg, srv_name);
+static_assert(srv_name_offset == head_len);
 inline constexpr std::size_t name_len = memory::trg_name_len;  // with its NUL
 
 // Key of a target's records in host order; it stands at the head of the stored record.

@@ -1,19 +1,23 @@
 #include "targets/target_limits.h"
 
+#include <zvrdb/records.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "memory/codes.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "targets/target_access.h"
 
 namespace zvrdb::targets {
 namespace {
 
-constexpr std::size_t config_kind = 85;
-constexpr std::size_t config_max_targets = 4268;
-constexpr std::size_t config_max_local = 4284;
-constexpr std::size_t config_max_servers = 4568;
+constexpr std::size_t config_kind = offsetof(db_cfg, configuration);
+constexpr std::size_t config_max_targets = offsetof(db_cfg, max_targets);
+constexpr std::size_t config_max_local = offsetof(db_cfg, max_local_targets);
+constexpr std::size_t config_max_servers = offsetof(db_cfg, max_server_targets);
 
 std::uint32_t configured(void* task, std::size_t offset) {
   std::uint32_t value = 0;
@@ -42,7 +46,7 @@ std::uint8_t configured_kind(void* task) {
 }
 
 target_limits limits_now(void* task) {
-  return {std::min(configured_targets(task), tcb_of(task)->cntl->num_trgs_allowed),
+  return {std::min(configured_targets(task), memory::trg_table_size(tcb_of(task))),
           configured_local_targets(task), configured(task, config_max_servers)};
 }
 

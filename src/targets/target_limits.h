@@ -21,7 +21,7 @@ target_limits limits_now(void* task);
 // MAX TARGETS and MAX LOCAL TARGETS as they stand in the base configuration.
 std::uint32_t configured_targets(void* task);
 std::uint32_t configured_local_targets(void* task);
-// Kind of the installation (byte 85 of the base configuration).
+// Kind of the installation: DB_CFG_BASE and the like.
 std::uint8_t configured_kind(void* task);
 
 struct target_counts {

@@ -4,7 +4,10 @@
 // The cursor lies with the caller, who may keep it, copy it or spoil it: it holds
 // positions in the name index instead of addresses, and each call bounds them by the
 // table as it stands then.
+#include <zvrdb/records.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "keyed/keyed.h"
@@ -15,14 +18,14 @@
 namespace zvrdb::targets {
 namespace {
 
-// Filter record of the caller, by offset.
-constexpr std::size_t filter_name = 0;  // char[64]
-constexpr std::size_t filter_type = 64;
-constexpr std::size_t filter_mode = 66;
-constexpr std::size_t filter_os_on = 67;
-constexpr std::size_t filter_os_mask = 68;  // u16 low, u16 high
-constexpr std::size_t filter_server = 72;   // char[64]
-constexpr std::size_t filter_exclude = 136;
+// Filter record of the caller, which need not be aligned.
+constexpr std::size_t filter_name = offsetof(db_trg_filter, name);
+constexpr std::size_t filter_type = offsetof(db_trg_filter, type);
+constexpr std::size_t filter_mode = offsetof(db_trg_filter, mode);
+constexpr std::size_t filter_os_on = offsetof(db_trg_filter, os_filter_on);
+constexpr std::size_t filter_os_mask = offsetof(db_trg_filter, os_mask_low);  // the high one follows
+constexpr std::size_t filter_server = offsetof(db_trg_filter, server);
+constexpr std::size_t filter_exclude = offsetof(db_trg_filter, exclude_filter);
 
 constexpr std::uint8_t by_server = 1;
 constexpr std::uint8_t by_mode = 2;

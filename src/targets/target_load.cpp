@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
 #include "targets/focal_points.h"
@@ -60,7 +61,6 @@ std::int16_t enter_record(loading& load, const unsigned char* record, std::uint3
   ++load.counts.targets;
   if (head.trg_type & type_local) ++load.counts.local;
   if (counts_as_server(head.trg_type)) ++load.counts.servers;
-  if (head.trg_mode & mode_focal_point) enter_focal_point(load.task, head.trg_name, head.rgn, head.ren);
   return DBE_OK;
 }
 
@@ -99,6 +99,21 @@ void append_free_numbers(loading& load) {
   }
 }
 
+bool is_focal_point(void* task, const char* name) {
+  const TRG_CNTL_ENTRY* slot = slot_at(tcb_of(task), memory::find_name(task, name));
+  return slot && (slot->trg_mode & mode_focal_point);
+}
+
+// In order of the numbers, as the records were read.  The names must be sorted.
+void refresh_focal_points(const loading& load) {
+  keep_focal_points(load.task, is_focal_point);
+  for (std::uint32_t number = 1; number <= load.allowed; ++number) {
+    const TRG_CNTL_ENTRY* slot = memory::trg_slot(load.tcb, number);
+    if (slot && slot->in_use == 1 && (slot->trg_mode & mode_focal_point))
+      enter_focal_point(load.task, slot->trg_name, slot->rgn, slot->ren);
+  }
+}
+
 std::int16_t load_table(loading& load, unsigned char* stored) {
   if (enter_all(load, stored) != DBE_OK) {
     co_log2(load.task, 36360, 0, 0, 0, "%s", "");
@@ -111,6 +126,7 @@ std::int16_t load_table(loading& load, unsigned char* stored) {
   cntl->num_srv_actual = static_cast<std::uint32_t>(load.counts.servers);
   co_log2(load.task, 36357, 0, 0, 0, "%ld", static_cast<long>(load.counts.targets));
   memory::sort_names(load.task);
+  refresh_focal_points(load);
   memory::sort_dsu(load.task);
   return DBE_OK;
 }
@@ -134,7 +150,7 @@ std::int16_t init_trg(void* task) {
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "init_trg", &rc);
   DBR_TCB* tcb = tcb_of(task);
-  loading load{task, tcb, tcb->cntl->num_trgs_allowed, {}, false, {}};
+  loading load{task, tcb, memory::trg_table_size(tcb), {}, false, {}};
   co_get_target(task, load.local_name, 0);
   load.local_name[name_len] = 0;
   auto* stored =

@@ -1,3 +1,5 @@
+#include <zvrdb/records.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -29,7 +31,7 @@ void report_as_base_system(void* task, const TRG_CNTL_ENTRY* slot, unsigned char
   constexpr std::uint8_t local_server = type_local | type_server;
   if ((slot->trg_type & local_server) != local_server) return;
   const std::uint8_t kind = configured_kind(task);
-  if (kind != 1 && kind != 5) return;
+  if (kind != DB_CFG_BASE && kind != DB_CFG_REMOTE_ADMIN_BASE) return;
   ZVR_TRACE(task, 2, 2, "Changing from Server to Base system");
   unsigned char* type = buffer + offsetof(TRG_CNTL_ENTRY, trg_type);
   *type = static_cast<unsigned char>((*type & ~type_server) | type_base);

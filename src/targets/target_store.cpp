@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/table_bounds.h"
 #include "memory/trace.h"
 #include "targets/focal_points.h"
 #include "targets/index_order.h"
@@ -110,7 +111,7 @@ std::int16_t replace_target(target_put& put) {
 void take_back(target_put& put, TRG_CNTL_ENTRY* slot, const TRG_CNTL_ENTRY& before) {
   DBR_CNTL* cntl = put.tcb->cntl;
   --cntl->num_trgs_actual;
-  const std::uint32_t last = cntl->num_trgs_allowed - 1;
+  const std::uint32_t last = memory::trg_table_size(put.tcb) - 1;
   move_entry(put.tcb->name_index, put.name_position, last);
   move_entry(put.tcb->dsu_index, cntl->num_trgs_actual, last);
   *slot = before;

@@ -3,6 +3,8 @@
 // held by the task.  keys[0] is the target's name, a NUL-terminated string.
 #pragma once
 
+#include <zvrdb/records.h>
+
 #include <cstdint>
 
 #include "memory/codes.h"
@@ -10,11 +12,12 @@
 
 namespace zvrdb::targets {
 
-inline constexpr std::uint32_t trg_record_len = 21724;
-inline constexpr std::uint32_t trg_list_len = 420;
-inline constexpr std::uint32_t trg_filter_len = 138;
-inline constexpr std::uint32_t prm_record_len = 62812;  // caller's contract of put_prm and get_more_prm
-inline constexpr std::uint32_t thw_record_len = 20804;
+inline constexpr std::uint32_t trg_record_len = sizeof(db_trg);
+inline constexpr std::uint32_t trg_list_len = DB_TRG_LIST_STATE;
+inline constexpr std::uint32_t trg_filter_len = sizeof(db_trg_filter);
+inline constexpr std::uint32_t prm_record_len =
+    sizeof(db_prm);  // caller's contract of put_prm and get_more_prm
+inline constexpr std::uint32_t thw_record_len = sizeof(db_thw);
 
 // ---- Building of the shared memory
 // Sets the sizes of the target tables from the base configuration, unless those of the

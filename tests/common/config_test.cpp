@@ -79,7 +79,7 @@ constexpr TextRow kTexts[] = {
 
 TEST(Config, EveryTextIsKeptToTheLastByteOfItsRoom) {
   for (const TextRow& row : kTexts) {
-    const std::string longest(row.room - 1, 'z');
+    const std::string longest(row.room, 'z');
     const Parsed parsed(std::string(row.keyword) + ": " + longest + "  \r\n");
     ASSERT_EQ(parsed.result, CO_OK) << row.keyword << parsed.reason;
     EXPECT_EQ(parsed.text(row.offset), longest) << row.keyword;
@@ -186,6 +186,14 @@ TEST(Config, FiveServersFollowOneAnotherAndASixthIsAFault) {
   const Parsed over(text + "SERVER: S5\n");
   EXPECT_EQ(over.result, CO_BAD_ARGUMENT);
   EXPECT_EQ(over.line, 6u);
+}
+
+TEST(Config, AServerLineWithoutANameNamesNoServer) {
+  const Parsed parsed("SERVER:\nSERVER: ONE\nSERVER:    \nSERVER: TWO\nSERVER:\nSERVER:\nSERVER:\n");
+  ASSERT_EQ(parsed.result, CO_OK) << parsed.reason;
+  EXPECT_EQ(parsed.text(1368), "ONE");
+  EXPECT_EQ(parsed.text(1368 + 350), "TWO");
+  EXPECT_EQ(parsed.text(1368 + 2 * 350), "");
 }
 
 TEST(Config, AMissingFilePathIsTheDefaultThatPrintersLeaveOut) {

@@ -105,6 +105,27 @@ TEST_F(Files, ADirectoryIsListedToItsEnd) {
   EXPECT_EQ(co_opendir(task_, path("none").c_str(), &directory, 1), CO_NOT_FOUND);
 }
 
+TEST_F(Files, ANameThatDoesNotFitIsNotCut) {
+  installation_.write("dir/a_longer_name", "1");
+  uint32_t directory = 0;
+  ASSERT_EQ(co_opendir(task_, path("dir").c_str(), &directory, 1), CO_OK);
+  char name[8];
+  uint16_t result;
+  int entries = 0;
+  std::set<std::string> names;
+  while ((result = co_readdir(task_, &directory, name, sizeof name)) != CO_END_OF_DIR) {
+    ASSERT_LE(++entries, 3);
+    if (result == CO_OK) {
+      names.insert(name);
+    } else {
+      EXPECT_EQ(result, CO_IO_ERROR);
+    }
+  }
+  EXPECT_EQ(entries, 3);
+  EXPECT_EQ(names, (std::set<std::string>{".", ".."}));
+  EXPECT_EQ(co_closedir(task_, &directory), CO_OK);
+}
+
 TEST_F(Files, TheStatusBlockTellsSizeAndWhatListingsSkip) {
   installation_.write("db/record", std::string(70000, 'x'));
   installation_.write("db/.hidden", "x");
@@ -125,6 +146,8 @@ TEST_F(Files, TheStatusBlockTellsSizeAndWhatListingsSkip) {
   EXPECT_EQ(co_get_mod(task_, path("db/.hidden").c_str(), stamp, nullptr, status), CO_FILE_STATUS);
   EXPECT_NE(status[13] & 0x40, 0);
   EXPECT_EQ(co_get_mod(task_, path("db/none").c_str(), stamp, nullptr, status), CO_NOT_FOUND);
+  char buffer[1];
+  EXPECT_EQ(co_get_mod(task_, path("db").c_str(), nullptr, buffer, nullptr), CO_OK);  // nothing is put there
 }
 
 TEST_F(Files, TheDefaultAccessIsForOwnerAndGroup) {

@@ -172,6 +172,24 @@ TEST_F(Messages, ALogThatWasMovedAwayIsOpenedAnew) {
   EXPECT_NE(log().find("ZVR36387"), std::string::npos);
 }
 
+TEST_F(Messages, ALogThatWasRenamedIsOpenedAnew) {
+  co_log2(task_, 36392, 0, 0, 0, "");
+  const std::string path = installation_.path("log/messages.log");
+  ASSERT_EQ(rename(path.c_str(), (path + ".1").c_str()), 0);
+  co_log2(task_, 36387, 0, 0, 0, "");
+  EXPECT_NE(log().find("ZVR36387"), std::string::npos);
+  EXPECT_EQ(installation_.read("log/messages.log.1").find("ZVR36387"), std::string::npos);
+}
+
+TEST_F(Messages, ATaskOfAnOddNameStillWritesOneLine) {
+  void* odd = co_init_task("odd\nname\x1b", nullptr, 0);
+  ASSERT_NE(odd, nullptr);
+  co_log2(odd, 36392, 0, 0, 0, "");
+  coi_term_task(odd, 0);
+  EXPECT_EQ(log().find('\n'), log().size() - 1);
+  EXPECT_NE(log().find(" odd name  ZVR36392E "), std::string::npos) << log();
+}
+
 TEST_F(Messages, LinesOfManyWritersDoNotMix) {
   const auto write = [](void* own) {
     for (int i = 0; i < 200; ++i) co_log2(own, 36355, 0, 0, 0, "%s", "the same text for all");
@@ -209,6 +227,18 @@ TEST_F(Messages, TraceIsOffUntilTheSharedWordIsSet) {
   EXPECT_NE(trace.find(" tester 0/39 db_get: return data = 2002\n"), std::string::npos) << trace;
   EXPECT_EQ(co_set_trace(task_, 0), CO_OK);
   EXPECT_EQ(co_trc_test(task_, 0, 39), 0u);
+}
+
+TEST_F(Messages, TraceOfALevelOrComponentThatIsNoneIsOff) {
+  EXPECT_EQ(co_set_trace(task_, 0xFFFFFFFF), CO_OK);
+  for (const uint32_t level : {0u, 1u, 2u, 3u, 4u, 5u}) EXPECT_EQ(co_trc_test(task_, level, 2), 1u) << level;
+  EXPECT_EQ(co_trc_test(task_, 0, 39), 1u);
+  EXPECT_EQ(co_trc_test(task_, 8, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 32, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 0xFFFFFFFF, 2), 0u);
+  EXPECT_EQ(co_trc_test(task_, 1, 39), 0u);
+  EXPECT_EQ(co_trc_test(task_, 0, 3), 0u);
+  EXPECT_EQ(co_set_trace(task_, 0), CO_OK);
 }
 
 TEST_F(Messages, TheEnvironmentTurnsTraceOnForOneProcess) {

@@ -1,9 +1,14 @@
 // Structured names, request identifiers, characters, collation.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -85,6 +90,25 @@ TEST(Names, TheSubtreeIsTheFirstTokenOfItsKind) {
   EXPECT_EQ(co_find_subtree(nullptr, cut.data()), 0);
 }
 
+TEST(Names, AnOffsetBeyondTheTextIsNoTokenAndTheEndMarkEndsTheName) {
+  Name name = name_of({"A", "B", "REF"});
+  name[1] = 65;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 2);
+  EXPECT_EQ(dotted(name), "A.REF");
+  name[1] = 254;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 2);
+  name[0] = 254;
+  EXPECT_EQ(dotted(name), "REF");
+  name[1] = 255;
+  EXPECT_EQ(co_find_subtree(nullptr, name.data()), 255);
+  EXPECT_EQ(dotted(name), "");
+  // Eleven tokens have no end mark behind them; the last one counts.
+  Name full = name_of({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "FIX"});
+  EXPECT_EQ(co_find_subtree(nullptr, full.data()), 10);
+  full[10] = 64;  // the last byte of the text, a NUL
+  EXPECT_EQ(co_find_subtree(nullptr, full.data()), 255);
+}
+
 TEST(Names, ARequestIdentifierIsDomainUserNumbersFunction) {
   char key[104] = {};
   memcpy(key, "USER", 4);
@@ -146,6 +170,60 @@ TEST(Collation, IsFixedWhenTheSharedStateIsMade) {
   EXPECT_EQ(agent.result(), 0);
   unsetenv("LC_ALL");
   coi_term_task(task, 0);
+}
+
+// A locale that sorts the printing characters from '~' down to '!', for this test alone.
+bool make_reversed_locale(const std::string& folder, const std::string& name) {
+  std::ofstream charmap(folder + "/charmap");
+  charmap << "<code_set_name> SCRATCH\n<comment_char> %\n<escape_char> /\n<mb_cur_min> 1\n<mb_cur_max> 1\n"
+          << "CHARMAP\n<U0000>..<U007F> /x00 ASCII\nEND CHARMAP\n";
+  std::ofstream source(folder + "/source");
+  source << "comment_char %\nescape_char /\n"
+         << "LC_CTYPE\nupper <U0041>..<U005A>\nlower <U0061>..<U007A>\nEND LC_CTYPE\n"
+         << "LC_COLLATE\norder_start forward\n";
+  for (int c = '~'; c > ' '; --c) {
+    char line[16];
+    snprintf(line, sizeof line, "<U%04X>\n", static_cast<unsigned>(c));
+    source << line;
+  }
+  source << "UNDEFINED\norder_end\nEND LC_COLLATE\n";
+  charmap.close();
+  source.close();
+  const std::string command = "localedef -c --no-archive -i " + folder + "/source -f " + folder +
+                              "/charmap " + folder + "/" + name + " >/dev/null 2>&1";
+  (void)!system(command.c_str());  // it complains of the categories that are not there
+  return std::filesystem::exists(folder + "/" + name + "/LC_COLLATE");
+}
+
+// 0 when this process sorts by that locale, whatever its own choice is.
+int sort_reversed(const char* own_choice, const std::string& locale_path) {
+  setenv("LOCPATH", locale_path.c_str(), 1);
+  setenv("LC_ALL", own_choice, 1);
+  setlocale(LC_ALL, "");
+  void* task = co_init_task("sorter", nullptr, 1);
+  if (task == nullptr || strcmp(co_collation_name(task), "zz_ZZ") != 0) return 1;
+  std::vector<std::string> names = {"ALPHA", "beta", "ALPHABET", "Z", "_9", "beta1"};
+  std::sort(names.begin(), names.end(), [task](const std::string& a, const std::string& b) {
+    return co_collate(task, a.c_str(), b.c_str()) < 0;
+  });
+  if (names != std::vector<std::string>{"beta", "beta1", "_9", "Z", "ALPHA", "ALPHABET"}) return 2;
+  if (co_collate(task, "Z", "Z") != 0) return 3;
+  coi_term_task(task, 0);
+  return 0;
+}
+
+TEST(Collation, TheOrderOfALocaleIsThatOfEveryProcess) {
+  TempInstallation installation;
+  const std::string& path = installation.base();
+  if (!make_reversed_locale(path, "zz_ZZ")) GTEST_SKIP() << "localedef makes no locale here";
+  // The first one makes the shared state, and so chooses for all.
+  for (const char* own_choice : {"zz_ZZ", "C", "C.UTF-8", ""}) {
+    Agent agent([&](Agent&) { return sort_reversed(own_choice, path); });
+    EXPECT_EQ(agent.result(), 0) << own_choice;
+  }
+  // Whoever does not have that order cannot work with what was sorted by it.
+  EXPECT_EQ(co_init_task("stranger", nullptr, 1), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("zz_ZZ"), std::string::npos) << co_init_error();
 }
 
 TEST(Collation, WhatIsNotAvailableIsC) {

@@ -1,7 +1,10 @@
 // Private memory and named shared segments.
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +14,20 @@
 #include "common/agent.h"
 #include "support/temp_installation.h"
 #include "zvrco/zvrco.h"
+
+namespace {
+int allocations_to_interrupt = 0;
+}
+
+// Stands in the place of the C library's: a signal may come while memory is allocated.
+extern "C" int posix_fallocate(int fd, off_t offset, off_t length) {
+  if (allocations_to_interrupt > 0) {
+    --allocations_to_interrupt;
+    return EINTR;
+  }
+  return reinterpret_cast<decltype(&posix_fallocate)>(dlsym(RTLD_NEXT, "posix_fallocate"))(fd, offset,
+                                                                                           length);
+}
 
 namespace {
 
@@ -108,6 +125,16 @@ TEST_F(Segment, AShorterOneIsNeverMappedPastItsEnd) {
   EXPECT_NE(co_malloc(task_, 100, CO_MEM_SHARED, "SEG"), nullptr);
 }
 
+TEST_F(Segment, ASignalWhileItIsMadeChangesNothing) {
+  allocations_to_interrupt = 3;
+  EXPECT_NE(co_malloc(task_, 4096, CO_MEM_SHARED, "SEG"), nullptr);
+  EXPECT_EQ(allocations_to_interrupt, 0);
+  EXPECT_EQ(co_shmlen(task_, "SEG"), 4096u);
+  allocations_to_interrupt = 1;
+  EXPECT_NE(co_croca(task_, CO_AREA_LEDGER), nullptr);
+  EXPECT_EQ(allocations_to_interrupt, 0);
+}
+
 TEST_F(Segment, NamesThatAreNoneAreRefused) {
   for (const char* name : {"", "a/b", "..", "a b", "x-y"}) {
     EXPECT_EQ(co_malloc(task_, 100, CO_MEM_SHARED, name), nullptr) << name;
@@ -120,6 +147,17 @@ TEST_F(Segment, NamesThatAreNoneAreRefused) {
   EXPECT_EQ(co_malloc(task_, 100, 3, "SEG"), nullptr);
   EXPECT_EQ(co_shmfind(task_, nullptr), nullptr);
   EXPECT_EQ(files(), 0);
+}
+
+TEST_F(Segment, AProcessHasThirtyTwoMappedAndNoMore) {
+  std::vector<void*> made;
+  for (int i = 0; i < 32; ++i)
+    made.push_back(co_malloc(task_, 10, CO_MEM_SHARED, ("S" + std::to_string(i)).c_str()));
+  for (void* segment : made) EXPECT_NE(segment, nullptr);
+  EXPECT_EQ(co_malloc(task_, 10, CO_MEM_SHARED, "OVER"), nullptr);
+  EXPECT_EQ(co_malloc(task_, 10, CO_MEM_SHARED, "S31"), made[31]);
+  co_free_int(task_, made[0], "test");
+  EXPECT_NE(co_malloc(task_, 10, CO_MEM_SHARED, "OVER"), nullptr);
 }
 
 TEST_F(Segment, TheLastOneOutRemovesTheName) {

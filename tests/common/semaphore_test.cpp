@@ -4,6 +4,8 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
+#include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -110,6 +112,40 @@ TEST_F(Semaphore, TwoTasksOfOneThreadDoNotWaitForEachOther) {
   EXPECT_EQ(co_lock_sema4(second, semaphore_), 0);
   coi_term_task(second, 0);
   EXPECT_NE(co_lock_sema4(task_, semaphore_), 0);
+}
+
+TEST_F(Semaphore, StaysWithTheThreadThatTookIt) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the sanitizer takes the release that is refused for a fault of ours";
+#endif
+  std::promise<void*> taken;
+  std::promise<void> tried;
+  std::thread thread([&] {
+    void* own = co_init_task("thread", nullptr, 0);
+    EXPECT_EQ(co_req_sema4(own, semaphore_, 0), CO_OK);
+    taken.set_value(own);
+    tried.get_future().wait();
+    EXPECT_NE(co_lock_sema4(own, semaphore_), 0);
+    EXPECT_EQ(co_clear_sema4(own, semaphore_), CO_OK);
+    coi_term_task(own, 0);
+  });
+  void* owner = taken.get_future().get();
+  EXPECT_EQ(co_clear_sema4(owner, semaphore_), CO_FAILURE);  // here it is another thread
+  EXPECT_EQ(co_try_sema4(task_, semaphore_), 0);
+  tried.set_value();
+  thread.join();
+  EXPECT_EQ(co_try_sema4(task_, semaphore_), 1);
+  EXPECT_EQ(co_sema4_death(task_, semaphore_), 0u);
+}
+
+TEST_F(Semaphore, NoneIsMadeWhenTheSharedFolderIsGone) {
+  ASSERT_GT(std::filesystem::remove_all(installation_.shared_folder()), 0u);
+  uint32_t handle = 7;
+  EXPECT_EQ(co_open_sema4(task_, "NEW", &handle, 0, 1), CO_FAILURE);
+  EXPECT_EQ(handle, 0u);
+  EXPECT_EQ(co_init_task("late", nullptr, 0), nullptr);
+  EXPECT_NE(std::string(co_init_error()).find("removed under living tasks"), std::string::npos);
+  EXPECT_EQ(co_req_sema4(task_, semaphore_, 0), CO_OK);  // what is mapped goes on
 }
 
 TEST_F(Semaphore, IsHandedOnWhenItIsReleased) {

@@ -69,6 +69,87 @@ TEST(SharedState, IsSharedWithTheGroupThatMayWriteTheBase) {
   coi_term_task(task, 0);
 }
 
+mode_t mode_of(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+TEST(SharedState, FollowsTheBaseDirectoryWhenItsGroupLosesOrGetsTheRightToWrite) {
+  TempInstallation installation;
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0750), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0700u);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  ASSERT_EQ(use_state(), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+}
+
+TEST(SharedState, IsClosedToAGroupThatIsNotTheBaseDirectorys) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  TempInstallation installation;
+  ASSERT_EQ(chown(installation.base().c_str(), 65534, 7), 0);
+  ASSERT_EQ(chmod(installation.base().c_str(), 0770), 0);
+  // The owner, who is no member of the base directory's group but of another one.
+  const pid_t owner = fork();
+  if (owner == 0) {
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(10);
+    _exit(use_state());
+  }
+  ASSERT_GT(owner, 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(owner, &status, 0), owner);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0700u);
+  ASSERT_EQ(use_state(), 0);  // root can give it to the right group
+  EXPECT_EQ(mode_of(installation.shared_folder()), 0770u);
+  struct stat given {};
+  ASSERT_EQ(stat(installation.shared_folder().c_str(), &given), 0);
+  EXPECT_EQ(given.st_uid, 65534u);
+  EXPECT_EQ(given.st_gid, 7u);
+}
+
+TEST(SharedState, AFileOfAnotherOwnerInTheFolderIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a file away";
+  TempInstallation installation;
+  ASSERT_EQ(use_state(), 0);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  for (const char* name : {"area-13", "seg-PLANTED"}) {
+    const std::string path = installation.shared_folder() + "/" + name;
+    std::ofstream(path) << std::string(10000, 'p');
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+  }
+  EXPECT_EQ(co_croca(task, CO_AREA_TARGET_KEYS), nullptr);
+  EXPECT_EQ(co_shmfind(task, "PLANTED"), nullptr);
+  EXPECT_EQ(co_malloc(task, 100, CO_MEM_SHARED, "PLANTED"), nullptr);
+  coi_term_task(task, 0);
+  for (const char* name : {"control", "tasks", "setup"}) {
+    const std::string path = installation.shared_folder() + "/" + name;
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr) << name;
+    EXPECT_NE(std::string(co_init_error()), "") << name;
+    ASSERT_EQ(chown(path.c_str(), geteuid(), getegid()), 0);
+  }
+  EXPECT_EQ(use_state(), 0);
+}
+
+TEST(SharedState, IsNotDroppedWhenNobodyCanTellWhoIsAlive) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a file away";
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const std::string registry = installation.shared_folder() + "/tasks";
+  ASSERT_EQ(chown(registry.c_str(), 65534, 65534), 0);
+  EXPECT_EQ(co_reset(nullptr, nullptr, 0, nullptr), CO_FAILURE);
+  EXPECT_NE(std::string(co_init_error()).find("tasks"), std::string::npos) << co_init_error();
+  EXPECT_TRUE(fs::exists(registry));
+  coi_term_task(task, 0);
+}
+
 TEST(SharedState, AMemberOfTheGroupMayDropItAndUseItAgain) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   TempInstallation installation;
@@ -129,6 +210,40 @@ TEST(SharedState, ALinkInTheFolderIsNotFollowed) {
   EXPECT_EQ(co_croca(task, CO_AREA_LEDGER), nullptr);
   EXPECT_EQ(installation.read("victim"), "precious");
   coi_term_task(task, 0);
+}
+
+TEST(SharedState, ABaseDirectoryOfTheLongestPathServesLikeAnyOther) {
+  TempInstallation parent;
+  const std::string base = parent.base() + "/" + std::string(191 - parent.base().size() - 1, 'b');
+  ASSERT_EQ(base.size(), 191u);
+  fs::create_directories(base + "/db");
+  std::ofstream(base + "/orvo.cfg") << "WORKSTATION NAME: FAR\n";
+  std::ofstream(base + "/users") << "anna 7\n";
+  std::ofstream(base + "/hwfilter") << "SERIAL\n";
+  fs::create_directories(base + "/messages");
+  std::ofstream(base + "/messages/zvr.msg") << "101 I own text\n";
+  setenv("ORVO_PATH", base.c_str(), 1);
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  char name[65];
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_STREQ(name, "FAR");
+  uint16_t level = 0;
+  EXPECT_EQ(co_get_uauth(task, "anna", nullptr, &level), CO_OK);
+  EXPECT_EQ(level, 7);
+  EXPECT_EQ(co_read_hw_filter(task), CO_OK);
+  EXPECT_EQ(co_hw_filtered(task, "SERIAL"), 1);
+  EXPECT_EQ(co_log2(task, 101, 0, 0, 0, ""), CO_OK);
+  EXPECT_TRUE(fs::exists(base + "/log/messages.log"));
+  EXPECT_STREQ(co_message_text(task, 101), "own text");
+  char temporary[CO_PATH_MAX];
+  EXPECT_EQ(co_db_get_tmpnam((base + "/routetab").c_str(), temporary, 0, 1), CO_OK);
+  EXPECT_EQ(temporary, base + "/db/tmp/t0e_routetab");
+  coi_term_task(task, 0);
+  EXPECT_EQ(co_reset(nullptr, nullptr, 0, nullptr), CO_OK);
+  setenv("ORVO_PATH", (base + "b").c_str(), 1);
+  EXPECT_EQ(co_init_task("t", nullptr, 1), nullptr);
+  EXPECT_STREQ(co_init_error(), "the path of the base directory is longer than 191 characters");
 }
 
 TEST(SharedState, EightProcessesMaySetItUpAtOnce) {
@@ -292,6 +407,20 @@ TEST(CommonAreas, AreOneMemoryForAllProcessesAndZeroAtFirst) {
   coi_term_task(task, 0);
 }
 
+// A full memory file system refuses at once then, and does not end a process later.
+TEST(CommonAreas, AreAllocatedWhole) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  for (const uint32_t number : {1, 2, 3, 13, 14, 24, 40}) {
+    ASSERT_NE(co_croca(task, number), nullptr);
+    struct stat status {};
+    ASSERT_EQ(stat((installation.shared_folder() + "/area-" + std::to_string(number)).c_str(), &status), 0);
+    EXPECT_GE(status.st_blocks * 512, status.st_size) << number;
+  }
+  coi_term_task(task, 0);
+}
+
 TEST(CommonAreas, ConfigurationIsReadOnceForTheSharedState) {
   TempInstallation installation;
   void* task = co_init_task("t", nullptr, 1);
@@ -321,6 +450,39 @@ TEST(CommonAreas, ConfigurationIsReadOnceForTheSharedState) {
   EXPECT_EQ(co_set_target(task, std::string(64, 'x').c_str()), CO_BAD_ARGUMENT);
   EXPECT_EQ(co_set_target(task, std::string(63, 'x').c_str()), CO_OK);
   coi_term_task(second, 0);
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, AFaultyConfigurationIsNotReadAnew) {
+  TempInstallation installation;
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr);
+  const auto* config = static_cast<const unsigned char*>(co_croca(task, CO_AREA_CONFIG));
+  const std::vector<unsigned char> before(config, config + CO_CONFIG_LENGTH);
+  installation.write("orvo.cfg", "WORKSTATION NAME: OTHER\nMAX TARGETS: -1\n");
+  EXPECT_EQ(co_reload_config(task), CO_BAD_ARGUMENT);
+  EXPECT_NE(std::string(co_init_error()).find("line 2"), std::string::npos) << co_init_error();
+  EXPECT_EQ(before, std::vector<unsigned char>(config, config + CO_CONFIG_LENGTH));
+  char name[65];
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_STREQ(name, "LOCAL");
+  coi_term_task(task, 0);
+}
+
+TEST(CommonAreas, ALocalNameThatFillsItsFieldIsAStringStill) {
+  ConfigChoices choices;
+  choices.workstation = std::string(64, 'w');
+  TempInstallation installation(default_config(choices));
+  void* task = co_init_task("t", nullptr, 1);
+  ASSERT_NE(task, nullptr) << co_init_error();
+  char name[65 + 1];
+  name[65] = 77;
+  EXPECT_EQ(co_get_target(task, name, 0), CO_OK);
+  EXPECT_EQ(name, choices.workstation);
+  EXPECT_EQ(name[65], 77);
+  EXPECT_EQ(static_cast<const char*>(co_croca(task, CO_AREA_LOCAL_TARGET)), choices.workstation);
+  EXPECT_EQ(co_reload_config(task), CO_OK);
+  EXPECT_EQ(static_cast<const char*>(co_croca(task, CO_AREA_LOCAL_TARGET)), choices.workstation);
   coi_term_task(task, 0);
 }
 

@@ -1,20 +1,32 @@
 // Cursors, and the entries they walk over, on the level of single values.
 #include "engine/cursor.h"
 
-#include <algorithm>
+#include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "engine/engine_handle.h"
 #include "engine/entry_update.h"
 #include "engine/key_search.h"
 #include "engine/node_cache.h"
+#include "engine/scratch_folder.h"
 #include "engine/sharing.h"
-#include "engine_file.h"
 
-namespace engine_test {
+namespace zvrdb::test {
 namespace {
 
 using namespace zvrdb::engine;
 
 const std::uint8_t* bytes(const std::string& s) { return reinterpret_cast<const std::uint8_t*>(s.c_str()); }
+
+std::string numbered(const char* stem, int n) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%s%06d", stem, n);
+  return text;
+}
 
 // Keys 1 to 3 hold strings.
 inline constexpr key_entry string_keys[] = {{1, 0, {}, nullptr}, {2, 0, {}, nullptr}, {3, 0, {}, nullptr}, {}};
@@ -26,7 +38,7 @@ class Cursors : public ::testing::TestWithParam<char> {
     return badd(h, key, bytes(value), recno, bytes(data), static_cast<int>(data.size()));
   }
   int find(int key, const std::string& value, int recno = 0) { return bfind(h, key, bytes(value), recno, nullptr, 0); }
-  std::string here() { return reinterpret_cast<const char*>(h.psp()->keybuf); }
+  std::string here() { return reinterpret_cast<const char*>(h.get()->keybuf); }
   std::vector<std::string> forward(int key) {
     std::vector<std::string> all;
     for (int r = bfirst(h, key, nullptr, 0); r == 0; r = bnext(h, key, nullptr, 0)) all.push_back(here());
@@ -41,13 +53,13 @@ class Cursors : public ::testing::TestWithParam<char> {
   std::vector<int> leaves() {
     std::vector<int> all;
     EXPECT_EQ(rdenter(h), 0);
-    int n = h.psp()->root;
+    int n = h.get()->root;
     while (true) {
       EXPECT_EQ(nodeget(h, nullptr, n), 0);
-      if (h.psp()->current->level == 0) break;
-      n = h.psp()->current->child0;
+      if (h.get()->current->level == 0) break;
+      n = h.get()->current->child0;
     }
-    for (; n >= 0; n = h.psp()->current->next) {
+    for (; n >= 0; n = h.get()->current->next) {
       EXPECT_EQ(nodeget(h, nullptr, n), 0);
       all.push_back(n);
     }
@@ -57,7 +69,7 @@ class Cursors : public ::testing::TestWithParam<char> {
   node image(int n) {
     EXPECT_EQ(rdenter(h), 0);
     EXPECT_EQ(nodeget(h, nullptr, n), 0);
-    const node v = *h.psp()->current;
+    const node v = *h.get()->current;
     EXPECT_EQ(rdleave(h), 0);
     return v;
   }
@@ -71,7 +83,7 @@ TEST_P(Cursors, ASearchBehindTheLastEntryOfAKeyStandsOnTheNextKey) {
   ASSERT_EQ(add(1, "a", 1), 0);
   ASSERT_EQ(add(2, "b", 1), 0);
   EXPECT_EQ(find(1, "z"), -1);
-  EXPECT_EQ(h.psp()->cursors[0]->ckeyno, 2);
+  EXPECT_EQ(h.get()->cursors[0]->ckeyno, 2);
   EXPECT_EQ(bnext(h, 1, nullptr, 0), -1);
   EXPECT_EQ(bprev(h, 1, nullptr, 0), 0);
   EXPECT_EQ(here(), "a");
@@ -149,17 +161,17 @@ TEST_P(Cursors, AValueOf129PiecesReadsBackWhole) {
   ASSERT_EQ(add(19, "", 7, value), 0);
   std::vector<std::uint8_t> buffer(40000);
   ASSERT_EQ(bfind(h, 19, bytes(""), 7, buffer.data(), 40000), 0);
-  EXPECT_EQ(h.psp()->datalen, 31346);
+  EXPECT_EQ(h.get()->datalen, 31346);
   EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 31346), value);
   ASSERT_EQ(bfind(h, 19, bytes(""), 7, buffer.data(), 1000), 0);
-  EXPECT_EQ(h.psp()->datalen, 1000);
-  EXPECT_EQ(h.psp()->datafull, 31346);
+  EXPECT_EQ(h.get()->datalen, 1000);
+  EXPECT_EQ(h.get()->datafull, 31346);
   EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 1000), value.substr(0, 1000));
   // Over it in both directions, by values.
   ASSERT_EQ(bnext(h, 19, buffer.data(), 40000), 0);
   EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 6), "behind");
   ASSERT_EQ(bprev(h, 19, buffer.data(), 40000), 0);
-  EXPECT_EQ(h.psp()->datafull, 31346);
+  EXPECT_EQ(h.get()->datafull, 31346);
   ASSERT_EQ(bprev(h, 19, buffer.data(), 40000), 0);
   EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 6), "before");
   // It goes whole, and the others stay.
@@ -173,10 +185,10 @@ TEST_P(Cursors, ReadingALongValueLeavesThePositionOnIt) {
   ASSERT_EQ(add(19, "", 2, "x"), 0);
   std::vector<std::uint8_t> buffer(6000);
   ASSERT_EQ(bfirst(h, 19, buffer.data(), 6000), 0);
-  EXPECT_EQ(h.psp()->recno, 1);
-  EXPECT_EQ(h.psp()->piece, 0);
+  EXPECT_EQ(h.get()->recno, 1);
+  EXPECT_EQ(h.get()->piece, 0);
   ASSERT_EQ(bnext(h, 19, buffer.data(), 6000), 0);
-  EXPECT_EQ(h.psp()->recno, 2);
+  EXPECT_EQ(h.get()->recno, 2);
 }
 
 TEST_P(Cursors, RisingKeysFillEachLeftNode) {
@@ -198,12 +210,12 @@ TEST_P(Cursors, AnExactlyFullNodeIsNotSplit) {
 }
 
 TEST_P(Cursors, ASplitOfTheRootAddsALevel) {
-  EXPECT_EQ(h.psp()->depth, 1);
-  const int old_root = h.psp()->root;
+  EXPECT_EQ(h.get()->depth, 1);
+  const int old_root = h.get()->root;
   for (int i = 0; i < 63; ++i) ASSERT_EQ(add(1, numbered("ab", i), 1), 0);
-  EXPECT_EQ(h.psp()->depth, 2);
-  EXPECT_NE(h.psp()->root, old_root);
-  const node root = image(h.psp()->root);
+  EXPECT_EQ(h.get()->depth, 2);
+  EXPECT_NE(h.get()->root, old_root);
+  const node root = image(h.get()->root);
   EXPECT_EQ(root.level, 1);
   EXPECT_EQ(root.count, 1);
   EXPECT_EQ(root.child0, old_root);
@@ -214,7 +226,7 @@ TEST_P(Cursors, ReplacingAValueByAShorterOneRemovesAllOldPieces) {
   ASSERT_EQ(bstore(h, 3, bytes("k"), 1, bytes("short"), 5, store_replace), 0);
   std::vector<std::uint8_t> buffer(4000);
   ASSERT_EQ(bfind(h, 3, bytes("k"), 1, buffer.data(), 4000), 0);
-  EXPECT_EQ(h.psp()->datafull, 5);
+  EXPECT_EQ(h.get()->datafull, 5);
   int total = 0;
   for (int n : leaves()) total += image(n).count;
   EXPECT_EQ(total, 1);
@@ -312,15 +324,67 @@ TEST(SharedCursors, AStalePositionIsFoundAgainByKey) {
   // Another handle moves everything.
   for (int i = 1; i < 100; i += 2) ASSERT_EQ(badd(a, 18, bytes(numbered("k", i)), 1, none, 0), 0);
   ASSERT_EQ(bnext(b, 18, nullptr, 0), 0);
-  EXPECT_EQ(reinterpret_cast<const char*>(b.psp()->keybuf), numbered("k", 51));
+  EXPECT_EQ(reinterpret_cast<const char*>(b.get()->keybuf), numbered("k", 51));
   ASSERT_EQ(bdelete(a, 18, bytes(numbered("k", 51)), 1), 0);
   EXPECT_EQ(bcurrent(b, 18, nullptr, 0), -16);
   ASSERT_EQ(bnext(b, 18, nullptr, 0), 0);
-  EXPECT_EQ(reinterpret_cast<const char*>(b.psp()->keybuf), numbered("k", 52));
+  EXPECT_EQ(reinterpret_cast<const char*>(b.get()->keybuf), numbered("k", 52));
   ASSERT_EQ(bdelete(a, 18, bytes(numbered("k", 52)), 1), 0);
   ASSERT_EQ(bprev(b, 18, nullptr, 0), 0);
-  EXPECT_EQ(reinterpret_cast<const char*>(b.psp()->keybuf), numbered("k", 50));
+  EXPECT_EQ(reinterpret_cast<const char*>(b.get()->keybuf), numbered("k", 50));
+  // The last entry goes, and nothing is behind it.
+  ASSERT_EQ(bfind(b, 18, bytes(numbered("k", 99)), 1, nullptr, 0), 0);
+  ASSERT_EQ(bdelete(a, 18, bytes(numbered("k", 99)), 1), 0);
+  EXPECT_EQ(bcurrent(b, 18, nullptr, 0), -16);
+  ASSERT_EQ(bprev(b, 18, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(b.get()->keybuf), numbered("k", 98));
+}
+
+TEST(SharedCursors, AStaleStepGoesToTheNextPieceAndBehindTheLastToTheNextValue) {
+  scratch_folder folder;
+  handle h;
+  ASSERT_EQ(h.create(folder.file("f"), 'S', 3, string_keys), 0);
+  const std::vector<std::uint8_t> longest(31346, 'd'), single(10, 's');
+  const auto put = [&](int recno, const std::vector<std::uint8_t>& data) {
+    return badd(h, 19, bytes(""), recno, data.data(), static_cast<int>(data.size()));
+  };
+  ASSERT_EQ(put(4, single), 0);
+  ASSERT_EQ(put(5, longest), 0);
+  ASSERT_EQ(put(6, single), 0);
+  ASSERT_EQ(bfind(h, 19, bytes(""), 4, nullptr, 0), 0);
+  ASSERT_EQ(rdenter(h), 0);
+  h.get()->keyno = 19;
+  const auto step = [&] {
+    cursor_of(h, 19).cstale = 1;
+    return stepfwd(h);
+  };
+  for (int piece = 0; piece < 129; ++piece) {
+    ASSERT_EQ(step(), 0) << piece;
+    ASSERT_EQ(h.get()->recno, 5) << piece;
+    ASSERT_EQ(h.get()->piece, piece == 128 ? 0x80 : piece);
+  }
+  ASSERT_EQ(step(), 0);
+  EXPECT_EQ(h.get()->recno, 6);
+  EXPECT_EQ(step(), -1);
+  ASSERT_EQ(rdleave(h), 0);
+}
+
+TEST(SharedCursors, EachKeyHasOnePlaceForAllWhoWalkIt) {
+  scratch_folder folder;
+  handle h;
+  ASSERT_EQ(h.create(folder.file("f"), 'S', 3, string_keys), 0);
+  for (int i = 0; i < 5; ++i)
+    for (int key : {1, 2}) ASSERT_EQ(badd(h, key, bytes(numbered("k", i)), 1, nullptr, 0), 0);
+  ASSERT_EQ(bfirst(h, 1, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  // A second walk of the key moves the place of the first, one of another key doesn't.
+  ASSERT_EQ(blast(h, 2, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(h.get()->keybuf), numbered("k", 2));
+  ASSERT_EQ(bfirst(h, 1, nullptr, 0), 0);
+  ASSERT_EQ(bnext(h, 1, nullptr, 0), 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(h.get()->keybuf), numbered("k", 1));
 }
 
 }  // namespace
-}  // namespace engine_test
+}  // namespace zvrdb::test

@@ -2,28 +2,12 @@
 // bounds (which the address sanitizer's build shows).
 #include <gtest/gtest.h>
 
-#include <random>
-
+#include "engine/damaged_images.h"
 #include "engine/sample_files.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
 namespace {
-
-file_layout small_file(bool big) {
-  file_recipe recipe;
-  recipe.big_endian = big;
-  recipe.key_types = sample_key_types();
-  recipe.leaf_limit = 260;
-  recipe.inner_limit = 90;
-  recipe.free_nodes = 1;
-  recipe.spare_nodes = 1;
-  for (int i = 1; i <= 4; i++) add_record(&recipe, i, written_fields(big, sample(i, i == 2 ? 400 : 10)));
-  add_free_number(&recipe, 9);
-  add_lock(&recipe, 19, std::string(1, '\0'), 2, 3);
-  recipe.transaction = log_chain{7, {{4, ""}, {1, leaf_form(big, {3, bytes32(big, 5), 40, ""})}, {5, ""}}};
-  return build_file(recipe);
-}
 
 engine::report_outcome run_reports(const std::string& path) {
   std::string reason;
@@ -42,49 +26,25 @@ engine::report_outcome run_reports(const std::string& path) {
 class FileDamage : public ::testing::TestWithParam<bool> {
  protected:
   scratch_folder folder_;
+  std::string path_ = folder_.file("damaged");
+  std::vector<unsigned char> image_ = image_of_all_parts(GetParam(), 260);
 };
 
 INSTANTIATE_TEST_SUITE_P(ByteOrders, FileDamage, ::testing::Values(false, true),
                          [](const auto& order) { return order.param ? "BigEndian" : "LittleEndian"; });
 
 TEST_P(FileDamage, ReportsEndOnEveryFlippedBit) {
-  file_layout layout = small_file(GetParam());
-  std::string path = folder_.file("flipped");
   int found = 0;
-  for (std::size_t byte = 0; byte < layout.bytes.size(); byte++) {
-    // Spare bytes are plentiful and alike: of those one bit in eight will do.
-    bool dull = layout.bytes[byte] == 0 && byte > 1024;
-    for (int bit = 0; bit < 8; bit++) {
-      if (dull && bit != static_cast<int>(byte % 8)) continue;
-      std::vector<unsigned char> bytes = layout.bytes;
-      bytes[byte] = static_cast<unsigned char>(bytes[byte] ^ (1U << bit));
-      write_file(path, bytes);
-      found += run_reports(path) != engine::report_outcome::sound;
-    }
-  }
+  for_each_flipped_bit(image_, 1024, 1, path_, [&] { found += run_reports(path_) != engine::report_outcome::sound; });
   EXPECT_GT(found, 5000);
 }
 
 TEST_P(FileDamage, ReportsEndOnEveryLength) {
-  file_layout layout = small_file(GetParam());
-  std::string path = folder_.file("cut");
-  for (std::size_t length = 0; length < layout.bytes.size(); length += length < 1100 ? 1 : 7) {
-    write_file(path, {layout.bytes.begin(), layout.bytes.begin() + static_cast<std::ptrdiff_t>(length)});
-    EXPECT_NE(run_reports(path), engine::report_outcome::sound) << length;
-  }
+  for_each_length(image_, 1100, 7, path_, [&] { EXPECT_NE(run_reports(path_), engine::report_outcome::sound); });
 }
 
 TEST_P(FileDamage, ReportsEndOnRandomNodes) {
-  file_layout layout = small_file(GetParam());
-  std::string path = folder_.file("random");
-  std::mt19937 random(4711);
-  for (int round = 0; round < 500; round++) {
-    std::vector<unsigned char> bytes = layout.bytes;
-    std::size_t first = 1024 * (random() % (bytes.size() / 1024)) + random() % 200;
-    for (std::size_t i = first; i < bytes.size() && i < first + 300; i++) bytes[i] = static_cast<unsigned char>(random());
-    write_file(path, bytes);
-    run_reports(path);
-  }
+  for_random_pages(image_, 500, 0, 200, 300, path_, [&] { run_reports(path_); });
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "engine/engine_handle.h"
+#include "engine/psp.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
@@ -167,6 +168,24 @@ TEST_F(Lifecycle, ABlockThatIsNotOpenIsRefused) {
   EXPECT_EQ(engine::checkpsp(h), 'C');
   EXPECT_EQ(engine::dclose(h), engine::e_bad_handle);
   EXPECT_EQ(engine::dseq(h, 1, engine::seq_first), engine::e_bad_handle);
+}
+
+TEST_F(Lifecycle, ABlockWithOneMarkWrongIsRefused) {
+  make_file();
+  handle h;
+  ASSERT_EQ(h.open(path_), 0);
+  engine::PSP* p = h;
+  for (char* mark : {&p->mark_v, &p->mark_a, &p->mark_l, &p->mark_i, &p->mark_d, &p->mark_a2, &p->mark_t, &p->mark_e,
+                     &p->state}) {
+    const char right = *mark;
+    *mark = 'x';
+    EXPECT_EQ(engine::checkpsp(h), 'I');
+    EXPECT_EQ(engine::dseq(h, 1, engine::seq_first), engine::e_bad_handle);
+    EXPECT_EQ(engine::dclose(h), engine::e_bad_handle);
+    *mark = right;
+  }
+  EXPECT_EQ(engine::checkpsp(nullptr), 'I');
+  EXPECT_EQ(h.find_name(sample(1).name), 0);
 }
 
 TEST_F(Lifecycle, IntegrityLevelsOutsideTheirRangeAreRefused) {

@@ -8,7 +8,9 @@
 
 #include "engine/engine_handle.h"
 #include "engine/faulty_os.h"
+#include "engine/header_page.h"
 #include "engine/scratch_folder.h"
+#include "engine/sharing.h"
 
 namespace zvrdb::test {
 namespace {
@@ -63,6 +65,7 @@ class WriteOrder : public ::testing::Test {
   }
   scratch_folder folder_;
   std::string path_;
+  std::uint32_t generation_ = 0;
   handle h_;
 };
 
@@ -109,6 +112,78 @@ TEST_F(WriteOrder, LocksAllReadersOutBeforeTheFlag) {
     EXPECT_TRUE(readers || e.call != os_call::write);
   }
   EXPECT_TRUE(flag);
+}
+
+TEST_F(WriteOrder, AWriteInsideAReadHasItsReaderByteBackBeforeTheArbiterGoes) {
+  ASSERT_EQ(engine::rdenter(h_), 0);
+  clear_events();
+  ASSERT_EQ(h_.insert(sample(100)), 0);
+  std::string locks;   // + taken, - freed; r own reader byte, R all of them, a arbiter
+  for (const os_event& e : events()) {
+    const bool freed = e.call == os_call::unlock;
+    if (e.call != os_call::lock && !freed) continue;
+    locks += freed ? "-" : "+";
+    locks += e.offset == 771 ? 'a' : e.n == 209 ? 'R' : 'r';
+  }
+  EXPECT_EQ(locks, "-r+a+R-R+r-a");
+  ASSERT_EQ(engine::rdleave(h_), 0);
+}
+
+TEST_F(WriteOrder, OfARefusedRecordClearsTheFlagLikeAnyOther) {
+  ASSERT_EQ(h_.insert(sample(100)), 0);
+  clear_events();
+  EXPECT_EQ(h_.insert(sample(100)), engine::e_not_found);
+  EXPECT_EQ(squeezed(order()), "F|Hn|C|");
+  EXPECT_EQ(h_.insert(sample(101)), 0);
+}
+
+TEST_F(WriteOrder, AFlushThatFailsEndsTheOperationWithTheFlagSet) {
+  fail_call(os_call::flush, 2);   // that of the data
+  clear_events();
+  EXPECT_EQ(h_.insert(sample(100)), engine::e_write);
+  EXPECT_EQ(squeezed(order()), "F|Hn|");
+  EXPECT_EQ(h_.insert(sample(101)), engine::e_write_flag);
+  engine::abandon(h_);
+}
+
+TEST_F(WriteOrder, AnOperationThatIsRefusedAtItsBeginningChangesNothing) {
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  const std::uint32_t generation = h_.get()->generation;
+  std::vector<unsigned char> bytes = read_file(path_);
+  bytes[1010] = 0xBD;
+  bytes[1011] = 0x33;
+  write_file(path_, bytes);
+  clear_events();
+  EXPECT_EQ(h_.insert(sample(100)), engine::e_write_flag);
+  EXPECT_EQ(engine::transstat(h_), engine::e_write_flag);
+  fail_call(os_call::lock, 1);
+  EXPECT_EQ(h_.insert(sample(100)), engine::e_byte_lock);
+  EXPECT_EQ(order(), "");
+  EXPECT_EQ(h_.get()->generation, generation);
+  EXPECT_EQ(engine::clrwrit(h_), 0);
+  EXPECT_EQ(h_.insert(sample(100)), 0);
+  EXPECT_EQ(h_.get()->generation, generation + 1);
+}
+
+TEST_F(WriteOrder, EveryOperationThatMayWriteIsACycleOfItsOwn) {
+  ASSERT_EQ(h_.find_name(sample(7).name), 0);
+  const auto expect_cycle = [&](int result) {
+    EXPECT_EQ(result, 0);
+    const std::string all = squeezed(order());
+    EXPECT_EQ(all.substr(0, 2), "F|");
+    EXPECT_NE(all.find('H'), std::string::npos);
+    EXPECT_EQ(all.substr(all.size() - 2), "C|");
+    EXPECT_EQ(h_.get()->generation, ++generation_);
+    clear_events();
+  };
+  generation_ = h_.get()->generation;
+  clear_events();
+  expect_cycle(engine::dlock(h_));
+  expect_cycle(engine::dunlock(h_));
+  expect_cycle(engine::transstat(h_));
+  expect_cycle(engine::dflush(h_));
+  expect_cycle(engine::transbeg(h_, 3, nullptr));
+  expect_cycle(engine::transend(h_, 1));
 }
 
 TEST_F(WriteOrder, ReadsWriteNothing) {

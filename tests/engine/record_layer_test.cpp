@@ -1,6 +1,9 @@
 // Records as callers see them: the rules of insert, update, delete, find and read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "engine/cursor.h"
 #include "engine/engine_handle.h"
 #include "engine/scratch_folder.h"
 
@@ -53,6 +56,7 @@ TEST_P(RecordLayer, InsertRefusesASecondRecordWithTheSameUniqueKeyAndFreesItsNum
   EXPECT_EQ(summary().records, 1U);
   EXPECT_EQ(summary().header.freerecs, 1);
   ASSERT_EQ(h_.insert(sample(2)), 0);
+  EXPECT_EQ(h_.get()->recno_cur, 2);
   EXPECT_EQ(summary().free_numbers, 0U);
   EXPECT_EQ(summary().header.nextrec, 3);
 }
@@ -94,14 +98,126 @@ TEST_P(RecordLayer, AnEmptyFieldReadsBackEmpty) {
   EXPECT_EQ(found.name, sample(1).name);
 }
 
+// A record of a key and of fields of every type that are no keys.
+struct plain_fields {
+  std::int32_t key = 7, whole = 0, longer = 0;
+  std::int16_t half = 0;
+  std::uint16_t natural = 0;
+  float narrow = 0;
+  double wide = 0;
+  char text[12] = {}, bytes[12] = {}, six[6] = {};
+  engine::field list[11] = {
+      {'L', 3, 'D', 0, 4, 3, 0, &key},           {'S', 'N', 'N', 0, sizeof text, 0, 0, text},
+      {'B', 'N', 'N', 0, 0, 0, 0, bytes},        {'M', 'N', 'N', 0, 6, 0, 0, six},
+      {'I', 'N', 'N', 0, 4, 0, 0, &whole},       {'L', 'N', 'N', 0, 4, 0, 0, &longer},
+      {'H', 'N', 'N', 0, 2, 0, 0, &half},        {'U', 'N', 'N', 0, 2, 0, 0, &natural},
+      {'F', 'N', 'N', 0, 4, 0, 0, &narrow},      {'D', 'N', 'N', 0, 8, 0, 0, &wide},
+      {'E', 'E', 'N', 0, 0, 0, 0, nullptr},
+  };
+};
+
+TEST_P(RecordLayer, FieldsThatAreNoKeysAreStoredUnlessEmpty) {
+  constexpr int head = 4 + 1, key = 2 + 4, end = 2;
+  plain_fields empty;
+  empty.narrow = -0.0F;
+  empty.wide = -0.0;
+  ASSERT_EQ(engine::dinsert(h_, empty.list), 0);
+  plain_fields found;
+  found.key = found.whole = found.longer = found.half = 1;
+  found.natural = 1;
+  found.narrow = 1;
+  found.wide = 1;
+  std::strcpy(found.text, "old");
+  std::strcpy(found.bytes, "old");
+  found.list[2].flen = 3;
+  std::memset(found.six, 1, sizeof found.six);
+  ASSERT_EQ(engine::dread(h_, found.list), 0);
+  EXPECT_EQ(h_.get()->datafull, head + key + end);
+  EXPECT_EQ(found.key, 7);
+  EXPECT_EQ(found.whole + found.longer + found.half + found.natural, 0);
+  EXPECT_EQ(found.narrow, 0.0F);
+  EXPECT_EQ(found.wide, 0.0);
+  EXPECT_STREQ(found.text, "");
+  EXPECT_EQ(std::string(found.six, 6), std::string(6, '\0'));
+  // Bytes that are not there are left to the caller.
+  EXPECT_STREQ(found.bytes, "old");
+  EXPECT_EQ(found.list[2].flen, 3);
+
+  plain_fields full;
+  full.whole = -5;
+  full.longer = 1 << 30;
+  full.half = -2;
+  full.natural = 65535;
+  full.narrow = 0.5F;
+  full.wide = -1e100;
+  std::strcpy(full.text, "text");
+  std::memcpy(full.bytes, "a\0b", 3);
+  full.list[2].flen = 3;
+  full.six[5] = 1;
+  ASSERT_EQ(engine::dinsert(h_, full.list), 0);
+  ASSERT_EQ(engine::dread(h_, found.list), 0);
+  EXPECT_EQ(h_.get()->datafull, head + key + (2 + 5) + (2 + 2 + 3) + (2 + 6) + (2 + 4) + (2 + 4) + (2 + 2) + (2 + 2) +
+                                    (2 + 4) + (2 + 8) + end);
+  EXPECT_EQ(found.whole, -5);
+  EXPECT_EQ(found.longer, 1 << 30);
+  EXPECT_EQ(found.half, -2);
+  EXPECT_EQ(found.natural, 65535);
+  EXPECT_EQ(found.narrow, 0.5F);
+  EXPECT_EQ(found.wide, -1e100);
+  EXPECT_STREQ(found.text, "text");
+  EXPECT_EQ(found.list[2].flen, 3);
+  EXPECT_EQ(std::memcmp(found.bytes, "a\0b", 3), 0);
+  EXPECT_EQ(std::memcmp(found.six, full.six, sizeof full.six), 0);
+}
+
+TEST_P(RecordLayer, AStringLongerThanItsFieldIsCutWhenItIsRead) {
+  ASSERT_EQ(h_.insert(sample(5)), 0);
+  sample_fields fields;
+  fields.list[1].flen = 4;   // the list's checksum knows no lengths
+  ASSERT_EQ(engine::dread(h_, fields.list), 0);
+  EXPECT_STREQ(static_cast<const char*>(fields.list[1].fdata), "gro");
+}
+
+TEST_P(RecordLayer, AFieldTakenOutIsGoneWithItsKeyUntilItIsPutBack) {
+  fill(1, 3);
+  const auto change = [&](bool taken_out) {
+    sample_fields fields(sample(2));
+    if (taken_out) fields.list[2].ftype = static_cast<char>(fields.list[2].ftype | 0x80);
+    EXPECT_EQ(engine::dlock(h_), 0);
+    EXPECT_EQ(engine::dupdate(h_, fields.list), 0);
+    EXPECT_EQ(engine::dunlock(h_), 0);
+  };
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  change(true);
+  EXPECT_EQ(dfind_number(sample(2).number, engine::find_equal), engine::e_not_found);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  EXPECT_EQ(number_here(), 0);
+  EXPECT_EQ(summary().entries_by_key[3], 2U);
+  change(true);
+  EXPECT_EQ(summary().entries_by_key[3], 2U);
+  ASSERT_EQ(h_.find_name(sample(2).name), 0);
+  change(false);
+  EXPECT_EQ(dfind_number(sample(2).number, engine::find_equal), 0);
+  EXPECT_EQ(number_here(), sample(2).number);
+  EXPECT_EQ(summary().entries_by_key[3], 3U);
+
+  sample_fields fields(sample(9));
+  fields.list[2].ftype = static_cast<char>(fields.list[2].ftype | 0x80);
+  ASSERT_EQ(engine::dinsert(h_, fields.list), 0);
+  EXPECT_EQ(summary().entries_by_key[3], 3U);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(found.name, sample(9).name);
+  EXPECT_EQ(found.number, 0);
+}
+
 TEST_P(RecordLayer, ABinaryKeyOf242BytesIsRefusedAndOneOf241Stored) {
   unsigned char value[256];
   std::memset(value, 'k', sizeof value);
   sample_fields fields(sample(1));
   fields.list[0].fdata = value;
   fields.list[0].flen = 242;
-  int result = engine::dinsert(h_, fields.list);
-  EXPECT_TRUE(result == engine::e_too_long || result == engine::e_field_length) << result;
+  EXPECT_EQ(engine::dinsert(h_, fields.list), engine::e_too_long);
   fields.list[0].flen = 243;
   EXPECT_EQ(engine::dinsert(h_, fields.list), engine::e_field_length);
   fields.list[0].flen = 241;
@@ -115,9 +231,18 @@ TEST_P(RecordLayer, UpdateWithTheSameKeysTouchesNoKeyEntry) {
   sample_record changed = sample(7);
   changed.payload = "something else";
   ASSERT_EQ(engine::dlock(h_), 0);
-  std::vector<unsigned char> before = read_file(path_);
+  // What is done to an entry shows in the cursor of its key.
+  for (int key = 1; key <= 5; key++) ASSERT_EQ(engine::bfirst(h_, key, nullptr, 0), 0);
+  std::vector<engine::cursor> before;
+  for (int key = 1; key <= 5; key++) before.push_back(engine::cursor_of(h_, key));
   sample_fields fields(changed);
   ASSERT_EQ(engine::dupdate(h_, fields.list), 0);
+  for (int key = 1; key <= 5; key++) {
+    const engine::cursor& now = engine::cursor_of(h_, key);
+    EXPECT_EQ(now.cnode, before[static_cast<std::size_t>(key - 1)].cnode) << key;
+    EXPECT_EQ(now.cindex, before[static_cast<std::size_t>(key - 1)].cindex) << key;
+    EXPECT_EQ(now.cdeleted, 0) << key;
+  }
   ASSERT_EQ(engine::dunlock(h_), 0);
   ASSERT_EQ(h_.find_name(sample(7).name), 0);
   sample_record found;
@@ -156,13 +281,14 @@ TEST_P(RecordLayer, AFailedUpdateRestoresTheOldKeys) {
 }
 
 TEST_P(RecordLayer, FindGreaterStepsOverAllDuplicates) {
-  for (int i = 1; i <= 60; i++) {
+  for (int i = 1; i <= 310; i++) {
     sample_record record = sample(i);
-    record.number = i <= 50 ? 5 : 9;
+    record.number = i <= 300 ? 5 : 9;
     ASSERT_EQ(h_.insert(record), 0);
   }
   EXPECT_EQ(dfind_number(5, engine::find_greater), 0);
   EXPECT_EQ(number_here(), 9);
+  EXPECT_EQ(dfind_number(9, engine::find_greater), engine::e_not_found);
 }
 
 TEST_P(RecordLayer, FindOptionsAnswerAsTold) {
@@ -171,33 +297,31 @@ TEST_P(RecordLayer, FindOptionsAnswerAsTold) {
     record.number = value;
     ASSERT_EQ(h_.insert(record), 0);
   }
-  EXPECT_EQ(dfind_number(20, engine::find_equal), 0);
-  EXPECT_EQ(dfind_number(15, engine::find_equal), engine::e_not_found);
-  EXPECT_EQ(h_.read(std::array<sample_record, 1>().data()), engine::e_no_current);
-  EXPECT_EQ(dfind_number(10, engine::find_greater), 0);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(15, engine::find_greater), 0);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(30, engine::find_greater), engine::e_not_found);
-  EXPECT_EQ(dfind_number(20, engine::find_greater_equal), 0);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(21, engine::find_greater_equal), 2);
-  EXPECT_EQ(number_here(), 30);
-  EXPECT_EQ(dfind_number(31, engine::find_greater_equal), engine::e_not_found);
-  EXPECT_EQ(dfind_number(20, engine::find_less), 0);
-  EXPECT_EQ(number_here(), 10);
-  EXPECT_EQ(dfind_number(25, engine::find_less), 0);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(99, engine::find_less), 0);
-  EXPECT_EQ(number_here(), 30);
-  EXPECT_EQ(dfind_number(10, engine::find_less), engine::e_not_found);
-  EXPECT_EQ(dfind_number(20, engine::find_less_equal), 0);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(25, engine::find_less_equal), 3);
-  EXPECT_EQ(number_here(), 20);
-  EXPECT_EQ(dfind_number(99, engine::find_less_equal), 3);
-  EXPECT_EQ(number_here(), 30);
-  EXPECT_EQ(dfind_number(1, engine::find_less_equal), engine::e_not_found);
+  using namespace engine;
+  const struct {
+    std::int32_t asked;
+    int option, result;
+    std::int32_t found;
+  } rows[] = {
+      {20, find_equal, 0, 20},         {15, find_equal, e_not_found, 0},
+      {10, find_greater, 0, 20},       {15, find_greater, 0, 20},
+      {30, find_greater, e_not_found, 0},
+      {20, find_greater_equal, 0, 20}, {21, find_greater_equal, 2, 30},
+      {31, find_greater_equal, e_not_found, 0},
+      {20, find_less, 0, 10},          {25, find_less, 0, 20},
+      {99, find_less, 0, 30},          {10, find_less, e_not_found, 0},
+      {20, find_less_equal, 0, 20},    {25, find_less_equal, 3, 20},
+      {99, find_less_equal, 3, 30},    {1, find_less_equal, e_not_found, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.asked) + ", option " + std::to_string(row.option));
+    EXPECT_EQ(dfind_number(row.asked, row.option), row.result);
+    sample_record found;
+    EXPECT_EQ(h_.read(&found), row.result >= 0 ? 0 : int(e_no_current));
+    if (row.result >= 0) {
+      EXPECT_EQ(found.number, row.found);
+    }
+  }
 }
 
 TEST_P(RecordLayer, FindLessIsBoundedByItsKeyNumber) {
@@ -328,6 +452,8 @@ TEST_P(RecordLayer, KeyvalBuildsTheKeyOfAField) {
   ASSERT_EQ(engine::dkeyval(h_, 3, fields.list, -1, out), 0);
   EXPECT_EQ(std::memcmp(out, &number, 4), 0);
   EXPECT_EQ(engine::dkeyval(h_, 9, fields.list, -1, out), engine::e_no_field);
+  fields.list[0].flen = 242;
+  EXPECT_EQ(engine::dkeyval(h_, 1, fields.list, -1, out), engine::e_too_long);
   fields.list[1].fdata = nullptr;
   EXPECT_EQ(engine::dkeyval(h_, 2, fields.list, -1, out), engine::e_no_field);
 }
@@ -344,6 +470,11 @@ TEST_P(RecordLayer, FieldListsAreCheckedBeforeWriting) {
       {[](engine::field* f) { f[5].flen = 31233; }, engine::e_field_length},
       {[](engine::field* f) { f[1].flen = 3; }, engine::e_too_long},
       {[](engine::field* f) { f[5].fkey = 16; }, engine::e_key_number},
+      {[](engine::field* f) { f[2].fkey = 255; }, engine::e_key_number},
+      // The first fault of a field is told, in the order of its columns.
+      {[](engine::field* f) { f[2].fkey = 255, f[2].fdup = 'x', f[2].flen = -1; }, engine::e_duplicates_flag},
+      {[](engine::field* f) { f[2].fkeytype = 4, f[2].fdup = 'x'; }, engine::e_key_type},
+      {[](engine::field* f) { f[2].ftype = 'Q', f[2].fkeytype = 4; }, engine::e_field_type},
   };
   for (const auto& c : cases) {
     sample_fields fields(sample(3));
@@ -351,6 +482,7 @@ TEST_P(RecordLayer, FieldListsAreCheckedBeforeWriting) {
     EXPECT_EQ(engine::dinsert(h_, fields.list), c.expected);
   }
   EXPECT_EQ(summary().records, 0U);
+  EXPECT_EQ(summary().header.nextrec, 1);
 }
 
 TEST_P(RecordLayer, FoldsCaseToLowerUnderKeyTypeOne) {

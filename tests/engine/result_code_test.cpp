@@ -101,6 +101,49 @@ TEST_P(ResultCodes, NodeNumbersThatCannotBeAreRefused) {
   EXPECT_EQ(engine::nodeget(h, nullptr, 0), 0);
 }
 
+TEST_P(ResultCodes, NodesThatCannotBeAreNotWritten) {
+  const std::string path = put(sample_recipe(big(), 5));
+  const std::vector<unsigned char> before = read_file(path);
+  handle h;
+  ASSERT_EQ(h.open(path, 'E'), 0);
+  ASSERT_EQ(h.get()->intlevel, 3);
+  engine::clear_buffer(engine::scratch_buffer);
+  engine::node& v = engine::scratch_buffer.image;
+  for (auto* put_node : {engine::nodeput, engine::nodeputd}) {
+    v.room = -1;
+    EXPECT_EQ(put_node(h, engine::scratch_buffer, 1), engine::e_damaged);
+    v.room = 1006;
+    v.count = 0x8000;
+    EXPECT_EQ(put_node(h, engine::scratch_buffer, 1), engine::e_damaged);
+    v.count = 0;
+  }
+  EXPECT_EQ(engine::nodeput(h, engine::scratch_buffer, h.get()->extent + 1), engine::e_damaged);
+  engine::purgefile(h);
+  EXPECT_EQ(read_file(path), before);
+}
+
+std::int32_t first_listed_node = -1;
+
+// Looks up the first node of the chain in the list that a roll-back keeps, and ends it.
+int look_into_list(engine::PSP* h, double done, const engine::log_view*) {
+  if (done < 0) return 0;
+  std::uint8_t number[4] = {};
+  const auto* key = reinterpret_cast<const std::uint8_t*>("TRANSNDE");
+  if (engine::bfind(h, 16, key, 1, number, sizeof number) == 0 && h->datalen == 4)
+    std::memcpy(&first_listed_node, number, sizeof number);
+  return 1;
+}
+
+TEST_P(ResultCodes, RollBackListsItsLogNodesFromOneOnInNativeOrder) {
+  const std::string path = put(with_log(6));
+  handle h;
+  ASSERT_EQ(h.open_for_work(path), 0);
+  const std::int32_t head = h.get()->transhead;
+  ASSERT_GT(head, 0);
+  EXPECT_EQ(engine::transroll(h, look_into_list, 0, nullptr), 0);
+  EXPECT_EQ(first_listed_node, head);
+}
+
 class Progress : public ::testing::Test {
  protected:
   struct step {
@@ -201,6 +244,35 @@ TEST(Arguments, ALockThatCannotBeDroppedStopsTheMoveOfItsCursor) {
   EXPECT_EQ(h.find_name(sample(1).name, engine::find_less), engine::e_unlock);
   h.get()->keylocks[0] = 'U';
   EXPECT_EQ(h.find_name(sample(1).name), 0);
+}
+
+TEST(Arguments, ACursorWithoutMemoryHasNoPlaceAndEndsTheOperation) {
+  scratch_folder folder;
+  install_faulty_os();
+  {
+    handle h;
+    ASSERT_EQ(h.create(folder.file("file")), 0);
+    ASSERT_EQ(engine::csetfile(h, 4), 0);
+    ASSERT_EQ(h.insert(sample(1)), 0);
+    ASSERT_FALSE(engine::has_cursor(h, 9));
+    fail_call(os_call::allocate, 1, true);
+    const engine::cursor& c = engine::cursor_of(h, 9);
+    EXPECT_EQ(h.get()->deferred, engine::e_no_memory);
+    EXPECT_EQ(c.cnode, -1);
+    EXPECT_EQ(c.ckeyno, -1);
+    EXPECT_EQ(c.cstale, 1);
+    EXPECT_EQ(c.cindex + static_cast<int>(c.crecno) + c.cpiece + c.cdeleted, 0);
+    EXPECT_FALSE(engine::has_cursor(h, 9));
+    EXPECT_EQ(engine::dseq(h, 9, engine::seq_first), engine::e_no_memory);
+    disarm();
+    EXPECT_EQ(engine::dseq(h, 9, engine::seq_first), engine::e_not_found);
+    EXPECT_EQ(h.find_name(sample(1).name), 0);
+    // A place behind the end of the file is none.
+    engine::cursor_of(h, 1).cnode = h.get()->extent + 1;
+    EXPECT_EQ(engine::cursor_node(h, 1), -1);
+    EXPECT_EQ(h.find_name(sample(1).name), 0);
+  }
+  remove_faulty_os();
 }
 
 TEST(Arguments, ARefusedFindOrStepLeavesNoCurrentRecord) {

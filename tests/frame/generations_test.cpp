@@ -1,5 +1,6 @@
 // Dead writers, dead readers, and the generations of the shared memory.
 #include "frame/frame_fixture.h"
+#include "frame/shared_memory.h"
 #include "recfile/recfile.h"
 
 namespace zvrdb::frame {
@@ -182,6 +183,30 @@ TEST_F(Generations, AKilledFirstCallOfAnInstallationIsRepeatedByTheNext) {
   killed_after([](void* own) { return dbr_in(own, operation::write, DB_TRG) == DBE_OK; });
   client_task task("next");
   EXPECT_EQ(DBE_OK, put_target(task, "A"));
+}
+
+// As a call does that finds no room in the tables for one more record.
+TEST_F(Generations, ACallThatRaisesTheGenerationBuildsItBeforeItLeaves) {
+  client_task task("raises");
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  char config[100];
+  ASSERT_EQ(DBE_OK, db_get(beside, DB_CFG, 0, nullptr, config, sizeof config));
+  ASSERT_EQ(DBE_OK, dbr_in(task, operation::write, DB_CAT));
+  memory::raise_generation(task);
+  dbr_out(task, operation::write, DB_CAT, DBE_OK);
+  EXPECT_EQ(1u, task.tcb()->shm_generation);
+  EXPECT_EQ(0, task.cntl()->fwrite_in_prog);
+  EXPECT_FALSE(task.owns_memory());
+  EXPECT_EQ(2u, logged(task, 36359));
+  // A call of class 0 alone could not build it, and would wait for nobody.
+  co_test_delay_factor(0, 1);
+  const std::uint64_t before = co_test_delayed();
+  EXPECT_EQ(DBE_OK, db_get(beside, DB_CFG, 0, nullptr, config, sizeof config));
+  EXPECT_EQ(before, co_test_delayed());
+  co_test_delay_factor(1, 1);
+  EXPECT_EQ(DBE_OK, get_target(beside, "A"));
+  EXPECT_EQ(2u, logged(task, 36359));
 }
 
 TEST_F(Generations, OldGenerationsDoNotPileUp) {

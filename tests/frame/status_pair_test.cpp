@@ -99,6 +99,8 @@ TEST_F(StatusPair, ACallOfClassZeroInBetweenIsRefusedWhenAnotherTaskHasItsSemaph
   char buffer[100];
   EXPECT_EQ(DBE_TRANS_IN_PROGRESS, db_get(task, DB_CFG, 0, nullptr, buffer, sizeof buffer));
   EXPECT_EQ(1u, logged(task, 36457));
+  EXPECT_TRUE(task.owns_memory());
+  EXPECT_EQ(0, co_try_sema4(task, task.tcb()->sema4[0])) << "leaving did not release what another task owns";
   EXPECT_EQ(DBE_OK, db_put_trg_stat(task, "A", status));
   child.go_on();
   EXPECT_EQ(0, child.finish());

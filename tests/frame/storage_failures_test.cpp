@@ -123,6 +123,28 @@ TEST_F(StorageFailures, ARollbackThatFailsAtAnyWriteLeavesMemoryAndFileTheSame) 
   EXPECT_GT(failures, 0);
 }
 
+TEST_F(StorageFailures, ATaskWhoseLastRollbackFailsAtAnyWriteLeavesMemoryAndFileTheSame) {
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(beside, "A"));
+  bool passed = false;
+  for (int n = 0; n < 100 && !passed; ++n) {
+    client_task task("ends");
+    ASSERT_EQ(DBE_OK, db_start_trans(task, DB_TRG)) << n;
+    const std::int16_t put = put_target(task, "B");
+    EXPECT_TRUE(put == DBE_OK || put == DBE_RECORD_REPLACED) << n << " " << put;
+    ASSERT_EQ(DBE_RECORD_REPLACED, put_target(task, "A")) << n;
+    writes_left = n;
+    task.end();
+    passed = writes_left > 0;
+    writes_left = -1;
+    for (const char* name : {"A", "B"})
+      EXPECT_EQ(get_target(beside, name), get_target_from_file(beside, name)) << n << " " << name;
+    for (const iocb& block : beside.cntl()->files) EXPECT_EQ(1, block.use_count) << n << " " << block.name;
+    EXPECT_EQ(DBE_RECORD_REPLACED, put_target(beside, "A")) << n;
+  }
+  EXPECT_TRUE(passed);
+}
+
 TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
   client_task task("flush");
   ASSERT_EQ(DBE_OK, put_target(task, "A"));
@@ -132,6 +154,54 @@ TEST_F(StorageFailures, AFailedFlushOnTheWayOutDoesNotChangeTheResult) {
   writes_left = -1;
   EXPECT_FALSE(task.owns_memory());
   EXPECT_EQ(1u, logged(task, 36437));
+}
+
+unsigned open_descriptors() {
+  unsigned count = 0;
+  DIR* listing = opendir("/proc/self/fd");
+  while (listing && readdir(listing)) ++count;
+  if (listing) closedir(listing);
+  return count;
+}
+
+TEST_F(StorageFailures, ACloseThatFailsIsToldAndLetsGoOfTheFileAllTheSame) {
+  client_task task("close");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  const unsigned descriptors = open_descriptors();
+  ASSERT_EQ(DBE_OK, dbr_in(task, operation::read, DB_DTG));
+  file_entry* handle = task.tcb()->dtg_file;
+  writes_left = 0;
+  EXPECT_EQ(DBE_IO_ERROR, recfile::db_close(task, handle));
+  writes_left = -1;
+  dbr_out(task, operation::read, DB_DTG, DBE_IO_ERROR);
+  EXPECT_EQ(1u, logged(task, 36437));
+  EXPECT_EQ(nullptr, handle->iocb);
+  EXPECT_EQ(nullptr, handle->psp);
+  EXPECT_EQ(0u, handle->use_count);
+  EXPECT_EQ(0, task.cntl()->files[8].use_count);
+  EXPECT_EQ(descriptors - 1, open_descriptors());
+  // A task that lives on opens it again.
+  EXPECT_EQ(DBE_OK, get_target(task, "A"));
+  EXPECT_NE(nullptr, handle->iocb);
+  EXPECT_EQ(1, task.cntl()->files[8].use_count);
+}
+
+TEST_F(StorageFailures, ATaskWhoseFilesCannotBeClosedLetsGoOfThemAll) {
+  client_task beside("beside");
+  ASSERT_EQ(DBE_OK, put_target(beside, "A"));
+  const unsigned descriptors = open_descriptors();
+  {
+    client_task task("ends");
+    ASSERT_EQ(DBE_OK, get_target(task, "A"));
+    writes_left = 0;
+  }
+  writes_left = -1;
+  EXPECT_EQ(9u, logged(beside, 36437));
+  EXPECT_EQ(descriptors, open_descriptors());
+  for (const iocb& block : beside.cntl()->files) EXPECT_EQ(1, block.use_count) << block.name;
+  EXPECT_EQ(DBE_OK, put_target(beside, "B"));
+  client_task next("next");
+  EXPECT_EQ(DBE_OK, get_target_from_file(next, "B"));
 }
 
 TEST_F(StorageFailures, APutThatFailsAtAnyWriteIsACleanCodeAndThereAfterwardsWholeOrNot) {

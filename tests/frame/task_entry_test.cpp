@@ -1,4 +1,7 @@
 // Entering and leaving: semaphores, marks, the first call, the wait of class 0.
+#include <sched.h>
+#include <sys/resource.h>
+
 #include "frame/frame_fixture.h"
 #include "recfile/recfile.h"
 
@@ -152,6 +155,106 @@ TEST_F(TaskEntry, ClassZeroNeverMakesASegmentOfANewGeneration) {
   EXPECT_EQ(1u, maker.tcb()->shm_generation);
 }
 
+// Whether the process waits for something.
+bool is_waiting(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  std::getline(status, text);
+  const std::size_t name_end = text.rfind(')');
+  return name_end != std::string::npos && text.compare(name_end, 3, ") S") == 0;
+}
+
+// The waits are cut to a quarter of a second each; all nine leave two seconds for what
+// the other process does meanwhile.
+TEST_F(TaskEntry, ClassZeroHoldsItsSemaphoreWhileItWaitsAndGoesOnOnceTheSegmentIsThere) {
+  zvrtest::child_process child([](zvrtest::parent_link& parent) {
+    void* own = co_init_task("waiting", nullptr, 0);
+    co_test_delay_factor(1, 20);
+    const std::uint64_t before = co_test_delayed();
+    char config[100];
+    parent.reached();
+    if (db_get(own, DB_CFG, 0, nullptr, config, sizeof config) != DBE_OK) return 1;
+    const std::uint64_t waited = co_test_delayed() - before;
+    coi_term_task(own, 0);
+    return waited >= 5000 && waited < nine_waits && waited % 5000 == 0 ? 0 : 2;
+  });
+  ASSERT_EQ(1, child.next());
+  client_task maker("maker");
+  std::uint32_t files = 0;
+  std::uint32_t memory = 0;
+  co_open_sema4(maker, "DBRFILE", &files, 0, 1);
+  co_open_sema4(maker, "DBR_MEM", &memory, 0, 1);
+  // Once it has opened the last of its files and given "DBR_MEM" back, the other one
+  // waits for nothing but time.
+  const volatile std::uint16_t& last_opened = maker.cntl()->files[file_count - 1].use_count;
+  while (last_opened == 0) sched_yield();
+  ASSERT_EQ(CO_OK, co_req_sema4(maker, memory, 0));
+  while (!is_waiting(child.pid())) sched_yield();
+  EXPECT_EQ(0, co_try_sema4(maker, files));
+  EXPECT_EQ(DBE_OK, put_target(maker, "A"));
+  EXPECT_EQ(0, child.finish());
+  EXPECT_EQ(1, co_try_sema4(maker, files));
+  co_clear_sema4(maker, files);
+}
+
+TEST_F(TaskEntry, TheClassOfTheCallStandsInTheTaskBlock) {
+  client_task task("class");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  EXPECT_EQ(1, task.tcb()->sem_index);
+  char config[10];
+  ASSERT_EQ(DBE_OK, db_get(task, DB_CFG, 0, nullptr, config, sizeof config));
+  EXPECT_EQ(0, task.tcb()->sem_index);
+  EXPECT_EQ(1, task.cntl()->fparsed_ok);
+}
+
+TEST_F(TaskEntry, EveryCallOfClassOneSaysThatTheMemoryIsInUse) {
+  client_task task("in use");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  task.cntl()->finitialized = 0;
+  EXPECT_EQ(DBE_OK, get_target(task, "A"));
+  EXPECT_EQ(1, task.cntl()->finitialized);
+  EXPECT_EQ(0u, task.cntl()->shm_generation);
+}
+
+TEST_F(TaskEntry, AnEventDuringACallComesAtItsEndARefusedOneToo) {
+  for (const int number : {SIGINT, SIGQUIT, SIGHUP}) {
+    for (const std::uint32_t db_id : {std::uint32_t{DB_TRG}, std::uint32_t{DB_TYPE_COUNT}}) {
+      zvrtest::child_process child([number, db_id](zvrtest::parent_link& parent) {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+        void* own = co_init_task("guarded", nullptr, 0);
+        const std::int16_t rc = dbr_in(own, operation::write, db_id);
+        raise(number);
+        parent.reached();
+        dbr_out(own, operation::write, db_id, rc);
+        return 1;
+      });
+      EXPECT_EQ(1, child.next()) << number << " " << db_id;
+      EXPECT_EQ(1000 + number, child.finish()) << db_id;
+    }
+  }
+}
+
+TEST_F(TaskEntry, ASegmentThatCannotBeMadeIsToldAndCanBeMadeLater) {
+  client_task task("segment");
+  std::uint32_t number;
+  bool told = false;
+  for (int n = 0; n < 200 && !told; ++n) {
+    co_test_fail_malloc(n);
+    const std::int16_t rc = db_get_trg_index(task, "X", &number);
+    co_test_fail_malloc(-1);
+    if (rc == DBE_NO_TARGET) break;
+    told = zvrtest::last_logged(task, 36355).find("SHR MEM") != std::string::npos;
+    EXPECT_EQ(told ? 1u : 0u, logged(task, 36360)) << n;
+    if (told) {
+      EXPECT_EQ(DBE_INIT_FAILED, rc);
+    }
+  }
+  EXPECT_TRUE(told);
+  EXPECT_EQ(nullptr, task.tcb());
+  EXPECT_EQ(DBE_NO_TARGET, db_get_trg_index(task, "X", &number));
+}
+
 TEST_F(TaskEntry, TheSyncFrequencyIsReadAsTold) {
   EXPECT_EQ(-1, sync_frequency_of(nullptr));
   EXPECT_EQ(1000, sync_frequency_of("19"));
@@ -159,6 +262,35 @@ TEST_F(TaskEntry, TheSyncFrequencyIsReadAsTold) {
   EXPECT_EQ(1000, sync_frequency_of("0"));
   EXPECT_EQ(1000, sync_frequency_of("-5"));
   EXPECT_EQ(1000, sync_frequency_of("none"));
+}
+
+// It is read once a process, so each value has a fresh process: this program again, with
+// a test that makes calls.
+TEST_F(TaskEntry, TheSyncFrequencyComesFromTheEnvironmentAndIsTraced) {
+  const struct {
+    const char* value;
+    const char* traced;
+    bool warned;
+  } cases[] = {
+      {nullptr, "frequency=(-1)", true}, {"19", "frequency=(1000)", false}, {"20", "frequency=(20)", false}};
+  const std::string trace = installation.base() + "/own-trace";
+  for (const auto& it : cases) {
+    std::remove(trace.c_str());
+    zvrtest::child_process child([&](zvrtest::parent_link&) {
+      unsetenv("cindex_sync_freq");
+      if (it.value) setenv("cindex_sync_freq", it.value, 1);
+      setenv("ZVR_TRACE", "all", 1);
+      setenv("ZVR_TRACE_FILE", trace.c_str(), 1);
+      if (!std::freopen("/dev/null", "w", stdout)) return 98;
+      execl("/proc/self/exe", "frame_tests", "--gtest_filter=TaskEntry.TheLengthsAreThoseOfTheTables",
+            static_cast<char*>(nullptr));
+      return 99;
+    });
+    EXPECT_EQ(0, child.finish());
+    const std::string text = installation.read("own-trace");
+    EXPECT_NE(std::string::npos, text.find(std::string("sync() count=(0) ") + it.traced)) << it.traced;
+    EXPECT_EQ(it.warned, text.find("Warning: using fsync() countinuosly ") != std::string::npos) << it.traced;
+  }
 }
 
 TEST_F(TaskEntry, NoMemoryForTheTaskBlockIsLoggedAndLeavesNothing) {
@@ -279,6 +411,29 @@ TEST_F(NeedsLocalTarget, ItsRenIsTheNetworkOfAllLocalTargets) {
   client_task task("read");
   EXPECT_EQ(DBE_OK, get_target(task, "LOCAL"));
   EXPECT_EQ(0, std::memcmp("HOMENET ", task.cntl()->local_dsu, 8));
+}
+
+TEST_F(NeedsLocalTarget, TheNameInTheCommonAreaSaysWhichTargetItIs) {
+  client_task task("local");
+  const unsigned char kind = config(task)[85];
+  config(task)[85] = 2;
+  for (const char* name : {"LOCAL", "OTHER"}) {
+    TRG_CNTL_ENTRY record = zvrtest::target_record(name);
+    record.trg_type = 32 | 8;
+    std::memcpy(record.ren, name, 5);
+    const void* keys[] = {name};
+    ASSERT_EQ(DBE_OK, db_put(task, DB_TRG, 1, keys, &record, sizeof record));
+  }
+  EXPECT_EQ(0, task.cntl()->local_dsu[0]) << "an installation without a local server has none";
+  config(task)[85] = kind;
+  std::strcpy(static_cast<char*>(co_croca(task, CO_AREA_LOCAL_TARGET)), "OTHER");
+  task.cntl()->fwrite_in_prog = 1;
+  EXPECT_EQ(DBE_OK, get_target(task, "LOCAL"));
+  EXPECT_EQ(0, std::memcmp("OTHER\0\0\0", task.cntl()->local_dsu, 8));
+  config(task)[85] = 2;
+  task.cntl()->fwrite_in_prog = 1;
+  EXPECT_EQ(DBE_OK, get_target(task, "LOCAL"));
+  EXPECT_EQ(0, task.cntl()->local_dsu[0]);
 }
 
 }  // namespace

@@ -38,6 +38,32 @@ TEST_F(TaskExit, AnOpenTransactionIsRolledBackAndTheSemaphoreComesBack) {
   EXPECT_EQ(DBE_OK, put_target(stays, "B"));
 }
 
+TEST_F(TaskExit, AfterItsRollbackACallOfClassZeroWaitsForNobody) {
+  client_task stays("stays");
+  ASSERT_EQ(DBE_OK, put_target(stays, "A"));
+  {
+    client_task ends("ends");
+    ASSERT_EQ(DBE_OK, db_start_trans(ends, DB_TRG));
+    ASSERT_EQ(DBE_OK, put_target(ends, "HALF"));
+    ASSERT_EQ(DBE_OK, zvrtest::delete_target(ends, "A"));
+  }
+  co_test_delay_factor(0, 1);
+  const std::uint64_t before = co_test_delayed();
+  char config[100];
+  EXPECT_EQ(DBE_OK, db_get(stays, DB_CFG, 0, nullptr, config, sizeof config));
+  EXPECT_EQ(before, co_test_delayed());
+  co_test_delay_factor(1, 1);
+  // Built once, by the task that ended.
+  EXPECT_EQ(1u, stays.tcb()->shm_generation);
+  EXPECT_EQ(2u, zvrtest::logged(stays, 36359));
+  EXPECT_EQ(DBE_OK, get_target(stays, "A"));
+  EXPECT_EQ(DBE_OK, get_target_from_file(stays, "A"));
+  EXPECT_EQ(DBE_NOT_FOUND, get_target(stays, "HALF"));
+  EXPECT_EQ(2u, zvrtest::logged(stays, 36359));
+  EXPECT_EQ(1u, zvrtest::segments_in(co_shared_folder(stays)));
+  for (const iocb& block : stays.cntl()->files) EXPECT_EQ(1, block.use_count) << block.name;
+}
+
 TEST_F(TaskExit, AnOpenTransactionWithoutChangesRaisesNoGeneration) {
   client_task stays("stays");
   ASSERT_EQ(DBE_OK, put_target(stays, "A"));

@@ -1,6 +1,7 @@
 // get, put and delete by key, on real files.
 #include <zvrdb/records.h>
 
+#include "keyed/converters.h"
 #include "keyed/keyed_files_fixture.h"
 #include "recfile/file_table.h"
 
@@ -163,6 +164,24 @@ TEST_F(KeyedAccess, ATypeWithoutATableCannotBeStored) {
   EXPECT_EQ(put_keyed(task(), DB_CMS, tcb()->cms_file, key.all().data(), record.all().data(), 100),
             DBE_BAD_RECORD);
   EXPECT_EQ(logged(task(), 36453), 1u);
+}
+
+TEST_F(KeyedAccess, ARecordThatCannotBeConvertedIsToldWithItsTypeOrWhatIsWrongInIt) {
+  record_bytes request =
+      record_bytes(10204).text(16, "T1").text(104, "T2").text(168, "T3").number<std::uint16_t>(520, 5);
+  std::vector<unsigned char> stored = unparse(task(), DB_RQT, request.all()).bytes;
+  EXPECT_NE(last_logged(task(), 36454).find("type 5 "), std::string::npos) << "stored as no report";
+  const std::uint16_t unknown = 7;
+  std::memcpy(stored.data() + 76 + 4 + 1 + 28, &unknown, sizeof unknown);
+  EXPECT_EQ(parse(task(), DB_RQT, stored, 10204).rc, DBE_BAD_RECORD);
+  EXPECT_NE(last_logged(task(), 36454).find("type 7 "), std::string::npos);
+  EXPECT_EQ(unparse(task(), DB_APR, std::vector<unsigned char>(28), 30).rc, DBE_BUFFER_TOO_SMALL);
+  EXPECT_NE(last_logged(task(), 36456).find("authorization profile"), std::string::npos)
+      << last_logged(task(), 36456);
+  unsigned char key[76];
+  external_sink to = {key, key + sizeof key};
+  EXPECT_EQ(unprs_ur_key(task(), DB_USR, nullptr, &to, {request.all().data(), 232}), DBE_BAD_DB_ID);
+  EXPECT_NE(last_logged(task(), 36366).find("number 22 "), std::string::npos);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ class KeyedFiles : public ::testing::Test {
     cntl->cat_cntl_len = 10 * 4;
     cntl->dist_cat_len = 10 * 168;
     segment_.resize(zvrdb::memory::segment_length(tcb()) / 4);
-    zvrdb::memory::lay_out(tcb(), reinterpret_cast<unsigned char*>(segment_.data()));
+    zvrdb::memory::lay_out(tcb(), reinterpret_cast<unsigned char*>(segment_.data()), segment_.size() * 4);
     for (std::uint32_t i = 0; i < 20; ++i) {
       tcb()->name_index[i].trg_index = i + 1;
       tcb()->dsu_index[i] = i + 1;

@@ -47,7 +47,7 @@ TEST(ChangeFiles, NamesTurnIntoNumbersAndBack) {
 
 TEST(ChangeFiles, AmongEqualTextsTheEqualTokenTableWins) {
   table_task t;
-  fill(t, {cf_name("A", 0), cf_name("A", 1), cf_name("A", 2)});
+  fill(t, {cf_name("A", 2), cf_name("A", 1), cf_name("A", 0)});
   std::uint16_t number = 99;
   ASSERT_EQ(get_cat_num(t.task(), &number, cf_name("A", 1).bytes), DBE_OK);
   EXPECT_EQ(number, 1);

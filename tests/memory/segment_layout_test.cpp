@@ -24,6 +24,23 @@ TEST(SegmentLayout, LengthsBeyondFourGigabytesAddUp) {
   EXPECT_GT(memory::segment_length(t.tcb()), 0x1FFFFFFFFull);
 }
 
+TEST(SegmentLayout, TablesAreNotLaidOutBeyondWhatIsMapped) {
+  table_task t(7, 11);
+  unsigned char* base = t.tcb()->shm_base;
+  const std::uint64_t length = memory::segment_length(t.tcb());
+  EXPECT_TRUE(memory::lay_out(t.tcb(), base, length + 100));
+  EXPECT_EQ(t.tcb()->shm_length, length) << "what the tables take";
+  EXPECT_FALSE(memory::lay_out(t.tcb(), base, length - 1));
+  EXPECT_EQ(t.tcb()->shm_base, nullptr);
+  EXPECT_EQ(memory::trg_count(t.tcb()), 0u);
+  t.cntl()->dist_cat_len = 0xFFFFFFFC;
+  EXPECT_FALSE(memory::lay_out(t.tcb(), base, length));
+  t.cntl()->dist_cat_len = 11 * 168;
+  t.cntl()->name_index_len += 2;
+  EXPECT_FALSE(memory::lay_out(t.tcb(), base, length + 100)) << "no table would be aligned";
+  EXPECT_EQ(t.tcb()->dist_cat, nullptr);
+}
+
 TEST(SegmentLayout, ASegmentIsNamedByItsGeneration) {
   char name[16];
   memory::segment_name(0, name);

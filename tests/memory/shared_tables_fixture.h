@@ -37,7 +37,8 @@ class table_task {
     cntl_->cat_cntl_len = change_files * 4;
     cntl_->dist_cat_len = change_files * 168;
     segment_.resize(zvrdb::memory::segment_length(tcb_.get()) / 4);
-    zvrdb::memory::lay_out(tcb_.get(), reinterpret_cast<unsigned char*>(segment_.data()));
+    zvrdb::memory::lay_out(tcb_.get(), reinterpret_cast<unsigned char*>(segment_.data()),
+                           segment_.size() * 4);
     for (std::uint32_t i = 0; i < allowed; ++i) {
       tcb_->name_index[i].trg_index = i + 1;
       tcb_->dsu_index[i] = i + 1;

@@ -109,10 +109,51 @@ TEST(TargetLookup, TablesShorterThanTheAllowedNumberBoundEverySlot) {
   EXPECT_EQ(trg_slot(t.tcb(), 6), nullptr);
   EXPECT_NE(trg_slot(t.tcb(), 5), nullptr);
   EXPECT_EQ(trg_slot(t.tcb(), 0), nullptr);
-  t.cntl()->trg_cntl_len = 1000 * 192;  // beyond what is mapped
-  EXPECT_EQ(trg_slot(t.tcb(), 1), nullptr);
+  t.cntl()->trg_cntl_len = 1000 * 192;
+  t.cntl()->name_index_len = 1000 * 8;
+  t.cntl()->dsu_index_len = 1000 * 4;
+  EXPECT_EQ(trg_slot(t.tcb(), 6), nullptr);
+  EXPECT_EQ(trg_slot(t.tcb(), 1000), nullptr);
+  t.cntl()->num_trgs_actual = 1000;
+  EXPECT_EQ(trg_count(t.tcb()), 5u);
   std::uint32_t number = 0;
-  EXPECT_EQ(get_trg_index(t.task(), "A", &number), DBE_NO_TARGET);
+  EXPECT_EQ(get_trg_index(t.task(), "Z", &number), DBE_NO_TARGET);
+}
+
+// While a task without the semaphore looks names up, the lengths of the next generation
+// may be computed, in the same sum or a lower one.
+TEST(TargetLookup, LengthsOfAnotherGenerationNeverLeadBeyondTheTablesThatAreMapped) {
+  table_task t(10, 10);
+  t.add("A");
+  t.cntl()->num_trgs_allowed = 15;
+  t.cntl()->num_trgs_actual = 15;
+  t.cntl()->trg_cntl_len = 15 * 192;
+  t.cntl()->name_index_len = 15 * 8;
+  t.cntl()->dsu_index_len = 15 * 4;
+  t.cntl()->cat_cntl_len = 0;
+  t.cntl()->dist_cat_len = 0;
+  ASSERT_LE(segment_length(t.tcb()), t.tcb()->shm_length);
+  EXPECT_EQ(trg_count(t.tcb()), 10u);
+  EXPECT_EQ(trg_slot(t.tcb(), 11), nullptr);
+  std::uint32_t number = 0;
+  EXPECT_EQ(get_trg_index(t.task(), "Z", &number), DBE_NO_TARGET);
+  t.cntl()->num_trgs_actual = 1;
+  EXPECT_EQ(get_trg_index(t.task(), "A", &number), DBE_OK) << "its own tables still answer";
+
+  t.cntl()->trg_cntl_len = 0;
+  t.cntl()->name_index_len = 0;
+  t.cntl()->dsu_index_len = 0;
+  t.cntl()->num_cat_alloc = 15;
+  t.cntl()->num_cat_actual = 15;
+  t.cntl()->cat_cntl_len = 15 * 4;
+  t.cntl()->dist_cat_len = 15 * 168;
+  ASSERT_LE(segment_length(t.tcb()), t.tcb()->shm_length);
+  unsigned char cf_name[76] = {};
+  EXPECT_EQ(get_cat_name(t.task(), cf_name, 9), DBE_OK);
+  EXPECT_EQ(get_cat_name(t.task(), cf_name, 10), DBE_NOT_FOUND);
+  cf_name[11] = 'Z';
+  std::uint16_t cf_number = 0;
+  EXPECT_EQ(get_cat_num(t.task(), &cf_number, cf_name), DBE_NOT_FOUND);
 }
 
 TEST(TargetLookup, NumbersTurnIntoNamesAlsoOfFreeSlots) {

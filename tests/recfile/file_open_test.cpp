@@ -173,6 +173,7 @@ struct message_case {
   std::uint16_t function;
   std::int16_t code;
   unsigned message;
+  const char* told = "NAME";  // beside the name
 };
 
 class StorageMessages : public FileOpen, public ::testing::WithParamInterface<message_case> {};
@@ -182,21 +183,26 @@ TEST_P(StorageMessages, EachFailureHasItsNumber) {
   const message_case& it = GetParam();
   issue_err_msg(files.task(), "NAME", it.code, it.function);
   EXPECT_EQ(1u, zvrtest::logged(files.task(), it.message));
-  EXPECT_NE(std::string::npos, zvrtest::last_logged(files.task(), it.message).find("NAME"));
+  const std::string line = zvrtest::last_logged(files.task(), it.message);
+  EXPECT_NE(std::string::npos, line.find("NAME")) << line;
+  EXPECT_NE(std::string::npos, line.find(it.told)) << line;
   EXPECT_EQ(it.code == -8 ? 1u : 0u, zvrtest::logged(files.task(), 36409));
+  if (it.code == -8) {
+    EXPECT_NE(std::string::npos, zvrtest::last_logged(files.task(), 36409).find("28"));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllRows, StorageMessages,
-                         ::testing::Values(message_case{1, -40, 36435}, message_case{5, -111, 36436},
-                                           message_case{6, -4, 36437}, message_case{7, -1, 36438},
-                                           message_case{7, -20, 36439}, message_case{7, -21, 36440},
-                                           message_case{9, -1, 36441}, message_case{10, -14, 36442},
-                                           message_case{12, -104, 36443}, message_case{12, -16, 36444},
-                                           message_case{13, -1, 36445}, message_case{13, -20, 36439},
-                                           message_case{13, -17, 36446}, message_case{13, -107, 36447},
-                                           message_case{14, -20, 36439}, message_case{14, -18, 36448},
-                                           message_case{15, -41, 36449}, message_case{16, -1, 36450},
-                                           message_case{16, -8, 36450}, message_case{2, -1, 36434}));
+INSTANTIATE_TEST_SUITE_P(
+    AllRows, StorageMessages,
+    ::testing::Values(message_case{1, -40, 36435, "-40"}, message_case{5, -111, 36436, "-111"},
+                      message_case{6, -4, 36437}, message_case{7, -1, 36438}, message_case{7, -20, 36439},
+                      message_case{7, -21, 36440}, message_case{9, -1, 36441},
+                      message_case{10, -14, 36442, "-14"}, message_case{12, -104, 36443},
+                      message_case{12, -16, 36444}, message_case{13, -1, 36445}, message_case{13, -20, 36439},
+                      message_case{13, -17, 36446}, message_case{13, -107, 36447},
+                      message_case{14, -20, 36439}, message_case{14, -18, 36448},
+                      message_case{15, -41, 36449, "-41"}, message_case{16, -1, 36450, "-1"},
+                      message_case{16, -8, 36450, "-8"}, message_case{99, -1, 36434, "99"}));
 
 }  // namespace
 }  // namespace zvrdb::recfile

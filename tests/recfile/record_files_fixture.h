@@ -12,14 +12,14 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/format.h"
 #include "memory/dbr_tcb.h"
 #include "recfile/recfile.h"
 #include "support/temp_installation.h"
 
 namespace zvrtest {
 
-inline constexpr std::uint32_t flag_offset = 1010;
-inline constexpr std::uint16_t write_flag = 13245;
+inline constexpr std::uint16_t write_flag = zvrdb::engine::flag_set;
 
 // A task block made by hand; "DBR_MEM" is held as long as it lives.
 class file_task {
@@ -104,7 +104,8 @@ inline std::string last_logged(void* task, unsigned number) {
 
 inline bool set_flag_on_disk(const std::string& path, std::uint16_t value) {
   const int fd = open(path.c_str(), O_RDWR);
-  const bool written = fd >= 0 && pwrite(fd, &value, sizeof value, flag_offset) == sizeof value;
+  const bool written =
+      fd >= 0 && pwrite(fd, &value, sizeof value, zvrdb::engine::flag_offset) == sizeof value;
   if (fd >= 0) close(fd);
   return written;
 }
@@ -112,7 +113,7 @@ inline bool set_flag_on_disk(const std::string& path, std::uint16_t value) {
 inline std::uint16_t flag_on_disk(const std::string& path) {
   std::uint16_t value = 0xFFFF;
   const int fd = open(path.c_str(), O_RDONLY);
-  if (fd < 0 || pread(fd, &value, sizeof value, flag_offset) != sizeof value) value = 0xFFFF;
+  if (fd < 0 || pread(fd, &value, sizeof value, zvrdb::engine::flag_offset) != sizeof value) value = 0xFFFF;
   if (fd >= 0) close(fd);
   return value;
 }

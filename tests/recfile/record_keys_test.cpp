@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "recfile/recfile.h"
+#include "support/temp_installation.h"
 
 namespace zvrdb::recfile {
 namespace {
@@ -103,6 +104,56 @@ TEST(RecordKeys, TheLengthsThatAKeyCanFillAreThoseOfTheTable) {
                                                  12, 12, 80, 80, 124, 124, 616, 64,  64,  0};
   for (unsigned db_id = 0; db_id < DB_TYPE_COUNT; ++db_id)
     EXPECT_EQ(expected[db_id], int_key_len[db_id]) << db_id;
+}
+
+struct traced_key {
+  std::uint32_t db_id;
+  const char* heading;
+  bool name_at_4;
+  std::vector<const char*> lines;
+};
+
+TEST(RecordKeys, ATraceOfAKeyNamesItsFields) {
+  const traced_key traced[] = {
+      {5,
+       "Target Config",
+       false,
+       {"DAS identifier = 67305985", "Target number  = 134678021", "Recnum         = "}},
+      {10,
+       "CM Status",
+       false,
+       {"Record type    = 67305985", "TRG/CAT number = 134678021", "Recnum         = "}},
+      {31, "Target Group", true, {"DAS identifier = ", "Group name     = ABCDE", "Recnum         = "}},
+      {27, "Dist Cat", false, {"CF number      = 1541", "Product ID     = 2055", "Fileset ID     = 2569"}},
+      {22, "Users", true, {"User name      = ABCDE", "Recnum         = "}},
+      {25, "Profiles", true, {"Profile name   = ABCDE", "Recnum         = "}},
+      {30,
+       "User Request",
+       false,
+       {"Source domain  = ", "UserID         = ", "Fanout_Server  = ", "TargetID       = "}},
+      {28,
+       "Correlators",
+       false,
+       {"Origin domain  = ", "Int seq_no     = ", "SNA Origin     = ", "SNA seq_no     = "}},
+  };
+  const zvrdb::test::TempInstallation installation;
+  void* task = co_init_task("trace", nullptr, 0);
+  ASSERT_NE(nullptr, task);
+  trace_key(task, 5, rising_key().data());
+  EXPECT_EQ("", installation.read("log/trace.log")) << "nothing while the trace is off";
+  ASSERT_EQ(CO_OK, co_set_trace(task, 1));
+  for (const traced_key& it : traced) {
+    key_bytes key = rising_key();
+    if (it.name_at_4) std::memcpy(key.data() + 4, "ABCDE", 6);
+    trace_key(task, it.db_id, key.data());
+    const std::string trace = installation.read("log/trace.log");
+    const std::size_t block = trace.rfind(std::string(" Key contents for ") + it.heading + "\n");
+    ASSERT_NE(std::string::npos, block) << it.heading;
+    for (const char* line : it.lines)
+      EXPECT_NE(std::string::npos, trace.find(std::string("0/2 trace_key:      ") + line, block))
+          << line << trace;
+  }
+  coi_term_task(task, 0);
 }
 
 }  // namespace

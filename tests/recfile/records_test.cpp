@@ -62,6 +62,16 @@ class Records : public ::testing::Test {
     EXPECT_EQ(number, key.number);
     EXPECT_EQ(bytes_of(data_len, seed), std::vector<unsigned char>(all.begin() + 12, all.end()));
   }
+  // Takes piece 0 of a record out of the file and leaves the others.
+  void remove_first_piece(std::uint32_t number) {
+    target_key key = {4, number, 0};
+    ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_EQ));
+    engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr},
+                             {'B', 'N', 'N', 0, 0, 0, 0, nullptr},
+                             {'E', 0, 0, 0, 0, 0, 0, nullptr}};
+    ASSERT_EQ(0, engine::dlock(trg()->psp));
+    ASSERT_EQ(0, engine::ddelete(trg()->psp, list));
+  }
   void* task() { return files.task(); }
   file_entry* trg() { return files.tcb()->trg_file; }
 
@@ -138,18 +148,61 @@ TEST_F(Records, AWriteThatFailsInALaterPieceLeavesNoPiece) {
   const auto one_piece = record(7, 10);
   ASSERT_EQ(DBE_OK, db_write(task(), trg(), &stray, one_piece.data(), 22));
   ASSERT_EQ(DBE_OK, update(7, target_piece + 10, 7));
-  stray = {4, 7, 0};
-  ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &stray, KEY_EQ));
-  ASSERT_EQ(0, engine::dlock(trg()->psp));
-  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr},
-                           {'B', 'N', 'N', 0, 0, 0, 0, nullptr},
-                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
-  ASSERT_EQ(0, engine::ddelete(trg()->psp, list));
+  remove_first_piece(7);
   ASSERT_EQ(1u, pieces_in(trg()));
   EXPECT_EQ(DBE_IO_ERROR, write(7, target_piece + 10));
   EXPECT_EQ(1u, pieces_in(trg()));
   stray = {4, 7, 0};
   EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &stray, KEY_EQ));
+}
+
+TEST_F(Records, AWriteThatFailsInsideATransactionIsReturnedWithNothingUndone) {
+  ASSERT_EQ(DBE_OK, write(7, target_piece + 10));
+  remove_first_piece(7);
+  ASSERT_EQ(DBE_OK, start_trans(task(), 4));
+  EXPECT_EQ(DBE_IO_ERROR, write(7, target_piece + 20));
+  EXPECT_EQ(1, files.tcb()->trans_active[4]);
+  EXPECT_EQ(2u, pieces_in(trg())) << "piece 0 of the write stands beside the piece that was in its way";
+  EXPECT_EQ(DBE_OK, rollback(task(), 4));
+  EXPECT_EQ(1u, pieces_in(trg()));
+}
+
+// A second handle of the file, as another program would have it.
+class beside {
+ public:
+  explicit beside(const std::string& path) : buffer_(16384) {
+    static const engine::key_entry keys[] = {{1, 2, {}, nullptr}, {0, 0, {}, nullptr}};
+    opened_ = engine::dopen(psp(), path.c_str(), buffer_.data(), 16384, 'S', 2, keys) == 0;
+  }
+  ~beside() { engine::dclose(psp()); }
+  // Locks the record of a target's key.
+  bool lock_target(unsigned char number) {
+    const unsigned char value[13] = {12, 0, 0, 0, 4, 0, 0, 0, number, 0, 0, 0, 0};
+    return opened_ && engine::dfind(psp(), 1, value, 2, engine::find_equal) == 0 && engine::dlock(psp()) == 0;
+  }
+
+ private:
+  engine::PSP* psp() { return reinterpret_cast<engine::PSP*>(block_); }
+  alignas(std::max_align_t) unsigned char block_[engine::psp_size] = {};
+  std::vector<unsigned char> buffer_;
+  bool opened_ = false;
+};
+
+TEST_F(Records, ARecordThatAnotherProgramLockedIsNeitherReplacedNorDeleted) {
+  ASSERT_EQ(DBE_OK, write(7, 100));
+  {
+    beside other(installation.base() + "/db/trgcfg");
+    ASSERT_TRUE(other.lock_target(7));
+    EXPECT_EQ(DBE_IO_ERROR, update(7, 200, 71));
+    target_key key = {4, 7, 0};
+    EXPECT_EQ(DBE_IO_ERROR, db_delete(task(), &key, trg()));
+    EXPECT_EQ(7u, key.number);
+    EXPECT_EQ(2u, zvrtest::logged(task(), 36443));
+    EXPECT_EQ(0, files.tcb()->trans_active[4]);
+    expect_data(7, 100, 7);
+  }
+  EXPECT_EQ(DBE_OK, update(7, 200, 71));
+  expect_data(7, 200, 71);
 }
 
 TEST_F(Records, DeleteRemovesAllPiecesAndOnlyThose) {
@@ -182,13 +235,8 @@ TEST_F(Records, LastEndsOnPieceZeroOfALongRecord) {
 
 TEST_F(Records, LastWithoutPieceZeroIsAStorageError) {
   ASSERT_EQ(DBE_OK, write(9, target_piece + 5));
+  remove_first_piece(9);
   target_key key = {4, 9, 0};
-  ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_EQ));
-  engine::field list[3] = {{'B', 2, 'U', 0, 12, 1, 0, nullptr},
-                           {'B', 'N', 'N', 0, 0, 0, 0, nullptr},
-                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
-  ASSERT_EQ(0, engine::dlock(trg()->psp));
-  ASSERT_EQ(0, engine::ddelete(trg()->psp, list));
   EXPECT_EQ(DBE_IO_ERROR, db_locate(task(), trg(), &key, KEY_LAST));
   EXPECT_EQ(1u, zvrtest::logged(task(), 36455));
 }
@@ -231,6 +279,22 @@ TEST_F(Records, EachOptionFindsItsRecordAndGivesTheKeyBackAsTold) {
   key = {4, 301, 0};
   EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &key, KEY_EQ));
   EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &key, KEY_GE));
+}
+
+TEST_F(Records, AnEmptyFileHasNoRecordForAnyOption) {
+  for (const locate_option option : {KEY_FIRST, KEY_LAST, KEY_EQ, KEY_GE, KEY_GT, KEY_LE}) {
+    target_key key = {4, 7, 0};
+    EXPECT_EQ(DBE_NOT_FOUND, db_locate(task(), trg(), &key, option)) << option;
+    EXPECT_EQ(7u, key.number) << option;
+  }
+}
+
+TEST_F(Records, ALessOrEqualSearchEndsOnTheLastPieceOfTheRecordBelow) {
+  ASSERT_EQ(DBE_OK, write(7, 2 * target_piece + 5));
+  target_key key = {4, 8, 0};
+  ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_LE));
+  EXPECT_EQ(7u, key.number);
+  EXPECT_EQ(2u, key.recnum) << "only a search for the last record goes back to its first piece";
 }
 
 TEST_F(Records, AnUnknownOptionIsLoggedAndRefused) {
@@ -386,6 +450,30 @@ TEST_F(Records, ACorrelatorIsFoundByItsSnaKey) {
   // Deletion takes a key of full length too.
   EXPECT_EQ(DBE_OK, db_delete(task(), key, corr));
   EXPECT_EQ(0u, pieces_in(corr));
+}
+
+TEST_F(Records, AnUpdateNeverMovesACorrelatorInItsSecondKey) {
+  file_entry* corr = files.tcb()->corr_file;
+  unsigned char key[124] = {};
+  std::memcpy(key + 48, "ORIGIN", 6);
+  std::vector<unsigned char> record(124 + 10, 'a');
+  ASSERT_EQ(DBE_OK, db_write(task(), corr, key, record.data(), 134));
+  std::memcpy(key + 48, "OTHERS", 6);
+  record.assign(124 + 20, 'b');
+  ASSERT_EQ(DBE_OK, db_update(task(), corr, key, record.data(), 144));
+  unsigned char sna[77] = {76};
+  std::memcpy(sna + 1, "ORIGIN", 6);
+  ASSERT_EQ(0, engine::dfind(corr->psp, 2, sna, 2, engine::find_equal));
+  std::vector<unsigned char> data(16384);
+  engine::field list[4] = {{'B', 2, 'U', 0, 48, 1, 0, nullptr},
+                           {'B', 2, 'U', 0, 76, 2, 0, nullptr},
+                           {'B', 'N', 'N', 0, 0, 0, 0, data.data()},
+                           {'E', 0, 0, 0, 0, 0, 0, nullptr}};
+  ASSERT_EQ(0, engine::dread(corr->psp, list));
+  EXPECT_EQ(20, list[2].flen) << "the data begins behind both keys";
+  EXPECT_EQ('b', data[19]);
+  std::memcpy(sna + 1, "OTHERS", 6);
+  EXPECT_NE(0, engine::dfind(corr->psp, 2, sna, 2, engine::find_equal));
 }
 
 TEST_F(Records, TheKeyOfTheCallCountsAndNotTheOneInTheRecord) {

@@ -1,6 +1,9 @@
 // The list of focal points in common area 24.
 #include <cstring>
 
+#include "frame/entry.h"
+#include "recfile/recfile.h"
+#include "targets/target_fields.h"
 #include "targets/targets_fixture.h"
 
 namespace target_test {
@@ -49,6 +52,74 @@ TEST_F(FocalPoints, ARebuildRefreshesTheListAndDoublesNothing) {
   count() = 0;
   ASSERT_EQ(rebuild(), DBE_OK);
   EXPECT_EQ(listed(), (Names{"A"}));
+}
+
+TEST_F(FocalPoints, ARollbackOfAnAdditionTakesItOutOfTheList) {
+  ASSERT_EQ(put(Record("A").mode(focal_point)), DBE_OK);
+  ASSERT_EQ(put(Record("B").mode(push)), DBE_OK);
+  ASSERT_EQ(db_start_trans(task, DB_TRG), DBE_OK);
+  ASSERT_EQ(put(Record("NEW").mode(focal_point)), DBE_OK);
+  ASSERT_EQ(put(Record("B").mode(focal_point)), DBE_RECORD_REPLACED);
+  ASSERT_EQ(db_rollback(task, DB_TRG), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"A"}));
+  EXPECT_EQ(entry(1)[0], 0) << "the entries behind the last are cleared";
+}
+
+TEST_F(FocalPoints, ARollbackOfADeletionOrARenameBringsItBack) {
+  for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put(Record(name).mode(focal_point)), DBE_OK);
+  ASSERT_EQ(db_start_trans(task, DB_TRG), DBE_OK);
+  ASSERT_EQ(del("A"), DBE_OK);
+  ASSERT_EQ(db_rename_trg(task, "B", "BB"), DBE_OK);
+  ASSERT_EQ(db_rollback(task, DB_TRG), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"C", "A", "B"})) << "those that came back were added last";
+  EXPECT_EQ(del("A"), DBE_OK);
+  EXPECT_EQ(del("B"), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"C"}));
+}
+
+TEST_F(FocalPoints, ATaskThatEndsInATransactionLeavesNoneBehind) {
+  ASSERT_EQ(put(Record("A").mode(focal_point)), DBE_OK);
+  ASSERT_EQ(db_start_trans(task, DB_TRG), DBE_OK);
+  ASSERT_EQ(put(Record("HALF").mode(focal_point)), DBE_OK);
+  new_task();
+  EXPECT_EQ(index_rc("A"), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"A"}));
+}
+
+TEST_F(FocalPoints, ADeletionKilledBeforeItReachedTheListIsMadeUpFor) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put(Record(name).mode(focal_point)), DBE_OK);
+  const std::uint32_t doomed = number("A");
+  kill_writer_after([doomed](void* own) {
+    namespace frame = zvrdb::frame;
+    if (frame::dbr_in(own, frame::operation::write, DB_TRG) != DBE_OK) return;
+    zvrdb::targets::target_key key{DB_TRG, doomed, 0};
+    zvrdb::recfile::db_delete(own, &key, frame::tcb_of(own)->trg_file);
+  });
+  EXPECT_EQ(index_rc("A"), DBE_NO_TARGET);
+  EXPECT_EQ(listed(), (Names{"B"}));
+  EXPECT_EQ(put(Record("A").mode(push)), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"B"}));
+}
+
+TEST_F(FocalPoints, AnEntryThatAKillLeftTwiceStandsOnceAfterwards) {
+  for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put(Record(name).mode(focal_point)), DBE_OK);
+  // The removal of A, killed after it had moved one of the two entries behind it.
+  std::memcpy(entry(0), entry(1), 80);
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"B", "C", "A"}));
+  EXPECT_EQ(entry(3)[0], 0);
+}
+
+TEST_F(FocalPoints, WhatIsNoFocalPointLeavesTheListAtARebuild) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put(Record(name).mode(focal_point)), DBE_OK);
+  ASSERT_EQ(put(Record("C").mode(push)), DBE_OK);
+  std::memset(entry(2), 'x', 80);
+  std::strcpy(entry(3), "C");
+  count() = 0xFFFFFFFF;
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(listed(), (Names{"A", "B"}));
+  EXPECT_EQ(entry(2)[0], 0);
+  EXPECT_EQ(entry(3)[0], 0);
 }
 
 TEST_F(FocalPoints, DeletionAndRenameReachTheList) {

@@ -2,6 +2,7 @@
 #include <array>
 #include <cstring>
 
+#include "targets/targets.h"
 #include "targets/targets_fixture.h"
 
 namespace target_test {
@@ -182,6 +183,26 @@ TEST_F(TargetLists, TheListGivesTheWholeRecordWhenAskedForIt) {
   EXPECT_EQ(record.text_at(288, 60), "customer");
 }
 
+TEST_F(TargetLists, ATraceOfEverythingTellsTheStepsAndChangesNoAnswer) {
+  ASSERT_EQ(co_set_trace(task, 0x13F), CO_OK);
+  ASSERT_EQ(put(Record("S").type(remote | server)), DBE_OK);
+  ASSERT_EQ(put(Record("A").server("S").ren("A1")), DBE_OK);
+  EXPECT_EQ(listed(Filter().server("S")), (Names{"A", "S"}));
+  EXPECT_EQ(init(Filter().server("A")), DBE_EMPTY_LIST);
+  Record record("");
+  char rr[16] = "X";
+  EXPECT_EQ(db_trg_from_rr(task, rr, record.bytes.data(), 192), DBE_NOT_FOUND);
+  EXPECT_EQ(db_rename_trg(task, "S", "T"), DBE_OK);
+  EXPECT_EQ(del("A"), DBE_OK);
+  EXPECT_EQ(get("T").rc, DBE_OK);
+  ASSERT_EQ(co_set_trace(task, 0), CO_OK);
+  const std::string trace = installation_->read("log/trace.log");
+  for (const char* line : {"put_trg: >>>>>>>>>> ENTRY", "Had to reset a null trg", "This is not a Server",
+                           "Have a second try after reordering the vector !!", "didn't find dsuname",
+                           "No target specified, setting index to 4294967295"})
+    EXPECT_NE(trace.find(line), std::string::npos) << line;
+}
+
 TEST_F(TargetLists, AShortBlockIsRefusedAndNotWrittenBeyondItsEnd) {
   ASSERT_EQ(put(Record("A")), DBE_OK);
   for (const std::uint32_t size : {0u, 1u, 268u, 419u}) {
@@ -241,6 +262,14 @@ TEST_F(TargetLists, ThePlainListHoldsAllNamesInOrder) {
   }
   Record record("");
   EXPECT_EQ(db_get_next(task, DB_TRG, list, count, &index, record.bytes.data(), 192), DBE_END_OF_LIST);
+}
+
+TEST_F(TargetLists, TheNamesAreAddedToTheCountOfTheCaller) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put(Record(name)), DBE_OK);
+  char list[2 * 64];
+  std::uint16_t count = 40;
+  ASSERT_EQ(zvrdb::targets::start_list_trg(task, nullptr, list, sizeof list, &count), DBE_OK);
+  EXPECT_EQ(count, 42) << "the frame sets it to zero, the handler does not";
 }
 
 TEST_F(TargetLists, ANameListThatIsTooSmallIsFilledToItsLastByteAndNotBeyond) {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "memory/shared_tables.h"
+#include "recfile/recfile.h"
 #include "targets/targets_fixture.h"
 
 namespace target_test {
@@ -62,6 +63,31 @@ TEST_F(TargetLoad, ANumberBeyondALoweredLimitIsToldAndNothingIsLost) {
   configure(4);
   EXPECT_EQ(rebuild(), DBE_OK);
   EXPECT_EQ(number("LOCAL"), 4u);
+}
+
+TEST_F(TargetLoad, ARecordOfNumberZeroIsToldAndNotFollowed) {
+  ASSERT_EQ(put(Record("LOCAL").type(local)), DBE_OK);
+  std::uint32_t key[] = {DB_TRG, 0, 0};
+  const Record stray("STRAY");
+  std::vector<unsigned char> stored(12 + 64);
+  std::memcpy(stored.data() + 12, stray.bytes.data(), 64);
+  ASSERT_EQ(zvrdb::recfile::db_write(task, tcb()->trg_file, key, stored.data(), 12 + 64), DBE_OK);
+  EXPECT_EQ(rebuild(), DBE_INIT_FAILED);
+  EXPECT_NE(last_logged(36417).find("STRAY"), std::string::npos);
+  EXPECT_GE(logged(36360), 1);
+  ASSERT_EQ(zvrdb::recfile::db_delete(task, key, tcb()->trg_file), DBE_OK);
+  EXPECT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(names(), std::vector<std::string>{"LOCAL"});
+}
+
+TEST_F(TargetLoad, AMaximumOfZeroIsReachedByTheFirstRecord) {
+  ASSERT_EQ(put(Record("A")), DBE_OK);
+  configure(0);
+  EXPECT_EQ(rebuild(), DBE_INIT_FAILED) << "no limit wraps around below zero";
+  configure(10, 0, 0);
+  EXPECT_EQ(rebuild(), DBE_OK);
+  ASSERT_EQ(put(Record("L").type(local)), DBE_LIMIT_EXCEEDED);
+  ASSERT_EQ(put(Record("S").type(server)), DBE_LIMIT_EXCEEDED);
 }
 
 TEST_F(TargetLoad, ALinkOutOfTheTableCountsAsNone) {

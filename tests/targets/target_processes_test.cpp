@@ -1,26 +1,10 @@
 // Several processes change targets at once while their writers are killed: what was
 // answered as done is there, what was under way is there whole or not at all.
-//
-// The killer owns the writer arbiter of the target file while it kills, so that the
-// victim may be anywhere but in the bytes of one write operation: a put is four of
-// them, and it dies before, between or behind them, or inside the memory's tables.
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <cstring>
-#include <random>
-
-#include "targets/targets_fixture.h"
-#include "targets/writers_held_out.h"
+#include "targets/killed_writers.h"
 
 namespace target_test {
 namespace {
 
-constexpr unsigned writers = 3;
 constexpr unsigned cells = 12;
 
 // One name: the version that its description tells, 0 when there is no such target.
@@ -28,92 +12,44 @@ struct Cell {
   std::atomic<std::uint32_t> under_way;
   std::atomic<std::uint32_t> done;
 };
-struct Shared {
-  std::atomic<std::uint32_t> stop;
-  std::atomic<int> unexpected;  // the first answer that a writer did not expect
-  Cell cell[writers][cells];
-};
 
 std::string name_of(unsigned writer, unsigned cell) {
   return numbered("W", writer) + numbered(".", cell);
 }
 
-class TargetProcesses : public TargetsTest {
+class TargetProcesses : public KilledWriters {
  protected:
+  struct Shared {
+    Cell cell[writers][cells];
+  };
+
   void SetUp() override {
-    TargetsTest::SetUp();
-    void* memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    shared = static_cast<Shared*>(memory);
-  }
-  void TearDown() override {
-    munmap(shared, sizeof(Shared));
-    TargetsTest::TearDown();
+    KilledWriters::SetUp();
+    shared = share<Shared>();
   }
 
-  // What a writer does until it is told to stop or killed; each finished step is a
-  // byte in the pipe.
-  void write_until_stopped(void* child, unsigned writer, unsigned seed, int progress) {
-    std::mt19937 random(seed);
-    while (!shared->stop) {
-      const unsigned at = static_cast<unsigned>(random() % cells);
-      Cell& cell = shared->cell[writer][at];
-      const std::string name = name_of(writer, at);
-      const void* keys[] = {name.c_str()};
-      const std::uint32_t old = cell.done;
-      const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
-      cell.under_way = next;
-      int rc;
-      if (next == 0) {
-        rc = db_del(child, DB_TRG, 1, keys);
-        if (rc != (old ? DBE_OK : DBE_NOT_FOUND)) return tell_unexpected(rc);
-      } else {
-        Record record(name);
-        record.description(std::to_string(next)).ren(std::to_string(at)).text(288, 60, std::to_string(next));
-        rc = db_put(child, DB_TRG, 1, keys, record.bytes.data(), record_len);
-        if (rc != (old ? DBE_RECORD_REPLACED : DBE_OK)) return tell_unexpected(rc);
-      }
-      cell.done = next;
-      const char byte = 0;
-      if (write(progress, &byte, 1) != 1) _exit(3);
+  bool step(void* own, unsigned writer, std::mt19937& random) override {
+    const auto at = static_cast<unsigned>(random() % cells);
+    Cell& cell = shared->cell[writer][at];
+    const std::string name = name_of(writer, at);
+    const void* keys[] = {name.c_str()};
+    const std::uint32_t old = cell.done;
+    const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
+    cell.under_way = next;
+    if (next == 0) {
+      if (!expect(db_del(own, DB_TRG, 1, keys), old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
+    } else {
+      Record record(name);
+      record.description(std::to_string(next)).ren(std::to_string(at)).text(288, 60, std::to_string(next));
+      const int rc = db_put(own, DB_TRG, 1, keys, record.bytes.data(), record_len);
+      if (!expect(rc, old ? DBE_RECORD_REPLACED : DBE_OK, 2)) return false;
     }
-  }
-
-  void tell_unexpected(int rc) {
-    int none = 0;
-    shared->unexpected.compare_exchange_strong(none, rc == 0 ? -1 : rc);
-    shared->stop = 1;
-  }
-
-  // The parent keeps the reading end alone, so that the death of a writer ends its pipe.
-  pid_t start(unsigned writer, unsigned seed, int* progress) {
-    int ends[2];
-    if (pipe(ends) != 0) return -1;
-    const pid_t child = fork();
-    if (child != 0) {
-      close(ends[1]);
-      *progress = ends[0];
-      return child;
-    }
-    void* own = co_init_task("writer", nullptr, 1);
-    if (!own) _exit(2);
-    write_until_stopped(own, writer, seed, ends[1]);
-    coi_term_task(own, 0);
-    _exit(0);
-  }
-
-  std::uint32_t stored_version(const std::string& name) {
-    const Reading whole = get(name);
-    if (whole.rc == DBE_NOT_FOUND) return 0;
-    EXPECT_EQ(whole.rc, DBE_OK);
-    EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
-    EXPECT_EQ(whole.record.text_at(64, 60), get(name, 192).record.text_at(64, 60))
-        << "memory and file of " << name;
-    return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
+    cell.done = next;
+    return true;
   }
 
   // After the writer's death the stored version becomes the one that counts.
-  void check_dead_writer(unsigned writer) {
+  void check_dead_writer(unsigned writer) override {
     for (unsigned at = 0; at < cells; ++at) {
       Cell& cell = shared->cell[writer][at];
       const std::uint32_t stored = stored_version(name_of(writer, at));
@@ -123,50 +59,11 @@ class TargetProcesses : public TargetsTest {
     }
   }
 
-  std::string target_file() {
-    char base[CO_PATH_MAX] = "";
-    co_get_orvo_path(task, base, 0);
-    return std::string(base) + "/db/trgcfg";
-  }
-
   Shared* shared = nullptr;
 };
 
 TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAWriterBetweenWriteOperations) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE(numbered("seed ", seed));
-  std::mt19937 random(seed);
-  std::array<int, writers> progress{};
-  std::array<pid_t, writers> children{};
-  for (unsigned w = 0; w < writers; ++w)
-    children[w] = start(w, static_cast<unsigned>(random()), &progress[w]);
-  for (int kill_count = 0; kill_count < 12 && !HasFailure() && !shared->stop; ++kill_count) {
-    const unsigned victim = static_cast<unsigned>(random() % writers);
-    char byte;
-    unsigned steps = 5 + static_cast<unsigned>(random() % 20);
-    while (steps > 0 && read(progress[victim], &byte, 1) == 1) --steps;
-    if (steps > 0) break;  // it gave up on an answer
-    {
-      const WritersHeldOut arbiter(target_file());
-      ASSERT_TRUE(arbiter.held());
-      ASSERT_EQ(kill(children[victim], SIGKILL), 0);
-      ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
-    }
-    check_dead_writer(victim);
-    close(progress[victim]);
-    children[victim] = start(victim, static_cast<unsigned>(random()), &progress[victim]);
-  }
-  shared->stop = 1;
-  for (unsigned w = 0; w < writers; ++w) {
-    char bytes[256];
-    while (read(progress[w], bytes, sizeof bytes) > 0) {
-    }
-    close(progress[w]);
-    int status = -1;
-    ASSERT_EQ(waitpid(children[w], &status, 0), children[w]);
-    EXPECT_EQ(status, 0);
-  }
-  EXPECT_EQ(shared->unexpected, 0) << "an answer that a writer did not expect";
+  run_and_kill({.kills = 12, .fewest_steps = 5, .most_steps = 24});
   for (unsigned w = 0; w < writers; ++w)
     for (unsigned at = 0; at < cells; ++at)
       EXPECT_EQ(stored_version(name_of(w, at)), shared->cell[w][at].done) << name_of(w, at);

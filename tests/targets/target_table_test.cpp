@@ -175,8 +175,21 @@ TEST_F(TargetTable, ALimitRaisedWhileRunningDoesNotPassTheTableAsBuilt) {
   configure(50);
   ASSERT_EQ(put(Record("B")), DBE_OK);
   EXPECT_EQ(put(Record("C")), DBE_LIMIT_EXCEEDED);
+  EXPECT_NE(last_logged(36383).find("Target Configuration has been reached: at most 2 "), std::string::npos)
+      << "the lower of both is told";
   ASSERT_EQ(rebuild(), DBE_OK);
   EXPECT_EQ(put(Record("C")), DBE_OK);
+}
+
+TEST_F(TargetTable, ATableForNoTargetsIsEmptyAndTakesNone) {
+  configure(0);
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_TRUE(names().empty());
+  EXPECT_EQ(put(Record("A")), DBE_LIMIT_EXCEEDED);
+  EXPECT_EQ(get("A").rc, DBE_NOT_FOUND);
+  configure(1);
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(put(Record("A")), DBE_OK);
 }
 
 TEST_F(TargetTable, AFailedNewTargetSendsItsNumberToTheEndOfBothFreeLists) {

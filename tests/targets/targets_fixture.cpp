@@ -34,7 +34,8 @@ void TargetsTest::SetUp() {
 void TargetsTest::TearDown() {
   if (task) {
     expect_sound();
-    if (HasFailure()) std::cout << "The log of the installation:\n" << std::ifstream(co_log_path(task)).rdbuf();
+    if (HasFailure())
+      std::cout << "The log of the installation:\n" << std::ifstream(co_log_path(task)).rdbuf();
     coi_term_task(task, 0);
   }
   installation_.reset();
@@ -170,6 +171,15 @@ int TargetsTest::logged(unsigned message) {
   int count = 0;
   for (std::string line; std::getline(log, line);) count += line.find(mark) != std::string::npos;
   return count;
+}
+
+std::string TargetsTest::last_logged(unsigned message) {
+  std::ifstream log(co_log_path(task));
+  const std::string mark = numbered("ZVR", message);
+  std::string last;
+  for (std::string line; std::getline(log, line);)
+    if (line.find(mark) != std::string::npos) last = line;
+  return last;
 }
 
 void TargetsTest::expect_sound() {

@@ -60,6 +60,8 @@ class TargetsTest : public ::testing::Test {
   zvrdb::TRG_CNTL_ENTRY* slot(const std::string& name);
   // How often this message stands in the log.
   int logged(unsigned number);
+  // The last line of the log with this message; empty when there is none.
+  std::string last_logged(unsigned number);
   void expect_sound();
 
   std::unique_ptr<zvrdb::test::TempInstallation> installation_;

@@ -1,23 +1,11 @@
 // Several processes change groups of targets in explicit transactions, on one file or
 // on two, while they are killed between write operations: after any death a group is of
 // one version, that which was stored or that under way, in memory and in the file.
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <cstring>
-#include <random>
-
-#include "targets/targets_fixture.h"
-#include "targets/writers_held_out.h"
+#include "targets/killed_writers.h"
 
 namespace target_test {
 namespace {
 
-constexpr unsigned writers = 3;
 constexpr unsigned members = 4;
 constexpr std::uint32_t requests = DB_RQR;
 
@@ -26,36 +14,20 @@ struct Group {
   std::atomic<std::uint32_t> under_way;
   std::atomic<std::uint32_t> done;
 };
-struct Shared {
-  std::atomic<std::uint32_t> stop;
-  std::atomic<int> unexpected;
-  std::atomic<int> unexpected_at;
-  Group group[writers];
-};
 
 std::string member(unsigned writer, unsigned at) {
   return numbered("G", writer) + numbered(".", at);
 }
 
-class TransactionProcesses : public TargetsTest {
+class TransactionProcesses : public KilledWriters {
  protected:
-  void SetUp() override {
-    TargetsTest::SetUp();
-    void* memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    shared = static_cast<Shared*>(memory);
-  }
-  void TearDown() override {
-    munmap(shared, sizeof(Shared));
-    TargetsTest::TearDown();
-  }
+  struct Shared {
+    Group group[writers];
+  };
 
-  bool expect(int rc, int wanted, int place) {
-    if (rc == wanted) return true;
-    int none = 0;
-    if (shared->unexpected.compare_exchange_strong(none, rc == 0 ? -1 : rc)) shared->unexpected_at = place;
-    shared->stop = 1;
-    return false;
+  void SetUp() override {
+    KilledWriters::SetUp();
+    shared = share<Shared>();
   }
 
   // Gives every member the version, or deletes all of them for version 0.
@@ -104,48 +76,11 @@ class TransactionProcesses : public TargetsTest {
     return expect(db_put_trg_stat(own, name.c_str(), status), DBE_OK, 9);
   }
 
-  void write_until_stopped(void* own, unsigned writer, unsigned seed, int progress) {
-    std::mt19937 random(seed);
-    while (!shared->stop) {
-      if (!(random() % 4 == 0 ? look_around(own, writer, random) : change_group(own, writer, random))) return;
-      const char byte = 0;
-      if (write(progress, &byte, 1) != 1) _exit(3);
-    }
+  bool step(void* own, unsigned writer, std::mt19937& random) override {
+    return random() % 4 == 0 ? look_around(own, writer, random) : change_group(own, writer, random);
   }
 
-  pid_t start(unsigned writer, unsigned seed, int* progress) {
-    int ends[2];
-    if (pipe(ends) != 0) return -1;
-    const pid_t child = fork();
-    if (child != 0) {
-      close(ends[1]);
-      *progress = ends[0];
-      return child;
-    }
-    void* own = co_init_task("writer", nullptr, 1);
-    if (!own) _exit(2);
-    write_until_stopped(own, writer, seed, ends[1]);
-    coi_term_task(own, 0);
-    _exit(0);
-  }
-
-  std::uint32_t stored_version(const std::string& name) {
-    const Reading whole = get(name);
-    const Reading head = get(name, 192);
-    EXPECT_EQ(whole.rc, head.rc) << "memory and file of " << name;
-    if (whole.rc == DBE_NOT_FOUND) return 0;
-    EXPECT_EQ(whole.record.text_at(64, 60), head.record.text_at(64, 60)) << "memory and file of " << name;
-    EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
-    return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
-  }
-
-  std::string target_file() {
-    char base_path[CO_PATH_MAX] = "";
-    co_get_orvo_path(task, base_path, 0);
-    return std::string(base_path) + "/db/trgcfg";
-  }
-
-  void check_dead_writer(unsigned writer) {
+  void check_dead_writer(unsigned writer) override {
     Group& group = shared->group[writer];
     const std::uint32_t first = stored_version(member(writer, 0));
     for (unsigned at = members; at-- > 0;) {
@@ -166,44 +101,10 @@ class TransactionProcesses : public TargetsTest {
 };
 
 TEST_F(TransactionProcesses, AGroupIsOfOneVersionAfterTheDeathOfAWriterBetweenWriteOperations) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE(numbered("seed ", seed));
-  std::mt19937 random(seed);
   configure(100, 100, 1000000);  // each replacement counts a server once more
   // Calls of class 0 wait for tables that somebody else has built.
   ASSERT_EQ(index_rc(""), DBE_NO_TARGET);
-  std::array<int, writers> progress{};
-  std::array<pid_t, writers> children{};
-  for (unsigned w = 0; w < writers; ++w)
-    children[w] = start(w, static_cast<unsigned>(random()), &progress[w]);
-  constexpr int kills = 12;
-  for (int kill_count = 0; kill_count < kills && !HasFailure() && !shared->stop; ++kill_count) {
-    const unsigned victim = static_cast<unsigned>(random() % writers);
-    char byte;
-    unsigned steps = 1 + static_cast<unsigned>(random() % 8);
-    while (steps > 0 && read(progress[victim], &byte, 1) == 1) --steps;
-    if (steps > 0) break;  // it gave up on an answer
-    {
-      const WritersHeldOut arbiter(target_file());
-      ASSERT_TRUE(arbiter.held());
-      ASSERT_EQ(kill(children[victim], SIGKILL), 0);
-      ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
-    }
-    check_dead_writer(victim);
-    close(progress[victim]);
-    children[victim] = start(victim, static_cast<unsigned>(random()), &progress[victim]);
-  }
-  shared->stop = 1;
-  for (unsigned w = 0; w < writers; ++w) {
-    char bytes[256];
-    while (read(progress[w], bytes, sizeof bytes) > 0) {
-    }
-    close(progress[w]);
-    int status = -1;
-    ASSERT_EQ(waitpid(children[w], &status, 0), children[w]);
-    EXPECT_EQ(status, 0);
-  }
-  EXPECT_EQ(shared->unexpected, 0) << "an answer that a writer did not expect, at " << shared->unexpected_at;
+  run_and_kill({.kills = 12, .fewest_steps = 1, .most_steps = 8});
   for (unsigned w = 0; w < writers; ++w)
     for (unsigned at = 0; at < members; ++at)
       EXPECT_EQ(stored_version(member(w, at)), shared->group[w].done) << member(w, at);

@@ -45,6 +45,16 @@ struct Config {
   std::vector<unsigned char> bytes = std::vector<unsigned char>(base_config_len);
 };
 
+// The record that the printed text is read as.
+std::vector<unsigned char> read_back(const Config& config) {
+  std::vector<unsigned char> record(base_config_len);
+  std::uint32_t line = 0;
+  char reason[200] = {};
+  EXPECT_EQ(co_parse_config(config.print().c_str(), record.data(), &line, reason, sizeof reason), CO_OK)
+      << "line " << line << ": " << reason;
+  return record;
+}
+
 TEST(BaseConfigText, AnEmptyRecordPrintsItsFixedLinesInOrder) {
   EXPECT_EQ(Config().print(),
             "WORKSTATION NAME:     \n"
@@ -237,12 +247,50 @@ TEST(BaseConfigText, WhatIsPrintedReadsBackAsTheSameRecord) {
       .u8(4611, 1)
       .u8(4624, 1)
       .u32(4636, 15);
-  std::vector<unsigned char> read(base_config_len);
-  std::uint32_t line = 0;
-  char reason[200] = {};
-  ASSERT_EQ(co_parse_config(config.print().c_str(), read.data(), &line, reason, sizeof reason), CO_OK)
-      << "line " << line << ": " << reason;
-  EXPECT_EQ(read, config.bytes);
+  EXPECT_EQ(read_back(config), config.bytes);
+}
+
+struct TextField {
+  std::size_t offset;
+  std::size_t width;
+};
+constexpr TextField text_fields[] = {{0, 64},     {88, 256},   {344, 256},  {600, 256}, {856, 256},
+                                     {1112, 256}, {1368, 350}, {4312, 256}, {4584, 9},  {4594, 16},
+                                     {1718, 350}, {2068, 350}, {2418, 350}, {2768, 350}};
+
+TEST(BaseConfigText, EveryTextThatFillsItsFieldReadsBackAsTheSameRecord) {
+  Config all;
+  for (const TextField& field : text_fields) {
+    Config config;
+    // The servers before this one, or the list would end before it.
+    for (std::size_t at = 1368; field.width == 350 && at < field.offset; at += 350) config.text(at, "BEFORE");
+    config.text(field.offset, std::string(field.width, 'f'));
+    EXPECT_EQ(read_back(config), config.bytes) << field.offset;
+    all.text(field.offset, std::string(field.width, 'a'));
+  }
+  EXPECT_EQ(read_back(all), all.bytes);
+}
+
+TEST(BaseConfigText, EveryNumberAtItsGreatestReadsBackAsTheSameRecord) {
+  Config config;
+  for (const std::size_t offset : {66, 80, 82, 86}) config.u16(offset, 0xFFFF);
+  for (const std::size_t offset :
+       {68, 72, 76, 4264, 4268, 4272, 4280, 4284, 4288, 4292, 4296, 4300, 4304, 4308, 4568, 4572, 4576, 4636})
+    config.u32(offset, 0xFFFFFFFF);
+  EXPECT_EQ(read_back(config), config.bytes);
+}
+
+// A value that has no word of its own comes back as another one of the same word.
+TEST(BaseConfigText, EveryValueOfAWordFieldPrintsTheSameWordAfterItWasRead) {
+  for (const std::size_t offset :
+       {64, 84, 85, 4276, 4277, 4278, 4580, 4581, 4582, 4583, 4593, 4610, 4611, 4624})
+    for (unsigned value = 0; value < 256; ++value) {
+      Config config;
+      config.u8(offset, value);
+      Config back;
+      back.bytes = read_back(config);
+      ASSERT_EQ(back.print(), config.print()) << offset << ": " << value;
+    }
 }
 
 }  // namespace

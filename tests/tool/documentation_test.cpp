@@ -21,7 +21,8 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
   const std::string manual = page("man/zvradm.1");
   for (const char* command :
        {"init", "status", "reset", "trace on", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
-        "target\\-by\\-rr", "server\\-of", "export", "import", "file check", "file dump", "file summary", "file hold"})
+        "target\\-by\\-rr", "server\\-of", "export", "import", "cms put", "cms get",
+        "cms del\\fR", "cms del\\-file", "cms by\\-file", "cms by\\-target", "cms import", "file check", "file dump", "file summary", "file hold"})
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
 }
 
@@ -31,6 +32,16 @@ TEST(Documentation, TheRecordsPageTellsEveryTypeAndField) {
     EXPECT_THAT(records, HasSubstr("| `" + std::string(type.suffix) + "` | " + std::to_string(type.db_id)));
     if (type.db_id == DB_CFG) continue;  // told by the rule that makes its names
     for (const zvradm::field& f : type.fields) EXPECT_THAT(records, HasSubstr("`" + std::string(f.name) + "`"));
+  }
+}
+
+TEST(Documentation, TheHelpOfTheRecordCommandsTellsEveryType) {
+  for (const zvradm::record_type& type : zvradm::record_types()) {
+    const std::string suffix = type.suffix;
+    EXPECT_THAT(run_tool({"get", "--help"}).out, HasSubstr(suffix));
+    if (type.storable()) {
+      EXPECT_THAT(run_tool({"put", "--help"}).out, HasSubstr(suffix));
+    }
   }
 }
 

@@ -33,7 +33,9 @@ TEST_F(TargetCommands, RenamingRefusesATakenAndAnUnknownName) {
   const tool_result taken = base.tool({"rename-target", "HUB", "LEAF"});
   EXPECT_EQ(taken.exit, 1);
   EXPECT_THAT(taken.err, HasSubstr("exists already"));
-  EXPECT_EQ(base.tool({"rename-target", "NOBODY", "X"}).exit, 1);
+  const tool_result unknown = base.tool({"rename-target", "NOBODY", "X"});
+  EXPECT_EQ(unknown.exit, 1);
+  EXPECT_THAT(unknown.err, HasSubstr("DBE_NOT_FOUND (8194)")) << "the code of the rename itself";
   EXPECT_EQ(base.tool({"get", "trg", "HUB"}).exit, 0);
 }
 

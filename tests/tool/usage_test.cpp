@@ -11,7 +11,7 @@ using testing::HasSubstr;
 const std::vector<std::vector<std::string>> all_commands{
     {"init"}, {"status"}, {"reset"}, {"put"}, {"get"}, {"del"}, {"list"}, {"rename-target"},
     {"target-status"}, {"target-by-rr"}, {"server-of"}, {"import"}, {"export"}, {"trace"},
-    {"file", "check"}, {"file", "dump"}, {"file", "summary"}, {"file", "hold"}};
+    {"cms", "import"}, {"file", "check"}, {"file", "dump"}, {"file", "summary"}, {"file", "hold"}};
 
 TEST(Usage, EveryCommandTellsItsFormWithAnExample) {
   for (std::vector<std::string> command : all_commands) {
@@ -51,6 +51,29 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
       {"target-status", "age", "65536"},
       {"target-by-rr", "NODOT"},
       {"target-by-rr", "NINECHARS.A"},
+      {"get", "cat"},
+      {"get", "cat", "A\\B"},
+      {"get", "cat", std::string(66, 'x')},
+      {"get", "prd", "A"},
+      {"get", "prd", "A", "65536"},
+      {"get", "fst", "A", "1"},
+      {"del", "fst", "A", "1", "-1"},
+      {"list", "prd"},
+      {"list", "fst", "A", "--product", "65536"},
+      {"list", "prd", "A", "--product", "1"},
+      {"list", "cat", "A"},
+      {"list", "trg", "--filter", "A"},
+      {"list", "cat", "--filter", "a.b.c.d.e.f.g.h.i.j.k.l"},
+      {"list", "cat", "--server", "A"},
+      {"cms"},
+      {"cms", "put", "A", "B"},
+      {"cms", "put", "A", "B", "256"},
+      {"cms", "put", "A", "B", "-1"},
+      {"cms", "put", "A", "B", "1", "--details", "0"},
+      {"cms", "put", "A", "B", "1", "--details", std::string(66, '0')},
+      {"cms", "put", std::string(65, 'x'), "B", "1"},
+      {"cms", "get", "A", "B\\"},
+      {"cms", "by-file", std::string(66, 'x')},
       {"export", "cfg"},
       {"import"},
       {"trace"},
@@ -69,7 +92,7 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
 TEST(Usage, ATypeThatTheLibraryHasNoOperationsForIsRefusedWithItsCode) {
   const scratch_base base;
   ASSERT_EQ(base.init().exit, 0);
-  for (const char* type : {"cat", "cms", "tg", "rte", "dtg"})
+  for (const char* type : {"tg", "rte", "dtg", "usr"})
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"get", type, "A"}, {"put", type}, {"del", type, "A"}, {"list", type}}) {
       const tool_result result = base.tool(arguments);

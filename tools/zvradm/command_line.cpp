@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "cms_commands.h"
 #include "commands.h"
 
 namespace zvradm {
@@ -36,7 +37,9 @@ int run_command_line(int argc, const char* const* argv) {
   app.fallthrough();
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help of all commands");
-  app.add_option("--base", all.base, "Base directory of the installation")->type_name("DIR")->envname("ORVO_PATH");
+  app.add_option("--base", all.base, "Base directory of the installation")
+      ->type_name("DIR")
+      ->envname("ORVO_PATH");
   add_init(app, all);
   add_status(app, all);
   add_reset(app, all);
@@ -50,7 +53,13 @@ int run_command_line(int argc, const char* const* argv) {
   add_server_of(app, all);
   add_import(app, all);
   add_export(app, all);
+  add_matrix(app, all);
   add_trace(app, all);
+  CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");
+  cms.require_subcommand(1);
+  add_cms_pair(cms, all);
+  add_cms_lists(cms, all);
+  add_cms_import(cms, all);
   CLI::App& file = *app.add_subcommand("file", "Check, dump and sum up record files");
   file.require_subcommand(1);
   add_file_check(file, all);

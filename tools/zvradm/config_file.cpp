@@ -78,8 +78,12 @@ void require_config_text(const char* what, const std::string& text, std::size_t 
     throw usage_fault(std::string(what) + " must not begin or end with a blank");
 }
 
-std::string config_path(const std::string& base) { return base + "/orvo.cfg"; }
-std::string pending_path(const std::string& base) { return base + "/orvo.cfg.pending"; }
+std::string config_path(const std::string& base) {
+  return base + "/orvo.cfg";
+}
+std::string pending_path(const std::string& base) {
+  return base + "/orvo.cfg.pending";
+}
 
 bool read_config(const std::string& path, config_record& record) {
   const descriptor d(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -113,10 +117,13 @@ void write_config(void* task, const std::string& path, const config_record& reco
   rename_durably(fresh, path);
 }
 
-void publish_pending(const std::string& base) { rename_durably(pending_path(base), config_path(base)); }
+void publish_pending(const std::string& base) {
+  rename_durably(pending_path(base), config_path(base));
+}
 
 void remove_pending(const std::string& base) {
-  if (unlink(pending_path(base).c_str()) != 0 && errno != ENOENT) fail(pending_path(base), "cannot be removed");
+  if (unlink(pending_path(base).c_str()) != 0 && errno != ENOENT)
+    fail(pending_path(base), "cannot be removed");
   flush_directory_of(pending_path(base));
 }
 
@@ -151,6 +158,8 @@ void config_lock::require() const {
   if (!taken_) throw refusal(base_ + ": another process is changing the configuration; wait for its end");
 }
 
-config_lock::~config_lock() { close(descriptor_); }
+config_lock::~config_lock() {
+  close(descriptor_);
+}
 
 }  // namespace zvradm

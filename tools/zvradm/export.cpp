@@ -3,20 +3,24 @@
 #include <zvrdb/zvrdb.h>
 
 #include <array>
+#include <cstring>
 #include <memory>
 
+#include "change_file_list.h"
+#include "change_file_name.h"
 #include "commands.h"
 #include "json_output.h"
 #include "progress.h"
 #include "record_keys.h"
 #include "server_order.h"
 #include "session.h"
+#include "status_read.h"
 
 namespace zvradm {
 
 namespace {
 
-constexpr std::array exported_types{"trg", "prm", "thw", "sht"};
+constexpr std::array exported_types{"trg", "prm", "thw", "sht", "cat", "prd", "fst", "cms"};
 constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
@@ -47,8 +51,8 @@ std::vector<ordered_target> read_targets(void* task) {
     require_ok("export trg", code);
     const json line = typed(type, {record.data(), type.get_length});
     const auto name_end = std::find(record.begin(), record.begin() + 64, static_cast<unsigned char>(0));
-    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"), text_of(line, "srv_name"),
-                       json_line(line)});
+    targets.push_back({std::string(record.begin(), name_end), text_of(line, "trg_name"),
+                       text_of(line, "srv_name"), json_line(line)});
     shown.reached(targets.size());
   }
 }
@@ -73,27 +77,134 @@ void export_by_target(void* task, const record_type& type, const std::vector<ord
   }
 }
 
-void export_types(const globals& all, const std::vector<std::string>& asked) {
+void export_targets(const std::vector<ordered_target>& targets) {
+  for (const std::size_t at : servers_first(targets)) {
+    const std::string line = targets[at].line + "\n";
+    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size())
+      throw refusal("standard output cannot be written");
+  }
+}
+
+void tell(const std::string& text) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "zvradm: %s\n", text.c_str());
+}
+
+void export_change_files(void* task, const record_type& type) {
+  const list_changes changes = read_change_files(
+      task, every_change_file(), type.get_length, "export cat",
+      [&](const db_cat_entry&, std::span<const unsigned char> record) { print_json(typed(type, record)); });
+  tell_changes("export cat", changes);
+}
+
+// Products or filesets of one change file; false when they are there and cannot be read.
+bool export_products_of(void* task, const record_type& type, const db_cf_name& name) {
+  db_prd_key filter{};
+  filter.cf_name = name;
+  std::array<unsigned char, DB_PRODUCT_LIST_STATE> area{};
+  std::int16_t code = db_init_list(task, type.db_id, &filter, area.data(), area.size());
+  if (code == DBE_NOT_FOUND) return true;  // deleted meanwhile
+  const std::string what = std::string("export ") + type.suffix + " of \"" + change_file_text(name) + "\"";
+  if (code == DBE_EMPTY_LIST) {
+    tell(what + ": a list of products cannot be asked for by a name with '*' in its first token");
+    return false;
+  }
+  require_ok(what, code);
+  std::vector<unsigned char> record(type.get_length);
+  for (;;) {
+    std::fill(record.begin(), record.end(), static_cast<unsigned char>(0));
+    code = db_get_more(task, type.db_id, area.data(), record.data(), type.get_length);
+    if (code == DBE_END_OF_LIST) return true;
+    if (code == DBE_NOT_FOUND) {
+      // Its number is above the count of change files: see "Limits" of the operation page.
+      tell(library_refusal(what, code).what());
+      return false;
+    }
+    require_ok(what, code);
+    print_json(typed(type, record));
+  }
+}
+
+bool export_products(void* task, const record_type& type, const std::vector<numbered_change_file>& files) {
+  bool whole = true;
+  progress shown(std::string("exporting ") + type.suffix, files.size());
+  std::uint64_t done = 0;
+  for (const numbered_change_file& file : files) {
+    whole = export_products_of(task, type, file.name) && whole;
+    shown.reached(++done);
+  }
+  return whole;
+}
+
+// Stored status, target by target, in the order of the names.
+bool export_status(void* task, const record_type& type, const std::vector<ordered_target>& targets,
+                   const std::vector<numbered_change_file>& files) {
+  std::uint64_t nameless = 0, done = 0;
+  progress shown("exporting cms", targets.size());
+  for (const ordered_target& target : targets) {
+    shown.reached(done++);
+    std::uint32_t number = 0;
+    if (db_get_trg_index(task, target.name.c_str(), &number) == DBE_NO_TARGET) continue;  // deleted meanwhile
+    status_map states = read_stored_status(task, target.name, "export cms");
+    if (states.empty()) continue;
+    for (const numbered_change_file& file : files) {
+      if (states.erase(file.number) == 0) continue;
+      const pair_status pair =
+          read_status(task, record_keys(type, {target.name, change_file_text(file.name)}));
+      if (pair.code == DBE_NOT_FOUND || pair.is_default) continue;  // deleted meanwhile
+      require_ok("export cms", pair.code);
+      std::array<unsigned char, sizeof pair.record> bytes;
+      std::memcpy(bytes.data(), &pair.record, bytes.size());
+      print_json(typed(type, bytes));
+    }
+    nameless += states.size();
+  }
+  if (nameless != 0)
+    tell("export cms: " + std::to_string(nameless) +
+         " pairs are of change files that are not in the catalog: left out");
+  return nameless == 0;
+}
+
+bool is_asked(const std::vector<std::string>& asked, const char* suffix) {
+  return asked.empty() || std::find(asked.begin(), asked.end(), suffix) != asked.end();
+}
+
+int export_types(const globals& all, const std::vector<std::string>& asked) {
   for (const std::string& suffix : asked) {
     (void)record_type_named(suffix);
     if (std::find(exported_types.begin(), exported_types.end(), suffix) == exported_types.end())
       throw usage_fault("type " + suffix + " is not exported: it belongs to the installation itself");
   }
   const session s(base_directory(all));
-  const std::vector<ordered_target> targets = read_targets(s.task());
+  std::vector<ordered_target> targets;
+  std::vector<numbered_change_file> files;
+  for (const char* of_target : {"trg", "prm", "thw", "sht", "cms"})
+    if (targets.empty() && is_asked(asked, of_target)) targets = read_targets(s.task());
+  for (const char* of_file : {"prd", "fst", "cms"})
+    if (files.empty() && is_asked(asked, of_file)) files = list_numbered_change_files(s.task(), "export");
+  bool whole = true;
   for (const char* suffix : exported_types) {
-    if (!asked.empty() && std::find(asked.begin(), asked.end(), suffix) == asked.end()) continue;
+    if (!is_asked(asked, suffix)) continue;
     const record_type& type = record_type_named(suffix);
-    if (type.db_id != DB_TRG) {
-      export_by_target(s.task(), type, targets);
-      continue;
-    }
-    for (const std::size_t at : servers_first(targets)) {
-      const std::string line = targets[at].line + "\n";
-      if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size())
-        throw refusal("standard output cannot be written");
+    switch (type.db_id) {
+      case DB_TRG:
+        export_targets(targets);
+        break;
+      case DB_CAT:
+        export_change_files(s.task(), type);
+        break;
+      case DB_PRD:
+      case DB_FST:
+        whole = export_products(s.task(), type, files) && whole;
+        break;
+      case DB_CMS:
+        whole = export_status(s.task(), type, targets, files) && whole;
+        break;
+      default:
+        export_by_target(s.task(), type, targets);
     }
   }
+  return whole ? exit_done : exit_refused;
 }
 
 }  // namespace
@@ -101,16 +212,18 @@ void export_types(const globals& all, const std::vector<std::string>& asked) {
 void add_export(CLI::App& app, globals& all) {
   auto types = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = *app.add_subcommand("export", "Print the records of the installation as JSON lines");
-  sub.add_option("TYPE", *types, "Record types: trg, prm, thw, sht; all when left out");
+  sub.add_option("TYPE", *types, "Record types: trg, prm, thw, sht, cat, prd, fst, cms; all when left out");
   sub.footer(R"(Each line has a "type"; fields that are zero or empty are left out, and so are those
 that belong to this installation only (in_use, trg_status, srv_num). A server stands
-before its clients. Imported into an empty installation with the same local target,
+before its clients. Change files, products, filesets and CM status name each other and
+targets by name, so their numbers do not matter. Imported into an empty installation with the same local target,
 the same text comes out again.
 
 Examples:
   zvradm --base /srv/zvr export > all.jsonl
-  zvradm --base /srv/zvr export trg)");
-  sub.callback([&all, types] { export_types(all, *types); });
+  zvradm --base /srv/zvr export trg
+  zvradm --base /srv/zvr export cat cms)");
+  sub.callback([&all, types] { all.answer = export_types(all, *types); });
 }
 
 }  // namespace zvradm

@@ -50,10 +50,11 @@ void take_note(check_run& run, const problem& found) {
 void print_notes(const check_run& run) {
   for (const noted& note : run.notes) {
     if (run.as_json) {
-      print_json({{"file", run.file}, {"note", note.text}, {"first_node", note.first}, {"nodes", note.nodes}});
+      print_json(
+          {{"file", run.file}, {"note", note.text}, {"first_node", note.first}, {"nodes", note.nodes}});
       continue;
     }
-    const std::string where = note.first < 0     ? ""
+    const std::string where = note.first < 0    ? ""
                               : note.nodes == 1 ? "node " + std::to_string(note.first) + ": "
                                                 : std::to_string(note.nodes) + " nodes, the first " +
                                                       std::to_string(note.first) + ": ";
@@ -66,7 +67,8 @@ void print_problem(void* context, const problem& found) {
   if (found.note) return take_note(run, found);
   ++run.problems;
   if (run.as_json)
-    return print_json({{"file", run.file}, {"node", found.node}, {"path", found.path}, {"problem", found.text}});
+    return print_json(
+        {{"file", run.file}, {"node", found.node}, {"path", found.path}, {"problem", found.text}});
   const std::string where = found.node < 0 ? "header" : "node " + std::to_string(found.node);
   std::printf("%s: %s%s: %s\n", run.file.c_str(), where.c_str(),
               found.path.empty() ? "" : (" (" + found.path + ")").c_str(), found.text.c_str());
@@ -84,7 +86,8 @@ int check_file(const std::string& file, const check_request& request) {
   options.progress_context = &shown;
   check_run run{file, request.as_json, 0, {}};
   std::string reason;
-  const report_outcome outcome = zvrdb::engine::verify_file(file.c_str(), options, print_problem, &run, &reason);
+  const report_outcome outcome =
+      zvrdb::engine::verify_file(file.c_str(), options, print_problem, &run, &reason);
   print_notes(run);
   const char* word = outcome == report_outcome::sound      ? "sound"
                      : outcome == report_outcome::problems ? "problems"
@@ -103,7 +106,9 @@ int check_file(const std::string& file, const check_request& request) {
     std::fflush(stdout);
     std::fprintf(stderr, "zvradm: %s: not readable: %s\n", file.c_str(), reason.c_str());
   }
-  return outcome == report_outcome::sound ? 0 : outcome == report_outcome::problems ? exit_problems : exit_unreadable;
+  return outcome == report_outcome::sound      ? 0
+         : outcome == report_outcome::problems ? exit_problems
+                                               : exit_unreadable;
 }
 
 int check_files(const check_request& request) {

@@ -44,7 +44,8 @@ bool print_entry(void* context, const dump_entry& entry) {
 void dump(const std::string& file) {
   dump_run run;
   std::string reason;
-  const report_outcome outcome = zvrdb::engine::dump_file(file.c_str(), print_header, print_entry, &run, &reason);
+  const report_outcome outcome =
+      zvrdb::engine::dump_file(file.c_str(), print_header, print_entry, &run, &reason);
   if (!run.fault.empty()) throw refusal(run.fault);
   if (outcome == report_outcome::unreadable) throw refusal(file + ": not readable: " + reason);
   if (outcome == report_outcome::problems)

@@ -6,49 +6,30 @@
 #include <vector>
 
 #include "commands.h"
-#include "engine/format.h"
-#include "engine/os_file.h"
+#include "engine/byte_wait.h"
+#include "engine/engine.h"
 
 namespace zvradm {
 
 namespace {
 
-using zvrdb::engine::linux_ops;
-using zvrdb::engine::lock_answer;
+using zvrdb::engine::writers_held;
 
 struct hold_options {
   std::vector<std::string> files;
   std::string command;
 };
 
-// The writer arbiter of a record file, owned from making to end.  Writers wait for it
-// between two write operations, never inside one.
-class held_file {
- public:
-  explicit held_file(const std::string& name) : file_(linux_ops.open(name.c_str(), {true, false, false})) {
-    if (file_ < 0) throw refusal(name + ": cannot be opened for writing");
-    lock_answer answer = lock_answer::busy;
-    for (unsigned attempt = 0; answer == lock_answer::busy; ++attempt) {
-      answer = linux_ops.lock(file_, zvrdb::engine::arbiter_byte, 1);
-      if (answer == lock_answer::busy) linux_ops.wait(attempt);
-    }
-    if (answer == lock_answer::taken) return;
-    linux_ops.close(file_);
-    throw refusal(name + ": this file system takes no byte locks");
-  }
-  ~held_file() { linux_ops.close(file_); }
-  held_file(const held_file&) = delete;
-  held_file& operator=(const held_file&) = delete;
-
- private:
-  int file_;
-};
-
 void hold(const hold_options& options) {
   // In the order of the names given: two holders that name them alike never wait for
   // each other.
-  std::vector<std::unique_ptr<held_file>> held;
-  for (const std::string& name : options.files) held.push_back(std::make_unique<held_file>(name));
+  std::vector<std::unique_ptr<writers_held>> held;
+  for (const std::string& name : options.files) {
+    held.push_back(std::make_unique<writers_held>(name.c_str()));
+    const int result = held.back()->result();
+    if (result == zvrdb::engine::e_byte_lock) throw refusal(name + ": this file system takes no byte locks");
+    if (result != 0) throw refusal(name + ": cannot be opened for writing");
+  }
   const int status = std::system(options.command.c_str());
   if (status == -1) throw refusal("the command cannot be run");
   if (!WIFEXITED(status)) throw refusal("the command was ended by a signal");
@@ -61,7 +42,8 @@ void hold(const hold_options& options) {
 void add_file_hold(CLI::App& file, globals& all) {
   (void)all;
   auto options = std::make_shared<hold_options>();
-  CLI::App& sub = *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
+  CLI::App& sub =
+      *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
   sub.add_option("FILE", options->files, "Record files, held in this order")->required();
   sub.add_option("--run", options->command, "Command line for the shell")->required();
   sub.footer(R"(Writers wait until the command has ended; readers do not. The command must not use the

@@ -19,17 +19,26 @@ struct summary_options {
   bool as_table = false;
 };
 
-double rounded(double share) { return std::round(share * 1000) / 1000; }
+double rounded(double share) {
+  return std::round(share * 1000) / 1000;
+}
 
 json summary_json(const std::string& file, const file_summary& s) {
   json keys = json::array();
   for (std::size_t key = 0; key < s.entries_by_key.size(); ++key)
     if (s.entries_by_key[key] != 0)
       keys.push_back({{"key", key}, {"entries", s.entries_by_key[key]}, {"bytes", s.bytes_by_key[key]}});
-  json object{{"file", file}, {"depth", s.header.depth},      {"records", s.records},
-              {"free_numbers", s.free_numbers}, {"locks", s.locks}};
-  object["nodes"] = {{"inner", s.inner_nodes},       {"leaves", s.leaves},         {"empty_leaves", s.empty_leaves},
-                     {"free", s.free_nodes},         {"log", s.log_nodes},         {"unused", s.unused_nodes},
+  json object{{"file", file},
+              {"depth", s.header.depth},
+              {"records", s.records},
+              {"free_numbers", s.free_numbers},
+              {"locks", s.locks}};
+  object["nodes"] = {{"inner", s.inner_nodes},
+                     {"leaves", s.leaves},
+                     {"empty_leaves", s.empty_leaves},
+                     {"free", s.free_nodes},
+                     {"log", s.log_nodes},
+                     {"unused", s.unused_nodes},
                      {"unreachable", s.unreachable_nodes}};
   object["leaf_fill"] = rounded(s.leaf_fill);
   object["inner_fill"] = rounded(s.inner_fill);
@@ -40,7 +49,9 @@ json summary_json(const std::string& file, const file_summary& s) {
 
 void print_summary_table(const json& summary) {
   table t{{"what", "value"}, {}, {false, true}};
-  const auto percent = [](const json& share) { return std::to_string(std::lround(share.get<double>() * 100)) + " %"; };
+  const auto percent = [](const json& share) {
+    return std::to_string(std::lround(share.get<double>() * 100)) + " %";
+  };
   t.rows.push_back({"size in bytes", json_line(summary["header"]["size"])});
   t.rows.push_back({"generation", json_line(summary["header"]["generation"])});
   t.rows.push_back({"byte order", cell_text(summary["header"]["byte_order"])});
@@ -48,7 +59,8 @@ void print_summary_table(const json& summary) {
   t.rows.push_back({"records", json_line(summary["records"])});
   t.rows.push_back({"free record numbers", json_line(summary["free_numbers"])});
   t.rows.push_back({"record locks", json_line(summary["locks"])});
-  for (const auto& [name, count] : summary["nodes"].items()) t.rows.push_back({"nodes: " + name, json_line(count)});
+  for (const auto& [name, count] : summary["nodes"].items())
+    t.rows.push_back({"nodes: " + name, json_line(count)});
   t.rows.push_back({"fill of leaves", percent(summary["leaf_fill"])});
   t.rows.push_back({"fill of inner nodes", percent(summary["inner_fill"])});
   t.rows.push_back({"write in progress", summary["header"]["write_flag"] == true ? "yes" : "no"});
@@ -71,7 +83,8 @@ void summarize(const summary_options& options) {
   else
     print_json(object);
   if (outcome == report_outcome::problems)
-    throw refusal(options.file + ": damaged, so the summary is not whole; 'zvradm file check --deep' tells where");
+    throw refusal(options.file +
+                  ": damaged, so the summary is not whole; 'zvradm file check --deep' tells where");
 }
 
 }  // namespace

@@ -44,19 +44,27 @@ void get_one(const globals& all, const get_options& options) {
 void add_get(CLI::App& app, globals& all) {
   auto options = std::make_shared<get_options>();
   CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua")->required();
-  sub.add_option("KEY", options->keys, "NAME of the target; for ua: USER [SECOND [SELECTOR]]; none for cfg");
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")
+      ->required();
+  sub.add_option(
+      "KEY", options->keys,
+      "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
+      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
   CLI::Option* length = sub.add_option("--len", options->length,
                                        "Buffer length of the call; only fields that fit whole are printed");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people, a field a line");
-  sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file.
+  sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file; a
+change file of at most 164 bytes likewise. The name of a change file is written with dots
+between its tokens, "\." for a dot inside one and "\\" for a backslash.
 
 Examples:
   zvradm get trg OSLO
   zvradm get trg OSLO --len 192
   zvradm get thw OSLO --table
-  zvradm get ua KLUND OSLO)");
+  zvradm get ua KLUND OSLO
+  zvradm get cat 'DEB.libc6.FIX.2\.36'
+  zvradm get fst 'DEB.libc6.FIX.2\.36' 7 1)");
   sub.callback([&all, options, length] {
     options->length_given = length->count() > 0;
     get_one(all, *options);

@@ -1,9 +1,12 @@
 // import FILE: stores the records of an export.
 #include <zvrdb/zvrdb.h>
 
+#include <array>
+#include <iterator>
 #include <memory>
 
 #include "commands.h"
+#include "import_check.h"
 #include "input_lines.h"
 #include "json_output.h"
 #include "record_import.h"
@@ -27,26 +30,124 @@ std::vector<import_line> read_lines(input_lines& input) {
   return lines;
 }
 
+// Records whose types share a file are stored in one transaction on it.  CM status has
+// transactions of its own, a pair each, and a transaction on its own file would end with
+// the first; one on the catalog keeps others out and the names as they were checked.
+struct import_phase {
+  const char* title;
+  std::array<const char*, 4> types;  // in the order in which they are stored; null: no more
+  std::uint32_t transaction;
+  bool as_a_whole;
+};
+constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
+                            import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
+                            import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
+
+class whole_import {
+ public:
+  whole_import(void* task, const std::string& source, bool transaction)
+      : task_(task), source_(source), transaction_(transaction) {}
+
+  import_counts run(std::vector<import_line> lines) {
+    sort_out(lines);
+    if (transaction_) {
+      check_all();
+      if (counts_.refused > 0)
+        throw refusal(source_ + ": nothing was imported; correct it, or use --no-transaction");
+    }
+    for (std::size_t i = 0; i < phases.size(); ++i)
+      if (!of_phase_[i].empty()) store(phases[i], std::move(of_phase_[i]));
+    return counts_;
+  }
+
+ private:
+  void refuse(std::uint64_t line, const std::string& text) {
+    std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", source_.c_str(),
+                 static_cast<unsigned long long>(line), text.c_str());
+  }
+  void refuse(std::uint64_t line, const field_fault& fault) {
+    ++counts_.refused;
+    refuse(line, (fault.path.empty() ? "" : fault.path + ": ") + fault.what());
+  }
+
+  // Lines by phase, each phase by the order of its types.
+  void sort_out(std::vector<import_line>& lines) {
+    std::array<std::array<std::vector<import_line>, 4>, phases.size()> sorted;
+    for (import_line& line : lines) try {
+        const std::string_view suffix = imported_type(parse_record_line(line.text)).suffix;
+        for (std::size_t i = 0; i < phases.size(); ++i)
+          for (std::size_t j = 0; j < phases[i].types.size(); ++j)
+            if (phases[i].types[j] && suffix == phases[i].types[j]) sorted[i][j].push_back(std::move(line));
+      } catch (const field_fault& fault) {
+        refuse(line.number, fault);
+      }
+    for (std::size_t i = 0; i < phases.size(); ++i)
+      // Targets, and what hangs on them, wait for each other where they must.
+      for (std::vector<import_line>& of_type : sorted[i])
+        std::move(of_type.begin(), of_type.end(), std::back_inserter(of_phase_[i]));
+  }
+
+  void check_all() {
+    import_check check(task_);
+    for (const std::vector<import_line>& lines : of_phase_)
+      for (const import_line& line : lines) {
+        const json object = parse_record_line(line.text);
+        check.will_be_stored(imported_type(object), object);
+      }
+    for (const std::vector<import_line>& lines : of_phase_)
+      for (const import_line& line : lines) try {
+          const json object = parse_record_line(line.text);
+          check.check(imported_type(object), object);
+        } catch (const field_fault& fault) {
+          refuse(line.number, fault);
+        }
+  }
+
+  void store(const import_phase& phase, std::vector<import_line> lines) {
+    const std::string what = std::string("import of ") + phase.title;
+    if (transaction_)
+      require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
+    progress shown(std::string("importing ") + phase.title, lines.size());
+    const import_counts counts = import_records(
+        task_, std::move(lines), !transaction_,
+        [this](std::uint64_t line, const std::string& text) { refuse(line, text); }, shown);
+    if (transaction_ && counts.refused > 0) {
+      require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
+      if (!phase.as_a_whole) add(counts);
+      throw refusal(source_ + ": a line was refused, so " + remains());
+    }
+    if (transaction_) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
+    add(counts);
+  }
+
+  void add(const import_counts& counts) {
+    counts_.added += counts.added;
+    counts_.replaced += counts.replaced;
+    counts_.refused += counts.refused;
+  }
+
+  // What is true after a refusal that was not foreseen.
+  std::string remains() const {
+    const std::uint64_t stored = counts_.added + counts_.replaced;
+    if (stored == 0) return "nothing was imported; correct it, or use --no-transaction";
+    return "the import ends here; " + std::to_string(stored) +
+           " records stored before stay, and the import can be repeated";
+  }
+
+  void* task_;
+  std::string source_;
+  bool transaction_;
+  import_counts counts_;
+  std::array<std::vector<import_line>, phases.size()> of_phase_;
+};
+
 int import_all(const globals& all, const import_options& options) {
   input_lines input(options.file);
   std::vector<import_line> lines = read_lines(input);
   const session s(base_directory(all));
-  const bool transaction = !options.no_transaction;
-  if (transaction) require_ok("import: start of the transaction", db_start_trans(s.task(), DB_TRG));
-  progress shown("importing", lines.size());
   const std::uint64_t records = lines.size();
-  const import_counts counts = import_records(
-      s.task(), std::move(lines), !transaction,
-      [&](std::uint64_t line, const std::string& text) {
-        std::fprintf(stderr, "zvradm: %s, line %llu: %s\n", input.name().c_str(),
-                     static_cast<unsigned long long>(line), text.c_str());
-      },
-      shown);
-  if (transaction && counts.refused > 0) {
-    require_ok("import: taking the transaction back", db_rollback(s.task(), DB_TRG));
-    throw refusal(input.name() + ": a line was refused, so nothing was imported; correct it, or use --no-transaction");
-  }
-  if (transaction) require_ok("import: end of the transaction", db_commit(s.task(), DB_TRG));
+  const import_counts counts =
+      whole_import(s.task(), input.name(), !options.no_transaction).run(std::move(lines));
   print_json({{"records", records},
               {"added", counts.added},
               {"replaced", counts.replaced},
@@ -59,11 +160,15 @@ int import_all(const globals& all, const import_options& options) {
 void add_import(CLI::App& app, globals& all) {
   auto options = std::make_shared<import_options>();
   CLI::App& sub = *app.add_subcommand("import", "Store the records of an export");
-  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")->required();
+  sub.add_option("FILE", options->file, "JSON lines, each with a \"type\"; '-' is standard input")
+      ->required();
   sub.add_flag("--no-transaction", options->no_transaction,
                "Store each record for itself: refused lines are told and the others kept");
-  sub.footer(R"(All records are stored in one transaction, or none. Their order does not matter:
-a target waits for its server, a hardware record for its target.
+  sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
+its change file. All lines are checked before anything is stored. Then targets with all
+that hangs on them are stored in one transaction, change files with their products and
+filesets in a second one, CM status a pair each. A line that is refused all the same
+ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:
   zvradm --base /srv/new import all.jsonl

@@ -66,13 +66,16 @@ void add_init(CLI::App& app, globals& all) {
   auto options = std::make_shared<init_options>();
   CLI::App& sub = *app.add_subcommand("init", "Make an installation");
   sub.add_option("--name", options->values.name, "Name of the local target")->required();
-  sub.add_option("--rgn", options->values.rgn, "Network part of its network name, at most 8 characters")->required();
-  sub.add_option("--ren", options->values.ren, "Element part of its network name, at most 8 characters")->required();
+  sub.add_option("--rgn", options->values.rgn, "Network part of its network name, at most 8 characters")
+      ->required();
+  sub.add_option("--ren", options->values.ren, "Element part of its network name, at most 8 characters")
+      ->required();
   sub.add_option("--kind", options->kind,
                  "base, server, server-no-comms, remote-admin-base, remote-admin-server or client (server)");
   sub.add_option("--os", options->system, "System of this machine, a word of trg_os (OS_UNKNOWN)");
   const auto limit = CLI::Range(1u, 16000000u);
-  CLI::Option* most = sub.add_option("--max-targets", options->max_targets, "Most targets (10000)")->check(limit);
+  CLI::Option* most =
+      sub.add_option("--max-targets", options->max_targets, "Most targets (10000)")->check(limit);
   CLI::Option* local =
       sub.add_option("--max-local-targets", options->max_local, "Most local targets (all)")->check(limit);
   CLI::Option* server =

@@ -38,7 +38,9 @@ void told(int step) {
   if (after_making_step) after_making_step(step);
 }
 
-std::uint32_t number_at(const config_record& record, std::size_t at) { return load_number(record.data() + at, 4); }
+std::uint32_t number_at(const config_record& record, std::size_t at) {
+  return load_number(record.data() + at, 4);
+}
 void set_number(config_record& record, std::size_t at, std::uint32_t value) {
   store_number(record.data() + at, 4, value);
 }
@@ -120,7 +122,9 @@ void set_dsu_part(unsigned char* at, const std::string& text) {
   std::copy_n(text.begin(), std::min(text.size(), dsu_part), at);
 }
 
-std::string dsu_part_of(const unsigned char* at) { return {at, std::find(at, at + dsu_part, 0)}; }
+std::string dsu_part_of(const unsigned char* at) {
+  return {at, std::find(at, at + dsu_part, 0)};
+}
 
 bool read_target(void* task, const std::string& name, std::vector<unsigned char>& record) {
   const record_type& type = record_type_named("trg");
@@ -158,7 +162,8 @@ void store_local_target(void* task, const config_record& wanted, const std::stri
   if (there && stored == record) return;
   const record_type& type = record_type_named("trg");
   const record_keys keys(type, {name});
-  const std::int16_t code = db_put(task, type.db_id, keys.count(), keys.data(), record.data(), type.put_length);
+  const std::int16_t code =
+      db_put(task, type.db_id, keys.count(), keys.data(), record.data(), type.put_length);
   if (!is_stored(code)) throw library_refusal("put trg \"" + name + "\"", code);
 }
 
@@ -168,7 +173,8 @@ bool local_target_stands(void* task, const config_record& config, const installa
   const record_type& type = record_type_named("trg");
   const record_keys keys(type, {config_name(config)});
   std::vector<unsigned char> record(type.list_length);
-  const std::int16_t code = db_get(task, type.db_id, keys.count(), keys.data(), record.data(), type.list_length);
+  const std::int16_t code =
+      db_get(task, type.db_id, keys.count(), keys.data(), record.data(), type.list_length);
   if (code == DBE_NOT_FOUND || code == DBE_INIT_FAILED) return false;
   require_ok("get trg \"" + config_name(config) + "\"", code);
   const std::string ren = dsu_part_of(record.data() + ren_at), rgn = dsu_part_of(record.data() + rgn_at);
@@ -203,7 +209,8 @@ making make_installation(const std::string& base, const installation_values& val
     differences = apply_values(wanted, values);
     if (!pending && differences.empty()) {
       const session s(base);
-      if (local_target_stands(s.task(), wanted, values, differences) && differences.empty()) return making::unchanged;
+      if (local_target_stands(s.task(), wanted, values, differences) && differences.empty())
+        return making::unchanged;
     }
     if (!differences.empty() && !values.force)
       throw refusal(base + ": there is an installation" + (pending ? ", not finished," : "") +

@@ -6,10 +6,10 @@
 #include <cstring>
 #include <memory>
 
+#include "change_file_list.h"
 #include "commands.h"
-#include "json_output.h"
+#include "list_printer.h"
 #include "record_keys.h"
-#include "record_table.h"
 #include "session.h"
 
 namespace zvradm {
@@ -18,6 +18,10 @@ namespace {
 
 struct list_options {
   std::string type;
+  std::string file;    // of products and filesets
+  std::string filter;  // of change files
+  std::uint16_t product = 0;
+  bool product_given = false;
   std::string name;
   bool exclude = false;
   std::string type_bits, mode_bits, systems;
@@ -75,74 +79,74 @@ db_trg_filter make_filter(const list_options& options) {
   return filter;
 }
 
-// Bytes of each record of the list.
-std::uint16_t length_of(const record_type& type, const list_options& options) {
-  if (options.names) return name_width;
-  return options.length_given ? options.length : type.list_length;
+list_form form_of(const record_type& type, const list_options& options) {
+  list_form form{.length = options.length_given ? options.length : type.list_length,
+                 .words = options.words,
+                 .as_table = options.as_table};
+  if (options.names) form.length = type.db_id == DB_CAT ? sizeof(db_cf_name) : name_width;
+  return form;
 }
 
-// Where the records of a list go, one at a time.
-class list_printer {
- public:
-  list_printer(const record_type& type, const list_options& options)
-      : type_(type), options_(options), table_(record_table(type, length_of(type, options))) {}
-
-  void add(void* task, std::span<const unsigned char> record) {
-    if (!options_.as_table) return print_json(record_to_json(type_, record, {.words = options_.words}));
-    std::vector<std::string> row = record_row(type_, record);
-    if (type_.db_id == DB_TRG) fill_server(task, record, row);
-    table_.rows.push_back(std::move(row));
-  }
-  void end() const {
-    if (options_.as_table) print_table(table_, stdout);
-  }
-
- private:
-  // The head of a target in memory has its server's number only; a target without a
-  // server has its own.
-  void fill_server(void* task, std::span<const unsigned char> record, std::vector<std::string>& row) const {
-    for (std::size_t i = 0; i < table_.head.size(); ++i) {
-      if (table_.head[i] != "srv_name" || !row[i].empty() || record.size() < name_width) continue;
-      char name[name_width + 1] = {}, server[name_width + 1] = {};
-      std::memcpy(name, record.data(), name_width);
-      if (db_get_srv(task, name, server) == DBE_OK && std::strcmp(name, server) != 0) row[i] = server;
-    }
-  }
-
-  const record_type& type_;
-  const list_options& options_;
-  table table_;
-};
-
-void list_records(void* task, const record_type& type, const list_options& options) {
-  db_trg_filter filter = make_filter(options);
+// What is common to all lists that db_get_more walks.
+void list_more(void* task, const record_type& type, const list_options& options, void* filter) {
   std::array<unsigned char, list_area_length> area{};
-  std::int16_t code = db_init_list(task, type.db_id, &filter, area.data(), list_area_length);
-  list_printer printer(type, options);
-  if (code == DBE_EMPTY_LIST) return printer.end();  // nothing in the table can match
-  require_ok(std::string("list ") + type.suffix, code);
-  const std::uint16_t length = length_of(type, options);
+  const std::string what = std::string("list ") + type.suffix;
+  std::int16_t code = db_init_list(task, type.db_id, filter, area.data(), list_area_length);
+  const list_form form = form_of(type, options);
+  list_printer printer(type, form);
+  if (code == DBE_EMPTY_LIST && !options.file.empty())
+    throw refusal(what + " \"" + options.file + "\": " + code_name(code) + " (" + std::to_string(code) +
+                  "): the change file is one name, in whose first token '*' is not taken");
+  if (code == DBE_EMPTY_LIST) return printer.end();  // no target in the table can match
+  require_ok(options.file.empty() ? what : what + " \"" + options.file + "\"", code);
   std::vector<unsigned char> record(65535);
   for (;;) {
-    std::memset(record.data(), 0, length);
-    code = db_get_more(task, type.db_id, area.data(), record.data(), length);
+    std::memset(record.data(), 0, form.length);
+    code = db_get_more(task, type.db_id, area.data(), record.data(), form.length);
     if (code == DBE_END_OF_LIST) break;
-    require_ok(std::string("list ") + type.suffix, code);
-    printer.add(task, {record.data(), length});
+    require_ok(what, code);
+    printer.add(task, {record.data(), form.length});
   }
   printer.end();
+}
+
+void list_targets(void* task, const record_type& type, const list_options& options) {
+  db_trg_filter filter = make_filter(options);
+  list_more(task, type, options, &filter);
+}
+
+void list_products(void* task, const record_type& type, const list_options& options) {
+  db_prd_key filter{};
+  filter.cf_name = change_file_argument(options.file);
+  filter.product_id = options.product;
+  list_more(task, type, options, &filter);
+}
+
+db_cf_name filter_of(const list_options& options) {
+  return options.filter.empty() ? every_change_file() : change_file_argument(options.filter);
+}
+
+void list_catalog(void* task, const record_type& type, const list_options& options) {
+  const list_form form = form_of(type, options);
+  const std::string what = std::string("list ") + type.suffix;
+  list_printer printer(type, form);
+  const list_changes changes = read_change_files(
+      task, filter_of(options), form.length, what,
+      [&](const db_cat_entry&, std::span<const unsigned char> record) { printer.add(task, record); });
+  printer.end();
+  tell_changes(what, changes);
 }
 
 void list_names(void* task, const record_type& type, const list_options& options) {
   std::vector<unsigned char> list(65535 * name_width);
   std::uint16_t count = 0, index = 0;
   const std::string what = std::string("list ") + type.suffix + " --names";
-  std::int16_t code =
-      db_start_list(task, type.db_id, nullptr, list.data(), static_cast<std::uint32_t>(list.size()), &count, &index);
+  std::int16_t code = db_start_list(task, type.db_id, nullptr, list.data(),
+                                    static_cast<std::uint32_t>(list.size()), &count, &index);
   if (code == DBE_LIST_TOO_SMALL)
     throw refusal(what + ": there are more names than one list holds; list without --names");
   require_ok(what, code);
-  list_printer printer(type, options);
+  list_printer printer(type, form_of(type, options));
   for (;;) {
     std::array<unsigned char, name_width> record{};
     code = db_get_next(task, type.db_id, list.data(), count, &index, record.data(), name_width);
@@ -154,19 +158,41 @@ void list_names(void* task, const record_type& type, const list_options& options
   printer.end();
 }
 
+// Faults of the command line, before an installation is touched.
+void check_options(const record_type& type, const list_options& options) {
+  const bool of_file = type.db_id == DB_PRD || type.db_id == DB_FST;
+  const std::string suffix = type.suffix;
+  if (type.db_id != DB_TRG && options.filtered())
+    throw usage_fault("these filters are for targets only, not for type " + suffix);
+  if (type.db_id != DB_CAT && !options.filter.empty())
+    throw usage_fault("--filter is for change files (cat) only, not for type " + suffix);
+  if (of_file && options.file.empty())
+    throw usage_fault("list " + suffix + " takes the change file: list " + suffix + " FILE");
+  if (!of_file && !options.file.empty()) throw usage_fault("list " + suffix + " takes no FILE");
+  if (options.product_given && type.db_id != DB_FST)
+    throw usage_fault("--product is for filesets (fst) only");
+  if (options.names && of_file) throw usage_fault("--names is not for type " + suffix);
+  if (options.names && (options.filtered() || options.length_given))
+    throw usage_fault("--names goes with no filter of targets and no --len");
+  if (options.exclude && options.name.empty()) throw usage_fault("--exclude goes with --name");
+  (void)make_filter(options);
+  if (type.db_id == DB_CAT) (void)filter_of(options);
+  if (of_file) (void)change_file_argument(options.file);
+}
+
 void list_all(const globals& all, const list_options& options) {
   const record_type& type = record_type_named(options.type);
-  if (type.db_id != DB_TRG && options.filtered())
-    throw usage_fault(std::string("the filters are for targets only, not for type ") + type.suffix);
-  if (options.names && (options.filtered() || options.length_given))
-    throw usage_fault("--names goes with no filter and no --len");
-  if (options.exclude && options.name.empty()) throw usage_fault("--exclude goes with --name");
-  (void)make_filter(options);  // faults of the command line come first
+  check_options(type, options);
   const session s(base_directory(all));
-  if (options.names)
-    list_names(s.task(), type, options);
-  else
-    list_records(s.task(), type, options);
+  switch (type.db_id) {
+    case DB_CAT:
+      return list_catalog(s.task(), type, options);
+    case DB_PRD:
+    case DB_FST:
+      return list_products(s.task(), type, options);
+    default:
+      return options.names ? list_names(s.task(), type, options) : list_targets(s.task(), type, options);
+  }
 }
 
 }  // namespace
@@ -174,28 +200,44 @@ void list_all(const globals& all, const list_options& options) {
 void add_list(CLI::App& app, globals& all) {
   auto options = std::make_shared<list_options>();
   CLI::App& sub = *app.add_subcommand("list", "List records as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: trg, prm")->required();
-  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")->type_name("TEXT");
+  sub.add_option("TYPE", options->type, "Record type: trg, prm, cat, prd, fst")->required();
+  sub.add_option("FILE", options->file, "The change file whose products (prd) or filesets (fst) are listed");
+  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")
+      ->type_name("TEXT");
   sub.add_flag("--exclude", options->exclude, "Names that do not begin with the text of --name");
   sub.add_option("--type", options->type_bits, "Targets with any of these type bits")->type_name("BITS");
-  sub.add_option("--mode", options->mode_bits, "Targets with any of these mode bits; exactly 4 means equal to 4")
+  sub.add_option("--mode", options->mode_bits,
+                 "Targets with any of these mode bits; exactly 4 means equal to 4")
       ->type_name("BITS");
   sub.add_option("--os", options->systems, "Targets of these systems: a mask, or words")->type_name("MASK");
   sub.add_option("--server", options->server, "Targets of this server")->type_name("NAME");
+  sub.add_option("--filter", options->filter, "Change files with names like this, '*' and '?' in its tokens")
+      ->type_name("NAME");
+  CLI::Option* product =
+      sub.add_option("--product", options->product, "Filesets of this product; 0, or left out: of all")
+          ->type_name("N");
   sub.add_flag("--names", options->names, "Names only");
   CLI::Option* length =
-      sub.add_option("--len", options->length, "Buffer length of each call; for trg 192 (from memory) when left out");
+      sub.add_option("--len", options->length,
+                     "Buffer length of each call; when left out 192 for trg and 164 for cat (from memory)");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people");
   sub.footer(R"(Bits are a number (40, 0x28) or words joined by ',' (LOCAL,SERVER).
+The name of a change file is written with dots between its tokens, "\." for a dot
+inside one. In a filter '?' stands for one character, '*' for the rest of a token; a
+token '*' alone also for none: 'DEB.*' lists DEB and DEB.X, not DEB.X.Y.
 
 Examples:
   zvradm list trg --name 'Europe/*' --table
   zvradm list trg --server OSLO --type CLIENT
   zvradm list trg --os SOLARIS,HP_UX --len 21724
-  zvradm list trg --names)");
-  sub.callback([&all, options, length] {
+  zvradm list trg --names
+  zvradm list cat --filter 'DEB.*.FIX.*' --table
+  zvradm list cat --names
+  zvradm list fst 'DEB.libc6.FIX.2\.36' --product 1)");
+  sub.callback([&all, options, length, product] {
     options->length_given = length->count() > 0;
+    options->product_given = product->count() > 0;
     list_all(all, *options);
   });
 }

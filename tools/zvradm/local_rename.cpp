@@ -17,10 +17,12 @@ namespace {
 void set_live_config(void* task, const std::string& name, std::uint8_t kind) {
   build_shared_tables(task);
   config_record live{};
-  require_ok("get cfg", db_get(task, DB_CFG, 0, nullptr, live.data(), static_cast<std::uint16_t>(live.size())));
+  require_ok("get cfg",
+             db_get(task, DB_CFG, 0, nullptr, live.data(), static_cast<std::uint16_t>(live.size())));
   live[config_kind_at] = kind;
   set_config_name(live, name);
-  const std::int16_t code = db_put(task, DB_CFG, 0, nullptr, live.data(), static_cast<std::uint16_t>(live.size()));
+  const std::int16_t code =
+      db_put(task, DB_CFG, 0, nullptr, live.data(), static_cast<std::uint16_t>(live.size()));
   if (!is_stored(code)) throw library_refusal("put cfg", code);
 }
 
@@ -51,7 +53,8 @@ void undo(void* task, const std::string& base, const config_record& wanted, cons
 
 void rename_local_target(void* task, const std::string& base, const std::string& old_name,
                          const std::string& new_name) {
-  require_config_text("NEW, as the name of the local target,", new_name, sizeof(db_cfg::workstation_name) - 1);
+  require_config_text("NEW, as the name of the local target,", new_name,
+                      sizeof(db_cfg::workstation_name) - 1);
   const config_lock lock(base);
   lock.require();
   config_record wanted{};

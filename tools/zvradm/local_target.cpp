@@ -12,7 +12,8 @@ namespace zvradm {
 std::string local_target_name(void* task) {
   char name[CO_PATH_MAX] = {};
   const std::uint16_t code = co_get_target(task, name, 0);
-  if (code != CO_OK) throw refusal("the name of the local target cannot be read: code " + std::to_string(code));
+  if (code != CO_OK)
+    throw refusal("the name of the local target cannot be read: code " + std::to_string(code));
   return std::string(name, strnlen(name, sizeof name));
 }
 

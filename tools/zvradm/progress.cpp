@@ -26,8 +26,9 @@ void progress::reached(std::uint64_t done, std::uint64_t all) {
   next_ = now + 200ms;
   shown_ = true;
   if (all > 0)
-    std::fprintf(stderr, "\r\033[K%s: %llu of %llu (%llu%%)", what_.c_str(), static_cast<unsigned long long>(done),
-                 static_cast<unsigned long long>(all), static_cast<unsigned long long>(done * 100 / all));
+    std::fprintf(stderr, "\r\033[K%s: %llu of %llu (%llu%%)", what_.c_str(),
+                 static_cast<unsigned long long>(done), static_cast<unsigned long long>(all),
+                 static_cast<unsigned long long>(done * 100 / all));
   else
     std::fprintf(stderr, "\r\033[K%s: %llu", what_.c_str(), static_cast<unsigned long long>(done));
   std::fflush(stderr);

@@ -28,7 +28,7 @@ void complain(const input_lines& lines, const std::string& text) {
 
 int put_all(const globals& all, const put_options& options) {
   const record_type& type = record_type_named(options.type);
-  if (!type.key_field && !type.keys.empty()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
+  if (!type.storable()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
   input_lines lines(options.file);
   const session s(base_directory(all));
   if (type.db_id == DB_CFG) build_shared_tables(s.task());
@@ -65,15 +65,18 @@ int put_all(const globals& all, const put_options& options) {
 void add_put(CLI::App& app, globals& all) {
   auto options = std::make_shared<put_options>();
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht")->required();
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms")
+      ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
-  sub.add_flag("--update", options->update, "Fields that are left out keep their value instead of being zero");
+  sub.add_flag("--update", options->update,
+               "Fields that are left out keep their value instead of being zero");
   sub.footer(R"(One JSON line is answered for each line read: {"line":1,"rc":0,"code":"DBE_OK"}.
 The exit code is 1 when any record was refused.
 
 Examples:
   echo '{"trg_name":"BERGEN","trg_type":["LOCAL","CLIENT"],"srv_name":"OSLO"}' | zvradm put trg
   zvradm put thw hardware.jsonl
+  echo '{"cf_name":["DEB","libc6","FIX","2.36"],"text102":"The C library"}' | zvradm put cat
   echo '{"trg_name":"BERGEN","contact_name":"K. Lund"}' | zvradm put trg --update)");
   sub.callback([&all, options] { all.answer = put_all(all, *options); });
 }

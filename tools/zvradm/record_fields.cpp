@@ -18,37 +18,76 @@ using enum field_kind;
 
 // ---- words
 
-constexpr std::array type_words{word{"NO_CM", 1}, word{"CLIENT", 2}, word{"BASE", 4},   word{"SERVER", 8},
-                                word{"MOBILE", 16}, word{"LOCAL", 32}, word{"REMOTE", 128}};
-constexpr std::array mode_words{word{"PULL", 1}, word{"PUSH", 2}, word{"FOCAL", 4}, word{"RTFOCAL", 8},
-                                word{"NONE", 16}};
-constexpr std::array system_words{
-    word{"MK/6", 0},   word{"MK/7", 2},     word{"HP_UX", 3},       word{"DOS", 4},   word{"WINDOWS", 5},
-    word{"SUNOS", 6},  word{"SOLARIS", 7},  word{"MAC", 8},         word{"NCR", 9},   word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12}, word{"WIN98", 19},     word{"WIN2K", 20}, word{"WIN2K_ADV", 21},
-    word{"OS_UNKNOWN", 24}, word{"ANY", 99}};
-constexpr std::array machine_words{
-    word{"MK/6", 0},  word{"MK/7", 2},   word{"HP_UX", 3},  word{"DOS", 4},         word{"WINDOWS", 5},
-    word{"SUNOS", 6}, word{"SOLARIS", 7}, word{"MAC", 8},   word{"NCR", 9},         word{"NETWARE", 10},
-    word{"WINDOWS_NT", 11}, word{"SCO", 12}, word{"SINIX", 13}, word{"MK/900", 14}, word{"IRIX", 16},
-    word{"MK/8", 17}, word{"WIN95", 18}, word{"WIN98", 19}, word{"WIN2K", 20},      word{"WIN2K_ADV", 21},
-    word{"OS_UNKNOWN", 24}};
-constexpr std::array kind_words{word{"CLIENT", 0}, word{"BASE", 1}, word{"SERVER_NO_COMMS", 2},
-                                word{"SERVER_WITH_COMMS", 3}, word{"REMOTE_ADMIN_SERVER", 4},
-                                word{"REMOTE_ADMIN_BASE", 5}};
+constexpr std::array type_words{word{"NO_CM", DB_TRG_NO_CM},   word{"CLIENT", DB_TRG_CLIENT},
+                                word{"BASE", DB_TRG_BASE},     word{"SERVER", DB_TRG_SERVER},
+                                word{"MOBILE", DB_TRG_MOBILE}, word{"LOCAL", DB_TRG_LOCAL},
+                                word{"REMOTE", DB_TRG_REMOTE}};
+constexpr std::array mode_words{word{"PULL", DB_MODE_PULL}, word{"PUSH", DB_MODE_PUSH},
+                                word{"FOCAL", DB_MODE_FOCAL}, word{"RTFOCAL", DB_MODE_FOCAL_POINT},
+                                word{"NONE", DB_MODE_NONE}};
+constexpr std::array system_words{word{"MK/6", DB_OS_MK6},
+                                  word{"MK/7", DB_OS_MK7},
+                                  word{"HP_UX", DB_OS_HP_UX},
+                                  word{"DOS", DB_OS_DOS},
+                                  word{"WINDOWS", DB_OS_WINDOWS},
+                                  word{"SUNOS", DB_OS_SUNOS},
+                                  word{"SOLARIS", DB_OS_SOLARIS},
+                                  word{"MAC", DB_OS_MAC},
+                                  word{"NCR", DB_OS_NCR},
+                                  word{"NETWARE", DB_OS_NETWARE},
+                                  word{"WINDOWS_NT", DB_OS_WINDOWS_NT},
+                                  word{"SCO", DB_OS_SCO},
+                                  word{"WIN98", DB_OS_WIN98},
+                                  word{"WIN2K", DB_OS_WIN2K},
+                                  word{"WIN2K_ADV", DB_OS_WIN2K_ADV},
+                                  word{"OS_UNKNOWN", DB_OS_UNKNOWN},
+                                  word{"ANY", DB_OS_ANY}};
+constexpr std::array machine_words{word{"MK/6", DB_OS_MK6},
+                                   word{"MK/7", DB_OS_MK7},
+                                   word{"HP_UX", DB_OS_HP_UX},
+                                   word{"DOS", DB_OS_DOS},
+                                   word{"WINDOWS", DB_OS_WINDOWS},
+                                   word{"SUNOS", DB_OS_SUNOS},
+                                   word{"SOLARIS", DB_OS_SOLARIS},
+                                   word{"MAC", DB_OS_MAC},
+                                   word{"NCR", DB_OS_NCR},
+                                   word{"NETWARE", DB_OS_NETWARE},
+                                   word{"WINDOWS_NT", DB_OS_WINDOWS_NT},
+                                   word{"SCO", DB_OS_SCO},
+                                   word{"SINIX", 13},
+                                   word{"MK/900", 14},
+                                   word{"IRIX", 16},
+                                   word{"MK/8", 17},
+                                   word{"WIN95", 18},
+                                   word{"WIN98", DB_OS_WIN98},
+                                   word{"WIN2K", DB_OS_WIN2K},
+                                   word{"WIN2K_ADV", DB_OS_WIN2K_ADV},
+                                   word{"OS_UNKNOWN", DB_OS_UNKNOWN}};
+constexpr std::array kind_words{word{"CLIENT", DB_CFG_CLIENT},
+                                word{"BASE", DB_CFG_BASE},
+                                word{"SERVER_NO_COMMS", DB_CFG_SERVER_NO_COMMS},
+                                word{"SERVER_WITH_COMMS", DB_CFG_SERVER_WITH_COMMS},
+                                word{"REMOTE_ADMIN_SERVER", DB_CFG_REMOTE_ADMIN_SERVER},
+                                word{"REMOTE_ADMIN_BASE", DB_CFG_REMOTE_ADMIN_BASE}};
 constexpr std::array rbapi_words{word{"none", 0}, word{"ui", 1}, word{"daca", 2}, word{"both", 3}};
 constexpr std::array log_level_words{word{"M", 0}, word{"N", 1}, word{"D", 2}};
 constexpr std::array held_words{word{"RELEASED", 0}, word{"HELD", 1}};
 constexpr std::array authorize_words{word{"NONE", 0}, word{"ALL", 1}};
 constexpr std::array flag_words{word{"NO", 0}, word{"YES", 1}};
 constexpr std::array plan_words{word{"N", 0}, word{"Y", 1}};
+constexpr std::array cf_flag_words{word{"DEFAULT_STATUS", 32}};
 constexpr std::array cfg_mode_words{word{"PULL", 1}, word{"PUSH", 2}};
 
 // ---- rows
 
-constexpr field words_row(const char* name, std::uint32_t offset, std::uint32_t width, std::span<const word> words,
-                          std::uint8_t traits = plain) {
-  return {.name = name, .alias = nullptr, .offset = offset, .width = width, .kind = number, .traits = traits,
+constexpr field words_row(const char* name, std::uint32_t offset, std::uint32_t width,
+                          std::span<const word> words, std::uint8_t traits = plain) {
+  return {.name = name,
+          .alias = nullptr,
+          .offset = offset,
+          .width = width,
+          .kind = number,
+          .traits = traits,
           .words = words};
 }
 
@@ -60,15 +99,24 @@ constexpr field row(const char* name, std::uint32_t offset, std::uint32_t width,
 constexpr field list_row(const char* name, const char* alias, std::uint32_t offset, std::uint32_t width,
                          std::span<const field> elements, std::uint32_t capacity, std::int64_t count_at,
                          std::uint8_t traits = plain) {
-  return {.name = name, .alias = alias, .offset = offset, .width = width, .kind = list, .traits = traits, .words = {},
-          .elements = elements, .capacity = capacity, .count_at = count_at};
+  return {.name = name,
+          .alias = alias,
+          .offset = offset,
+          .width = width,
+          .kind = list,
+          .traits = traits,
+          .words = {},
+          .elements = elements,
+          .capacity = capacity,
+          .count_at = count_at};
 }
 
 // Name, place and width of a field as the public layouts have them.
 #define ROW(record, member, ...) row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define WORDS(record, member, ...) words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
-#define LIST(record, member, alias, elements, ...)                                                     \
-  list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements,                   \
+#define WORDS(record, member, ...) \
+  words_row(#member, offsetof(record, member), sizeof(record::member), __VA_ARGS__)
+#define LIST(record, member, alias, elements, ...)                                        \
+  list_row(#member, alias, offsetof(record, member), sizeof(record::member[0]), elements, \
            static_cast<std::uint32_t>(sizeof(record::member) / sizeof(record::member[0])), __VA_ARGS__)
 
 constexpr std::array hardware_parameter{ROW(db_hw_parm, name, text), ROW(db_hw_parm, value, text)};
@@ -76,7 +124,7 @@ constexpr std::array parameter{ROW(db_parm, name, text), ROW(db_parm, value, tex
 constexpr std::array named_server{ROW(db_cfg_server, name, text), ROW(db_cfg_server, carried64, hex)};
 
 constexpr std::array trg_fields{
-    ROW(db_trg, trg_name, text, column),
+    ROW(db_trg, trg_name, text, column | needed),
     ROW(db_trg, description, text, column),
     ROW(db_trg, rgn, full_text, column),
     ROW(db_trg, ren, full_text, column),
@@ -108,11 +156,11 @@ constexpr std::array trg_fields{
 };
 
 constexpr std::array prm_fields{
-    ROW(db_prm, trg_name, text, column),
+    ROW(db_prm, trg_name, text, column | needed),
     LIST(db_prm, parms, "entries", parameter, offsetof(db_prm, num_parms), column),
 };
 constexpr std::array thw_fields{
-    ROW(db_thw, trg_name, text, column),
+    ROW(db_thw, trg_name, text, column | needed),
     LIST(db_thw, hw_parms, "entries", hardware_parameter, offsetof(db_thw, num_hw_parms)),
 };
 
@@ -121,6 +169,56 @@ constexpr std::array ua_fields{
     row("second_name", 16, 16, full_text, column),
     row("selector", 32, 1, number, column),
     row("level", 33, 1, number, column),
+};
+
+constexpr std::array text_line{row(nullptr, 0, sizeof(db_cat::lines[0]), text)};
+
+constexpr std::array cat_fields{
+    ROW(db_cat, cf_name, change_file, column | needed),
+    ROW(db_cat, carried76, number, column),
+    ROW(db_cat, carried80, hex),
+    ROW(db_cat, carried84, number, column),
+    ROW(db_cat, carried86, hex),
+    ROW(db_cat, carried88, number, column),
+    ROW(db_cat, carried90, number, column),
+    ROW(db_cat, carried91, number, column),
+    ROW(db_cat, carried92, hex),
+    ROW(db_cat, text102, text, column),
+    ROW(db_cat, text346, text),
+    ROW(db_cat, carried350, number),
+    ROW(db_cat, carried352, number),
+    ROW(db_cat, carried354, hex),
+    ROW(db_cat, carried356, number),
+    WORDS(db_cat, cf_flags, cf_flag_words, bit_set | column),
+    ROW(db_cat, carried361, hex),
+    LIST(db_cat, lines, nullptr, text_line, -1),
+    ROW(db_cat, carried2412, hex),
+    ROW(db_cat, carried2462, number),
+};
+constexpr std::array prd_fields{
+    ROW(db_prd_key, cf_name, change_file, column | needed),
+    ROW(db_prd_key, product_id, number, column | needed),
+    ROW(db_prd, text80, text, column),
+    ROW(db_prd, text225, text, column),
+    ROW(db_prd, text290, text, column),
+    ROW(db_prd, text355, text, column),
+    ROW(db_prd, text420, text, column),
+    ROW(db_prd, carried680, number, column),
+};
+constexpr std::array fst_fields{
+    ROW(db_prd_key, cf_name, change_file, column | needed),
+    ROW(db_prd_key, product_id, number, column | needed),
+    ROW(db_prd_key, fileset_id, number, column | needed),
+    ROW(db_fst, text80, text, column),
+    ROW(db_fst, text225, text, column),
+    ROW(db_fst, text290, text, column),
+};
+constexpr std::array cms_fields{
+    ROW(db_cms, trg_name, text, column | needed),
+    ROW(db_cms, cf_name, change_file, column | needed),
+    ROW(db_cms, cm_status, number, column | needed),
+    ROW(db_cms, carried141, hex, live),
+    ROW(db_cms, cm_details, hex, column),
 };
 
 constexpr std::array cfg_fields{
@@ -195,33 +293,68 @@ constexpr bool rows_fit(const std::array<field, N>& rows, std::uint32_t length) 
 }
 static_assert(rows_fit(trg_fields, sizeof(db_trg)));
 // Target parameters and shadow records differ in length only.
-static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) && sizeof(db_prm::parms) == sizeof(db_sht::parms));
+static_assert(offsetof(db_prm, parms) == offsetof(db_sht, parms) &&
+              sizeof(db_prm::parms) == sizeof(db_sht::parms));
 static_assert(rows_fit(prm_fields, sizeof(db_sht)) && rows_fit(thw_fields, sizeof(db_thw)));
+static_assert(rows_fit(cat_fields, sizeof(db_cat)) && rows_fit(text_line, sizeof(db_cat::lines[0])));
+static_assert(rows_fit(prd_fields, sizeof(db_prd)) && rows_fit(fst_fields, sizeof(db_fst)));
+static_assert(rows_fit(cms_fields, sizeof(db_cms)));
 static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, sizeof(db_cfg)));
-static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) && rows_fit(named_server, sizeof(db_cfg_server)));
+static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) &&
+              rows_fit(named_server, sizeof(db_cfg_server)));
 
 constexpr std::array<key_part, 0> no_key{};
-constexpr std::array target_key{key_part{"NAME", 65}};
-constexpr std::array user_key{key_part{"USER", 17}, key_part{"SECOND", 33}, key_part{"SELECTOR", 1}};
+constexpr std::array target_key{key_part{"NAME", text, sizeof(db_trg::trg_name) + 1, "trg_name"}};
+constexpr std::array user_key{key_part{"USER", text, 17, nullptr},
+                              key_part{"SECOND", text, 33, nullptr, false, true},
+                              key_part{"SELECTOR", number, 1, nullptr, false, true}};
+constexpr std::array change_file_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
+// Both types take the whole of a db_prd_key.
+constexpr std::array product_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"},
+                                 key_part{"PRODUCT", number, 2, "product_id", true},
+                                 key_part{nullptr, number, 2, nullptr, true}};
+constexpr std::array fileset_key{key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"},
+                                 key_part{"PRODUCT", number, 2, "product_id", true},
+                                 key_part{"FILESET", number, 2, "fileset_id", true}};
+constexpr std::array status_key{key_part{"TARGET", text, sizeof(db_cms::trg_name) + 1, "trg_name"},
+                                key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
 
 constexpr std::array all_types{
-    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key, cfg_fields, nullptr},
-    record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length, target_key,
-                trg_fields, "trg_name"},
-    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm), target_key, prm_fields, "trg_name"},
-    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key, thw_fields, "trg_name"},
-    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key, prm_fields, "trg_name"},
-    record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields, nullptr},
+    record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key,
+                cfg_fields},
+    record_type{"trg", DB_TRG, "targets", target_record_length, target_record_length, target_head_length,
+                target_key, trg_fields},
+    record_type{"prm", DB_PRM, "target parameters", sizeof(db_prm), sizeof(db_prm), sizeof(db_prm),
+                target_key, prm_fields},
+    record_type{"thw", DB_THW, "target hardware", sizeof(db_thw), sizeof(db_thw), sizeof(db_thw), target_key,
+                thw_fields},
+    record_type{"sht", DB_SHT, "shadow records", sizeof(db_sht), sizeof(db_sht), sizeof(db_sht), target_key,
+                prm_fields},
+    record_type{"ua", DB_UA, "user authorization", 34, 34, 34, user_key, ua_fields},
+    record_type{"cat", DB_CAT, "change files", sizeof(db_cat), sizeof(db_cat), change_file_head_length,
+                change_file_key, cat_fields},
+    record_type{"prd", DB_PRD, "products", sizeof(db_prd), sizeof(db_prd), sizeof(db_prd), product_key,
+                prd_fields},
+    record_type{"fst", DB_FST, "filesets", sizeof(db_fst), sizeof(db_fst), sizeof(db_fst), fileset_key,
+                fst_fields},
+    record_type{"cms", DB_CMS, "CM status", sizeof(db_cms), sizeof(db_cms), sizeof(db_cms), status_key,
+                cms_fields},
 };
 
 // Types that the library knows and has no operations for yet.
-constexpr std::array<std::string_view, 22> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "cat", "cms", "rqr",
-                                                         "rqf", "fan", "rqd", "rqt", "usr", "apr", "tak", "dak",
-                                                         "prd", "fst", "coi", "coo", "rqv", "dtg"};
+constexpr std::array<std::string_view, 18> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "rqr",
+                                                         "rqf", "fan", "rqd", "rqt", "usr", "apr",
+                                                         "tak", "dak", "coi", "coo", "rqv", "dtg"};
 
 }  // namespace
 
-std::span<const record_type> record_types() { return all_types; }
+std::span<const record_type> record_types() {
+  return all_types;
+}
+
+const field& record_type::field_named(std::string_view name) const {
+  return *std::find_if(fields.begin(), fields.end(), [&](const field& f) { return name == f.name; });
+}
 
 const record_type* find_record_type(std::string_view suffix) {
   for (const record_type& type : all_types)
@@ -238,9 +371,17 @@ const record_type& record_type_named(std::string_view suffix) {
   throw usage_fault("unknown record type '" + std::string(suffix) + "'; there are " + known);
 }
 
-std::span<const word> installation_kinds() { return kind_words; }
-std::span<const word> target_types() { return type_words; }
-std::span<const word> target_modes() { return mode_words; }
-std::span<const word> target_systems() { return system_words; }
+std::span<const word> installation_kinds() {
+  return kind_words;
+}
+std::span<const word> target_types() {
+  return type_words;
+}
+std::span<const word> target_modes() {
+  return mode_words;
+}
+std::span<const word> target_systems() {
+  return system_words;
+}
 
 }  // namespace zvradm

@@ -12,11 +12,12 @@
 namespace zvradm {
 
 enum class field_kind : std::uint8_t {
-  text,       // NUL-terminated in its width
-  full_text,  // fills its width, NUL-terminated only when shorter
-  number,     // 1, 2 or 4 bytes, native order
-  hex,        // opaque bytes
-  list        // elements of equal length
+  text,         // NUL-terminated in its width
+  full_text,    // fills its width, NUL-terminated only when shorter
+  number,       // 1, 2 or 4 bytes, native order
+  hex,          // opaque bytes
+  change_file,  // name of a change file
+  list          // elements of equal length
 };
 
 // A word that stands for a number; in a bit set, for a bit.
@@ -27,14 +28,15 @@ struct word {
 
 enum field_traits : std::uint8_t {
   plain = 0,
-  bit_set = 1,   // the words are bits: several may hold
-  live = 2,      // belongs to this installation at this moment: export leaves it out
-  column = 4,    // shown in tables for people
-  looked_up = 8  // the name of what the bytes before it number: tables look it up
+  bit_set = 1,    // the words are bits: several may hold
+  live = 2,       // belongs to this installation at this moment: export leaves it out
+  column = 4,     // shown in tables for people
+  looked_up = 8,  // the name of what the bytes before it number: tables look it up
+  needed = 16     // may not be left out, not even when it is zero
 };
 
 struct field {
-  const char* name;
+  const char* name;   // null: the only field of an element, which stands without a name
   const char* alias;  // a second name that input may use, or null
   std::uint32_t offset;
   std::uint32_t width;  // of one element, for a list
@@ -44,13 +46,17 @@ struct field {
   // Lists only:
   std::span<const field> elements = {};  // offsets within one element
   std::uint32_t capacity = 0;            // elements there is room for
-  std::int64_t count_at = -1;            // offset of a u16 count; -1: up to the last element that is not all zero
+  std::int64_t count_at = -1;  // offset of a u16 count; -1: up to the last element that is not all zero
 };
 
-// How the key array of a call is made from words of the command line.
+// How the key array of a call is made from words of the command line, or from a record.
 struct key_part {
-  const char* name;
-  std::uint32_t width;  // bytes handed over, NUL included; 1: one byte, given as a number
+  const char* name;        // on the command line
+  field_kind kind;         // text, number or change_file
+  std::uint32_t width;     // bytes handed over, the NUL of a text included
+  const char* field_name;  // the field of a record that it repeats, or null
+  bool joined = false;     // stands behind the part before it, under one pointer
+  bool optional = false;   // may be left out on the command line
 };
 
 struct record_type {
@@ -62,7 +68,10 @@ struct record_type {
   std::uint16_t list_length;  // bytes of a record of a list when --len is not given
   std::span<const key_part> keys;
   std::span<const field> fields;
-  const char* key_field;  // the field of a record to put that gives keys[0], or null
+
+  // Records can be put: what the keys are stands in them.
+  bool storable() const { return keys.empty() || keys[0].field_name; }
+  const field& field_named(std::string_view name) const;  // one that there is
 };
 
 std::span<const record_type> record_types();
@@ -73,6 +82,7 @@ const record_type& record_type_named(std::string_view suffix);
 
 inline constexpr std::uint16_t target_head_length = 192;  // what memory holds of a target
 inline constexpr std::uint16_t target_record_length = sizeof(db_trg);
+inline constexpr std::uint16_t change_file_head_length = 164;  // what memory holds of a change file
 
 // Words shared with the options of some commands.
 std::span<const word> installation_kinds();

@@ -9,15 +9,16 @@
 
 namespace zvradm {
 
-namespace {
-
-const record_type& type_of(const json& object) {
+const record_type& imported_type(const json& object) {
   const auto suffix = object.find("type");
   if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
   const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
-  if (!type || !type->key_field) throw field_fault("type", "is not one that can be imported");
+  if (!type || type->keys.empty() || !type->storable())
+    throw field_fault("type", "is not one that can be imported");
   return *type;
 }
+
+namespace {
 
 // Text of a field, "" when it has none or is not plain text (which the put tells).
 std::string text_of(const json& object, const char* name) {
@@ -52,18 +53,19 @@ class importer {
     std::map<std::string, json> waiting;
     for (const import_line& line : lines) {
       json object = parse_record_line(line.text);
-      if (type_of(object).db_id != DB_TRG) continue;
+      if (imported_type(object).db_id != DB_TRG) continue;
       const std::string name = text_of(object, "trg_name");
       waiting.emplace(name, std::move(object));
     }
     for (const auto& [name, first] : waiting) {
       std::set<std::string> chain{name};
       std::string server = text_of(first, "srv_name");
-      while (waiting.count(server) != 0 && chain.insert(server).second) server = text_of(waiting[server], "srv_name");
+      while (waiting.count(server) != 0 && chain.insert(server).second)
+        server = text_of(waiting[server], "srv_name");
       if (waiting.count(server) == 0 || !broken_.insert(server).second) continue;
       json member = waiting[server];
       member.erase("srv_name");
-      return is_stored(writer_.put(type_of(member), member));
+      return is_stored(writer_.put(imported_type(member), member));
     }
     return false;
   }
@@ -83,7 +85,7 @@ class importer {
     std::string fault;
     try {
       const json object = parse_record_line(line.text);
-      const record_type& type = type_of(object);
+      const record_type& type = imported_type(object);
       if (wait && must_wait(type, object)) return false;
       const std::int16_t code = writer_.put(type, object);
       if (is_stored(code)) {
@@ -116,8 +118,8 @@ class importer {
 
 }  // namespace
 
-import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going, const refusal_fn& refused,
-                             progress& shown) {
+import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going,
+                             const refusal_fn& refused, progress& shown) {
   importer work(task, keep_going, refused, shown, lines.size());
   while (!lines.empty()) {
     const std::size_t before = lines.size();

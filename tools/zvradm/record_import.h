@@ -20,13 +20,16 @@ struct import_counts {
   std::uint64_t added = 0, replaced = 0, refused = 0;
 };
 
+// The type that a line names.  Throws field_fault when it is none that can be imported.
+const record_type& imported_type(const json& object);
+
 // Told for each refused line: its number and what is wrong.
 using refusal_fn = std::function<void(std::uint64_t line, const std::string& text)>;
 
-// Stores the records; a record whose target or server is not there yet waits for the
+// Stores the records of one phase; a record whose target or server is not there yet waits for the
 // others, and servers that are each other's clients are linked when all are there.
 // Ends at the first refused line unless keep_going.
-import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going, const refusal_fn& refused,
-                             progress& shown);
+import_counts import_records(void* task, std::vector<import_line> lines, bool keep_going,
+                             const refusal_fn& refused, progress& shown);
 
 }  // namespace zvradm

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string_view>
 
+#include "change_file_name.h"
 #include "refusals.h"
 
 namespace zvradm {
@@ -13,7 +14,8 @@ namespace {
 
 bool same_word(std::string_view a, std::string_view b) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return lower(x) == lower(y); });
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
 }
 
 const word* find_word(std::span<const word> words, std::string_view text) {
@@ -66,13 +68,25 @@ json hex_json(std::span<const unsigned char> bytes) {
   return to_hex(bytes);
 }
 
+db_cf_name change_file_at(std::span<const unsigned char> bytes) {
+  db_cf_name name;
+  std::memcpy(&name, bytes.data(), sizeof name);
+  return name;
+}
+
 json field_json(const field& f, std::span<const unsigned char> bytes, bool as_words) {
   switch (f.kind) {
     case field_kind::text:
-    case field_kind::full_text: return text_json(bytes);
-    case field_kind::number: return number_json(f, load_number(bytes.data(), f.width), as_words);
-    case field_kind::hex: return hex_json(bytes);
-    case field_kind::list: break;
+    case field_kind::full_text:
+      return text_json(bytes);
+    case field_kind::number:
+      return number_json(f, load_number(bytes.data(), f.width), as_words);
+    case field_kind::hex:
+      return hex_json(bytes);
+    case field_kind::change_file:
+      return change_file_json(change_file_at(bytes));
+    case field_kind::list:
+      break;
   }
   return nullptr;
 }
@@ -98,6 +112,10 @@ json list_json(const field& f, std::span<const unsigned char> record, const prin
   for (std::uint32_t i = 0; i < count; ++i) {
     const std::size_t base = f.offset + std::size_t{i} * f.width;
     if (base + f.width > record.size()) break;
+    if (!f.elements[0].name) {
+      elements.push_back(field_json(f.elements[0], record.subspan(base, f.width), options.words));
+      continue;
+    }
     json element = json::object();
     for (const field& part : f.elements) {
       const auto bytes = record.subspan(base + part.offset, part.width);
@@ -169,13 +187,28 @@ void store_hex(const field& f, const json& value, const std::string& path, std::
   std::copy(bytes.begin(), bytes.end(), out.begin());
 }
 
+void store_change_file(const json& value, const std::string& path, std::span<unsigned char> out) {
+  try {
+    const db_cf_name name = change_file_from_json(value);
+    std::memcpy(out.data(), &name, sizeof name);
+  } catch (const name_fault& fault) {
+    throw field_fault(path, fault.what());
+  }
+}
+
 void store_field(const field& f, const json& value, const std::string& path, std::span<unsigned char> out) {
   switch (f.kind) {
     case field_kind::text:
-    case field_kind::full_text: return store_text(f, value, path, out);
-    case field_kind::number: return store_number(out.data(), f.width, number_value(f, value, path));
-    case field_kind::hex: return store_hex(f, value, path, out);
-    case field_kind::list: return;
+    case field_kind::full_text:
+      return store_text(f, value, path, out);
+    case field_kind::number:
+      return store_number(out.data(), f.width, number_value(f, value, path));
+    case field_kind::hex:
+      return store_hex(f, value, path, out);
+    case field_kind::change_file:
+      return store_change_file(value, path, out);
+    case field_kind::list:
+      return;
   }
 }
 
@@ -188,20 +221,25 @@ const field* find_field(std::span<const field> fields, std::string_view name) {
 void store_list(const field& f, const json& value, std::span<unsigned char> record) {
   if (!value.is_array()) throw field_fault(f.name, "must be a list");
   if (value.size() > f.capacity)
-    throw field_fault(f.name, std::to_string(value.size()) + " elements, at most " + std::to_string(f.capacity));
+    throw field_fault(f.name,
+                      std::to_string(value.size()) + " elements, at most " + std::to_string(f.capacity));
   const auto whole = record.subspan(f.offset, std::size_t{f.width} * f.capacity);
   std::fill(whole.begin(), whole.end(), static_cast<unsigned char>(0));
   for (std::size_t i = 0; i < value.size(); ++i) {
     const std::string path = std::string(f.name) + "[" + std::to_string(i) + "]";
+    if (!f.elements[0].name) {
+      store_field(f.elements[0], value[i], path, whole.subspan(i * f.width, f.width));
+      continue;
+    }
     if (!value[i].is_object()) throw field_fault(path, "must be an object");
     for (const auto& [name, part_value] : value[i].items()) {
       const field* part = find_field(f.elements, name);
       if (!part) throw field_fault(path + "." + name, "unknown field");
-      store_field(*part, part_value, path + "." + name, whole.subspan(i * f.width + part->offset, part->width));
+      store_field(*part, part_value, path + "." + name,
+                  whole.subspan(i * f.width + part->offset, part->width));
     }
   }
-  if (f.count_at >= 0)
-    store_number(record.data() + f.count_at, 2, static_cast<std::uint32_t>(value.size()));
+  if (f.count_at >= 0) store_number(record.data() + f.count_at, 2, static_cast<std::uint32_t>(value.size()));
 }
 
 int hex_digit(char c) {
@@ -291,7 +329,8 @@ bool is_utf8(std::string_view text) {
   return true;
 }
 
-json record_to_json(const record_type& type, std::span<const unsigned char> record, const print_options& options) {
+json record_to_json(const record_type& type, std::span<const unsigned char> record,
+                    const print_options& options) {
   json object = json::object();
   for (const field& f : type.fields) {
     if (options.transferable && (f.traits & live)) continue;
@@ -303,9 +342,10 @@ json record_to_json(const record_type& type, std::span<const unsigned char> reco
     }
     if (std::size_t{f.offset} + f.width > record.size()) continue;
     const auto bytes = record.subspan(f.offset, f.width);
-    if (options.transferable && all_zero(bytes)) continue;
+    const bool may_go = options.transferable && !(f.traits & needed);
+    if (may_go && all_zero(bytes)) continue;
     json value = field_json(f, bytes, options.words);
-    if (options.transferable && value.is_string() && value.get_ref<const std::string&>().empty()) continue;
+    if (may_go && value.is_string() && value.get_ref<const std::string&>().empty()) continue;
     object[f.name] = std::move(value);
   }
   return object;
@@ -327,7 +367,9 @@ void json_to_record(const record_type& type, const json& object, std::span<unsig
   }
 }
 
-std::string json_line(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
+std::string json_line(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
 
 std::uint32_t parse_bits(const std::string& option, const std::string& text, std::span<const word> words) {
   std::uint32_t bits = 0;

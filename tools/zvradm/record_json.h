@@ -3,6 +3,7 @@
 // Text is a string; text that is not UTF-8 is {"hex": "..."}.  Numbers are numbers;
 // where a row has words, input may use them instead, and for a bit set a list of
 // them.  Opaque bytes are hexadecimal text; shorter input is filled with zero bytes.
+// The name of a change file is the list of its tokens.
 #pragma once
 
 #include <cstdint>
@@ -20,17 +21,19 @@ using json = nlohmann::ordered_json;
 // What is wrong with a JSON record, and with which field ("hw_parms[3].name"; "" for
 // the record as a whole).
 struct field_fault : std::runtime_error {
-  field_fault(std::string field_path, const std::string& text) : std::runtime_error(text), path(std::move(field_path)) {}
+  field_fault(std::string field_path, const std::string& text)
+      : std::runtime_error(text), path(std::move(field_path)) {}
   std::string path;
 };
 
 struct print_options {
-  bool words = false;        // numbers that have words as words
-  bool transferable = false; // for export: no live fields, and no fields that are zero
+  bool words = false;         // numbers that have words as words
+  bool transferable = false;  // for export: no live fields, and no fields that are zero
 };
 
 // The fields that lie whole within the bytes given.
-json record_to_json(const record_type& type, std::span<const unsigned char> record, const print_options& options = {});
+json record_to_json(const record_type& type, std::span<const unsigned char> record,
+                    const print_options& options = {});
 
 // Writes the fields given over the record, which has the length of a put or more;
 // all others stay as they are.  A member "type" must be the suffix.  Throws

@@ -1,47 +1,114 @@
 #include "record_keys.h"
 
 #include <algorithm>
+#include <cstring>
 
+#include "change_file_name.h"
+#include "record_json.h"
 #include "refusals.h"
 
 namespace zvradm {
 
 namespace {
 
-std::vector<char> key_area(const key_part& part, const std::string& text) {
-  if (part.width == 1) {
-    const bool digits = !text.empty() && text.size() <= 3 &&
-                        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    const int value = digits ? std::stoi(text) : 256;
-    if (value > 255) throw usage_fault(std::string(part.name) + " must be a number from 0 to 255");
-    return {static_cast<char>(static_cast<unsigned char>(value))};
-  }
+std::vector<unsigned char> bytes_of(const db_cf_name& name) {
+  std::vector<unsigned char> bytes(sizeof name);
+  std::memcpy(bytes.data(), &name, sizeof name);
+  return bytes;
+}
+
+std::vector<unsigned char> number_bytes(const key_part& part, const std::string& text) {
+  const std::uint32_t highest = (1u << (8 * part.width)) - 1;
+  const bool digits = !text.empty() && text.size() <= 5 &&
+                      std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+  const unsigned long value = digits ? std::stoul(text) : highest + 1ul;
+  if (value > highest)
+    throw usage_fault(std::string(part.name) + " must be a number from 0 to " + std::to_string(highest));
+  std::vector<unsigned char> bytes(part.width);
+  store_number(bytes.data(), part.width, static_cast<std::uint32_t>(value));
+  return bytes;
+}
+
+std::vector<unsigned char> text_bytes(const key_part& part, const std::string& text) {
   if (text.size() >= part.width)
-    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) + " bytes long, at most " +
-                      std::to_string(part.width - 1));
-  std::vector<char> area(part.width, '\0');
-  std::copy(text.begin(), text.end(), area.begin());
-  return area;
+    throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) +
+                      " bytes long, at most " + std::to_string(part.width - 1));
+  std::vector<unsigned char> bytes(part.width);
+  std::copy(text.begin(), text.end(), bytes.begin());
+  return bytes;
+}
+
+std::vector<unsigned char> key_bytes(const key_part& part, const std::string& text) {
+  switch (part.kind) {
+    case field_kind::number:
+      return number_bytes(part, text);
+    case field_kind::change_file:
+      return bytes_of(change_file_argument(text));
+    default:
+      return text_bytes(part, text);
+  }
+}
+
+std::string key_word(const key_part& part, const std::vector<unsigned char>& bytes) {
+  if (part.kind == field_kind::number) return std::to_string(load_number(bytes.data(), part.width));
+  if (part.kind == field_kind::change_file) {
+    db_cf_name name;
+    std::memcpy(&name, bytes.data(), sizeof name);
+    return change_file_text(name);
+  }
+  return {bytes.begin(), std::find(bytes.begin(), bytes.end(), static_cast<unsigned char>(0))};
 }
 
 }  // namespace
 
-record_keys::record_keys(const record_type& type, const std::vector<std::string>& words) {
-  // A first word names the record; the parts behind it may be left out.
-  const std::size_t least = type.keys.empty() ? 0 : 1;
-  if (words.size() < least || words.size() > type.keys.size())
+void record_keys::add(const key_part& part, const std::vector<unsigned char>& bytes) {
+  if (part.joined)
+    areas_.back().insert(areas_.back().end(), bytes.begin(), bytes.end());
+  else
+    areas_.push_back(bytes);
+}
+
+void record_keys::point() {
+  for (const std::vector<unsigned char>& area : areas_) pointers_.push_back(area.data());
+}
+
+record_keys::record_keys(const record_type& type, const std::vector<std::string>& words) : words_(words) {
+  std::size_t least = 0, most = 0;
+  for (const key_part& part : type.keys) {
+    if (part.name && !part.optional) ++least;
+    if (part.name) ++most;
+  }
+  if (words.size() < least || words.size() > most)
     throw usage_fault(std::string("type ") + type.suffix + " takes " +
                       (type.keys.empty() ? "no key" : "the key " + key_form(type)));
   for (std::size_t i = 0; i < type.keys.size(); ++i) {
-    const std::string missing = type.keys[i].width == 1 ? "0" : "";
-    areas_.push_back(key_area(type.keys[i], i < words.size() ? words[i] : missing));
+    const bool given = i < words.size();
+    add(type.keys[i],
+        given ? key_bytes(type.keys[i], words[i]) : std::vector<unsigned char>(type.keys[i].width));
   }
-  for (const std::vector<char>& area : areas_) pointers_.push_back(area.data());
+  point();
+}
+
+record_keys::record_keys(const record_type& type, std::span<const unsigned char> record) {
+  for (const key_part& part : type.keys) {
+    std::vector<unsigned char> bytes(part.width);
+    if (part.field_name) {
+      const field& f = type.field_named(part.field_name);
+      std::copy_n(record.begin() + f.offset, std::min(f.width, part.width), bytes.begin());
+      words_.push_back(key_word(part, bytes));
+    }
+    add(part, bytes);
+  }
+  point();
 }
 
 std::string key_form(const record_type& type) {
   std::string form;
-  for (const key_part& part : type.keys) form += form.empty() ? part.name : std::string(" [") + part.name + "]";
+  for (const key_part& part : type.keys) {
+    if (!part.name) continue;
+    form += form.empty() ? "" : " ";
+    form += part.optional ? std::string("[") + part.name + "]" : part.name;
+  }
   return form;
 }
 
@@ -49,6 +116,14 @@ std::string call_text(const char* verb, const record_type& type, const std::vect
   std::string text = std::string(verb) + " " + type.suffix;
   for (const std::string& key : words) text += " \"" + key + "\"";
   return text;
+}
+
+db_cf_name change_file_argument(const std::string& text) {
+  try {
+    return parse_change_file_name(text);
+  } catch (const name_fault& fault) {
+    throw usage_fault(fault.what());
+  }
 }
 
 }  // namespace zvradm

@@ -3,29 +3,32 @@
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
+#include <cstring>
 
-#include "record_keys.h"
 #include "refusals.h"
+#include "status_read.h"
 
 namespace zvradm {
 
 namespace {
 
-std::vector<std::string> key_words(const record_type& type, const json& object) {
-  if (!type.key_field) return {};
-  const auto name = object.find(type.key_field);
-  if (name == object.end()) throw field_fault(type.key_field, "is missing");
-  if (name->is_object()) {  // text that is not UTF-8
-    std::vector<unsigned char> bytes;
-    const auto hex = name->find("hex");
-    if (hex != name->end() && hex->is_string() && from_hex(hex->get_ref<const std::string&>(), bytes)) {
-      if (bytes.empty()) throw field_fault(type.key_field, "is empty");
-      return {std::string(bytes.begin(), bytes.end())};
-    }
+// The fields that may not be left out; with update only those of the keys.
+void require_fields(const record_type& type, const json& object, bool update) {
+  for (const field& f : type.fields) {
+    const bool in_key = std::any_of(type.keys.begin(), type.keys.end(), [&](const key_part& part) {
+      return part.field_name && std::string_view(part.field_name) == f.name;
+    });
+    if ((f.traits & needed) && (in_key || !update) && !object.contains(f.name))
+      throw field_fault(f.name, "is missing");
   }
-  if (!name->is_string()) throw field_fault(type.key_field, "must be text");
-  if (name->get_ref<const std::string&>().empty()) throw field_fault(type.key_field, "is empty");
-  return {name->get<std::string>()};
+}
+
+// A target has a name; change files may have any that was read.
+void require_names(const record_type& type, std::span<const unsigned char> record) {
+  for (const key_part& part : type.keys)
+    if (part.kind == field_kind::text && part.field_name &&
+        record[type.field_named(part.field_name).offset] == 0)
+      throw field_fault(part.field_name, "is empty");
 }
 
 }  // namespace
@@ -41,19 +44,32 @@ json parse_record_line(const std::string& line) {
   return object;
 }
 
-std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
-  const std::vector<std::string> words = key_words(type, object);
-  what_ = call_text("put", type, words);
+record_keys record_writer::prepare(const record_type& type, const json& object, bool update) {
+  require_fields(type, object, update);
   std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
-  // Checked before the key is looked at, so that a name that is too long is told as
-  // the field it is.
   json_to_record(type, object, buffer_);
-  const record_keys keys(type, words);
+  require_names(type, buffer_);
+  return record_keys(type, buffer_);
+}
+
+// What is stored already, into the buffer.  A default status is not stored.
+std::int16_t record_writer::read_stored(const record_type& type, const record_keys& keys) {
+  if (type.db_id == DB_CMS) {
+    const pair_status stored = read_status(task_, keys);
+    std::memcpy(buffer_.data(), &stored.record, sizeof stored.record);
+    return stored.is_default ? static_cast<std::int16_t>(DBE_NOT_FOUND) : stored.code;
+  }
+  std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
+  return db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
+}
+
+std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
+  const record_keys keys = prepare(type, object, update);
+  what_ = call_text("put", type, keys.words());
   if (update) {
-    std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
-    const std::int16_t code = db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
+    const std::int16_t code = read_stored(type, keys);
     if (code != DBE_OK) {
-      what_ = call_text("get", type, words);
+      what_ = call_text("get", type, keys.words());
       return code;
     }
     json_to_record(type, object, buffer_);

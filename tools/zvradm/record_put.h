@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "record_json.h"
+#include "record_keys.h"
 
 namespace zvradm {
 
@@ -18,10 +19,16 @@ class record_writer {
   // The code of db_put.  With update the record that is stored already gives the
   // fields that the object leaves out.  Throws field_fault.
   std::int16_t put(const record_type& type, const json& object, bool update = false);
+  // Throws the field_fault that put would throw.
+  void check(const record_type& type, const json& object) { (void)prepare(type, object, false); }
   // The last call in words: `put trg "OSLO"`.
   const std::string& what() const { return what_; }
 
  private:
+  // Fills the buffer; the record's keys.
+  record_keys prepare(const record_type& type, const json& object, bool update);
+  std::int16_t read_stored(const record_type& type, const record_keys& keys);
+
   void* task_;
   std::vector<unsigned char> buffer_;
   std::string what_;

@@ -1,5 +1,8 @@
 #include "record_table.h"
 
+#include <cstring>
+
+#include "change_file_name.h"
 #include "json_output.h"
 
 namespace zvradm {
@@ -9,6 +12,14 @@ namespace {
 bool is_column(const field& f, std::size_t length) {
   if (!(f.traits & column)) return false;
   return f.offset + ((f.traits & looked_up) ? 0 : f.width) <= length;
+}
+
+// A field as a cell; object is the record as JSON with words.
+std::string cell(const field& f, std::span<const unsigned char> record, const json& object) {
+  if (f.kind != field_kind::change_file) return object.contains(f.name) ? cell_text(object[f.name]) : "";
+  db_cf_name name;
+  std::memcpy(&name, record.data() + f.offset, sizeof name);
+  return change_file_text(name);
 }
 
 }  // namespace
@@ -24,7 +35,7 @@ std::vector<std::string> record_row(const record_type& type, std::span<const uns
   const json object = record_to_json(type, record, {.words = true});
   std::vector<std::string> row;
   for (const field& f : type.fields)
-    if (is_column(f, record.size())) row.push_back(object.contains(f.name) ? cell_text(object[f.name]) : "");
+    if (is_column(f, record.size())) row.push_back(cell(f, record, object));
   return row;
 }
 
@@ -32,17 +43,19 @@ table record_sheet(const record_type& type, std::span<const unsigned char> recor
   table t;
   t.head = {"field", "value"};
   const json object = record_to_json(type, record, {.words = true, .transferable = false});
-  for (const auto& [name, value] : object.items()) {
-    const bool objects = value.is_array() && !value.empty() && value[0].is_object();
-    if (!objects) {
-      t.rows.push_back({name, cell_text(value)});
+  for (const field& f : type.fields) {
+    if (!object.contains(f.name)) continue;
+    const json& value = object[f.name];
+    const bool elements = f.kind == field_kind::list && !value.empty();
+    if (!elements) {
+      t.rows.push_back({f.name, cell(f, record, object)});
       continue;
     }
     for (std::size_t i = 0; i < value.size(); ++i)
-      t.rows.push_back({name + "[" + std::to_string(i) + "]",
+      t.rows.push_back({std::string(f.name) + "[" + std::to_string(i) + "]",
                         value[i].contains("value")
                             ? cell_text(value[i]["name"]) + " = " + cell_text(value[i]["value"])
-                            : json_line(value[i])});
+                            : cell_text(value[i])});
   }
   return t;
 }

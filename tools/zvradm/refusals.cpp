@@ -24,13 +24,15 @@ constexpr std::array code_rows{
     code_row{DBE_NO_TARGET, "DBE_NO_TARGET", "no target of this name (the record's own, or its srv_name)"},
     code_row{DBE_INIT_FAILED, "DBE_INIT_FAILED",
              "the tables in memory could not be built; the message log (log/messages.log) tells why"},
-    code_row{DBE_BAD_CMS_KEY, "DBE_BAD_CMS_KEY", "unknown or not local target, or unknown change file"},
+    code_row{DBE_BAD_CMS_KEY, "DBE_BAD_CMS_KEY", "unknown target, or unknown change file"},
     code_row{DBE_ENTRY_CHANGED, "DBE_ENTRY_CHANGED", "the entry changed since the list was made; list again"},
     code_row{DBE_LIST_TOO_SMALL, "DBE_LIST_TOO_SMALL", "the list area is too small"},
-    code_row{DBE_CMS_EXISTS, "DBE_CMS_EXISTS", "the change file has status on some target"},
+    code_row{DBE_CMS_EXISTS, "DBE_CMS_EXISTS",
+             "the change file has status on some target; 'zvradm cms del-file' deletes that"},
     code_row{DBE_LIMIT_EXCEEDED, "DBE_LIMIT_EXCEEDED",
-             "a configured maximum would be exceeded; see MAX TARGETS, MAX LOCAL TARGETS and MAX SERVER TARGETS in "
-             "orvo.cfg"},
+             "a maximum would be exceeded; for targets see MAX TARGETS, MAX LOCAL TARGETS and MAX SERVER "
+             "TARGETS in "
+             "orvo.cfg, change files are at most 65535"},
     code_row{DBE_NO_STATUS, "DBE_NO_STATUS", "the target has no status"},
     code_row{DBE_NO_STAT_GET, "DBE_NO_STAT_GET", "the status was not read before"},
     code_row{DBE_NOT_AUTHORIZED, "DBE_NOT_AUTHORIZED", "the user is not authorized"},
@@ -38,8 +40,9 @@ constexpr std::array code_rows{
     code_row{DBE_BUFFER_TOO_SMALL, "DBE_BUFFER_TOO_SMALL", "the buffer is shorter than the record"},
     code_row{DBE_TRANS_IN_PROGRESS, "DBE_TRANS_IN_PROGRESS", "a transaction of the other class is open"},
     code_row{DBE_FILE_NOT_FOUND, "DBE_FILE_NOT_FOUND", "a file does not exist"},
-    code_row{DBE_IO_ERROR, "DBE_IO_ERROR",
-             "a record file failed; the message log (log/messages.log) tells which, 'zvradm file check' what"},
+    code_row{
+        DBE_IO_ERROR, "DBE_IO_ERROR",
+        "a record file failed; the message log (log/messages.log) tells which, 'zvradm file check' what"},
     code_row{DBE_FILE_STATUS, "DBE_FILE_STATUS", "status of a size query"},
     code_row{DBE_CO_FAILURE, "DBE_CO_FAILURE", "the common services failed"},
 };
@@ -62,7 +65,9 @@ const char* code_meaning(std::int16_t code) {
   return row ? row->meaning : "not a code of the table";
 }
 
-bool is_stored(std::int16_t code) { return code == DBE_OK || code == DBE_RECORD_REPLACED; }
+bool is_stored(std::int16_t code) {
+  return code == DBE_OK || code == DBE_RECORD_REPLACED;
+}
 
 refusal library_refusal(const std::string& what, std::int16_t code) {
   return refusal(what + ": " + code_name(code) + " (" + std::to_string(code) + "): " + code_meaning(code));

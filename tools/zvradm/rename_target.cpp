@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "commands.h"
-#include "local_target.h"
 #include "local_rename.h"
+#include "local_target.h"
 #include "session.h"
 
 namespace zvradm {
@@ -26,11 +26,12 @@ void rename_target(const globals& all, const rename_options& options) {
   const std::string what = "rename-target \"" + options.old_name + "\" \"" + options.new_name + "\"";
   settle_interrupted_rename(s.task(), base);
   std::uint32_t number = 0;
-  require_ok(what, db_get_trg_index(s.task(), options.old_name.c_str(), &number));
-  if (options.old_name == options.new_name) return;
-  if (db_get_trg_index(s.task(), options.new_name.c_str(), &number) == DBE_OK)
+  // An unknown name is left to the rename itself, which tells so.
+  const bool known = db_get_trg_index(s.task(), options.old_name.c_str(), &number) == DBE_OK;
+  if (known && options.old_name == options.new_name) return;
+  if (known && db_get_trg_index(s.task(), options.new_name.c_str(), &number) == DBE_OK)
     throw refusal(what + ": a target of the new name exists already; nothing was changed");
-  if (options.old_name == local_target_name(s.task()))
+  if (known && options.old_name == local_target_name(s.task()))
     rename_local_target(s.task(), base, options.old_name, options.new_name);
   else
     require_ok(what, db_rename_trg(s.task(), options.old_name.c_str(), options.new_name.c_str()));

@@ -13,7 +13,8 @@ namespace zvradm {
 void drop_shared_state(const std::string& base) {
   std::array<co_task_info, 16> tasks{};
   std::uint32_t alive = 0;
-  const std::uint16_t code = co_reset(base.c_str(), tasks.data(), static_cast<std::uint32_t>(tasks.size()), &alive);
+  const std::uint16_t code =
+      co_reset(base.c_str(), tasks.data(), static_cast<std::uint32_t>(tasks.size()), &alive);
   if (code == CO_OK) return;
   if (alive == 0) {
     const char* reason = co_init_error();
@@ -24,8 +25,8 @@ void drop_shared_state(const std::string& base) {
                      " alive; end them first:";
   const std::size_t told = std::min<std::size_t>(alive, tasks.size());
   for (std::size_t i = 0; i < told; ++i)
-    text += "\n  place " + std::to_string(tasks[i].place) + ", process " + std::to_string(tasks[i].process) + ", " +
-            tasks[i].name;
+    text += "\n  place " + std::to_string(tasks[i].place) + ", process " + std::to_string(tasks[i].process) +
+            ", " + tasks[i].name;
   if (told < alive) text += "\n  and others";
   throw refusal(text);
 }

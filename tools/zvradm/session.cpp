@@ -15,7 +15,8 @@ std::string base_directory(const globals& all) {
 }
 
 void announce_base(const std::string& base) {
-  if (setenv("ORVO_PATH", base.c_str(), 1) != 0) throw refusal(base + ": cannot be told to the common services");
+  if (setenv("ORVO_PATH", base.c_str(), 1) != 0)
+    throw refusal(base + ": cannot be told to the common services");
 }
 
 session::session(const std::string& base) : task_(nullptr) {
@@ -25,8 +26,8 @@ session::session(const std::string& base) : task_(nullptr) {
   if (reason != 0 && reason != ENOENT && reason != ENOTDIR)
     throw refusal(config + ": cannot be read: " + std::strerror(reason));
   if (reason != 0)
-    throw refusal(base + ": no installation here (" + config +
-                  " is missing); make one with 'zvradm --base " + base + " init --name NAME --rgn RGN --ren REN'");
+    throw refusal(base + ": no installation here (" + config + " is missing); make one with 'zvradm --base " +
+                  base + " init --name NAME --rgn RGN --ren REN'");
   announce_base(base);
   task_ = co_init_task("zvradm", nullptr, 1);
   if (!task_) {

@@ -2,15 +2,17 @@
 #include <sys/stat.h>
 #include <zvrco/zvrco.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
 #include "commands.h"
 #include "config_file.h"
+#include "control_block.h"
 #include "json_output.h"
 #include "local_target.h"
-#include "memory/dbr_cntl.h"
 #include "record_fields.h"
 #include "session.h"
 #include "table_output.h"
@@ -23,15 +25,8 @@ struct status_options {
   bool as_json = false;
 };
 
-std::string bounded_text(const char* text, std::size_t width) { return {text, strnlen(text, width)}; }
-
-// A copy of the control block: the block itself changes while we look.
-zvrdb::DBR_CNTL read_control_block(void* task) {
-  const void* area = co_croca(task, CO_AREA_DBR_CNTL);
-  if (!area) throw refusal("status: the shared control block cannot be reached");
-  zvrdb::DBR_CNTL block;
-  std::memcpy(&block, area, sizeof block);
-  return block;
+std::string bounded_text(const char* text, std::size_t width) {
+  return {text, strnlen(text, width)};
 }
 
 json tasks_json(void* task) {
@@ -55,6 +50,12 @@ json files_json(const zvrdb::DBR_CNTL& block) {
     if (file.inited == 1)
       all.push_back({{"name", bounded_text(file.name, sizeof file.name)}, {"use_count", file.use_count}});
   return all;
+}
+
+constexpr std::uint32_t most_change_files = 65535;  // numbers of 16 bits, one of which means none
+
+std::uint32_t number_at(const config_record& config, std::size_t at) {
+  return load_number(config.data() + at, 1);
 }
 
 json collect(void* task, const std::string& base) {
@@ -85,7 +86,13 @@ json collect(void* task, const std::string& base) {
                           {"allowed", block.num_ltrg_allowed},
                           {"configured", number(config_max_local_at)}};
   all["server_targets"] = {{"actual", block.num_srv_actual}, {"configured", number(config_max_server_at)}};
-  all["change_files"] = {{"actual", block.num_cat_actual}, {"allowed", block.num_cat_alloc}};
+  // Numbers given out stay with their slots: those above the change files are free ones.
+  // When they reach `allowed` the tables are built anew, larger.
+  all["change_files"] = {{"actual", block.num_cat_actual},
+                         {"allowed", block.num_cat_alloc},
+                         {"numbers", block.num_cat_inited},
+                         {"limit", most_change_files}};
+  all["authorize"] = number_at(config, offsetof(db_cfg, authorize));
   all["groups"] = {{"actual", block.num_tg_actual}};
   all["dynamic_groups"] = {{"actual", block.num_dtg_actual}};
   all["pending_change"] = stat(pending_path(base).c_str(), &pending) == 0;
@@ -94,12 +101,15 @@ json collect(void* task, const std::string& base) {
   return all;
 }
 
-std::string yes_no(const json& value) { return value == 0 || value == false ? "no" : "yes"; }
+std::string yes_no(const json& value) {
+  return value == 0 || value == false ? "no" : "yes";
+}
 
 std::string counts_text(const json& counts) {
   std::string text = json_line(counts["actual"]);
   if (counts.contains("allowed")) text += " of " + json_line(counts["allowed"]);
-  if (counts.contains("configured") && (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
+  if (counts.contains("configured") &&
+      (!counts.contains("allowed") || counts["allowed"] != counts["configured"]))
     text += " (configured: " + json_line(counts["configured"]) + ")";
   return text;
 }
@@ -124,13 +134,21 @@ void print_sheet(const json& all) {
   line("targets", counts_text(all["targets"]));
   line("  local", counts_text(all["local_targets"]));
   line("  servers", counts_text(all["server_targets"]));
-  line("change files", counts_text(all["change_files"]));
+  const json& files_known = all["change_files"];
+  line("change files", counts_text(files_known));
+  const std::uint64_t given = files_known["numbers"].get<std::uint64_t>();
+  const std::uint64_t used = files_known["actual"].get<std::uint64_t>();
+  line("  numbers", std::to_string(given) + " given out, " + std::to_string(given - std::min(given, used)) +
+                        " of them free; at most " + json_line(files_known["limit"]));
+  line("default CM status", all["authorize"] == 1 ? "of all change files (AUTHORIZE is ALL)"
+                                                  : "of change files that ask for it (cf_flags bit 32)");
   line("trace", all["trace"] == 0 ? "off" : "on");
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
   std::printf("\n");
   table files{{"file", "use count"}, {}, {false, true}};
-  for (const json& file : all["files"]) files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
+  for (const json& file : all["files"])
+    files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
   if (files.rows.empty())
     std::printf("no record file has been opened yet\n");
   else

@@ -46,7 +46,8 @@ void find_target(const globals& all, const rr_options& options) {
 void add_target_by_rr(CLI::App& app, globals& all) {
   auto options = std::make_shared<rr_options>();
   CLI::App& sub = *app.add_subcommand("target-by-rr", "Print the target of a network name");
-  sub.add_option("RGN.REN", options->rr, "Network name; an empty RGN means this server's own network")->required();
+  sub.add_option("RGN.REN", options->rr, "Network name; an empty RGN means this server's own network")
+      ->required();
   sub.add_option("--len", options->length, "Buffer length of the call");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people, a field a line");

@@ -34,7 +34,8 @@ status_bytes exchange_status(void* task, const std::string& name, const status_b
 void get_status(const globals& all, const status_options& options) {
   const session s(base_directory(all));
   const status_bytes read = exchange_status(s.task(), options.name, nullptr);
-  print_json({{"trg_name", options.name}, {"trg_status", to_hex(read)}, {"counter", load_number(read.data(), 2)}});
+  print_json(
+      {{"trg_name", options.name}, {"trg_status", to_hex(read)}, {"counter", load_number(read.data(), 2)}});
 }
 
 void put_status(const globals& all, const status_options& options) {

@@ -20,7 +20,8 @@ void set_trace(const globals& all, std::uint32_t word) {
 }  // namespace
 
 void add_trace(CLI::App& app, globals& all) {
-  CLI::App& sub = *app.add_subcommand("trace", "Switch the trace of all processes of the installation on and off");
+  CLI::App& sub =
+      *app.add_subcommand("trace", "Switch the trace of all processes of the installation on and off");
   sub.require_subcommand(1);
   sub.footer(R"(Trace lines go to log/trace.log of the installation.
 

@@ -1,0 +1,136 @@
+// Lists of change files by filter.
+//
+// The index is in order of names, and each entry tells where its name first differs from
+// the next one.  So the first candidate is searched, and neighbours that differ only
+// behind the place from which on the filter takes anything are listed without a look at
+// their names: the run of the one that was tested.
+//
+// How far a run goes is told by the encoded differences alone.  It may take in a name
+// that the filter by itself would refuse (one with an eleventh token, or one that differs
+// far back in a long token, which reads as a later token), and that is how lists are.
+#include "catalog/catalog_list.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "catalog/catalog.h"
+#include "catalog/name_filter.h"
+#include "memory/catalog_tables.h"
+#include "memory/trace.h"
+
+namespace zvrdb::catalog {
+namespace {
+
+// The index with a filter laid on it.
+struct filter_walk {
+  void* task;
+  memory::catalog_tables tables;
+  const void* filter;
+  list_cost* cost;
+  memory::cf_position first;
+  memory::cf_position last;
+
+  // The filter's fixed part against the name at this position; one without a slot is
+  // below every filter.
+  int compare_fixed_part(std::uint32_t position) const {
+    const DIST_CAT_ENTRY* slot = tables.slot_at(position);
+    if (!slot) return 1;
+    ++cost->prefix_tests;
+    return cmp_match_first(task, filter, slot->head, first);
+  }
+
+  bool fixed_part_ends(std::uint32_t position) const {
+    return tables.slot_at(position) && compare_fixed_part(position) != 0;
+  }
+
+  bool matches(std::uint32_t position) const {
+    const DIST_CAT_ENTRY* slot = tables.slot_at(position);
+    if (!slot) return false;
+    ++cost->filter_tests;
+    return match_filter(task, filter, slot->head, last) == 0;
+  }
+
+  // First position whose name agrees with the filter's fixed part;
+  // behind the last one when none does.
+  std::uint32_t first_candidate() const {
+    std::uint32_t low = 0;
+    std::uint32_t high = tables.count;
+    while (low < high) {
+      const std::uint32_t middle = low + (high - low) / 2;
+      if (compare_fixed_part(middle) > 0)
+        low = middle + 1;
+      else
+        high = middle;
+    }
+    return low < tables.count && compare_fixed_part(low) == 0 ? low : tables.count;
+  }
+
+  // One behind the run that begins at this position.
+  std::uint32_t run_end(std::uint32_t position) const {
+    const unsigned beyond = last.token * 16u + last.character;
+    while (position + 1 < tables.count && tables.index[position].name_diff > beyond) ++position;
+    return position + 1;
+  }
+};
+
+// The caller's area.
+struct list_area {
+  unsigned char* bytes;
+  std::uint32_t size;
+  std::uint16_t* count;
+  std::uint64_t used = 0;
+
+  // False when the area is full.  An area that ends within the entry gets the part of it
+  // that fits.
+  bool add(CAT_CNTL_ENTRY entry, const DIST_CAT_ENTRY& slot) {
+    if (used >= size || *count == std::numeric_limits<std::uint16_t>::max()) return false;
+    entry.spare = slot.cf_gen;
+    std::memcpy(bytes + used, &entry, std::min<std::uint64_t>(sizeof entry, size - used));
+    used += sizeof entry;
+    ++*count;
+    return true;
+  }
+};
+
+}  // namespace
+
+std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size,
+                          std::uint16_t* count, list_cost* cost) {
+  const memory::catalog_tables tables = memory::catalog_of(memory::tcb_of(task));
+  const filter_walk walk{task, tables, filter, cost, first_diff(task, filter), last_diff(task, filter)};
+  list_area area{static_cast<unsigned char*>(list), size, count};
+  std::uint32_t position = walk.first_candidate();
+  while (position < tables.count) {
+    // The next match may lie behind the last name with the fixed part: only the end of a
+    // run asks for it.
+    if (!walk.matches(position)) {
+      ++position;
+      continue;
+    }
+    const std::uint32_t behind = walk.run_end(position);
+    for (; position < behind; ++position) {
+      const DIST_CAT_ENTRY* slot = tables.slot_at(position);
+      if (slot && !area.add(tables.index[position], *slot)) return DBE_LIST_TOO_SMALL;
+    }
+    if (walk.fixed_part_ends(position)) break;
+  }
+  return DBE_OK;
+}
+
+std::int16_t start_list_cat(void* task, const void* filter, void* list, std::uint32_t size,
+                            std::uint16_t* count) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  if (!filter) {
+    bracket.quitting();
+    return rc = DBE_BAD_RECORD;
+  }
+  list_cost cost;
+  rc = list_matches(task, filter, list, size, count, &cost);
+  ZVR_TRACE(task, 5, 2, "%hu listed for %lu filter tests", *count,
+            static_cast<unsigned long>(cost.filter_tests));
+  return rc;
+}
+
+}  // namespace zvrdb::catalog

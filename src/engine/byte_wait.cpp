@@ -1,0 +1,31 @@
+#include "engine/byte_wait.h"
+
+#include "engine/engine.h"
+#include "engine/format.h"
+#include "engine/os_file.h"
+
+namespace zvrdb::engine {
+
+int wait_for_bytes(int file, std::uint64_t offset, std::uint64_t length) {
+  for (unsigned attempt = 0;; ++attempt) {
+    switch (os().lock(file, offset, length)) {
+      case lock_answer::taken:
+        return e_ok;
+      case lock_answer::failed:
+        return e_byte_lock;
+      case lock_answer::busy:
+        os().wait(attempt);
+        break;
+    }
+  }
+}
+
+writers_held::writers_held(const char* path) : file_(os().open(path, {true, false, false})), result_(e_not_found) {
+  if (file_ >= 0) result_ = wait_for_bytes(file_, arbiter_byte, 1);
+}
+
+writers_held::~writers_held() {
+  if (file_ >= 0) os().close(file_);
+}
+
+}  // namespace zvrdb::engine

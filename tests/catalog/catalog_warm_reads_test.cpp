@@ -1,0 +1,84 @@
+// Reads that memory answers make no system call and allocate nothing, once the task
+// has made its first call.
+#include "catalog/catalog_fixture.h"
+#include "support/costs_of_calls.h"
+
+namespace catalog_test {
+namespace {
+
+using zvrtest::forbid_system_calls;
+
+struct WarmRead {
+  CfName name = cf("A.B.50");
+  unsigned char record[head_len];
+  const void* keys[1] = {name.data()};
+
+  int all(void* task) {
+    std::uint16_t number = 0;
+    unsigned char back[76];
+    int rc = db_get(task, DB_CAT, 1, keys, record, head_len);
+    if (rc == DBE_OK) rc = db_get(task, DB_CAT, 1, keys, record, 1);
+    if (rc == DBE_OK) rc = zvrdb::memory::get_cat_num(task, &number, name.data());
+    if (rc == DBE_OK) rc = zvrdb::memory::get_cat_name(task, back, number);
+    const ListEntry entry = {number, 0, 1};
+    std::uint16_t index = 0;
+    if (rc == DBE_OK) rc = db_find_cat_idx(task, name.data(), &entry, 1, &index);
+    if (rc == DBE_OK) rc = db_get_next(task, DB_CAT, &entry, 1, &index, record, head_len);
+    return rc;
+  }
+};
+
+class CatalogWarmReads : public CatalogTest {
+ protected:
+  void fill() {
+    for (unsigned i = 0; i < 60; ++i) ASSERT_EQ(put_cf(numbered("A.B.", i)), DBE_OK);
+  }
+};
+
+TEST_F(CatalogWarmReads, MakeNoSystemCall) {
+  fill();
+  EXPECT_EQ(in_child([](void* child) {
+              WarmRead reads;
+              if (reads.all(child) != DBE_OK) return 1;
+              if (!forbid_system_calls()) return 2;
+              int rc = DBE_OK;
+              for (int i = 0; i < 1000 && rc == DBE_OK; ++i) rc = reads.all(child);
+              syscall(SYS_exit_group, rc == DBE_OK ? 0 : 3);
+              return 4;
+            }),
+            0);
+}
+
+TEST_F(CatalogWarmReads, AreKilledByTheSameFilterWhenTheyReachTheFile) {
+  fill();
+  const int status = in_child([](void* child) {
+    WarmRead reads;
+    if (reads.all(child) != DBE_OK) return 1;
+    if (!forbid_system_calls()) return 2;
+    get_on(child, "A.B.50", head_len + 1);
+    syscall(SYS_exit_group, 0);
+    return 4;
+  });
+  EXPECT_LT(status, 0) << "the filter works: a read from the file makes system calls";
+}
+
+TEST_F(CatalogWarmReads, AllocateNothing) {
+#if ZVR_SANITIZED
+  GTEST_SKIP() << "the sanitizer has the allocator";
+#else
+  fill();
+  WarmRead reads;
+  ASSERT_EQ(reads.all(task), DBE_OK);
+  const unsigned long before = allocations;
+  const std::size_t in_use = mallinfo2().uordblks;
+  for (int i = 0; i < 1000; ++i)
+    if (reads.all(task) != DBE_OK) FAIL();
+  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(mallinfo2().uordblks, in_use);
+  get_cf("A.B.50");
+  EXPECT_GT(allocations, before) << "the counter works";
+#endif
+}
+
+}  // namespace
+}  // namespace catalog_test

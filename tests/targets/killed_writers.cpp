@@ -1,0 +1,121 @@
+#include "targets/killed_writers.h"
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "engine/byte_wait.h"
+
+namespace target_test {
+
+void KilledWriters::SetUp() {
+  TargetsTest::SetUp();
+  control_ = share<Control>();
+}
+
+void KilledWriters::TearDown() {
+  for (const auto& [memory, bytes] : shared_) munmap(memory, bytes);
+  TargetsTest::TearDown();
+}
+
+void* KilledWriters::share(std::size_t bytes) {
+  void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) abort();
+  shared_.emplace_back(memory, bytes);
+  return memory;
+}
+
+bool KilledWriters::expect(int rc, int wanted, int place) {
+  if (rc == wanted) return true;
+  int none = 0;
+  if (control_->unexpected.compare_exchange_strong(none, rc == 0 ? -1 : rc)) control_->unexpected_at = place;
+  control_->stop = 1;
+  return false;
+}
+
+std::uint32_t KilledWriters::stored_version(const std::string& name) {
+  const Reading whole = get(name);
+  const Reading head = get(name, 192);
+  EXPECT_EQ(whole.rc, head.rc) << "memory and file of " << name;
+  if (whole.rc == DBE_NOT_FOUND) return 0;
+  EXPECT_EQ(whole.rc, DBE_OK);
+  EXPECT_EQ(whole.record.text_at(64, 60), head.record.text_at(64, 60)) << "memory and file of " << name;
+  EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
+  return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
+}
+
+std::string KilledWriters::target_file() {
+  char base_path[CO_PATH_MAX] = "";
+  co_get_orvo_path(task, base_path, 0);
+  return std::string(base_path) + "/db/trgcfg";
+}
+
+// Each finished step is a byte in the pipe.  The parent keeps the reading end alone, so
+// that the death of a writer ends its pipe.
+pid_t KilledWriters::start(unsigned writer, unsigned seed, int* progress) {
+  int ends[2];
+  if (pipe(ends) != 0) return -1;
+  const pid_t child = fork();
+  if (child != 0) {
+    close(ends[1]);
+    *progress = ends[0];
+    return child;
+  }
+  void* own = co_init_task("writer", nullptr, 1);
+  if (!own) _exit(2);
+  std::mt19937 random(seed);
+  while (!control_->stop && step(own, writer, random)) {
+    const char byte = 0;
+    if (write(ends[1], &byte, 1) != 1) _exit(3);
+  }
+  coi_term_task(own, 0);
+  _exit(0);
+}
+
+void KilledWriters::kill_one(unsigned victim) {
+  const zvrdb::engine::writers_held arbiter(target_file().c_str());
+  ASSERT_EQ(arbiter.result(), 0);
+  ASSERT_EQ(kill(children_[victim], SIGKILL), 0);
+  ASSERT_EQ(waitpid(children_[victim], nullptr, 0), children_[victim]);
+}
+
+void KilledWriters::end_all() {
+  control_->stop = 1;
+  for (unsigned w = 0; w < writers; ++w) {
+    char bytes[256];
+    while (read(progress_[w], bytes, sizeof bytes) > 0) {
+    }
+    close(progress_[w]);
+    int status = -1;
+    ASSERT_EQ(waitpid(children_[w], &status, 0), children_[w]);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(control_->unexpected, 0) << "an answer that a writer did not expect, at "
+                                     << control_->unexpected_at;
+}
+
+void KilledWriters::run_and_kill(const Plan& plan) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE(numbered("seed ", seed));
+  std::mt19937 random(seed);
+  for (unsigned w = 0; w < writers; ++w)
+    children_[w] = start(w, static_cast<unsigned>(random()), &progress_[w]);
+  for (int kills = 0; kills < plan.kills && !HasFailure() && !control_->stop; ++kills) {
+    const auto victim = static_cast<unsigned>(random() % writers);
+    const unsigned range = plan.most_steps - plan.fewest_steps + 1;
+    unsigned steps = plan.fewest_steps + static_cast<unsigned>(random() % range);
+    char byte;
+    while (steps > 0 && read(progress_[victim], &byte, 1) == 1) --steps;
+    if (steps > 0) break;  // it gave up on an answer
+    ASSERT_NO_FATAL_FAILURE(kill_one(victim));
+    check_dead_writer(victim);
+    close(progress_[victim]);
+    children_[victim] = start(victim, static_cast<unsigned>(random()), &progress_[victim]);
+  }
+  end_all();
+}
+
+}  // namespace target_test
