@@ -145,7 +145,13 @@ DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void 
 /* Fills list with the names that match filter, as many as list_size bytes take, and
  * sets *count to their number and *index to 0.  DBE_LIST_TOO_SMALL when there are more:
  * what fits is in the list. *count and *index are left alone when the call is refused
- * before it begins. */
+ * before it begins.
+ * DB_TRG: the filter is ignored, an entry is a name of 64 bytes.
+ * DB_CAT: the filter is a db_cf_name, an entry a db_cat_entry of 4 bytes.  In the filter's
+ * tokens '?' stands for one character, '*' for the rest of the token; a token "*" alone
+ * also for no token, so eleven of them list all.  The list is in the order of the names.
+ * Of entries that changed since, db_get_next answers DBE_NOT_FOUND (deleted) or
+ * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled). */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
 
@@ -236,7 +242,18 @@ DB_API int16_t db_get_srv(void *task, const char *name, char *server);
 
 /* ---- Change files -------------------------------------------------------
  *
- * Names: a db_cf_name of 76 bytes. */
+ * Names: a db_cf_name of 76 bytes.
+ *
+ * The filter that db_start_list takes for DB_CAT is such a name whose tokens may hold
+ * wildcards.  `*` alone in a token: one token or none.  `*` inside a token: the rest of
+ * the name's token, whatever follows the `*`.  `?`: exactly one character.  A filter of
+ * exactly ten tokens whose last ones hold `*` is the cheap form: neighbours in order of
+ * names that differ only behind the first of these are listed for one of them.  A null
+ * filter gives DBE_BAD_RECORD.
+ *
+ * db_init_list of DB_PRD and DB_FST takes a db_prd_key and a list state of 272 bytes; a
+ * product id other than 0 limits filesets to those of that product.  DBE_NOT_FOUND, no
+ * such change file; DBE_EMPTY_LIST, a `*` in the first token of its name. */
 
 /* Place of a name in a list that db_start_list of DB_CAT filled: `list` holds `count`
  * entries of 4 bytes.  *index: the place of the name, or of the first one above it;
