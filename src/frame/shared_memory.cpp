@@ -192,8 +192,8 @@ bool take_undone(DBR_TCB* tcb) {
     if (index >= 0 && (tcb->undone_ids >> index & 1u) != 0) in_memory = true;
   }
   tcb->undone_ids = 0;
-  // Before the first generation is in use there is nothing that could show it.
-  return in_memory && tcb->cntl->finitialized == 1;
+  // Before the first tables are sized there is nothing that could show it.
+  return in_memory && tcb->cntl->dist_cat_len != 0;
 }
 
 void drop_memory(void* task, DBR_TCB* tcb) {

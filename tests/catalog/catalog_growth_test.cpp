@@ -136,5 +136,46 @@ TEST_F(CatalogGrowth, GrowthInsideATransactionIsUndoneWithIt) {
   expect_agreement();
 }
 
+TEST_F(CatalogGrowth, GrowthInsideTheTransactionOfATaskThatEndsIsUndoneWithIt) {
+  fill(0, 499);
+  {
+    client_task other("ends");
+    ASSERT_EQ(db_start_trans(other, DB_CAT), DBE_OK);
+    ASSERT_EQ(put_on(other, "N499"), DBE_OK);
+  }
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  EXPECT_EQ(put_cf("AGAIN"), DBE_OK);
+  EXPECT_EQ(number_of("AGAIN"), 499);
+  expect_agreement();
+}
+
+TEST_F(CatalogGrowth, GrowthInsideTheTransactionOfAProcessThatDiesIsUndoneWithIt) {
+  fill(0, 499);
+  kill_writer_after([](void* child) {
+    db_start_trans(child, DB_CAT);
+    put_on(child, "N499");
+  });
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  expect_agreement();
+}
+
+TEST_F(CatalogGrowth, ADeathInATransactionThatGrewTheTablesIsSeenByAFirstCallOnTextRecords) {
+  fill(0, 499);
+  kill_writer_after([](void* child) {
+    db_start_trans(child, DB_CAT);
+    put_on(child, "N499");
+  });
+  {
+    client_task first("first");
+    unsigned char config[100];
+    ASSERT_EQ(db_get(first, DB_CFG, 0, nullptr, config, sizeof config), DBE_OK);
+  }
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  expect_agreement();
+}
+
 }  // namespace
 }  // namespace catalog_test
