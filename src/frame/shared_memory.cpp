@@ -156,6 +156,7 @@ std::int16_t load_tables(void* task, DBR_TCB* tcb) {
   const std::int16_t rc = run_steps(task, loading_steps);
   if (rc != DBE_OK) return rc;
   set_finished(tcb->shm_base);
+  tcb->cntl->finitialized = 1;  // also where no call has been entered: it is in use from here on
   co_log2(task, 36359, 0, 0, 0, "%s", "");
   char name[segment_name_len];
   memory::segment_name(tcb->shm_generation, name);
@@ -192,8 +193,8 @@ bool take_undone(DBR_TCB* tcb) {
     if (index >= 0 && (tcb->undone_ids >> index & 1u) != 0) in_memory = true;
   }
   tcb->undone_ids = 0;
-  // Before the first tables are sized there is nothing that could show it.
-  return in_memory && tcb->cntl->dist_cat_len != 0;
+  // Before the first generation is in use there is nothing that could show it.
+  return in_memory && tcb->cntl->finitialized == 1;
 }
 
 void drop_memory(void* task, DBR_TCB* tcb) {
