@@ -13,9 +13,12 @@ namespace {
 class ThreadsOfOneProcess : public CmStatusTest {};
 
 TEST_F(ThreadsOfOneProcess, SeeEachOthersChangeFilesAndStatusOverGenerations) {
-  constexpr unsigned threads = 3, files = 260, targets = 6;
+  constexpr unsigned threads = 3, files = 60, targets = 6;
   authorize(1);
   for (unsigned target = 0; target < targets; ++target) ASSERT_EQ(put_target(numbered("T", target)), DBE_OK);
+  ASSERT_EQ(db_start_trans(task, DB_CAT), DBE_OK);
+  for (unsigned i = 0; i < 420; ++i) ASSERT_EQ(put_file(cf(numbered("FIRST.", i))), DBE_OK);
+  ASSERT_EQ(db_commit(task, DB_CAT), DBE_OK);
   const std::uint32_t generation = cntl()->shm_generation;
   std::atomic<int> unexpected{0};
   std::atomic<unsigned> running{threads};
