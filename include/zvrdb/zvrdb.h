@@ -278,7 +278,8 @@ DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index
  * whole, of the rest what length allows; a default status needs 153 bytes, whatever
  * length is.  Each call that changes status changes both directions or neither, and is a
  * transaction of its own.  Status goes with its target when that is local; a change file
- * with status cannot be deleted. */
+ * with status cannot be deleted.  It is kept by numbers: what is put for a target or a
+ * change file that a roll-back takes back passes to the next owner of the number. */
 
 /* Deletes the status of a change file on all targets, so that it can be deleted itself.
  * DBE_OK, also when there is none; DBE_IO_ERROR. */
