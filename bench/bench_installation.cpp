@@ -11,7 +11,7 @@
 namespace bench {
 
 void give_up(const char* what, long code) {
-  std::fprintf(stderr, "targets_bench: %s failed (%ld)\n", what, code);
+  std::fprintf(stderr, "bench: %s failed (%ld)\n", what, code);
   std::exit(1);
 }
 
@@ -38,12 +38,12 @@ void Installation::reset() const {
   std::uint32_t alive = 0;
   const std::uint16_t rc = co_reset(base_.c_str(), nullptr, 0, &alive);
   if (rc != CO_OK)
-    std::fprintf(stderr, "targets_bench: shared state not dropped (%u), %u tasks live\n", rc, alive);
+    std::fprintf(stderr, "bench: shared state not dropped (%u), %u tasks live\n", rc, alive);
 }
 
 Task::Task() : task_(co_init_task("bench", nullptr, 1)) {
   if (!task_) {
-    std::fprintf(stderr, "targets_bench: no task: %s\n", co_init_error());
+    std::fprintf(stderr, "bench: no task: %s\n", co_init_error());
     std::exit(1);
   }
 }

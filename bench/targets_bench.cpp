@@ -1,34 +1,28 @@
 // What the main operations on targets cost, as Markdown: time per operation in one
 // process and in four at once, system calls and flushes per operation, the load of a
 // full table, and the memory of a process.
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zvrco/zvrco.h>
 #include <zvrdb/zvrdb.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <functional>
-#include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "bench_installation.h"
-#include "system_call_count.h"
+#include "measurement.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using namespace bench;
 
 constexpr std::size_t record_len = 21724;
-constexpr unsigned processes = 4;
 
 struct Options {
   std::string folder = "/tmp";
@@ -37,16 +31,6 @@ struct Options {
   unsigned writes = 400;   // of each writing one; the four processes share them
   unsigned lists = 20;
 };
-
-double microseconds(Clock::time_point from) {
-  return std::chrono::duration<double, std::micro>(Clock::now() - from).count();
-}
-
-std::string numbered(const char* text, unsigned long long number) {
-  std::string whole(text);
-  whole.append(std::to_string(number));
-  return whole;
-}
 
 std::string populated_name(unsigned i) {
   return numbered("TARGET.", i);
@@ -75,36 +59,26 @@ void fill_record(std::vector<unsigned char>& record, const std::string& name, un
   }
 }
 
-void expect(std::int16_t rc, const char* what) {
-  if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) bench::give_up(what, rc);
-}
-
-// One thing that is measured: `run` does it for the i-th time on behalf of a worker.
-struct Operation {
-  const char* name;
-  std::function<void(void* task, unsigned worker, unsigned i)> run;
-  unsigned count;
-};
-
-class Workload {
+class Targets {
  public:
-  explicit Workload(const Options& options) : options_(options), buffer_(65535), record_(record_len) {}
+  explicit Targets(const Options& options) : options_(options), buffer_(65535), record_(record_len) {}
 
-  std::vector<Operation> operations() {
+  static std::vector<Operation> operations(const Options& options) {
+    const auto self = std::make_shared<Targets>(options);
+    const auto get = [self](std::uint16_t length) {
+      return [self, length](void* t, unsigned w, unsigned i) { self->get(t, w, i, length); };
+    };
+    const auto put = [self](void* t, unsigned w, unsigned i) { self->put(t, fresh_name(w, i), i); };
     return {
-        {"lookup by name", [this](void* t, unsigned w, unsigned i) { lookup(t, w, i); }, options_.reads},
-        {"get 148 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 148); }, options_.reads},
-        {"get 192 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 192); }, options_.reads},
-        {"get 193 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 193); },
-         options_.reads / 10},
-        {"get 21724 bytes", [this](void* t, unsigned w, unsigned i) { get(t, w, i, 21724); },
-         options_.reads / 10},
-        {"put new", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); },
-         options_.writes},
-        {"put replace", [this](void* t, unsigned w, unsigned i) { put(t, fresh_name(w, i), i); },
-         options_.writes},
-        {"delete", [this](void* t, unsigned w, unsigned i) { erase(t, fresh_name(w, i)); }, options_.writes},
-        {"list of all", [this](void* t, unsigned, unsigned) { list(t); }, options_.lists},
+        {"lookup by name", [self](void* t, unsigned w, unsigned i) { self->lookup(t, w, i); }, options.reads},
+        {"get 148 bytes", get(148), options.reads, 20, true},
+        {"get 192 bytes", get(192), options.reads, 20, true},
+        {"get 193 bytes", get(193), options.reads / 10, 20, true},
+        {"get 21724 bytes", get(21724), options.reads / 10, 20, true},
+        {"put new", put, options.writes},
+        {"put replace", put, options.writes},
+        {"delete", [self](void* t, unsigned w, unsigned i) { self->erase(t, fresh_name(w, i)); }, options.writes},
+        {"list of all", [self](void* t, unsigned, unsigned) { self->list(t); }, options.lists, 1},
     };
   }
 
@@ -140,7 +114,7 @@ class Workload {
     expect(db_init_list(task, DB_TRG, filter, state, sizeof state), "list");
     unsigned found = 0;
     while (db_get_more(task, DB_TRG, state, buffer_.data(), 192) == DBE_OK) ++found;
-    if (found < options_.targets) bench::give_up("list of all", found);
+    if (found < options_.targets) give_up("list of all", found);
   }
 
   Options options_;
@@ -148,125 +122,12 @@ class Workload {
   std::vector<unsigned char> record_;
 };
 
-struct Timing {
-  double median;
-  double p99;
-};
-
-Timing timing_of(std::vector<double> samples) {
-  std::sort(samples.begin(), samples.end());
-  return {samples[samples.size() / 2], samples[std::min(samples.size() - 1, samples.size() * 99 / 100)]};
-}
-
-void measure(void* task, const Operation& operation, unsigned worker, unsigned count, double* samples) {
-  for (unsigned i = 0; i < count; ++i) {
-    const Clock::time_point from = Clock::now();
-    operation.run(task, worker, i);
-    samples[i] = microseconds(from);
-  }
-}
-
-// Memory that a worker shares with its parent.
-template <typename T>
-T* shared_memory(std::size_t count) {
-  void* memory = mmap(nullptr, count * sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) bench::give_up("memory for samples", 0);
-  return static_cast<T*>(memory);
-}
-
-pid_t start_worker(const std::function<void()>& body) {
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child < 0) bench::give_up("fork", 0);
-  if (child == 0) {
-    body();
-    std::fflush(nullptr);
-    _exit(0);
-  }
-  return child;
-}
-
-void await(pid_t child) {
-  int status = 0;
-  if (waitpid(child, &status, 0) != child || status != 0) bench::give_up("a worker", status);
-}
-
-// All workers do each operation at the same time.
-std::vector<Timing> measure_in(unsigned workers, const Options& options) {
-  const std::size_t operation_count = Workload(options).operations().size();
-  const std::size_t row = std::max({options.reads, options.writes, options.lists});
-  double* samples = shared_memory<double>(operation_count * workers * row);
-  auto* arrived = shared_memory<std::atomic<unsigned>>(1);
-  std::vector<unsigned> counts(operation_count);
-  std::vector<Operation> operations = Workload(options).operations();
-  for (std::size_t o = 0; o < operation_count; ++o) counts[o] = std::max(1u, operations[o].count / workers);
-  std::vector<pid_t> children;
-  for (unsigned w = 0; w < workers; ++w)
-    children.push_back(start_worker([&, w] {
-      bench::Task task;
-      Workload workload(options);
-      std::vector<Operation> own = workload.operations();
-      own[0].run(task, w, 0);  // the first call attaches
-      for (std::size_t o = 0; o < own.size(); ++o) {
-        arrived->fetch_add(1);
-        while (arrived->load() < (o + 1) * workers) usleep(50);
-        measure(task, own[o], w, counts[o], samples + (o * workers + w) * row);
-      }
-    }));
-  for (const pid_t child : children) await(child);
-  std::vector<Timing> timings;
-  for (std::size_t o = 0; o < operation_count; ++o) {
-    std::vector<double> all;
-    for (unsigned w = 0; w < workers; ++w) {
-      const double* from = samples + (o * workers + w) * row;
-      all.insert(all.end(), from, from + counts[o]);
-    }
-    timings.push_back(timing_of(std::move(all)));
-  }
-  munmap(samples, operation_count * workers * row * sizeof(double));
-  munmap(arrived, sizeof *arrived);
-  return timings;
-}
-
-struct PerCall {
-  double calls;
-  double flushes;
-  bool known;
-};
-
-std::vector<PerCall> count_per_call(const Options& options) {
-  constexpr unsigned repeats = 20;
-  std::vector<PerCall> counts;
-  const std::size_t operation_count = Workload(options).operations().size();
-  for (std::size_t o = 0; o < operation_count; ++o) {
-    // Names of their own, so that "put replace" and "delete" find what they need.
-    const unsigned worker = 90;
-    bench::Task* task = nullptr;
-    Workload workload(options);
-    std::vector<Operation> operations = workload.operations();
-    const unsigned n = std::string(operations[o].name) == "list of all" ? 1 : repeats;
-    const bench::CallCounts counted = bench::count_system_calls(
-        [&] {
-          task = new bench::Task;
-          for (unsigned i = 0; i < 3; ++i) operations[0].run(*task, worker, i);
-          if (std::strncmp(operations[o].name, "get", 3) == 0)
-            for (unsigned i = 0; i < n; ++i) operations[o].run(*task, worker, i);
-        },
-        [&] {
-          for (unsigned i = 0; i < n; ++i) operations[o].run(*task, worker, i);
-        });
-    counts.push_back(
-        {static_cast<double>(counted.calls) / n, static_cast<double>(counted.flushes) / n, counted.known});
-  }
-  return counts;
-}
-
 void populate(const Options& options) {
-  bench::Task task;
-  Workload workload(options);
+  Task task;
+  Targets targets(options);
   const Clock::time_point from = Clock::now();
   expect(db_start_trans(task, DB_TRG), "start of the transaction");
-  for (unsigned i = 0; i < options.targets; ++i) workload.put(task, populated_name(i), i);
+  for (unsigned i = 0; i < options.targets; ++i) targets.put(task, populated_name(i), i);
   const double puts = microseconds(from);
   expect(db_commit(task, DB_TRG), "commit");
   const double all = microseconds(from);
@@ -285,7 +146,7 @@ long status_kib(const char* field) {
 
 // Runs in a process of its own, started anew so that nothing is inherited.
 int first_call_worker() {
-  bench::Task task;
+  Task task;
   std::uint32_t number = 0;
   Clock::time_point from = Clock::now();
   expect(db_get_trg_index(task, populated_name(0).c_str(), &number), "first call");
@@ -296,7 +157,7 @@ int first_call_worker() {
   std::fflush(stdout);
   from = Clock::now();
   start_worker([] {
-    bench::Task second;
+    Task second;
     std::uint32_t found = 0;
     const Clock::time_point start = Clock::now();
     expect(db_get_trg_index(second, populated_name(0).c_str(), &found), "first call");
@@ -307,31 +168,12 @@ int first_call_worker() {
   return status;
 }
 
-void measure_first_call(const bench::Installation& installation) {
+void measure_first_call(const Installation& installation) {
   installation.reset();
   await(start_worker([] {
     execl("/proc/self/exe", "targets_bench", "--first-call", static_cast<char*>(nullptr));
     _exit(1);
   }));
-}
-
-void print_operations(const Options& options) {
-  const std::vector<PerCall> counts = count_per_call(options);
-  const std::vector<Timing> alone = measure_in(1, options);
-  const std::vector<Timing> together = measure_in(processes, options);
-  std::printf(
-      "\n| operation | median us | p99 us | median us, %u processes | p99 us, %u processes | system calls | "
-      "flushes |\n|---|---:|---:|---:|---:|---:|---:|\n",
-      processes, processes);
-  const std::vector<Operation> operations = Workload(options).operations();
-  for (std::size_t o = 0; o < operations.size(); ++o) {
-    std::printf("| %s | %.2f | %.2f | %.2f | %.2f |", operations[o].name, alone[o].median, alone[o].p99,
-                together[o].median, together[o].p99);
-    if (counts[o].known)
-      std::printf(" %.2f | %.2f |\n", counts[o].calls, counts[o].flushes);
-    else
-      std::printf(" not counted | not counted |\n");
-  }
 }
 
 int usage() {
@@ -363,11 +205,11 @@ int main(int argc, char** argv) {
       return usage();
     }
   }
-  const bench::Installation installation(options.folder, options.targets + 1000);
+  const Installation installation(options.folder, options.targets + 1000);
   std::printf("Targets: %u in the table, installation under %s\n\n| whole table | |\n|---|---:|\n",
               options.targets, options.folder.c_str());
   populate(options);
   measure_first_call(installation);
-  print_operations(options);
+  print_operations([&] { return Targets::operations(options); });
   return 0;
 }

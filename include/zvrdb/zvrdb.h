@@ -145,7 +145,16 @@ DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void 
 /* Fills list with the names that match filter, as many as list_size bytes take, and
  * sets *count to their number and *index to 0.  DBE_LIST_TOO_SMALL when there are more:
  * what fits is in the list. *count and *index are left alone when the call is refused
- * before it begins. */
+ * before it begins.
+ * DB_TRG: the filter is ignored, an entry is a name of 64 bytes.
+ * DB_CAT: the filter is a db_cf_name, an entry a db_cat_entry of 4 bytes.  In the filter's
+ * tokens '?' stands for one character, '*' for the rest of the token; a token "*" alone
+ * also for no token, so eleven of them list all.  The list is in the order of the names.
+ * Of entries that changed since, db_get_next answers DBE_NOT_FOUND (deleted) or
+ * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled).  A list
+ * does not outlive the tables in memory (see Transactions): once they were built anew,
+ * DBE_ENTRY_CHANGED may be told of an entry that is as it was, and DBE_OK of one that is
+ * not. */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
 
@@ -179,8 +188,10 @@ DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
  *     death cuts short is not: the one put or del that was being written may stay, and
  *     of a roll-back that was going on, what it had not come to.
  *
- * After a roll-back that undid changes of targets or of the catalog, the tables in
- * memory are built anew; the volatile status of targets is lost. */
+ * The tables in memory are built anew after a roll-back that undid changes of targets or of
+ * the catalog, after the death of a writer, and when the catalog has outgrown its tables
+ * (which have room for 500 more change files than there are when they are built).  The
+ * volatile status of targets is lost then. */
 
 /* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
  * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */
@@ -236,7 +247,18 @@ DB_API int16_t db_get_srv(void *task, const char *name, char *server);
 
 /* ---- Change files -------------------------------------------------------
  *
- * Names: a db_cf_name of 76 bytes. */
+ * Names: a db_cf_name of 76 bytes.
+ *
+ * The filter that db_start_list takes for DB_CAT is such a name whose tokens may hold
+ * wildcards.  `*` alone in a token: one token or none.  `*` inside a token: the rest of
+ * the name's token, whatever follows the `*`.  `?`: exactly one character.  A filter of
+ * exactly ten tokens whose last ones hold `*` is the cheap form: neighbours in order of
+ * names that differ only behind the first of these are listed for one of them.  A null
+ * filter gives DBE_BAD_RECORD.
+ *
+ * db_init_list of DB_PRD and DB_FST takes a db_prd_key and a list state of 272 bytes; a
+ * product id other than 0 limits filesets to those of that product.  DBE_NOT_FOUND, no
+ * such change file; DBE_EMPTY_LIST, a `*` in the first token of its name. */
 
 /* Place of a name in a list that db_start_list of DB_CAT filled: `list` holds `count`
  * entries of 4 bytes.  *index: the place of the name, or of the first one above it;
@@ -256,7 +278,8 @@ DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index
  * whole, of the rest what length allows; a default status needs 153 bytes, whatever
  * length is.  Each call that changes status changes both directions or neither, and is a
  * transaction of its own.  Status goes with its target when that is local; a change file
- * with status cannot be deleted. */
+ * with status cannot be deleted.  It is kept by numbers: what is put for a target or a
+ * change file that a roll-back takes back passes to the next owner of the number. */
 
 /* Deletes the status of a change file on all targets, so that it can be deleted itself.
  * DBE_OK, also when there is none; DBE_IO_ERROR. */

@@ -156,6 +156,7 @@ std::int16_t load_tables(void* task, DBR_TCB* tcb) {
   const std::int16_t rc = run_steps(task, loading_steps);
   if (rc != DBE_OK) return rc;
   set_finished(tcb->shm_base);
+  tcb->cntl->finitialized = 1;  // also where no call has been entered: it is in use from here on
   co_log2(task, 36359, 0, 0, 0, "%s", "");
   char name[segment_name_len];
   memory::segment_name(tcb->shm_generation, name);

@@ -222,7 +222,7 @@ std::string told(const std::vector<std::size_t>& positions, const std::vector<Cf
 }
 
 TEST(ListModel, TokensThatTheEncodingTellsApartAreListedAsTheyMatch) {
-  for (unsigned seed = 1; seed <= 25; ++seed) {
+  for (unsigned seed = 1; seed <= 10; ++seed) {
     Choice choice(seed);
     // Tokens below sixteen characters, ten of them at most: every difference has a
     // number of its own.
@@ -245,7 +245,7 @@ TEST(ListModel, TokensThatTheEncodingTellsApartAreListedAsTheyMatch) {
 
 TEST(ListModel, LongTokensAndElevenTokensAreListedByChains) {
   std::size_t beside = 0;  // lists that are not simply what matches
-  for (unsigned seed = 1; seed <= 25; ++seed) {
+  for (unsigned seed = 1; seed <= 10; ++seed) {
     Choice choice(seed);
     const CatalogIndex index(random_names(choice, 120, 11, true));
     const std::vector<Tokens> names = tokens_of_all(index);
@@ -277,7 +277,7 @@ std::vector<CfName> damaged_names(Choice& choice, std::size_t count) {
 }
 
 TEST(ListModel, DamagedNamesAreListedByTheSameRules) {
-  for (unsigned seed = 1; seed <= 25; ++seed) {
+  for (unsigned seed = 1; seed <= 10; ++seed) {
     Choice choice(seed);
     const CatalogIndex index(damaged_names(choice, 120));
     const std::vector<Tokens> names = tokens_of_all(index);
@@ -295,7 +295,7 @@ TEST(ListModel, DamagedNamesAreListedByTheSameRules) {
 }
 
 TEST(ListModel, DamagedFiltersListWithinTheCatalog) {
-  for (unsigned seed = 1; seed <= 20; ++seed) {
+  for (unsigned seed = 1; seed <= 8; ++seed) {
     Choice choice(seed);
     const CatalogIndex index(damaged_names(choice, 60));
     for (int round = 0; round < 100; ++round) {

@@ -182,7 +182,7 @@ TEST(Config, FiveServersFollowOneAnotherAndASixthIsAFault) {
   for (int i = 0; i < 5; ++i) text += "SERVER:               S" + std::to_string(i) + "\n";
   const Parsed parsed(text);
   ASSERT_EQ(parsed.result, CO_OK) << parsed.reason;
-  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(parsed.text(1368 + 350 * i), "S" + std::to_string(i));
+  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(parsed.text(1368 + 350 * i), std::to_string(i).insert(0, 1, 'S'));
   const Parsed over(text + "SERVER: S5\n");
   EXPECT_EQ(over.result, CO_BAD_ARGUMENT);
   EXPECT_EQ(over.line, 6u);

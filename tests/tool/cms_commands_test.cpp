@@ -6,9 +6,11 @@
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zvrdb/zvrdb.h>
 
 #include <csignal>
 
+#include "session.h"
 #include "tool_driver.h"
 
 namespace {
@@ -118,6 +120,36 @@ TEST_F(CmsCommands, ADeletedTargetLeavesNoStatusWhetherItIsLocalOrNot) {
     EXPECT_EQ(cms({"by-file", "B"}).out, "") << name;
   }
   EXPECT_EQ(base.tool({"del", "cat", "B"}).exit, 0);
+}
+
+// As a program that does not know of it leaves a target that is not local.
+TEST_F(CmsCommands, StatusOfATargetThatIsGoneIsToldByItsNumber) {
+  ASSERT_EQ(cms({"put", "REMOTE", "B", "7"}).exit, 0);
+  {
+    const zvradm::session other(base.path());
+    const void* const keys[] = {"REMOTE"};
+    ASSERT_EQ(db_del(other.task(), DB_TRG, 1, keys), DBE_OK);
+  }
+  EXPECT_EQ(cms({"by-file", "B"}).out, "{\"trg_number\":3,\"cm_status\":7}\n");
+  EXPECT_THAT(cms({"by-file", "B", "--table"}).out, HasSubstr("(number 3)"));
+  EXPECT_EQ(base.tool({"del", "cat", "B"}).exit, 1);
+  ASSERT_EQ(cms({"del-file", "B"}).exit, 0);
+  EXPECT_EQ(base.tool({"del", "cat", "B"}).exit, 0);
+}
+
+// With many pairs the list areas grow, and the records are of many pieces.
+TEST_F(CmsCommands, ListsAndExportsGrowWithTheirRecords) {
+  constexpr int all = 1000;
+  std::string lines;
+  for (int i = 0; i < all; ++i) {
+    const std::string name = "T" + std::to_string(1000 + i);
+    lines += "{\"type\":\"trg\",\"trg_name\":\"" + name + "\",\"trg_type\":34}\n";
+    lines += "{\"type\":\"cms\",\"trg_name\":\"" + name + "\",\"cf_name\":[\"B\"],\"cm_status\":1}\n";
+  }
+  const tool_result imported = base.tool({"import", "-"}, lines);
+  ASSERT_EQ(imported.exit, 0) << imported.err;
+  EXPECT_EQ(cms({"by-file", "B"}).lines().size(), static_cast<std::size_t>(all));
+  EXPECT_EQ(base.tool({"export", "cms"}).lines().size(), static_cast<std::size_t>(all));
 }
 
 std::string pair_line(const std::string& target, const std::string& file, int status) {

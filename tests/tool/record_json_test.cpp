@@ -227,4 +227,37 @@ TEST(Utf8, OverlongSurrogateAndCutSequencesAreNotUtf8) {
   EXPECT_FALSE(is_utf8("\x80"));
 }
 
+TEST(RecordJson, FieldsOfAChangeFileStandAtTheirOffsets) {
+  const record_type& cat = record_type_named("cat");
+  const auto record = record_of(cat, R"({"cf_name":["A","FIX"],"carried84":513,"text102":"text","cf_flags":["DEFAULT_STATUS"],
+    "lines":["one","","three"],"carried2462":255})");
+  EXPECT_EQ(record[0], 0);
+  EXPECT_EQ(record[1], 2);
+  EXPECT_EQ(record[2], 255);
+  EXPECT_STREQ(reinterpret_cast<const char*>(record.data() + 11 + 2), "FIX");
+  EXPECT_EQ(load_number(record.data() + 84, 2), 513u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(record.data() + 102), "text");
+  EXPECT_EQ(record[360], 32);
+  EXPECT_STREQ(reinterpret_cast<const char*>(record.data() + 364 + 512), "three");
+  EXPECT_EQ(record[2462], 255);
+  const json back = record_to_json(cat, std::span(record).first(sizeof(db_cat)));
+  EXPECT_EQ(back["lines"], json::parse(R"(["one","","three"])"));
+  EXPECT_EQ(back["cf_name"], json::parse(R"(["A","FIX"])"));
+}
+
+TEST(RecordJson, FaultsOfAChangeFileTellTheirPlace) {
+  const record_type& cat = record_type_named("cat");
+  EXPECT_THAT(fault_of(cat, R"({"cf_name":"A.B"})"), HasSubstr("cf_name: the name of a change file must be a list"));
+  EXPECT_THAT(fault_of(cat, R"({"lines":["1","2","3","4","5","6","7","8","9"]})"), HasSubstr("lines: 9 elements, at most 8"));
+  EXPECT_THAT(fault_of(cat, R"({"lines":["1",2]})"), HasSubstr("lines[1]: must be text"));
+  EXPECT_EQ(fault_of(cat, ("{\"lines\":[\"" + std::string(256, 'x') + "\"]}").c_str()), "lines[0]: 256 bytes, at most 255");
+}
+
+TEST(RecordJson, WhatMustBeGivenIsExportedEvenWhenItIsZero) {
+  const record_type& fst = record_type_named("fst");
+  const auto record = record_of(fst, R"({"cf_name":["A"],"product_id":0,"fileset_id":0})");
+  EXPECT_EQ(json_line(record_to_json(fst, std::span(record).first(sizeof(db_fst)), {.words = false, .transferable = true})),
+            R"({"cf_name":["A"],"product_id":0,"fileset_id":0})");
+}
+
 }  // namespace

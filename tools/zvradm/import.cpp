@@ -3,6 +3,7 @@
 
 #include <array>
 #include <iterator>
+#include <map>
 #include <memory>
 
 #include "commands.h"
@@ -32,7 +33,7 @@ std::vector<import_line> read_lines(input_lines& input) {
 
 // Records whose types share a file are stored in one transaction on it.  CM status has
 // transactions of its own, a pair each, and a transaction on its own file would end with
-// the first; one on the catalog keeps others out and the names as they were checked.
+// the first; one on the catalog keeps others out until all pairs are stored.
 struct import_phase {
   const char* title;
   std::array<const char*, 4> types;  // in the order in which they are stored; null: no more
@@ -72,23 +73,25 @@ class whole_import {
 
   // Lines by phase, each phase by the order of its types.
   void sort_out(std::vector<import_line>& lines) {
-    std::array<std::array<std::vector<import_line>, 4>, phases.size()> sorted;
+    std::map<std::string_view, std::vector<import_line>> of_type;
     for (import_line& line : lines) try {
-        const std::string_view suffix = imported_type(parse_record_line(line.text)).suffix;
-        for (std::size_t i = 0; i < phases.size(); ++i)
-          for (std::size_t j = 0; j < phases[i].types.size(); ++j)
-            if (phases[i].types[j] && suffix == phases[i].types[j]) sorted[i][j].push_back(std::move(line));
+        of_type[imported_type(parse_record_line(line.text)).suffix].push_back(std::move(line));
       } catch (const field_fault& fault) {
         refuse(line.number, fault);
       }
     for (std::size_t i = 0; i < phases.size(); ++i)
-      // Targets, and what hangs on them, wait for each other where they must.
-      for (std::vector<import_line>& of_type : sorted[i])
-        std::move(of_type.begin(), of_type.end(), std::back_inserter(of_phase_[i]));
+      for (const char* suffix : phases[i].types)
+        if (suffix) {
+          std::vector<import_line>& some = of_type[suffix];
+          std::move(some.begin(), some.end(), std::back_inserter(of_phase_[i]));
+        }
   }
 
   void check_all() {
     import_check check(task_);
+    std::uint64_t all = 0, done = 0;
+    for (const std::vector<import_line>& lines : of_phase_) all += lines.size();
+    progress shown("checking", all);
     for (const std::vector<import_line>& lines : of_phase_)
       for (const import_line& line : lines) {
         const json object = parse_record_line(line.text);
@@ -96,6 +99,7 @@ class whole_import {
       }
     for (const std::vector<import_line>& lines : of_phase_)
       for (const import_line& line : lines) try {
+          shown.reached(done++);
           const json object = parse_record_line(line.text);
           check.check(imported_type(object), object);
         } catch (const field_fault& fault) {

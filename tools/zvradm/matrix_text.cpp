@@ -48,6 +48,10 @@ std::string fitted(const std::string& name, std::size_t width) {
   return shown + std::string(width - display_width(shown), ' ');
 }
 
+std::string counted(std::size_t count, const char* what) {
+  return std::to_string(count) + what + (count == 1 ? "" : "s");
+}
+
 struct layout {
   std::size_t name_width, cell_width, files_in_block;
 };
@@ -101,12 +105,11 @@ std::string matrix_text(const status_matrix& matrix, const text_style& style) {
   const layout l = lay_out(matrix, style);
   for (std::size_t first = 0; first < matrix.files.size(); first += l.files_in_block)
     add_block(out, matrix, style, l, first);
-  out += std::to_string(matrix.targets.size()) + " targets, " + std::to_string(matrix.files.size()) +
-         " change files\n";
+  out += counted(matrix.targets.size(), " target") + ", " + counted(matrix.files.size(), " change file") + '\n';
   for (const state_count& c : count_states(matrix)) {
     const std::string sign = sign_of(c.state);
     out += padded_left("", 4 - sign.size()) + coloured(c.state, sign, style.colours) + "  " +
-           state_words(c.state) + ": " + std::to_string(c.pairs) + (c.pairs == 1 ? " pair\n" : " pairs\n");
+           state_words(c.state) + ": " + counted(c.pairs, " pair") + '\n';
   }
   return out;
 }
