@@ -9,6 +9,8 @@
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "targets/targets.h"
+#include "users/groups.h"
+#include "users/users.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -21,16 +23,17 @@ constexpr unsigned char kind_without_local_server = 2;
 constexpr std::uint16_t local_target_len = 148;  // bytes read of the local target's record
 constexpr std::size_t segment_name_len = 16;
 
-// Files whose records are also held in memory.
-constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT};
+// Files whose records are also held in memory, be it as a count of them.
+constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT, DB_TG, DB_DTG};
 
 using building_step = std::int16_t (*)(void* task);
 
 // Each leaves what it computes alone while the lengths of the current generation
 // stand (alloc_generation is shm_generation and finitialized is set).
-constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat};
+constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat, users::count_tg, users::count_dtg};
 // Each loads its tables from its file into the zeroed segment.
-constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms};
+constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms,
+                                          users::init_access_keys};
 
 template <std::size_t count>
 std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
