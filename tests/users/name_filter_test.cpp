@@ -127,7 +127,7 @@ TEST_P(NameFilter, ASpoiledStateIsAListAtItsEnd) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, NameFilter, ::testing::ValuesIn(kinds),
-                         [](const auto& info) { return std::string(info.param.suffix); });
+                         [](const auto& one) { return std::string(one.param.suffix); });
 
 }  // namespace
 }  // namespace users_test

@@ -148,12 +148,22 @@ TEST_F(Users, APutOfAnyLengthTouchesNoByteBehindIt) {
     record.last_seqno = 0xFFFFFFFFu;
     const std::string name = text_of(record.usr_name);
     EXPECT_EQ(store(DB_USR, name, &record, length), length == 0 ? DBE_IO_ERROR : DBE_OK) << length;
-    EXPECT_EQ(record.deleted, length >= 20 ? 0u : length <= 16 ? 0xFFFFFFFFu : record.deleted) << length;
-    EXPECT_EQ(record.last_seqno, length >= 132   ? 0u
-                                 : length <= 128 ? 0xFFFFFFFFu
-                                                 : record.last_seqno)
-        << length;
-    if (length > 0) EXPECT_EQ(load(DB_USR, name, sizeof(db_usr)), DBE_OK) << length;
+    // A number that the record ends before or within keeps the bytes behind the end.
+    if (length >= 20) {
+      EXPECT_EQ(record.deleted, 0u) << length;
+    }
+    if (length <= 16) {
+      EXPECT_EQ(record.deleted, 0xFFFFFFFFu) << length;
+    }
+    if (length >= 132) {
+      EXPECT_EQ(record.last_seqno, 0u) << length;
+    }
+    if (length <= 128) {
+      EXPECT_EQ(record.last_seqno, 0xFFFFFFFFu) << length;
+    }
+    if (length > 0) {
+      EXPECT_EQ(load(DB_USR, name, sizeof(db_usr)), DBE_OK) << length;
+    }
   }
 }
 

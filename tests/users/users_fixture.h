@@ -49,6 +49,7 @@ class UsersTest : public target_test::TargetsTest {
   template <class Layout>
   int store(std::uint32_t db_id, const std::string& name, Layout* record, std::size_t length = sizeof(Layout)) {
     Bytes exact(length);
+    if (length == 0) exact.reserve(1);  // so that there is an address
     std::memcpy(exact.data(), record, std::min(length, sizeof *record));
     const int rc = store_on(task, db_id, name, exact.data(), length);
     std::memcpy(record, exact.data(), std::min(length, sizeof *record));
@@ -92,7 +93,7 @@ class UsersTest : public target_test::TargetsTest {
   // What is stored under this key of the file, whose handle field is given: the bytes
   // with the key; none when there is no such record.
   Bytes stored(file_entry* DBR_TCB::*file, const Bytes& key);
-  // Fills a transaction's role in tests: a roll-back by the client, which must work.
+  // The counts in memory, and those of the files.
   void expect_counts(std::uint32_t groups, std::uint32_t dynamic_groups);
 
   Bytes loaded;
