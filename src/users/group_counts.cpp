@@ -25,12 +25,10 @@ void log_ignored(void* task, const group_key& key, std::uint32_t limit) {
   co_log2(task, 36418, 0, 0, 0, "%s|%ld", name, static_cast<long>(limit));
 }
 
-std::int16_t count_groups(void* task, const char* function, const group_kind& kind) {
+std::int16_t count_in_file(void* task, const char* function, const group_kind& kind) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, function, &rc);
   DBR_TCB* tcb = tcb_of(task);
-  DBR_CNTL* cntl = tcb->cntl;
-  if (cntl->alloc_generation == cntl->shm_generation && cntl->finitialized != 0) return rc;
   const std::uint32_t limit = group_limit(task);
   std::uint32_t counted = 0;
   group_key key = {};
@@ -51,8 +49,13 @@ std::int16_t count_groups(void* task, const char* function, const group_kind& ki
     else
       log_ignored(task, key, limit);
   }
-  cntl->*kind.count = counted;
+  tcb->cntl->*kind.count = counted;
   return rc = DBE_OK;
+}
+
+bool counts_stand(void* task) {
+  const DBR_CNTL* cntl = tcb_of(task)->cntl;
+  return cntl->alloc_generation == cntl->shm_generation && cntl->finitialized != 0;
 }
 
 }  // namespace
@@ -65,10 +68,13 @@ std::uint32_t group_limit(void* task) {
 }
 
 std::int16_t count_tg(void* task) {
-  return count_groups(task, __func__, static_groups);
+  return counts_stand(task) ? std::int16_t{DBE_OK} : count_in_file(task, __func__, static_groups);
 }
 std::int16_t count_dtg(void* task) {
-  return count_groups(task, __func__, dynamic_groups);
+  return counts_stand(task) ? std::int16_t{DBE_OK} : count_in_file(task, __func__, dynamic_groups);
+}
+std::int16_t recount_groups(void* task, std::uint32_t db_id) {
+  return count_in_file(task, __func__, db_id == DB_TG ? static_groups : dynamic_groups);
 }
 
 }  // namespace zvrdb::users

@@ -157,6 +157,23 @@ TEST_F(GroupCounts, ARollBackTakesAddedGroupsOutOfThem) {
   }
 }
 
+// A generation costs the volatile status of all targets.
+TEST_F(GroupCounts, ARollBackBeginsNoGeneration) {
+  put_targets(1);
+  char status[4] = {1, 2, 3, 4};
+  char before[4];
+  ASSERT_EQ(db_get_trg_stat(task, "T0", before), DBE_OK);
+  ASSERT_EQ(db_put_trg_stat(task, "T0", status), DBE_OK);
+  const std::uint32_t generation = cntl()->shm_generation;
+  ASSERT_EQ(db_start_trans(task, DB_TG), DBE_OK);
+  ASSERT_EQ(store(group("G")), DBE_RECORD_REPLACED);
+  ASSERT_EQ(db_rollback(task, DB_TG), DBE_OK);
+  expect_counts(0, 0);
+  EXPECT_EQ(cntl()->shm_generation, generation);
+  ASSERT_EQ(db_get_trg_stat(task, "T0", before), DBE_OK);
+  EXPECT_EQ(std::memcmp(before, status, 4), 0);
+}
+
 TEST_F(GroupCounts, ARollBackTakesDeletedGroupsInAgain) {
   put_groups(2, 2);
   for (const std::uint32_t db_id : {DB_TG, DB_DTG}) {
