@@ -6,6 +6,8 @@
 #include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
 #include "targets/targets.h"
+#include "users/groups.h"
+#include "users/users.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -13,6 +15,7 @@ namespace {
 using namespace zvrdb::catalog;
 using namespace zvrdb::cmstatus;
 using namespace zvrdb::targets;
+using namespace zvrdb::users;
 
 constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
                                       nullptr, file_class, 0,       {0, 0, 0}, 0};
@@ -49,7 +52,18 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
      0},
     /*  5 prm */
     {del_prm, get_prm, nullptr, get_more_prm, put_prm, nullptr, init_list_prm, memory_class, 1, {0, 0, 0}, 0},
-    /*  6 tg  */ without_handlers(memory_class, 1),
+    /*  6 tg  */
+    {del_tg,
+     get_tg,
+     get_next_tg,
+     get_more_tg,
+     put_tg,
+     start_list_tg,
+     init_list_tg,
+     memory_class,
+     1,
+     {0, 0, 0},
+     0},
     /*  7 ua  */
     {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
     /*  8 ucf */ without_handlers(memory_class, 0),
@@ -79,10 +93,14 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /* 19 fan */ without_handlers(memory_class, 1),
     /* 20 rqd */ without_handlers(memory_class, 1),
     /* 21 rqt */ without_handlers(memory_class, 1),
-    /* 22 usr */ without_handlers(memory_class, 1),
-    /* 23 apr */ without_handlers(memory_class, 1),
-    /* 24 tak */ without_handlers(memory_class, 0),
-    /* 25 dak */ without_handlers(memory_class, 0),
+    /* 22 usr */
+    {del_usr, get_usr, nullptr, get_more_usr, put_usr, nullptr, init_list_usr, memory_class, 1, {0, 0, 0}, 0},
+    /* 23 apr */
+    {del_apr, get_apr, nullptr, get_more_apr, put_apr, nullptr, init_list_apr, memory_class, 1, {0, 0, 0}, 0},
+    /* 24 tak */
+    {nullptr, get_tak, nullptr, nullptr, put_tak, nullptr, nullptr, memory_class, 0, {0, 0, 0}, 0},
+    /* 25 dak */
+    {nullptr, get_dak, nullptr, nullptr, put_dak, nullptr, nullptr, memory_class, 0, {0, 0, 0}, 0},
     /* 26 prd */
     {del_prd, get_prd, nullptr, get_more_prd, put_prd, nullptr, init_list_prd, memory_class, 1, {0, 0, 0}, 0},
     /* 27 fst */
@@ -90,7 +108,18 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /* 28 coi */ without_handlers(memory_class, 1, 16),
     /* 29 coo */ without_handlers(memory_class, 1, 16),
     /* 30 rqv */ without_handlers(memory_class, 1),
-    /* 31 dtg */ without_handlers(memory_class, 1),
+    /* 31 dtg */
+    {del_dtg,
+     get_dtg,
+     get_next_dtg,
+     get_more_dtg,
+     put_dtg,
+     start_list_dtg,
+     init_list_dtg,
+     memory_class,
+     1,
+     {0, 0, 0},
+     0},
     /* 32 sht */
     {del_sht, get_sht, nullptr, nullptr, put_sht, nullptr, nullptr, memory_class, 1, {0, 0, 0}, 0},
     /* 33     */ not_assigned,

@@ -21,6 +21,10 @@ std::uint32_t group_limit(void* task);
 std::int16_t count_tg(void* task);
 std::int16_t count_dtg(void* task);
 
+// Counts the groups of one kind (DB_TG or DB_DTG) whatever generation stands: a roll-back
+// has undone what calls had counted.  As the above.
+std::int16_t recount_groups(void* task, std::uint32_t db_id);
+
 // ---- Target groups (db_id 6)
 // The code of get_keyed.
 std::int16_t get_tg(void* task, std::uint16_t num_keys, const void* const* keys, void* buffer,

@@ -51,5 +51,8 @@ std::int16_t get_dak(void* task, std::uint16_t num_keys, const void* const* keys
                      std::uint16_t length);
 std::int16_t put_dak(void* task, std::uint16_t num_keys, const void* const* keys, void* record,
                      std::uint16_t length);
+// Building of the shared memory: from here on both tables are read anew, for what a task
+// that died left in memory may never have come into the file.  Always 0.
+std::int16_t init_access_keys(void* task);
 
 }  // namespace zvrdb::users

@@ -51,6 +51,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_target_status(app, all);
   add_target_by_rr(app, all);
   add_server_of(app, all);
+  add_auth(app, all);
   add_import(app, all);
   add_export(app, all);
   add_matrix(app, all);

@@ -40,7 +40,14 @@ struct import_phase {
   std::uint32_t transaction;
   bool as_a_whole;
 };
+// The tables of access keys stay in memory when their transaction is taken back, so theirs,
+// too, is one on another file.
 constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
+                            import_phase{"target groups", {"tg", nullptr, nullptr, nullptr}, DB_TG, true},
+                            import_phase{"dynamic groups", {"dtg", nullptr, nullptr, nullptr}, DB_DTG, true},
+                            import_phase{"profiles", {"apr", nullptr, nullptr, nullptr}, DB_APR, true},
+                            import_phase{"users", {"usr", nullptr, nullptr, nullptr}, DB_USR, true},
+                            import_phase{"access keys", {"tak", "dak", nullptr, nullptr}, DB_TRG, false},
                             import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
                             import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
 
@@ -170,8 +177,9 @@ void add_import(CLI::App& app, globals& all) {
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
 its change file. All lines are checked before anything is stored. Then targets with all
-that hangs on them are stored in one transaction, change files with their products and
-filesets in a second one, CM status a pair each. A line that is refused all the same
+that hangs on them are stored in one transaction, groups of either kind, profiles, users and
+change files with their products and filesets in one more each, access keys a table and CM
+status a pair each. A line that is refused all the same
 ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:

@@ -32,10 +32,10 @@ struct list_options {
   std::uint16_t length = 0;
   bool length_given = false;
 
-  bool filtered() const {
-    return exclude || !name.empty() || !type_bits.empty() || !mode_bits.empty() || !systems.empty() ||
-           !server.empty();
+  bool filters_targets() const {
+    return exclude || !type_bits.empty() || !mode_bits.empty() || !systems.empty() || !server.empty();
   }
+  bool filtered() const { return filters_targets() || !name.empty(); }
 };
 
 constexpr std::size_t name_width = sizeof(db_trg::trg_name);
@@ -79,11 +79,24 @@ db_trg_filter make_filter(const list_options& options) {
   return filter;
 }
 
+// Types whose lists are asked for by a name or the begin of names.
+bool listed_by_name(const record_type& type) {
+  return type.db_id == DB_USR || type.db_id == DB_APR || type.db_id == DB_TG || type.db_id == DB_DTG;
+}
+
+std::string prefix_of(const list_options& options) {
+  return options.name.substr(0, options.name.find('*'));
+}
+
+std::uint16_t name_length(const record_type& type) {
+  return static_cast<std::uint16_t>(type.fields.front().width);
+}
+
 list_form form_of(const record_type& type, const list_options& options) {
   list_form form{.length = options.length_given ? options.length : type.list_length,
                  .words = options.words,
                  .as_table = options.as_table};
-  if (options.names) form.length = type.db_id == DB_CAT ? sizeof(db_cf_name) : name_width;
+  if (options.names) form.length = name_length(type);
   return form;
 }
 
@@ -113,6 +126,11 @@ void list_more(void* task, const record_type& type, const list_options& options,
 void list_targets(void* task, const record_type& type, const list_options& options) {
   db_trg_filter filter = make_filter(options);
   list_more(task, type, options, &filter);
+}
+
+void list_by_name(void* task, const record_type& type, const list_options& options) {
+  std::string filter = prefix_of(options) + "*";
+  list_more(task, type, options, filter.data());
 }
 
 void list_products(void* task, const record_type& type, const list_options& options) {
@@ -162,7 +180,8 @@ void list_names(void* task, const record_type& type, const list_options& options
 void check_options(const record_type& type, const list_options& options) {
   const bool of_file = type.db_id == DB_PRD || type.db_id == DB_FST;
   const std::string suffix = type.suffix;
-  if (type.db_id != DB_TRG && options.filtered())
+  const bool by_name = listed_by_name(type);
+  if (type.db_id != DB_TRG && (by_name ? options.filters_targets() : options.filtered()))
     throw usage_fault("these filters are for targets only, not for type " + suffix);
   if (type.db_id != DB_CAT && !options.filter.empty())
     throw usage_fault("--filter is for change files (cat) only, not for type " + suffix);
@@ -172,10 +191,13 @@ void check_options(const record_type& type, const list_options& options) {
   if (options.product_given && type.db_id != DB_FST)
     throw usage_fault("--product is for filesets (fst) only");
   if (options.names && of_file) throw usage_fault("--names is not for type " + suffix);
-  if (options.names && (options.filtered() || options.length_given))
+  if (options.names && by_name && options.length_given) throw usage_fault("--names goes with no --len");
+  if (options.names && !by_name && (options.filtered() || options.length_given))
     throw usage_fault("--names goes with no filter of targets and no --len");
   if (options.exclude && options.name.empty()) throw usage_fault("--exclude goes with --name");
-  (void)make_filter(options);
+  if (by_name && prefix_of(options).size() > name_length(type))
+    throw usage_fault("--name is longer than " + std::to_string(name_length(type)) + " bytes");
+  if (type.db_id == DB_TRG) (void)make_filter(options);
   if (type.db_id == DB_CAT) (void)filter_of(options);
   if (of_file) (void)change_file_argument(options.file);
 }
@@ -190,6 +212,11 @@ void list_all(const globals& all, const list_options& options) {
     case DB_PRD:
     case DB_FST:
       return list_products(s.task(), type, options);
+    case DB_USR:
+    case DB_APR:
+    case DB_TG:
+    case DB_DTG:
+      return list_by_name(s.task(), type, options);
     default:
       return options.names ? list_names(s.task(), type, options) : list_targets(s.task(), type, options);
   }
@@ -200,9 +227,9 @@ void list_all(const globals& all, const list_options& options) {
 void add_list(CLI::App& app, globals& all) {
   auto options = std::make_shared<list_options>();
   CLI::App& sub = *app.add_subcommand("list", "List records as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: trg, prm, cat, prd, fst")->required();
+  sub.add_option("TYPE", options->type, "Record type: trg, prm, tg, dtg, apr, usr, cat, prd, fst")->required();
   sub.add_option("FILE", options->file, "The change file whose products (prd) or filesets (fst) are listed");
-  sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")
+  sub.add_option("--name", options->name, "Names that begin with this text (trg, tg, dtg, apr, usr); the text ends at a '*'")
       ->type_name("TEXT");
   sub.add_flag("--exclude", options->exclude, "Names that do not begin with the text of --name");
   sub.add_option("--type", options->type_bits, "Targets with any of these type bits")->type_name("BITS");
@@ -232,6 +259,8 @@ Examples:
   zvradm list trg --server OSLO --type CLIENT
   zvradm list trg --os SOLARIS,HP_UX --len 21724
   zvradm list trg --names
+  zvradm list usr --name 'K*' --table
+  zvradm list tg --name Europe
   zvradm list cat --filter 'DEB.*.FIX.*' --table
   zvradm list cat --names
   zvradm list fst 'DEB.libc6.FIX.2\.36' --product 1)");

@@ -32,7 +32,8 @@ enum field_traits : std::uint8_t {
   live = 2,       // belongs to this installation at this moment: export leaves it out
   column = 4,     // shown in tables for people
   looked_up = 8,  // the name of what the bytes before it number: tables look it up
-  needed = 16     // may not be left out, not even when it is zero
+  needed = 16,    // may not be left out, not even when it is zero
+  targets = 32    // list of names of targets, which the library stores as their numbers
 };
 
 struct field {
