@@ -8,6 +8,7 @@
 #include "cmstatus/cm_status.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
+#include "requests/correlators.h"
 #include "targets/targets.h"
 
 namespace zvrdb::frame {
@@ -30,7 +31,8 @@ using building_step = std::int16_t (*)(void* task);
 // stand (alloc_generation is shm_generation and finitialized is set).
 constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat};
 // Each loads its tables from its file into the zeroed segment.
-constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms};
+constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms,
+                                           requests::init_corr};
 
 template <std::size_t count>
 std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
