@@ -230,14 +230,17 @@ std::vector<std::string> RequestsTest::everything_stored() {
     bytes state;
     EXPECT_EQ(begin(type.db_id, everything(), state), DBE_OK);
     for (;;) {
-      bytes buffer(type.record_len);
+      bytes buffer(std::min<std::size_t>(type.record_len, 10204));
       const int rc = db_get_more(task, type.db_id, state.data(), buffer.data(),
                                  static_cast<std::uint16_t>(buffer.size()));
       if (rc != DBE_OK) {
         EXPECT_EQ(rc, DBE_END_OF_LIST);
         break;
       }
-      stored.push_back(type.suffix + std::string(buffer.begin(), buffer.end()));
+      const std::string content(buffer.begin(), buffer.end());
+      stored.push_back(
+          numbered(type.suffix + (" " + Id::read(type.db_id, buffer).text(type.db_id)) + " of content ",
+                   std::hash<std::string>{}(content)));
     }
   }
   return stored;

@@ -99,7 +99,7 @@ class RequestsTest : public target_test::TargetsTest {
   Listed list(std::uint32_t db_id, const Id& filter);
   // Identifiers of all records of a type.
   std::vector<std::string> all(std::uint32_t db_id);
-  // All records of all six types, with their contents.
+  // All records of all six types, with a number that stands for their contents.
   std::vector<std::string> everything_stored();
 
   // Names of the functions that the work enters, in order.
