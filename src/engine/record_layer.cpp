@@ -492,6 +492,7 @@ int dunlock(PSP* h) {
 }
 
 const unsigned char* current_key(const PSP* h) { return h->keybuf; }
+std::int32_t current_record(const PSP* h) { return h->recno_cur; }
 int last_status(const PSP* h) { return h->status; }
 
 }  // namespace zvrdb::engine

@@ -5,6 +5,8 @@
 #include "catalog/catalog.h"
 #include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
+#include "requests/correlators.h"
+#include "requests/requests.h"
 #include "targets/targets.h"
 #include "users/groups.h"
 #include "users/users.h"
@@ -14,6 +16,7 @@ namespace {
 
 using namespace zvrdb::catalog;
 using namespace zvrdb::cmstatus;
+using namespace zvrdb::requests;
 using namespace zvrdb::targets;
 using namespace zvrdb::users;
 
@@ -88,11 +91,16 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /* 14     */ not_assigned,
     /* 15     */ not_assigned,
     /* 16     */ not_assigned,
-    /* 17 rqr */ without_handlers(memory_class, 1),
-    /* 18 rqf */ without_handlers(memory_class, 1),
-    /* 19 fan */ without_handlers(memory_class, 1),
-    /* 20 rqd */ without_handlers(memory_class, 1),
-    /* 21 rqt */ without_handlers(memory_class, 1),
+    /* 17 rqr */
+    {del_rqr, get_rqr, nullptr, get_more_rqr, put_rqr, nullptr, init_list_rqr, memory_class, 1, {0, 0, 0}, 0},
+    /* 18 rqf */
+    {del_rqf, get_rqf, nullptr, get_more_rqf, put_rqf, nullptr, init_list_rqf, memory_class, 1, {0, 0, 0}, 0},
+    /* 19 fan */
+    {del_fan, get_fan, nullptr, get_more_fan, put_fan, nullptr, init_list_fan, memory_class, 1, {0, 0, 0}, 0},
+    /* 20 rqd */
+    {del_rqd, get_rqd, nullptr, get_more_rqd, put_rqd, nullptr, init_list_rqd, memory_class, 1, {0, 0, 0}, 0},
+    /* 21 rqt */
+    {del_rqt, get_rqt, nullptr, get_more_rqt, put_rqt, nullptr, init_list_rqt, memory_class, 1, {0, 0, 0}, 0},
     /* 22 usr */
     {del_usr, get_usr, nullptr, get_more_usr, put_usr, nullptr, init_list_usr, memory_class, 1, {0, 0, 0}, 0},
     /* 23 apr */
@@ -105,9 +113,12 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     {del_prd, get_prd, nullptr, get_more_prd, put_prd, nullptr, init_list_prd, memory_class, 1, {0, 0, 0}, 0},
     /* 27 fst */
     {del_fst, get_fst, nullptr, get_more_fst, put_fst, nullptr, init_list_fst, memory_class, 1, {0, 0, 0}, 0},
-    /* 28 coi */ without_handlers(memory_class, 1, 16),
-    /* 29 coo */ without_handlers(memory_class, 1, 16),
-    /* 30 rqv */ without_handlers(memory_class, 1),
+    /* 28 coi */
+    {nullptr, get_coi, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 1, {16, 0, 0}, 0},
+    /* 29 coo */
+    {del_coo, get_coo, nullptr, nullptr, put_coo, nullptr, nullptr, memory_class, 1, {16, 0, 0}, 0},
+    /* 30 rqv */
+    {del_rqv, get_rqv, nullptr, get_more_rqv, put_rqv, nullptr, init_list_rqv, memory_class, 1, {0, 0, 0}, 0},
     /* 31 dtg */
     {del_dtg,
      get_dtg,

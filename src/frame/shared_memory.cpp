@@ -11,6 +11,7 @@
 #include "cmstatus/cm_status.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
+#include "requests/correlators.h"
 #include "targets/targets.h"
 #include "users/groups.h"
 #include "users/users.h"
@@ -45,7 +46,7 @@ constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat
 // Each loads its tables from its file into the zeroed segment; the last one makes the
 // tables that are loaded when they are asked for be loaded anew.
 constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms,
-                                          users::init_access_keys};
+                                          requests::init_corr, users::init_access_keys};
 
 template <std::size_t count>
 std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
