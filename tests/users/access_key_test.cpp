@@ -113,7 +113,8 @@ TEST_P(AccessKeys, OneReadOfTheFileServesAllProcesses) {
   EXPECT_EQ(cached(), bytes_of(table()));
   EXPECT_EQ(in_child([&](void* child) {
               db_ak read{};
-              if (db_get(child, DB_TRG, 0, nullptr, &read, 1) == DBE_OK) return 1;  // enters, and opens the files
+              if (db_get(child, DB_TRG, 0, nullptr, &read, 1) == DBE_OK)
+                return 1;  // enters, and opens the files
               reads = 0;
               if (db_get(child, GetParam().db_id, 0, nullptr, &read, sizeof read) != DBE_OK) return 2;
               return reads == 0 && bytes_of(read) == bytes_of(table()) ? 0 : 3;

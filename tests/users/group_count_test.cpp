@@ -44,7 +44,8 @@ class GroupCounts : public UsersTest {
   }
   // A child does the work and is killed before its first, second and later write operation,
   // until it comes to its end; each time `check` looks at what there is.
-  void kill_at_each_operation(const std::function<void(void* task)>& work, const std::function<void()>& check) {
+  void kill_at_each_operation(const std::function<void(void* task)>& work,
+                              const std::function<void()>& check) {
     for (int done = 0;; ++done) {
       SCOPED_TRACE(numbered("killed behind write operation ", static_cast<unsigned>(done)));
       ASSERT_LT(done, 100);
@@ -254,10 +255,10 @@ TEST_F(GroupCounts, AreRightWhereverAPutIsKilled) {
 TEST_F(GroupCounts, AreRightWhereverADeletionIsKilled) {
   put_groups(1, 1);
   kill_at_each_operation([](void* child) { drop_on(child, DB_DTG, "D0"); },
-                     [&] {
-                       expect_agreement();
-                       ASSERT_EQ(store(dynamic_group("D0")), DBE_RECORD_REPLACED);
-                     });
+                         [&] {
+                           expect_agreement();
+                           ASSERT_EQ(store(dynamic_group("D0")), DBE_RECORD_REPLACED);
+                         });
 }
 
 }  // namespace

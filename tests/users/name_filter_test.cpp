@@ -87,10 +87,10 @@ TEST_P(NameFilter, AStateIsFilledFieldByField) {
   put16(0, GetParam().db_id);
   expected[4] = 'a';
   expected[5] = 'b';
-  put16(246, 4 + 2);                   // key_match
-  put16(248, 1);                       // first_time
-  put16(250, GetParam().width + 8);    // key_len
-  put16(252, 1);                       // init_ok
+  put16(246, 4 + 2);                 // key_match
+  put16(248, 1);                     // first_time
+  put16(250, GetParam().width + 8);  // key_len
+  put16(252, 1);                     // init_ok
   EXPECT_EQ(state, expected);
   ASSERT_EQ(begin_list(GetParam().db_id, "ab", &state), DBE_OK);
   put16(246, 4 + GetParam().width);

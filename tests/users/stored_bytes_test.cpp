@@ -48,11 +48,11 @@ TEST_F(StoredBytes, OfAUser) {
   ASSERT_EQ(store(record), DBE_OK);
   const Bytes key = Built{}.number(22).text("anna", 16).number(0).bytes;
   Built expected{key};
-  expected.number(0).byte(0xAB).zeros(15);                   // deleted, carried
-  expected.text("Anna", 5).text("builder", 8);               // texts with their NUL
+  expected.number(0).byte(0xAB).zeros(15);      // deleted, carried
+  expected.text("Anna", 5).text("builder", 8);  // texts with their NUL
   expected.number(0x04030201).number(5).number(1).number(0).zeros(76);
   expected.byte(6).zeros(1).byte(2).zeros(1);
-  expected.number(3).number(0xFFFFFFFFu);                    // numbers of targets; none
+  expected.number(3).number(0xFFFFFFFFu);  // numbers of targets; none
   EXPECT_EQ(stored(&DBR_TCB::usr_file, key), expected.bytes);
   ASSERT_EQ(drop(DB_USR, "anna"), DBE_OK);
   expected.bytes[24] = 1;

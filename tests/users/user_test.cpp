@@ -185,6 +185,18 @@ TEST_F(Users, ANameMayFillItsWidth) {
   EXPECT_EQ(load(DB_USR, full, 64), DBE_NOT_FOUND);
 }
 
+// The text is stored up to a NUL, which then lies behind the field.
+TEST_F(Users, AProfileNameMayFillItsWidth) {
+  db_usr record = user("anna");
+  set_text(record.profile, "abcdefghijklmnop");
+  record.tak_mask = record.dak_mask = record.all_targets = 0xFFFFFFFFu;
+  ASSERT_EQ(store(record), DBE_OK);
+  const auto read = load_whole<db_usr>(DB_USR, "anna");
+  EXPECT_EQ(text_of(read.profile), "abcdefghijklmnop");
+  EXPECT_EQ(read.tak_mask, 0xFFFFFFFFu);
+  EXPECT_EQ(read.last_seqno, 0u);
+}
+
 TEST_F(Users, MoreLoginTargetsThanTheRecordHoldsAreNotTaken) {
   put_targets(16);
   db_usr record = user("anna");

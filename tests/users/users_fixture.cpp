@@ -133,8 +133,8 @@ std::uint32_t UsersTest::groups_in_file(std::uint32_t db_id) {
   file_entry* file = db_id == DB_TG ? tcb()->tg_file : tcb()->dtg_file;
   Bytes key(72);
   std::uint32_t count = 0;
-  for (std::int16_t option = recfile::KEY_FIRST;
-       recfile::db_locate(task, file, key.data(), option) == DBE_OK; option = recfile::KEY_GT)
+  for (std::int16_t option = recfile::KEY_FIRST; recfile::db_locate(task, file, key.data(), option) == DBE_OK;
+       option = recfile::KEY_GT)
     ++count;
   return count;
 }

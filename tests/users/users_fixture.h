@@ -47,7 +47,8 @@ class UsersTest : public target_test::TargetsTest {
   // The record lies in memory of just the length, so that a read beyond it is noticed.
   // What the call made of it comes back.
   template <class Layout>
-  int store(std::uint32_t db_id, const std::string& name, Layout* record, std::size_t length = sizeof(Layout)) {
+  int store(std::uint32_t db_id, const std::string& name, Layout* record,
+            std::size_t length = sizeof(Layout)) {
     Bytes exact(length);
     if (length == 0) exact.reserve(1);  // so that there is an address
     std::memcpy(exact.data(), record, std::min(length, sizeof *record));
