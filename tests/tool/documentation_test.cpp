@@ -21,7 +21,7 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
   const std::string manual = page("man/zvradm.1");
   for (const char* command :
        {"init", "status", "reset", "trace on", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
-        "target\\-by\\-rr", "server\\-of", "export", "import", "cms put", "cms get",
+        "target\\-by\\-rr", "server\\-of", "request\\-tree show", "request\\-tree del", "last\\-request", "correlator of", "request of", "export", "import", "cms put", "cms get",
         "cms del\\fR", "cms del\\-file", "cms by\\-file", "cms by\\-target", "cms import", "file check", "file dump", "file summary", "file hold"})
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
 }

@@ -33,15 +33,18 @@ std::vector<import_line> read_lines(input_lines& input) {
 // Records whose types share a file are stored in one transaction on it.  CM status has
 // transactions of its own, a pair each, and a transaction on its own file would end with
 // the first; one on the catalog keeps others out and the names as they were checked.
+constexpr std::size_t types_of_a_phase = 6;
 struct import_phase {
   const char* title;
-  std::array<const char*, 4> types;  // in the order in which they are stored; null: no more
+  std::array<const char*, types_of_a_phase> types;  // in the order in which they are stored; null: no more
   std::uint32_t transaction;
   bool as_a_whole;
 };
 constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
-                            import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
-                            import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
+                            import_phase{"change files", {"cat", "prd", "fst"}, DB_CAT, true},
+                            import_phase{"CM status", {"cms"}, DB_CAT, false},
+                            import_phase{"requests", {"rqr", "rqf", "fan", "rqd", "rqt", "rqv"}, DB_RQR, true},
+                            import_phase{"correlators", {"coo"}, DB_COO, true}};
 
 class whole_import {
  public:
@@ -72,7 +75,7 @@ class whole_import {
 
   // Lines by phase, each phase by the order of its types.
   void sort_out(std::vector<import_line>& lines) {
-    std::array<std::array<std::vector<import_line>, 4>, phases.size()> sorted;
+    std::array<std::array<std::vector<import_line>, types_of_a_phase>, phases.size()> sorted;
     for (import_line& line : lines) try {
         const std::string_view suffix = imported_type(parse_record_line(line.text)).suffix;
         for (std::size_t i = 0; i < phases.size(); ++i)
