@@ -9,10 +9,12 @@
 #include "change_file_list.h"
 #include "change_file_name.h"
 #include "commands.h"
+#include "correlator_export.h"
 #include "json_output.h"
 #include "named_targets.h"
 #include "progress.h"
 #include "record_keys.h"
+#include "request_list.h"
 #include "server_order.h"
 #include "session.h"
 #include "status_read.h"
@@ -21,8 +23,9 @@ namespace zvradm {
 
 namespace {
 
-constexpr std::array exported_types{"trg", "prm", "thw", "sht", "tg", "dtg", "apr", "usr", "tak", "dak",
-                                    "cat", "prd", "fst", "cms"};
+constexpr std::array exported_types{"trg", "prm", "thw", "sht", "tg",  "dtg", "apr",
+                                    "usr", "tak", "dak", "cat", "prd", "fst", "cms",
+                                    "rqr", "rqf", "fan", "rqd", "rqt", "rqv", "coo"};
 constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
@@ -200,6 +203,19 @@ void export_table(void* task, const record_type& type) {
   print_json(typed(type, record));
 }
 
+void export_requests(void* task, const record_type& type) {
+  read_requests(task, type, filter_bytes(type, {}), type.get_length,
+                [&](std::span<const unsigned char> record) { print_json(typed(type, record)); });
+}
+
+void export_correlators(void* task, const std::string& base, const record_type& type) {
+  for (const db_coo& record : read_correlators(task, base)) {
+    std::array<unsigned char, sizeof record> bytes;
+    std::memcpy(bytes.data(), &record, bytes.size());
+    print_json(typed(type, bytes));
+  }
+}
+
 bool is_asked(const std::vector<std::string>& asked, const char* suffix) {
   return asked.empty() || std::find(asked.begin(), asked.end(), suffix) != asked.end();
 }
@@ -221,6 +237,10 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
   for (const char* suffix : exported_types) {
     if (!is_asked(asked, suffix)) continue;
     const record_type& type = record_type_named(suffix);
+    if (is_request(type)) {
+      export_requests(s.task(), type);
+      continue;
+    }
     switch (type.db_id) {
       case DB_TRG:
         export_targets(targets);
@@ -245,6 +265,9 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
       case DB_CMS:
         whole = export_status(s.task(), type, targets, files) && whole;
         break;
+      case DB_COO:
+        export_correlators(s.task(), base_directory(all), type);
+        break;
       default:
         export_by_target(s.task(), type, targets);
     }
@@ -257,8 +280,10 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
 void add_export(CLI::App& app, globals& all) {
   auto types = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = *app.add_subcommand("export", "Print the records of the installation as JSON lines");
-  sub.add_option("TYPE", *types, "Record types: trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms; all when "
-                 "left out");
+  sub.add_option(
+      "TYPE", *types,
+      "Record types: trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, rqr, rqf, "
+      "fan, rqd, rqt, rqv, coo; all when left out");
   sub.footer(R"(Each line has a "type"; fields that are zero or empty are left out, and so are those
 that belong to this installation only (in_use, trg_status, srv_num). A server stands
 before its clients; groups and users stand behind the targets that they name, and deleted

@@ -5,6 +5,7 @@
 #include "change_file_name.h"
 #include "named_targets.h"
 #include "refusals.h"
+#include "request_list.h"
 
 namespace zvradm {
 
@@ -38,6 +39,10 @@ void import_check::check(const record_type& type, const json& object) {
     for (const json& name : object[list->name])
       if (name != "" && !target_known(name))
         throw field_fault(list->name, "there is no target " + json_line(name));
+  const bool has_request = is_request(type) || type.db_id == DB_COO;
+  for (const char* name : {"src_domain", "domain", "target"})
+    if (has_request && object.contains(name) && !target_known(object[name]))
+      throw field_fault(name, "there is no target " + json_line(object[name]));
   const bool names_change_file = type.db_id == DB_PRD || type.db_id == DB_FST || type.db_id == DB_CMS;
   if (names_change_file && !change_file_known(object["cf_name"]))
     throw field_fault("cf_name", "there is no change file \"" +

@@ -65,7 +65,9 @@ int put_all(const globals& all, const put_options& options) {
 void add_put(CLI::App& app, globals& all) {
   auto options = std::make_shared<put_options>();
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms")
+  sub.add_option("TYPE", options->type,
+                 "Record type: cfg, trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, "
+                 "rqr, rqf, fan, rqd, rqt, rqv, coo")
       ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
   sub.add_flag("--update", options->update,

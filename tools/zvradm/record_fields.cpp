@@ -80,22 +80,11 @@ constexpr std::array access_words{word{"NONE", 0}, word{"VIEW", 1}, word{"MODIFY
 constexpr std::array dist_right_words{word{"NONE", 0}, word{"SEND", 1}, word{"RETRIEVE", 2}, word{"ALL", 3}};
 constexpr std::array target_right_words{word{"ALL", 0}, word{"OWN_TARGET", 1}};
 // Bits 1 install, 2 execute, 4 authorise, 8 activate; each set of them has a word of its own.
-constexpr std::array cm_right_words{word{"NONE", 0},
-                                    word{"INSTALL", 1},
-                                    word{"EXECUTE", 2},
-                                    word{"INST&EXEC", 3},
-                                    word{"AUTHORISE", 4},
-                                    word{"INST&AUTH", 5},
-                                    word{"EXEC&AUTH", 6},
-                                    word{"INST&EXEC&AUTH", 7},
-                                    word{"ACTIVATE", 8},
-                                    word{"INST&ACT", 9},
-                                    word{"EXEC&ACT", 10},
-                                    word{"INST&EXEC&ACT", 11},
-                                    word{"AUTH&ACT", 12},
-                                    word{"INST&AUTH&ACT", 13},
-                                    word{"EXEC&AUTH&ACT", 14},
-                                    word{"ALL", 15}};
+constexpr std::array cm_right_words{
+    word{"NONE", 0},      word{"INSTALL", 1},        word{"EXECUTE", 2},        word{"INST&EXEC", 3},
+    word{"AUTHORISE", 4}, word{"INST&AUTH", 5},      word{"EXEC&AUTH", 6},      word{"INST&EXEC&AUTH", 7},
+    word{"ACTIVATE", 8},  word{"INST&ACT", 9},       word{"EXEC&ACT", 10},      word{"INST&EXEC&ACT", 11},
+    word{"AUTH&ACT", 12}, word{"INST&AUTH&ACT", 13}, word{"EXEC&AUTH&ACT", 14}, word{"ALL", 15}};
 constexpr std::array cfg_mode_words{word{"PULL", 1}, word{"PUSH", 2}};
 
 // ---- rows
@@ -354,6 +343,79 @@ constexpr std::array cfg_fields{
     ROW(db_cfg, connection_window_duration, number),
 };
 
+// The head of each record of requests.
+#define REQUEST_ROWS                                                                                   \
+  ROW(db_rqr_id, user, full_text, column | needed), ROW(db_rqr_id, src_domain, text, column | needed), \
+      ROW(db_rqr_id, seq_no, number, column | needed), ROW(db_rqr_id, recursion_no, number, column)
+#define FUNCTION_ROWS REQUEST_ROWS, ROW(db_rqf_id, subreq_id, full_text, column)
+#define DOMAIN_ROWS FUNCTION_ROWS, ROW(db_rqd_id, domain, text, column | needed)
+
+constexpr std::array report_words{word{"NONE", 0xFFFF}, word{"TEXT", 1}};
+
+constexpr std::array rqr_fields{
+    REQUEST_ROWS,
+    row("carried88", 88, 2, number),
+    row("text90", 90, 256, text),
+    row("carried348", 348, 3242, hex),
+    row("carried3590", 3590, 2, number),
+    row("carried3592", 3592, 630, hex),
+};
+constexpr std::array rqf_fields{
+    FUNCTION_ROWS,
+    row("carried104", 104, 4276, hex),
+    row("text4380", 4380, 258, text),
+    row("carried4638", 4638, 5566, hex),
+};
+constexpr std::array fan_fields{
+    FUNCTION_ROWS,
+    ROW(db_fan_id, rgn, full_text, column),
+    ROW(db_fan_id, ren, full_text, column),
+    row("carried120", 120, 4, hex),
+    row("block_length", 124, 2, number),
+    row("carried126", 126, 512, hex),
+    row("block", 638, 24560, hex),
+};
+constexpr std::array rqd_fields{
+    DOMAIN_ROWS,
+    row("carried168", 168, 4, hex),
+    row("text172", 172, 256, text),
+    row("carried428", 428, 40, hex),
+    row("carried9692", 9692, 512, hex),
+};
+constexpr std::array rqt_fields{
+    DOMAIN_ROWS,
+    ROW(db_rqt_id, target, text, column | needed),
+    row("carried232", 232, 4, hex),
+    row("text236", 236, 256, text),
+    row("carried492", 492, 28, hex),
+    words_row("report_type", 520, 2, report_words),
+    row("carried522", 522, 34, hex),
+    row("report_text", 556, 1024, text),
+    row("carried9692", 9692, 512, hex),
+};
+// The area at 9692 lies in the vector, which goes over it when it is long enough.
+constexpr std::array rqv_fields{
+    FUNCTION_ROWS,
+    row("vector_length", 616, 4, number),
+    row("vector", 620, 64000, hex),
+};
+constexpr std::array coo_fields{
+    FUNCTION_ROWS,
+    ROW(db_coo, origin, full_text, column),
+    ROW(db_coo, year, number, column),
+    ROW(db_coo, month, number, column),
+    ROW(db_coo, day, number, column),
+    ROW(db_coo, hour, number, column),
+    ROW(db_coo, minute, number, column),
+    ROW(db_coo, second, number, column),
+    ROW(db_coo, gmt_flag, number),
+    ROW(db_coo, sequence, number, column),
+    ROW(db_coo, num_mangled, number),
+};
+#undef REQUEST_ROWS
+#undef FUNCTION_ROWS
+#undef DOMAIN_ROWS
+
 #undef ROW
 #undef WORDS
 #undef LIST
@@ -386,6 +448,11 @@ static_assert(rows_fit(tg_fields, sizeof(db_tg)) && rows_fit(dtg_fields, sizeof(
 static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) &&
               rows_fit(named_server, sizeof(db_cfg_server)));
 
+static_assert(rows_fit(rqr_fields, DB_RQR_LEN) && rows_fit(coo_fields, sizeof(db_coo)));
+static_assert(rows_fit(rqf_fields, DB_RQF_LEN) && rows_fit(fan_fields, DB_FAN_LEN));
+static_assert(rows_fit(rqd_fields, DB_RQD_LEN) && rows_fit(rqt_fields, DB_RQT_LEN));
+static_assert(rows_fit(rqv_fields, DB_RQV_LEN));
+
 constexpr std::array<key_part, 0> no_key{};
 constexpr std::array target_key{key_part{"NAME", text, sizeof(db_trg::trg_name) + 1, "trg_name"}};
 constexpr std::array user_key{key_part{"USER", text, 17, nullptr},
@@ -404,6 +471,21 @@ constexpr std::array fileset_key{key_part{"FILE", change_file, sizeof(db_cf_name
                                  key_part{"FILESET", number, 2, "fileset_id", true}};
 constexpr std::array status_key{key_part{"TARGET", text, sizeof(db_cms::trg_name) + 1, "trg_name"},
                                 key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
+
+constexpr key_part root_part{"REQUEST", request, sizeof(db_rqr_id), "user"};
+constexpr key_part function_part{"REQUEST", request, sizeof(db_rqf_id), "user"};
+constexpr std::array root_key{root_part};
+constexpr std::array function_key{function_part};
+constexpr std::array fanout_key{function_part,
+                                key_part{"RGN", full_text, sizeof(db_fan_id::rgn), "rgn", true},
+                                key_part{"REN", full_text, sizeof(db_fan_id::ren), "ren", true}};
+constexpr std::array domain_key{function_part,
+                                key_part{"DOMAIN", text, sizeof(db_rqd_id::domain), "domain", true}};
+constexpr std::array destination_key{function_part,
+                                     key_part{"DOMAIN", text, sizeof(db_rqd_id::domain), "domain", true},
+                                     key_part{"TARGET", text, sizeof(db_rqt_id::target), "target", true}};
+constexpr std::array correlated_key{key_part{"REQUEST", request, sizeof(db_coo), "user"}};
+constexpr std::array correlator_key{key_part{"CORRELATOR", correlator, sizeof(db_coo), nullptr}};
 
 constexpr std::array all_types{
     record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key,
@@ -436,11 +518,26 @@ constexpr std::array all_types{
                 fst_fields},
     record_type{"cms", DB_CMS, "CM status", sizeof(db_cms), sizeof(db_cms), sizeof(db_cms), status_key,
                 cms_fields},
+    record_type{"rqr", DB_RQR, "user requests", DB_RQR_LEN, DB_RQR_LEN, sizeof(db_rqr_id), root_key,
+                rqr_fields},
+    record_type{"rqf", DB_RQF, "request functions", DB_RQF_LEN, DB_RQF_LEN, sizeof(db_rqf_id), function_key,
+                rqf_fields},
+    record_type{"fan", DB_FAN, "fan-out records", DB_FAN_LEN, DB_FAN_LEN, sizeof(db_fan_id), fanout_key,
+                fan_fields},
+    record_type{"rqd", DB_RQD, "request domain records", DB_RQD_LEN, DB_RQD_LEN, sizeof(db_rqd_id),
+                domain_key, rqd_fields},
+    record_type{"rqt", DB_RQT, "request target records", DB_RQT_LEN, DB_RQT_LEN, sizeof(db_rqt_id),
+                destination_key, rqt_fields},
+    // Fewer than 616 bytes are not filled.
+    record_type{"rqv", DB_RQV, "request vectors", DB_RQV_LEN, DB_RQV_LEN, 616, function_key, rqv_fields},
+    record_type{"coo", DB_COO, "correlators by request", sizeof(db_coo), sizeof(db_coo), sizeof(db_coo),
+                correlated_key, coo_fields},
+    record_type{"coi", DB_COI, "correlators by SNA correlator", sizeof(db_coo), sizeof(db_coo),
+                sizeof(db_coo), correlator_key, coo_fields},
 };
 
 // Types that the library knows and has no operations for yet.
-constexpr std::array<std::string_view, 12> types_to_come{"rte", "scn", "scf", "ucf", "rqr", "rqf",
-                                                         "fan", "rqd", "rqt", "coi", "coo", "rqv"};
+constexpr std::array<std::string_view, 4> types_to_come{"rte", "scn", "scf", "ucf"};
 
 }  // namespace
 

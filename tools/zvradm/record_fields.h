@@ -17,7 +17,9 @@ enum class field_kind : std::uint8_t {
   number,       // 1, 2 or 4 bytes, native order
   hex,          // opaque bytes
   change_file,  // name of a change file
-  list          // elements of equal length
+  list,         // elements of equal length
+  request,      // of a key only: the identifier of a request, with its function when it is longer
+  correlator    // of a key only: the correlator in a db_coo
 };
 
 // A word that stands for a number; in a bit set, for a bit.
