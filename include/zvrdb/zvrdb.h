@@ -300,7 +300,21 @@ DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint
 
 /* ---- Requests -----------------------------------------------------------
  *
- * Identifiers: a db_rqr_id, the head of every record of requests. */
+ * Identifiers: a db_rqr_id, the head of every record of requests.
+ *
+ * keys[0] of the generic calls is the identifier of the type alone (db_rqr_id and its kin
+ * in zvrdb/records.h); the head of the record that is put is not looked at.  DB_RQV: a
+ * record or buffer shorter than 10204 bytes carries no vector.  db_del of DB_RQF deletes
+ * its correlator too.
+ *
+ * Filter of db_init_list: an identifier whose parts may be wild, a text "*", a number all
+ * ones; a list state has 332 bytes.  Wild parts run from the end of the identifier's key
+ * (src_domain, user, seq_no, recursion_no, subreq_id, then domain and target or rgn and
+ * ren) without a gap.  The first of them may have a prefix before its "*" where it is
+ * user, subreq_id, rgn or ren.  DB_RQD with domain alone exact, and DB_RQT with target
+ * alone, list a destination: such a list goes on from the task's position in the file,
+ * which other such lists and new records move; a position that leads back ends it.
+ * DBE_EMPTY_LIST for any other filter, and for an unknown name. */
 
 /* Reads the root record with the highest recursion number of a request.  When the
  * request has none, the next root record below it in key order is read, which may be
@@ -308,9 +322,10 @@ DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint
  * none below either. */
 DB_API int16_t db_get_lst_rec(void *task, const void *identifier, void *record, uint16_t record_len);
 
-/* Deletes a whole request, its root record and all below it, in one transaction, with the
- * correlators of its functions.  DBE_OK; DBE_NOT_FOUND, no root record; DBE_IO_ERROR and
- * the codes of db_del, with all records as they were. */
+/* Deletes a whole request, its root record and all below it, in one transaction, and then
+ * the correlators of its functions in one of theirs: a kill or a failure between the two
+ * leaves correlators without functions.  DBE_OK; DBE_NOT_FOUND, no root record;
+ * DBE_IO_ERROR and the codes of db_del, with all records and correlators as they were. */
 DB_API int16_t db_del_rq_tree(void *task, const void *identifier);
 
 /* ---- Correlators --------------------------------------------------------
