@@ -81,7 +81,7 @@ void free_private(Task* task, void* address) {
   else
     task->blocks = block->next;
   if (block->next != nullptr) block->next->previous = block->previous;
-  free(block);
+  give_back(block);
 }
 
 void free_private_memory(Task* task) {
