@@ -199,9 +199,11 @@ DB_SIZE(db_thw, 20804);
 #define DB_MAX_TG_MEMBERS 1000
 #define DB_MAX_DTG_MEMBERS 800
 
-/* Target group (DB_TG).  Members are known targets, by name. */
+/* Target group (DB_TG).  Members are known targets, by name; of a put with an unknown one
+ * (DBE_NO_TARGET) nothing is stored.  A put answers DBE_RECORD_REPLACED for a new group as
+ * well; DBE_LIMIT_EXCEEDED when there are as many groups of both kinds as there may be. */
 struct db_tg {
-  char name[64];
+  char name[64];             /* may be full */
   char description[60];
   unsigned char carried124[8];
   char short_name[8];
@@ -227,7 +229,7 @@ DB_SIZE(db_tg, 64152);
 
 /* Dynamic target group (DB_DTG): a selection text besides. */
 struct db_dtg {
-  char name[64];
+  char name[64];             /* may be full */
   char description[60];
   unsigned char carried124[8];
   char short_name[8];
@@ -377,9 +379,13 @@ DB_SIZE(db_cms, 176);
 
 #define DB_MAX_LOGIN_TARGETS 16
 
-/* User (DB_USR).  Key: the user's name, up to 15 characters. */
+/* User (DB_USR).  Key: the user's name, up to 16 characters.
+ * A deletion marks the record; a deleted user is not found and not listed.  A put changes the
+ * caller's record: it clears deleted, and sets last_seqno to 0 for a new user (DBE_OK) or to
+ * what the deleted user of that name had (DBE_OK); for one that is there it takes the
+ * record's (DBE_RECORD_REPLACED).  A put of fewer than 132 bytes stores no last_seqno. */
 struct db_usr {
-  char usr_name[16];
+  char usr_name[16];            /* may be full */
   uint32_t deleted;             /* non-zero: counts as absent */
   unsigned char carried20[16];
   unsigned char spare36[4];
@@ -406,9 +412,9 @@ DB_AT(db_usr, num_login_trgs, 210);
 DB_AT(db_usr, login_trgs, 212);
 DB_SIZE(db_usr, 1236);
 
-/* Authorization profile (DB_APR).  Key: its name, up to 15 characters. */
+/* Authorization profile (DB_APR).  Key: its name, up to 16 characters. */
 struct db_apr {
-  char name[16];
+  char name[16];       /* may be full */
   uint8_t config;      /* 0 none, 1 view, 2 modify */
   uint8_t prep;        /* likewise */
   uint8_t cm;          /* bits: 1 install, 2 execute, 4 authorise, 8 activate */
@@ -425,7 +431,10 @@ DB_AT(db_apr, target, 22);
 DB_AT(db_apr, carried25, 25);
 DB_SIZE(db_apr, 28);
 
-/* Access keys (DB_TAK, DB_DAK): one table each, without a key. */
+/* Access keys (DB_TAK, DB_DAK): one table each, without a key and without a transaction of
+ * its own.  Held in memory from the first get or put on: all processes see a put at once, and
+ * one that was part of a transaction on DB_APR even after that is rolled back.  A put of fewer
+ * bytes than the table has stores a NUL as its last byte in the file, and zeros behind. */
 #define DB_ACCESS_KEYS 32
 struct db_access_key {
   char name[12];

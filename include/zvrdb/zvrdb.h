@@ -151,7 +151,10 @@ DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void 
  * tokens '?' stands for one character, '*' for the rest of the token; a token "*" alone
  * also for no token, so eleven of them list all.  The list is in the order of the names.
  * Of entries that changed since, db_get_next answers DBE_NOT_FOUND (deleted) or
- * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled). */
+ * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled).  A list
+ * does not outlive the tables in memory (see Transactions): once they were built anew,
+ * DBE_ENTRY_CHANGED may be told of an entry that is as it was, and DBE_OK of one that is
+ * not. */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
 
@@ -185,8 +188,10 @@ DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
  *     death cuts short is not: the one put or del that was being written may stay, and
  *     of a roll-back that was going on, what it had not come to.
  *
- * After a roll-back that undid changes of targets or of the catalog, the tables in
- * memory are built anew; the volatile status of targets is lost. */
+ * The tables in memory are built anew after a roll-back that undid changes of targets or of
+ * the catalog, after the death of a writer, and when the catalog has outgrown its tables
+ * (which have room for 500 more change files than there are when they are built).  The
+ * volatile status of targets is lost then. */
 
 /* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
  * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */
@@ -273,7 +278,8 @@ DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index
  * whole, of the rest what length allows; a default status needs 153 bytes, whatever
  * length is.  Each call that changes status changes both directions or neither, and is a
  * transaction of its own.  Status goes with its target when that is local; a change file
- * with status cannot be deleted. */
+ * with status cannot be deleted.  It is kept by numbers: what is put for a target or a
+ * change file that a roll-back takes back passes to the next owner of the number. */
 
 /* Deletes the status of a change file on all targets, so that it can be deleted itself.
  * DBE_OK, also when there is none; DBE_IO_ERROR. */
@@ -294,7 +300,21 @@ DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint
 
 /* ---- Requests -----------------------------------------------------------
  *
- * Identifiers: a db_rqr_id, the head of every record of requests. */
+ * Identifiers: a db_rqr_id, the head of every record of requests.
+ *
+ * keys[0] of the generic calls is the identifier of the type alone (db_rqr_id and its kin
+ * in zvrdb/records.h); the head of the record that is put is not looked at.  DB_RQV: a
+ * record or buffer shorter than 10204 bytes carries no vector.  db_del of DB_RQF deletes
+ * its correlator too.
+ *
+ * Filter of db_init_list: an identifier whose parts may be wild, a text "*", a number all
+ * ones; a list state has 332 bytes.  Wild parts run from the end of the identifier's key
+ * (src_domain, user, seq_no, recursion_no, subreq_id, then domain and target or rgn and
+ * ren) without a gap.  The first of them may have a prefix before its "*" where it is
+ * user, subreq_id, rgn or ren.  DB_RQD with domain alone exact, and DB_RQT with target
+ * alone, list a destination: such a list goes on from the task's position in the file,
+ * which other such lists and new records move; a position that leads back ends it.
+ * DBE_EMPTY_LIST for any other filter, and for an unknown name. */
 
 /* Reads the root record with the highest recursion number of a request.  When the
  * request has none, the next root record below it in key order is read, which may be
@@ -302,9 +322,10 @@ DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint
  * none below either. */
 DB_API int16_t db_get_lst_rec(void *task, const void *identifier, void *record, uint16_t record_len);
 
-/* Deletes a whole request, its root record and all below it, in one transaction, with the
- * correlators of its functions.  DBE_OK; DBE_NOT_FOUND, no root record; DBE_IO_ERROR and
- * the codes of db_del, with all records as they were. */
+/* Deletes a whole request, its root record and all below it, in one transaction, and then
+ * the correlators of its functions in one of theirs: a kill or a failure between the two
+ * leaves correlators without functions.  DBE_OK; DBE_NOT_FOUND, no root record;
+ * DBE_IO_ERROR and the codes of db_del, with all records and correlators as they were. */
 DB_API int16_t db_del_rq_tree(void *task, const void *identifier);
 
 /* ---- Correlators --------------------------------------------------------

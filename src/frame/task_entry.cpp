@@ -95,7 +95,7 @@ std::int16_t first_init_db(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   if (co_req_sema4(task, tcb->sema4[memory_class], 0) != CO_OK) return DBE_INIT_FAILED;
   const std::int16_t rc = init_db(task);
   // This class may not begin a generation: the next call of class 1 does.
-  if (take_undone(tcb)) tcb->cntl->fwrite_in_prog = 1;
+  if (take_undone(task, tcb)) tcb->cntl->fwrite_in_prog = 1;
   co_clear_sema4(task, tcb->sema4[memory_class]);
   return rc;
 }
@@ -105,7 +105,7 @@ std::int16_t first_init_db(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
 void recover_from_dead_writer(void* task) {
   co_log2(task, 36356, 0, 0, 0, "%s", "");
   repair_files(task);
-  take_undone(static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb));  // goes with the generation
+  tcb_of(task)->undone_ids = 0;  // goes with the generation
   memory::raise_generation(task);
 }
 
@@ -114,7 +114,7 @@ std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   recfile::reopen_lost_files(task);
   if (cntl->fwrite_in_prog == 1)
     recover_from_dead_writer(task);
-  else if (take_undone(tcb))
+  else if (take_undone(task, tcb))
     memory::raise_generation(task);  // a task died in a transaction that no longer held the semaphore
   const std::int16_t rc = enter_memory(task, tcb);
   if (rc != DBE_OK) return rc;

@@ -124,6 +124,22 @@ bool belongs(void* task, const recfile::open_file& file, bool domains, const uns
   return false;
 }
 
+// All entries of a list have one key value, so their records' numbers rise.  The position
+// is the engine's own, which other calls of the task may move, or lose with its handle:
+// one that does not lead on is the end of the list, or it could go round for ever.
+// The last number stands in the list state.
+bool leads_on(void* task, const recfile::open_file& file, unsigned char* state, bool first) {
+  const std::int32_t record = engine::current_record(file.entry->psp);
+  std::int32_t last = 0;
+  std::memcpy(&last, state + list_last_key, sizeof last);
+  if (!first && record <= last) {
+    ZVR_TRACE(task, 2, 2, "%s", "position moved back");
+    return false;
+  }
+  std::memcpy(state + list_last_key, &record, sizeof record);
+  return true;
+}
+
 // Moves the engine to the next request of the list: 0, 8199 or 8455.
 std::int16_t next_request(void* task, const recfile::open_file& file, std::uint32_t db_id,
                           unsigned char* state) {
@@ -140,14 +156,15 @@ std::int16_t next_request(void* task, const recfile::open_file& file, std::uint3
   const std::int16_t rc = key_value(task, file, list, index, value);
   if (rc != DBE_OK) return rc;
   int code = 0;
-  if (list_number(state, list_first_time) != 0) {
+  const bool first = list_number(state, list_first_time) != 0;
+  if (first) {
     code = engine::dfind(file.entry->psp, index, value, key_type_of[index], engine::find_equal);
     set_list_number(state, list_first_time, 0);
   } else {
     code = engine::dseq(file.entry->psp, index, engine::seq_next);
   }
   if (code != engine::e_ok || !belongs(task, file, domains, sought, value)) return DBE_END_OF_LIST;
-  return DBE_OK;
+  return leads_on(task, file, state, first) ? DBE_OK : DBE_END_OF_LIST;
 }
 
 // 0 and the request in `external`, its key in host order; 8455.

@@ -42,6 +42,9 @@ enum locate_option : std::int16_t {
 };
 // 0, 8194 or 8455.
 std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t option);
+// Of the last db_locate, db_update or db_delete, when it answered 8194: whether the search
+// itself failed, so that nothing is known of the record.
+bool locate_failed(const file_entry* handle);
 // 0, 8224 or 8455.  length: in the buffer's size, out the bytes returned, key included.
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length);
 // 0 or 8455.

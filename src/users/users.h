@@ -26,9 +26,11 @@ std::int16_t put_usr(void* task, std::uint16_t num_keys, const void* const* keys
                      std::uint16_t length);
 // 0, also when deleted already; 8194.
 std::int16_t del_usr(void* task, std::uint16_t num_keys, const void* const* keys);
-// filter: a name, or a prefix before `*`.  0; 8211 less than user_list_len bytes.
+// filter: a name (of which no more than 16 bytes are read), or a prefix before `*`; an empty
+// one is the empty name.  0; 8211 less than user_list_len bytes; 8195 no filter.
 std::int16_t init_list_usr(void* task, void* filter, void* list_state, std::uint32_t size);
-// Passes over deleted users.  0; 8199 at the end.
+// Passes over deleted users.  Fills no more than usr_record_len bytes, and no more than
+// length.  0; 8199 at the end; or the code of get_keyed.
 std::int16_t get_more_usr(void* task, void* list_state, void* buffer, std::uint16_t length);
 
 // ---- Authorization profiles (23).  The codes of the keyed functions.
@@ -51,5 +53,8 @@ std::int16_t get_dak(void* task, std::uint16_t num_keys, const void* const* keys
                      std::uint16_t length);
 std::int16_t put_dak(void* task, std::uint16_t num_keys, const void* const* keys, void* record,
                      std::uint16_t length);
+// Building of the shared memory: from here on both tables are read anew, for what a task
+// that died left in memory may never have come into the file.  Always 0.
+std::int16_t init_access_keys(void* task);
 
 }  // namespace zvrdb::users

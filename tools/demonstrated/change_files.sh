@@ -2,7 +2,9 @@
 # and on a second target, asked both ways; a bulk import that is killed; the page of
 # states.  Sourced by ../demonstration.
 
-spare=$machine.spare
+# The other targets have names that a table does not cut, and a beginning in common.
+family=$(printf '%s' "$machine" | cut -c 1-16)
+spare=$family.spare
 # Pairs of one target, at most: each is stored for good before the next, and the record of
 # its target is written anew, so their cost grows with the square.
 most_pairs=850
@@ -51,14 +53,14 @@ pairs() {
 
 # ---- how it is asked
 
-# One line a change file with its status on a target: as the record of the target tells
-# it, and as those of the change files do, by way of the matrix.
-told_by_target() { "$tool" cms by-target "$1" --table | sed 1d | awk '{ print $1, $2 }' | LC_ALL=C sort; }
+# One line a pair: target, change file, status.  As the record of the target tells it, and
+# as those of the change files do, by way of the matrix of targets whose names begin so.
+told_by_target() { "$tool" cms by-target "$1" --table | sed 1d | awk -v target="$1" '{ print target, $1, $2 }' | LC_ALL=C sort; }
 told_by_files() {
   COLUMNS=1000000 "$tool" matrix --targets "$1" | awk '
-    !NF { heads++; next }
-    heads == 0 { name[$1] = $2 }
-    heads == 1 && $1 != "Target" { for (i = 2; i <= NF; i++) if ($i != "." && $i != "d") print name[i - 1], $i }' | LC_ALL=C sort
+    !NF { part++; next }
+    part == 0 { name[$1] = $2 }
+    part == 1 && $1 != "Target" { for (i = 2; i <= NF; i++) if ($i != "." && $i != "d") print $1, name[i - 1], $i }' | LC_ALL=C sort
 }
 # put_target NAME REN
 put_target() {
@@ -81,7 +83,7 @@ show_catalog() {
   sed -n 's/^{"line":\([0-9]*\),"rc":\(0\|8196\),.*/\1/p' "$scratch/answers" |
     awk 'NR == FNR { stored[$1]; next } FNR in stored' - "$scratch/packages" >"$scratch/stored"
   if [ -s "$scratch/refused" ]; then
-    say "   $(lines_of "$scratch/refused") do not fit and stay out, such as"
+    say "   names that do not fit their 65 bytes and stay out: $(lines_of "$scratch/refused"), such as"
     say "     $(head -n 1 "$scratch/refused" | sed 's/.*, line/line/')"
   else
     awk -F '\t' '{ n = length($1 $2 $3 $4) + 4 } n > most { most = n; name = $1 "." $2 "." $3 "." $4 }
@@ -110,9 +112,9 @@ show_status() {
     "$tool" cms by-target "$target" --table | awk -v target="$target" 'NR > 1 { n[$2]++ }
       END { printf "   by target %s:", target; for (s = 0; s < 256; s++) if (s in n) printf "  %d with status %d", n[s], s; print "" }'
   done
-  chosen=$(told_by_target "$spare" | awk '$2 == 6 { print $1; exit }')
-  [ -n "$chosen" ] || chosen=$(told_by_target "$spare" | awk '{ print $1; exit }')
-  [ -n "$chosen" ] || chosen=$(told_by_target "$machine" | awk '{ print $1; exit }')
+  chosen=$(told_by_target "$spare" | awk '$3 == 6 { print $2; exit }')
+  [ -n "$chosen" ] || chosen=$(told_by_target "$spare" | awk '{ print $2; exit }')
+  [ -n "$chosen" ] || chosen=$(told_by_target "$machine" | awk '{ print $2; exit }')
   say "   by file $chosen:"
   "$tool" cms by-file "$chosen" | sed 's/^/     /'
 }
@@ -121,8 +123,8 @@ show_difference() {
   step "7. The difference between the two targets"
   told_by_target "$machine" >"$scratch/here"
   told_by_target "$spare" >"$scratch/there"
-  awk 'NR == FNR { here[$1] = $2; next }
-       { if (!($1 in here)) print $1 >only_there; else if (here[$1] != $2) print $1 ": " here[$1] " here, " $2 " there" >other; delete here[$1] }
+  awk 'NR == FNR { here[$2] = $3; next }
+       { if (!($2 in here)) print $2 >only_there; else if (here[$2] != $3) print $2 ": " here[$2] " here, " $3 " there" >other; delete here[$2] }
        END { for (name in here) print name >only_here }' \
     only_here="$scratch/only_here" only_there="$scratch/only_there" other="$scratch/other" "$scratch/here" "$scratch/there"
   for kind in only_here only_there other; do
@@ -147,8 +149,8 @@ show_difference() {
     }' "$scratch/part" "$scratch/stored")
   filter="$section.*.*.*"
   [ -n "$section" ] || filter=$chosen
-  say "   as a table: matrix --targets $machine --files '$filter'"
-  COLUMNS=80 "$tool" matrix --targets "$machine" --files "$filter" | awk 'NF { print "     " $0 }'
+  say "   as a table: matrix --targets $family --files '$filter'"
+  COLUMNS=80 "$tool" matrix --targets "$family" --files "$filter" | awk 'NF { print "     " $0 }'
 }
 
 show_removal() {
@@ -162,18 +164,24 @@ show_removal() {
   say "   $(sed 's/^zvradm: //' "$scratch/refused")"
 }
 
-# Imports into fresh targets until one is killed inside a pair.
+# Imports status of the catalog on fresh targets, of as many as make it long enough to be
+# killed on the way, until one is killed inside a pair.
 show_killed_import() {
   step "9. A bulk import is killed with SIGKILL in the middle of a pair"
   "$tool" list cat --names >"$scratch/all_names"
   thinned "$most_killed" "$scratch/all_names" >"$scratch/names"
+  depots=$(((most_killed + $(lines_of "$scratch/names") - 1) / $(lines_of "$scratch/names")))
+  [ "$depots" -le 20 ] || depots=20
   attempt=0
   while :; do
     attempt=$((attempt + 1))
     [ "$attempt" -le 30 ] || fail "no import died inside a pair"
-    depot=$machine.depot-$(printf '%02d' "$attempt")
-    put_target "$depot" "DEPOT$attempt"
-    sed "s/^{/{\"trg_name\":\"$depot\",\"cm_status\":9,/" "$scratch/names" >"$scratch/pairs.jsonl"
+    depot=$family.d$(printf '%02d' "$attempt")
+    : >"$scratch/pairs.jsonl"
+    for d in $(seq 1 "$depots"); do
+      put_target "$depot-$d" "D$attempt-$d"
+      sed "s/^{/{\"trg_name\":\"$depot-$d\",\"cm_status\":9,/" "$scratch/names" >>"$scratch/pairs.jsonl"
+    done
     generation=$(status_of generation)
     "$tool" cms import "$scratch/pairs.jsonl" --answers >"$scratch/out" 2>"$scratch/errors" &
     writer=$!
@@ -191,18 +199,19 @@ show_killed_import() {
   done
   say "   killed after $acknowledged answered pairs of $(lines_of "$scratch/pairs.jsonl"), inside the next one: write in progress 1, generation $generation"
   from=$(now)
-  told_by_target "$depot" >"$scratch/by_target"
+  told_by_target "$depot-1" >/dev/null
   elapsed=$(since "$from")
   say "   the next caller repairs and answers in $elapsed ms: write in progress $(status_of write_in_progress), generation $(status_of generation)"
+  for d in $(seq 1 "$depots"); do told_by_target "$depot-$d"; done | LC_ALL=C sort >"$scratch/by_target"
   told_by_files "$depot" >"$scratch/by_files"
-  cmp -s "$scratch/by_target" "$scratch/by_files" || fail "the target and the change files tell different pairs"
+  cmp -s "$scratch/by_target" "$scratch/by_files" || fail "targets and change files tell different pairs"
   there=$(lines_of "$scratch/by_target")
   case $((there - acknowledged)) in
     0) inside="the one in flight is on neither side" ;;
     1) inside="the one in flight is on both sides" ;;
     *) fail "$acknowledged pairs were answered, $there are there" ;;
   esac
-  say "   all $acknowledged answered pairs are there, told alike by the target and by $there change files;"
+  say "   all $acknowledged answered pairs are there, $there told alike from both sides, target and change file;"
   say "   $inside; repeated as it is, the import completes:"
   say "     $("$tool" cms import "$scratch/pairs.jsonl")"
   [ "$(told_by_files "$depot" | wc -l)" -eq "$(lines_of "$scratch/pairs.jsonl")" ] || fail "the repeated import is not complete"
@@ -213,7 +222,7 @@ show_page() {
   page=$scratch/states.html
   [ -z "$kept_page" ] || page=$kept_page
   from=$(now)
-  "$tool" matrix --html "$page" --targets "$machine"
+  "$tool" matrix --html "$page" --targets "$family"
   say "   written in $(since "$from") ms, $(($(wc -c <"$page") / 1024)) KiB, for any browser: $page"
   [ -n "$kept_page" ] || say "   (removed with the scratch folder; --page FILE keeps it)"
 }

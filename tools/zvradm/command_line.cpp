@@ -3,6 +3,7 @@
 
 #include "cms_commands.h"
 #include "commands.h"
+#include "request_commands.h"
 
 namespace zvradm {
 
@@ -51,6 +52,11 @@ int run_command_line(int argc, const char* const* argv) {
   add_target_status(app, all);
   add_target_by_rr(app, all);
   add_server_of(app, all);
+  add_auth(app, all);
+  add_request_tree(app, all);
+  add_last_request(app, all);
+  add_correlator_of(app, all);
+  add_request_of(app, all);
   add_import(app, all);
   add_export(app, all);
   add_matrix(app, all);

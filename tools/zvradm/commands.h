@@ -26,6 +26,7 @@ void add_rename_target(CLI::App& app, globals& all);
 void add_target_status(CLI::App& app, globals& all);
 void add_target_by_rr(CLI::App& app, globals& all);
 void add_server_of(CLI::App& app, globals& all);
+void add_auth(CLI::App& app, globals& all);
 void add_import(CLI::App& app, globals& all);
 void add_export(CLI::App& app, globals& all);
 void add_matrix(CLI::App& app, globals& all);

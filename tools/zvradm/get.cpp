@@ -44,12 +44,17 @@ void get_one(const globals& all, const get_options& options) {
 void add_get(CLI::App& app, globals& all) {
   auto options = std::make_shared<get_options>();
   CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")
+  sub.add_option("TYPE", options->type,
+                 "Record type: cfg, trg, prm, thw, sht, ua, tg, dtg, apr, usr, tak, dak, cat, prd, fst, "
+                 "cms, rqr, rqf, fan, rqd, rqt, rqv, coo, coi")
       ->required();
-  sub.add_option(
-      "KEY", options->keys,
-      "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
-      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
+  sub.add_option("KEY", options->keys,
+                 "NAME of the target, group or profile; for usr: USER; for ua: USER [SECOND [SELECTOR]]; for "
+                 "cat: FILE; for prd: FILE PRODUCT; "
+                 "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg, tak and dak; for rqr, "
+                 "rqf, rqv, coo: REQUEST; "
+                 "for fan: REQUEST RGN REN; for rqd: REQUEST DOMAIN; for rqt: REQUEST DOMAIN TARGET; for "
+                 "coi: CORRELATOR");
   CLI::Option* length = sub.add_option("--len", options->length,
                                        "Buffer length of the call; only fields that fit whole are printed");
   sub.add_flag("--words", options->words, "Numbers that have words as words");
@@ -58,11 +63,15 @@ void add_get(CLI::App& app, globals& all) {
 change file of at most 164 bytes likewise. The name of a change file is written with dots
 between its tokens, "\." for a dot inside one and "\\" for a backslash.
 
+A request is written SERVER.USER.SEQUENCE.RECURSION, and for all but rqr .FUNCTION behind it.
+
 Examples:
   zvradm get trg OSLO
   zvradm get trg OSLO --len 192
   zvradm get thw OSLO --table
   zvradm get ua KLUND OSLO
+  zvradm get usr KLUND --words
+  zvradm get tak --table
   zvradm get cat 'DEB.libc6.FIX.2\.36'
   zvradm get fst 'DEB.libc6.FIX.2\.36' 7 1)");
   sub.callback([&all, options, length] {

@@ -33,16 +33,27 @@ std::vector<import_line> read_lines(input_lines& input) {
 
 // Records whose types share a file are stored in one transaction on it.  CM status has
 // transactions of its own, a pair each, and a transaction on its own file would end with
-// the first; one on the catalog keeps others out until all pairs are stored.
+// the first; one on the catalog keeps others out and the names as they were checked.
+constexpr std::size_t types_of_a_phase = 6;
 struct import_phase {
   const char* title;
-  std::array<const char*, 4> types;  // in the order in which they are stored; null: no more
+  std::array<const char*, types_of_a_phase> types;  // in the order in which they are stored; null: no more
   std::uint32_t transaction;
   bool as_a_whole;
 };
-constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
-                            import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
-                            import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
+// The tables of access keys stay in memory when their transaction is taken back, so theirs,
+// too, is one on another file.
+constexpr std::array phases{
+    import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
+    import_phase{"target groups", {"tg"}, DB_TG, true},
+    import_phase{"dynamic groups", {"dtg"}, DB_DTG, true},
+    import_phase{"profiles", {"apr"}, DB_APR, true},
+    import_phase{"users", {"usr"}, DB_USR, true},
+    import_phase{"access keys", {"tak", "dak"}, DB_TRG, false},
+    import_phase{"change files", {"cat", "prd", "fst"}, DB_CAT, true},
+    import_phase{"CM status", {"cms"}, DB_CAT, false},
+    import_phase{"requests", {"rqr", "rqf", "fan", "rqd", "rqt", "rqv"}, DB_RQR, true},
+    import_phase{"correlators", {"coo"}, DB_COO, true}};
 
 class whole_import {
  public:
@@ -170,8 +181,9 @@ void add_import(CLI::App& app, globals& all) {
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
 its change file. All lines are checked before anything is stored. Then targets with all
-that hangs on them are stored in one transaction, change files with their products and
-filesets in a second one, CM status a pair each. A line that is refused all the same
+that hangs on them are stored in one transaction, groups of either kind, profiles, users and
+change files with their products and filesets in one more each, access keys a table and CM
+status a pair each. A line that is refused all the same
 ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:
