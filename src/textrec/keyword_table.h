@@ -44,7 +44,8 @@ struct special_value {
   const char* key;  // name of the record, for messages
   const keyword_entry* entry;
   char* value;            // trailing blanks already gone
-  char* line_end;         // the NUL that ends the line; a catch-all's value may end before
+  char* colon;            // the NUL in place of the line's first colon; null without one
+  char* line_end;         // the NUL that ends the line; a catch-all's value ends at the colon
   char* text_end;         // the NUL that ends the whole buffer
   unsigned char* target;  // place of this occurrence, entry->length bytes inside the record
   unsigned char* record;

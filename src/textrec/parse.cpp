@@ -56,7 +56,10 @@ struct line_keyword {
 
 bool same_keyword(const keyword_entry& entry, const line_keyword& keyword) {
   if (keyword.length == 0 || keyword.length >= sizeof entry.keyword) return false;
-  if (entry.keyword[0] != keyword.text[0] || entry.keyword[keyword.length] != 0) return false;
+  const std::size_t last = keyword.length - 1;
+  if (entry.keyword[0] != keyword.text[0] || entry.keyword[last] != keyword.text[last] ||
+      entry.keyword[last + 1] != 0)
+    return false;
   ++comparisons;
   return std::memcmp(entry.keyword, keyword.text, keyword.length) == 0;
 }
@@ -135,6 +138,7 @@ std::int16_t parser::take_line() {
   // Fields behind the end of a short record are passed over, whatever their value.
   if (offset + entry->length > given.record_size) return DBE_OK;
   given.entry = entry;
+  given.colon = colon;
   given.target = given.record + offset;
   given.line_end = lines.line_end;
   // A line that ends before the column of its value has none.

@@ -37,7 +37,7 @@ std::int16_t dva_time_parse(void* task, const special_value& given);
 std::int16_t SNDS_RTE_PRS(void* task, const special_value& given);
 
 // How many table rows the parses of this thread have compared with a keyword so far.  A
-// row of another length or first character is passed over without a comparison.
+// row of another length, first or last character is passed over without a comparison.
 std::uint64_t keyword_comparisons();
 
 }  // namespace zvrdb::textrec

@@ -148,11 +148,9 @@ std::int16_t prm_prs(void* task, const special_value& given) {
   const trace_bracket bracket(task, __func__, &rc);
   const char* value = skip_wte_space(task, given.value);
   const part name = {value, std::strlen(value)};
-  // Behind the name's NUL, where the colon was, if the line goes on there.
-  char* behind = given.value + std::strlen(given.value);
   part content = {"", 0};
-  if (behind < given.line_end) {
-    const char* begin = skip_wte_space(task, behind + 1);
+  if (given.colon) {
+    const char* begin = skip_wte_space(task, given.colon + 1);
     content = {begin, std::strlen(begin)};
   }
   if (name.length >= name_size)
