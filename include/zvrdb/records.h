@@ -661,7 +661,7 @@ enum { /* protocol */
 struct db_scn {
   char connection[16];     /* may be full */
   uint16_t protocol;       /* 0 is read as APPC; any other is written as APPC */
-  uint16_t type;           /* 1 SNA, 2 STS; 0 is read as SNA */
+  uint16_t connection_type; /* 1 SNA, 2 STS; 0 is read as SNA */
   char send_tp[9];         /* programs: kept with APPC only */
   unsigned char spare29[3];
   char receive_tp[9];

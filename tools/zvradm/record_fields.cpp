@@ -296,7 +296,7 @@ constexpr std::array cfg_fields{
 constexpr std::array scn_fields{
     ROW(db_scn, connection, full_text, column | needed),
     WORDS(db_scn, protocol, scn_protocol_words, column),
-    WORDS(db_scn, type, scn_type_words, column),
+    WORDS(db_scn, connection_type, scn_type_words, column),
     ROW(db_scn, send_tp, text),
     ROW(db_scn, receive_tp, text),
     ROW(db_scn, next_rgn, full_text, column),
