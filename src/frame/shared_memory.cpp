@@ -13,6 +13,7 @@
 #include "recfile/file_table.h"
 #include "requests/correlators.h"
 #include "targets/targets.h"
+#include "textrec/parsed_files.h"
 #include "users/groups.h"
 #include "users/users.h"
 
@@ -229,6 +230,9 @@ std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
   const bool created = !is_mapped(tcb);
   std::int16_t rc = DBE_OK;
   if (created) {
+    // Text records of this class have no flag of their own: they are put right now.
+    const std::int16_t refreshed = textrec::refresh_parsed(task);
+    ZVR_TRACE(task, 1, 2, "refresh_parsed returned %hx", static_cast<unsigned short>(refreshed));
     rc = map_current(task, tcb);
     if (rc != DBE_OK) return rc;
   }

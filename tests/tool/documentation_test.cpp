@@ -23,6 +23,8 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
                               "status",
                               "reset",
                               "trace on",
+                              "edit",
+                              "check\\-config",
                               "put",
                               "get",
                               "del",

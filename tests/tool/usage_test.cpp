@@ -9,9 +9,10 @@ using namespace tool_test;
 using testing::HasSubstr;
 
 const std::vector<std::vector<std::string>> all_commands{
-    {"init"}, {"status"}, {"reset"}, {"put"}, {"get"}, {"del"}, {"list"}, {"rename-target"},
-    {"target-status"}, {"target-by-rr"}, {"server-of"}, {"import"}, {"export"}, {"trace"},
-    {"cms", "import"}, {"file", "check"}, {"file", "dump"}, {"file", "summary"}, {"file", "hold"}};
+    {"init"},          {"status"},       {"reset"},           {"put"},           {"get"},
+    {"del"},           {"list"},         {"rename-target"},   {"target-status"}, {"target-by-rr"},
+    {"server-of"},     {"import"},       {"export"},          {"trace"},         {"cms", "import"},
+    {"file", "check"}, {"file", "dump"}, {"file", "summary"}, {"file", "hold"}};
 
 TEST(Usage, EveryCommandTellsItsFormWithAnExample) {
   for (std::vector<std::string> command : all_commands) {
@@ -87,18 +88,6 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
     EXPECT_EQ(result.out, "") << text;
     EXPECT_NE(result.err, "") << text;
   }
-}
-
-TEST(Usage, ATypeThatTheLibraryHasNoOperationsForIsRefusedWithItsCode) {
-  const scratch_base base;
-  ASSERT_EQ(base.init().exit, 0);
-  for (const char* type : {"rte", "scn", "ucf"})
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"get", type, "A"}, {"put", type}, {"del", type, "A"}, {"list", type}}) {
-      const tool_result result = base.tool(arguments);
-      EXPECT_EQ(result.exit, 1) << arguments[0] << " " << type;
-      EXPECT_THAT(result.err, HasSubstr("DBE_BAD_DB_ID (8193)"));
-    }
 }
 
 TEST(Usage, WithoutABaseDirectoryNothingIsDone) {

@@ -12,6 +12,7 @@
 #include "json_output.h"
 #include "record_import.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -41,6 +42,7 @@ struct import_phase {
   std::uint32_t transaction;
   bool as_a_whole;
 };
+constexpr std::uint32_t no_transaction = DB_TYPE_COUNT;  // each record for itself, in a file of its own
 // The tables of access keys stay in memory when their transaction is taken back, so theirs,
 // too, is one on another file.
 constexpr std::array phases{
@@ -53,7 +55,8 @@ constexpr std::array phases{
     import_phase{"change files", {"cat", "prd", "fst"}, DB_CAT, true},
     import_phase{"CM status", {"cms"}, DB_CAT, false},
     import_phase{"requests", {"rqr", "rqf", "fan", "rqd", "rqt", "rqv"}, DB_RQR, true},
-    import_phase{"correlators", {"coo"}, DB_COO, true}};
+    import_phase{"correlators", {"coo"}, DB_COO, true},
+    import_phase{"text records", {"scn", "scf", "rte", "ucf"}, no_transaction, false}};
 
 class whole_import {
  public:
@@ -120,18 +123,21 @@ class whole_import {
 
   void store(const import_phase& phase, std::vector<import_line> lines) {
     const std::string what = std::string("import of ") + phase.title;
-    if (transaction_)
+    const bool transaction = transaction_ && phase.transaction != no_transaction;
+    if (phase.transaction == no_transaction) prepare_text_record(task_, DB_SCN);
+    if (transaction)
       require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
     progress shown(std::string("importing ") + phase.title, lines.size());
     const import_counts counts = import_records(
         task_, std::move(lines), !transaction_,
         [this](std::uint64_t line, const std::string& text) { refuse(line, text); }, shown);
     if (transaction_ && counts.refused > 0) {
-      require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
+      if (transaction)
+        require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
       if (!phase.as_a_whole) add(counts);
       throw refusal(source_ + ": a line was refused, so " + remains());
     }
-    if (transaction_) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
+    if (transaction) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
     add(counts);
   }
 
@@ -181,9 +187,9 @@ void add_import(CLI::App& app, globals& all) {
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
 its change file. All lines are checked before anything is stored. Then targets with all
-that hangs on them are stored in one transaction, groups of either kind, profiles, users and
-change files with their products and filesets in one more each, access keys a table and CM
-status a pair each. A line that is refused all the same
+that hangs on them are stored in one transaction, groups of either kind, profiles, users,
+change files with their products and filesets, requests and correlators in one more each,
+access keys a table, CM status a pair each and text records one by one. A line that is refused all the same
 ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:

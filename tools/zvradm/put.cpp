@@ -6,9 +6,9 @@
 #include "commands.h"
 #include "input_lines.h"
 #include "json_output.h"
-#include "local_target.h"
 #include "record_put.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -31,7 +31,7 @@ int put_all(const globals& all, const put_options& options) {
   if (!type.storable()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
   input_lines lines(options.file);
   const session s(base_directory(all));
-  if (type.db_id == DB_CFG) build_shared_tables(s.task());
+  prepare_text_record(s.task(), type.db_id);
   record_writer writer(s.task());
   bool refused = false;
   std::string line;
@@ -67,7 +67,8 @@ void add_put(CLI::App& app, globals& all) {
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
   sub.add_option("TYPE", options->type,
                  "Record type: cfg, trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, "
-                 "rqr, rqf, fan, rqd, rqt, rqv, coo")
+                 "scn, scf, rte, "
+                 "ucf, rqr, rqf, fan, rqd, rqt, rqv, coo")
       ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
   sub.add_flag("--update", options->update,
