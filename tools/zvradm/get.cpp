@@ -51,7 +51,9 @@ void add_get(CLI::App& app, globals& all) {
       "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
       "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
   CLI::Option* length = sub.add_option("--len", options->length,
-                                       "Buffer length of the call; only fields that fit whole are printed");
+                                       "Buffer length of the call; only fields that fit whole are printed")
+                            ->type_name("N")
+                            ->check(CLI::Range(0, 65535).description(""));
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people, a field a line");
   sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file; a

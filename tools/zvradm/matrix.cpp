@@ -32,7 +32,9 @@ std::string time_now() {
   return text;
 }
 
-std::string reason_now() { return std::strerror(errno); }
+std::string reason_now() {
+  return std::strerror(errno);
+}
 
 void print_whole(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
