@@ -287,15 +287,15 @@ DB_API int16_t db_del_cf_cms(void *task, const void *cf_name);
 
 /* States of a change file on all targets: list[n] is that on target number n; list[0]
  * is 15.  length: bytes of the list, one more than the highest number a target can have,
- * which is the installation's limit of targets; numbers beyond are left out.
+ * which is the installation's limit, max_targets of DB_CFG; numbers beyond are left out.
  * DBE_OK; DBE_NOT_FOUND, no such change file; DBE_LIST_TOO_SMALL, fewer bytes than
  * targets with a status; DBE_IO_ERROR. */
 DB_API int16_t db_cm_by_cat(void *task, const void *cf_name, uint8_t *list, uint32_t length);
 
 /* States of all change files on a target, in no order: each u32 of the list holds the
- * number of a change file times 256, or its status.  length: bytes of the list.  *count:
- * entries filled.  DBE_OK; DBE_NOT_FOUND, no such target or no status;
- * DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
+ * number of a change file (cf_number of a db_cat_entry) times 256, plus its status.
+ * length: bytes of the list.  *count: entries filled.  DBE_OK; DBE_NOT_FOUND, no such
+ * target or no status; DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
 DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint32_t length, uint32_t *count);
 
 /* ---- Requests -----------------------------------------------------------

@@ -56,7 +56,9 @@ void add_get(CLI::App& app, globals& all) {
       "cfg, tak, dak, scf, rte, ucf; for rqr, rqf, rqv, coo: REQUEST; for fan: REQUEST RGN REN; for rqd: "
       "REQUEST DOMAIN; for rqt: REQUEST DOMAIN TARGET; for coi: CORRELATOR");
   CLI::Option* length = sub.add_option("--len", options->length,
-                                       "Buffer length of the call; only fields that fit whole are printed");
+                                       "Buffer length of the call; only fields that fit whole are printed")
+                            ->type_name("N")
+                            ->check(CLI::Range(0, 65535).description(""));
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people, a field a line");
   sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file; a

@@ -327,11 +327,14 @@ void add_list(CLI::App& app, globals& all) {
       ->type_name("NAME");
   CLI::Option* product =
       sub.add_option("--product", options->product, "Filesets of this product; 0, or left out: of all")
-          ->type_name("N");
+          ->type_name("N")
+          ->check(CLI::Range(0, 65535).description(""));
   sub.add_flag("--names", options->names, "Names only");
   CLI::Option* length =
       sub.add_option("--len", options->length,
-                     "Buffer length of each call; when left out 192 for trg and 164 for cat (from memory)");
+                     "Buffer length of each call; when left out 192 for trg and 164 for cat (from memory)")
+          ->type_name("N")
+          ->check(CLI::Range(0, 65535).description(""));
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people");
   sub.footer(R"(Bits are a number (40, 0x28) or words joined by ',' (LOCAL,SERVER).
