@@ -6,6 +6,7 @@
 #include "frame/shared_memory.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
+#include "tasklaunch/version.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -13,7 +14,6 @@ namespace {
 static_assert(sizeof(DBR_CNTL) <= CO_AREA_DBR_CNTL_SIZE);
 
 constexpr const char* semaphore_names[2] = {"DBRFILE", "DBR_MEM"};
-constexpr std::uint32_t component = 4;
 constexpr std::uint32_t died_in_transaction = 2;
 constexpr int least_sync_frequency = 20;
 constexpr int default_sync_frequency = 1000;
@@ -33,7 +33,7 @@ void read_sync_frequency(void* task) {
 
 // The block of a task's first call.  Null (logged) when it cannot be had.
 DBR_TCB* make_tcb(void* task) {
-  co_reg_version(task, component, __DATE__, __TIME__);
+  tasklaunch::db_ver_reg(task);
   auto* tcb = static_cast<DBR_TCB*>(co_malloc(task, sizeof(DBR_TCB), CO_MEM_PRIVATE, "DBR__TCB"));
   if (tcb) {
     tcb->cntl = static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
