@@ -24,25 +24,41 @@ struct value_word {
 
 struct keyword_entry;
 
-// What a special function is given.  text_end is the NUL that ends the whole buffer: what
-// looks behind its value looks no further.
+// Is told of faults in place of the message log.  line counts from 1; number and text are
+// those of the message (text of at most 127 characters).
+struct fault_sink {
+  void (*tell)(void* context, std::uint32_t line, std::uint32_t number, const char* text);
+  void* context;
+};
+
+// Where a fault is: its line, and who is told (null: the message log).
+struct fault_place {
+  const fault_sink* sink;
+  std::uint32_t line;
+};
+
+// What a special function is given.  What looks behind its value looks no further than
+// line_end, or than text_end where the next line counts.
 struct special_value {
   std::uint32_t db_id;
-  const char* key;            // name of the record, for messages
+  const char* key;  // name of the record, for messages
   const keyword_entry* entry;
-  char* value;                // trailing blanks already gone
-  char* text_end;
-  unsigned char* target;      // place of this occurrence, entry->length bytes inside the record
+  char* value;            // trailing blanks already gone
+  char* colon;            // the NUL in place of the line's first colon; null without one
+  char* line_end;         // the NUL that ends the line; a catch-all's value ends at the colon
+  char* text_end;         // the NUL that ends the whole buffer
+  unsigned char* target;  // place of this occurrence, entry->length bytes inside the record
   unsigned char* record;
   std::uint32_t record_size;
   const char* type_name;
+  fault_place place;
 };
 // 0, or the code that ends the parse.
 using special_function = std::int16_t (*)(void* task, const special_value& given);
 
 struct keyword_entry {
-  char keyword[60];           // "*" the catch-all, "NULL" the end of the table
-  std::uint16_t skip;         // from the start of the line to where the value may begin
+  char keyword[60];    // "*" the catch-all, "NULL" the end of the table
+  std::uint16_t skip;  // from the start of the line to where the value may begin
   std::uint16_t kind;
   std::uint16_t length;       // of the field, or of one occurrence
   std::uint16_t offset;       // of the field, or of occurrence 0
@@ -51,5 +67,7 @@ struct keyword_entry {
   const value_word* value_list;
   special_function special;
 };
+
+inline constexpr unsigned occurrence_slots = 25;
 
 }  // namespace zvrdb::textrec

@@ -11,13 +11,14 @@
 
 namespace zvrdb::textrec {
 
-inline constexpr std::uint32_t path_size = 256;        // of every path buffer here
-inline constexpr std::uint32_t text_size_max = 65535;  // of a printed record
+inline constexpr std::uint32_t path_size = 256;         // of every path buffer here
+inline constexpr std::uint32_t text_size_max = 65535;   // of a printed record
 inline constexpr char config_file_name[] = "orvo.cfg";  // lies in the base directory itself
 
 // Prints a record into text (text_size_max bytes); the length, or a negative number when
 // it does not fit.
-using unparse_function = std::int32_t (*)(void* task, char* text, const void* record, std::uint32_t record_len);
+using unparse_function = std::int32_t (*)(void* task, char* text, const void* record,
+                                          std::uint32_t record_len);
 
 // 0; 8194 no name, a name that is no plain file name, or a path that does not fit.
 std::int16_t get_filename(void* task, const char* directory, char* path, std::uint16_t num_keys,
