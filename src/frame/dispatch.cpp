@@ -6,6 +6,7 @@
 #include "cmstatus/cm_status.h"
 #include "frame/first_handlers.h"
 #include "targets/targets.h"
+#include "textrec/text_records.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -13,6 +14,7 @@ namespace {
 using namespace zvrdb::catalog;
 using namespace zvrdb::cmstatus;
 using namespace zvrdb::targets;
+using namespace zvrdb::textrec;
 
 constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
                                       nullptr, file_class, 0,       {0, 0, 0}, 0};
@@ -32,9 +34,10 @@ constexpr record_type without_handlers(record_class sem_index, std::uint16_t num
 // del, get, get_next, get_more, put, start_list, init_list, class, keys, key lengths
 constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  0 cfg */ {nullptr, get_cfg, nullptr, nullptr, put_cfg, nullptr, nullptr, file_class, 0, {0, 0, 0}, 0},
-    /*  1 rte */ without_handlers(file_class, 0),
-    /*  2 scn */ without_handlers(file_class, 1),
-    /*  3 scf */ without_handlers(file_class, 0),
+    /*  1 rte */ {nullptr, get_rte, nullptr, nullptr, put_rte, nullptr, nullptr, file_class, 0, {0, 0, 0}, 0},
+    /*  2 scn */
+    {del_scn, get_scn, get_next_scn, nullptr, put_scn, start_list_scn, nullptr, file_class, 1, {0, 0, 0}, 0},
+    /*  3 scf */ {nullptr, get_scf, nullptr, nullptr, put_scf, nullptr, nullptr, file_class, 0, {0, 0, 0}, 0},
     /*  4 trg */
     {del_trg,
      get_trg,
@@ -52,7 +55,8 @@ constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  6 tg  */ without_handlers(memory_class, 1),
     /*  7 ua  */
     {nullptr, get_ua, nullptr, nullptr, nullptr, nullptr, nullptr, memory_class, 3, {0, 16, 32}, 0},
-    /*  8 ucf */ without_handlers(memory_class, 0),
+    /*  8 ucf */
+    {nullptr, get_ucf, nullptr, nullptr, put_ucf, nullptr, nullptr, memory_class, 0, {0, 0, 0}, 0},
     /*  9 cat */
     {del_cat,
      get_cat,

@@ -9,6 +9,7 @@
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "targets/targets.h"
+#include "textrec/parsed_files.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -213,6 +214,9 @@ std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
   const bool created = !is_mapped(tcb);
   std::int16_t rc = DBE_OK;
   if (created) {
+    // Text records of this class have no flag of their own: they are put right now.
+    const std::int16_t refreshed = textrec::refresh_parsed(task);
+    ZVR_TRACE(task, 1, 2, "refresh_parsed returned %hx", static_cast<unsigned short>(refreshed));
     rc = map_current(task, tcb);
     if (rc != DBE_OK) return rc;
   }

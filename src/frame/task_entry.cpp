@@ -7,6 +7,7 @@
 #include "memory/trace.h"
 #include "recfile/recfile.h"
 #include "tasklaunch/version.h"
+#include "textrec/parsed_files.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -104,9 +105,13 @@ std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   return rc;
 }
 
-// Text record directories come later; until then they are taken to be clean.
+// A task that died while it replaced a text record left the flag at 0.
 std::int16_t enter_file_class(void* task, DBR_TCB* tcb) {
-  tcb->cntl->fparsed_ok = 1;
+  if (tcb->cntl->fparsed_ok == 0) {
+    const std::int16_t rc = textrec::refresh_parsed(task);
+    if (rc != DBE_OK) return rc;
+    tcb->cntl->fparsed_ok = 1;
+  }
   return attach_memory(task, tcb);
 }
 
