@@ -30,6 +30,7 @@ struct conversion {
   db_mig_watcher watcher;
   void* context;
   std::uint32_t stage;
+  std::uint32_t max_targets;  // of the base configuration
   // Numbers of change files in the older catalog, free ones too. In a dry run nothing but
   // this tells it.
   std::uint32_t catalog_numbers;

@@ -68,15 +68,12 @@ std::int16_t run_locked(conversion& run) {
   recfile::reap_dead_use_counts(run.task);
   frame::drop_memory(run.task, run.tcb);
   run.tcb->sem_index = file_class;  // of "orvo.cfg", the one text that is written
-  std::int16_t rc = DBE_OK;
-  if (run.dry_run) {
-    rc = run_stages(run);
-    free_table(run);
-    return rc;
-  }
   const auto* config = static_cast<const unsigned char*>(co_croca(run.task, CO_AREA_CONFIG));
   if (!config) return DBE_IO_ERROR;
-  run.tcb->cntl->num_trgs_allowed = load_u32(config + max_targets_at);
+  run.max_targets = load_u32(config + max_targets_at);
+  if (run.dry_run) return run_stages(run);
+  std::int16_t rc = DBE_OK;
+  run.tcb->cntl->num_trgs_allowed = run.max_targets;
   textrec::refresh_parsed(run.task);
   run_changing(run, &rc);
   return rc;

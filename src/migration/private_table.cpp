@@ -37,10 +37,10 @@ std::int16_t load_names(conversion& run, const new_file& file, unsigned char* im
   std::uint32_t highest = 0;
   std::int16_t rc =
       for_each_target(run, file, image, [&](std::uint32_t number, const char*) { highest = std::max(highest, number); });
-  if (rc == DBE_OK && highest > run.tcb->cntl->num_trgs_allowed) {
+  if (rc == DBE_OK && highest > run.max_targets) {
     tell_note(run, 0, "target numbers above MAX TARGETS (%lu) are passed over",
-              static_cast<unsigned long>(run.tcb->cntl->num_trgs_allowed));
-    highest = run.tcb->cntl->num_trgs_allowed;
+              static_cast<unsigned long>(run.max_targets));
+    highest = run.max_targets;
   }
   if (rc == DBE_OK) rc = make_table(run, highest);
   if (rc != DBE_OK) return rc;

@@ -42,7 +42,7 @@ struct work_areas {
 // The names in order; as many as MAX TARGETS at most.
 std::int16_t list_names(const conversion& run, const char* directory, work_areas* work) {
   const std::uint32_t room =
-      std::min(run.tcb->cntl->num_trgs_allowed, most_listed) * static_cast<std::uint32_t>(memory::trg_name_len);
+      std::min(run.max_targets, most_listed) * static_cast<std::uint32_t>(memory::trg_name_len);
   work->names = work->take(room + memory::trg_name_len, "TRG_INIT");
   work->record = work->take(parameter_len, "TRG_BUFF");
   work->older = work->take(textrec::older_target_len, "TRG_BUFF");
@@ -168,7 +168,7 @@ std::int16_t convert_each(conversion& run, const target_directories& from, const
   }
   tell_count(run, "targets", work.count);
   for (unsigned side = 0; side < 2; ++side) tell_count(run, sides[side].kind, counts->sides[side]);
-  tell_count(run, "users", counts->users.made);
+  if (!run.dry_run) tell_count(run, "users", counts->users.made);
   tell_count(run, "users passed over", counts->users.passed_over);
   return DBE_OK;
 }
