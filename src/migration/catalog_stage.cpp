@@ -45,17 +45,15 @@ std::int16_t make_plan(const conversion& run, catalog_plan* plan) {
   if (!database_path(run.task, "catalog.old", plan->old_path) ||
       !database_path(run.task, "catalog.old.done", plan->done_path))
     return DBE_IO_ERROR;
-  const bool record_file = plan->current.exists && is_record_file(run.task, plan->current.path);
+  const file_begin begin = plan->current.exists ? begin_of(run.task, plan->current.path) : file_begin::nothing;
   if (!working.exists) {
-    plan->action = record_file ? catalog_plan::nothing : catalog_plan::rename_first;
+    plan->action = begin == file_begin::record_file ? catalog_plan::nothing : catalog_plan::rename_first;
     return ok_or(plan->current.exists, DBE_IO_ERROR);
   }
   std::memcpy(plan->old_path, working.path, sizeof plan->old_path);
   plan->action = catalog_plan::resume;
-  // A record file that was being made is shorter than any record of the older catalog.
-  const bool older_beside = plan->current.exists && !record_file &&
-                            file_size(run.task, plan->current.path) >= older_catalog_len;
-  return ok_or(!older_beside, DBE_IO_ERROR);
+  // What stands in its place must be what that run had made of the new one so far.
+  return ok_or(begin != file_begin::other, DBE_IO_ERROR);
 }
 
 std::int16_t convert_record(const conversion& run, const unsigned char* older, new_file* file,
@@ -137,7 +135,7 @@ std::int16_t convert(conversion& run, const catalog_plan& plan) {
   const bool still_there = run.dry_run && plan.action == catalog_plan::rename_first;
   const char* older = still_there ? plan.current.path : plan.old_path;
   new_file file(run);
-  if (!run.dry_run && file.open(DB_CAT) != DBE_OK) return fail(run, path);
+  if (!run.dry_run && file.open(DB_CAT, building::anew) != DBE_OK) return fail(run, path);
   catalog_counts counts;
   std::int16_t rc = convert_file(run, older, &file, &counts);
   if (rc == DBE_OK && !run.dry_run) rc = file.commit();

@@ -99,7 +99,7 @@ std::int16_t convert_groups(const conversion& run, const char* directory) {
   std::int16_t rc = list_groups(run, directory, &areas);
   if (rc != DBE_OK) return rc;
   new_file file(run);
-  if (!run.dry_run) rc = file.open(DB_TG);
+  if (!run.dry_run) rc = file.open(DB_TG, building::anew);
   for (std::uint16_t i = 0; i < areas.count && rc == DBE_OK; ++i) {
     rc = convert_group(run, directory, areas, i, &file);
     if (rc == DBE_OK) tell_progress(run, i + 1u, areas.count);

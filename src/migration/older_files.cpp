@@ -159,14 +159,18 @@ std::int16_t rm_dir_if_there(const conversion& run, const char* directory) {
   return rc == DBE_OK && entry.exists ? rm_dir(run, entry.name) : rc;
 }
 
-bool is_record_file(void* task, const char* path) {
+file_begin begin_of(void* task, const char* path) {
   std::uint32_t file = 0;
-  if (co_open(task, path, CO_OPEN_READ, &file) != CO_OK) return false;
+  if (co_open(task, path, CO_OPEN_READ, &file) != CO_OK) return file_begin::other;
   unsigned char header[engine::header_size] = {};
   std::uint32_t length = sizeof header;
-  const bool whole = co_read(task, file, header, &length) == CO_OK && length == sizeof header;
+  const bool readable = co_read(task, file, header, &length) == CO_OK;
   co_close(task, file);
-  return whole && (has_magic(header, engine::byte_order::little) || has_magic(header, engine::byte_order::big));
+  if (!readable) return file_begin::other;
+  if (has_magic(header, engine::byte_order::little) || has_magic(header, engine::byte_order::big))
+    return file_begin::record_file;
+  const bool zeros = std::all_of(header, header + length, [](unsigned char byte) { return byte == 0; });
+  return zeros || length < sizeof header ? file_begin::nothing : file_begin::other;
 }
 
 std::uint32_t file_size(void* task, const char* path) {

@@ -65,8 +65,10 @@ std::int16_t rm_dir(const conversion& run, const char* directory);
 // The same for an entry that may be missing or have another case: 0 when it is missing.
 std::int16_t rm_dir_if_there(const conversion& run, const char* directory);
 
-// Whether the file is one of the storage engine.
-bool is_record_file(void* task, const char* path);
+// What a file begins with. nothing: shorter than a header, or zeros (a file that was being
+// made when the machine went down).
+enum class file_begin { record_file, nothing, other };
+file_begin begin_of(void* task, const char* path);
 // Bytes of a file; 0 when there is none.
 std::uint32_t file_size(void* task, const char* path);
 

@@ -116,7 +116,7 @@ std::int16_t convert_files(const conversion& run, const status_files& files, std
   }
   tell_files_of_nobody(run, files);
   new_file file(run);
-  rc = file.open(DB_CMS);
+  rc = file.open(DB_CMS, building::anew);
   if (rc == DBE_OK) rc = put_target_sides(run, files, &file, pairs_of);
   if (rc == DBE_OK) rc = put_change_file_sides(run, files, &file, pairs_of, numbers);
   if (rc == DBE_OK) rc = file.commit();

@@ -97,7 +97,6 @@ struct side_record {
 struct stage_counts {
   std::uint32_t local = 0;
   std::uint32_t sides[2] = {};
-  user_counts users;
 };
 
 std::int16_t convert_side(const conversion& run, const side_record& side, const directory_names& names,
@@ -125,7 +124,7 @@ std::int16_t convert_side(const conversion& run, const side_record& side, const 
 }
 
 std::int16_t convert_target(conversion& run, const char* directory, const work_areas& work, std::uint32_t i,
-                            new_file* targets, new_file* users, stage_counts* counts) {
+                            new_file* targets, listed_users* users, stage_counts* counts) {
   const textrec::parsed_source source = {DB_TRG, directory, textrec::older_key_len, textrec::older_target_keywords};
   char name[memory::trg_name_len + 1];
   copy_name(work.names, i, name);
@@ -142,11 +141,11 @@ std::int16_t convert_target(conversion& run, const char* directory, const work_a
     rc = targets->put(DB_TRG, &key, work.record, target_len);
     if (!stored(rc)) return rc;
   }
-  return add_users(run, users, work.older, &counts->users);
+  return users->add(work.older, i + 1);
 }
 
 std::int16_t convert_each(conversion& run, const target_directories& from, const work_areas& work,
-                          new_file* targets, new_file* users, stage_counts* counts) {
+                          new_file* targets, listed_users* users, stage_counts* counts) {
   const side_record sides[] = {
       {DB_THW, from.hardware, textrec::older_hardware_keywords, textrec::older_hardware_len, hardware_len,
        textrec::older_hardware_count, "hardware records"},
@@ -168,8 +167,7 @@ std::int16_t convert_each(conversion& run, const target_directories& from, const
   }
   tell_count(run, "targets", work.count);
   for (unsigned side = 0; side < 2; ++side) tell_count(run, sides[side].kind, counts->sides[side]);
-  if (!run.dry_run) tell_count(run, "users", counts->users.made);
-  tell_count(run, "users passed over", counts->users.passed_over);
+  tell_count(run, "users passed over", users->passed_over());
   return DBE_OK;
 }
 
@@ -187,21 +185,24 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   stage_counts counts;
   new_file targets(run);
   new_file users(run);
-  if (run.dry_run) return rc = convert_each(run, from, work, &targets, &users, &counts);
-  if (targets.open(DB_TRG) != DBE_OK || users.open(DB_USR) != DBE_OK) return rc = DBE_IO_ERROR;
+  listed_users listed(run);
+  if (run.dry_run) return rc = convert_each(run, from, work, &targets, &listed, &counts);
+  if (targets.open(DB_TRG, building::anew) != DBE_OK || users.open(DB_USR) != DBE_OK) return rc = DBE_IO_ERROR;
   rc = enter_names(run, work);
-  if (rc == DBE_OK) rc = convert_each(run, from, work, &targets, &users, &counts);
+  if (rc == DBE_OK) rc = convert_each(run, from, work, &targets, &listed, &counts);
+  if (rc == DBE_OK) rc = listed.put(&users);
   if (rc == DBE_OK) {
     memory::sort_dsu(run.task);
     rc = copy_srv_names(run, &targets);
   }
   if (rc == DBE_OK) raise_local_limit(run, counts.local);
-  if (rc == DBE_OK) rc = users.commit();
   if (rc == DBE_OK) rc = targets.commit();
+  if (rc == DBE_OK) rc = users.commit();
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;
   }
+  tell_count(run, "users", listed.users());
   rc = users.close();
   return rc == DBE_OK ? rc = targets.close() : rc;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/heap_sort.h"
 #include "memory/shared_tables.h"
 #include "memory/trace.h"
 #include "migration/field_copy.h"
@@ -76,24 +77,6 @@ bool lists(const unsigned char* record, std::uint32_t count, const char* target)
   return false;
 }
 
-std::int16_t add_user(const conversion& run, new_file* users, const char* name, const char* target,
-                      user_counts* counts) {
-  unsigned char record[user_len] = {};
-  name_key key = {DB_USR, {}, 0};
-  std::memcpy(key.name, name, std::min(std::strlen(name), sizeof key.name));
-  std::int16_t rc = keyed::get_keyed(run.task, DB_USR, users->handle(), &key, record, sizeof record);
-  const bool is_new = rc == DBE_NOT_FOUND;
-  if (!is_new && !stored(rc)) return DBE_IO_ERROR;
-  if (is_new) {
-    std::memset(record, 0, sizeof record);
-    std::memcpy(record, key.name, sizeof key.name);
-    ++counts->made;
-  }
-  update_usr_rec(run, record, target, is_new);
-  rc = users->put(DB_USR, &key, record, sizeof record);
-  return ok_or(stored(rc), DBE_IO_ERROR);
-}
-
 }  // namespace
 
 void update_usr_rec(const conversion& run, unsigned char* record, const char* target, bool is_new) {
@@ -101,7 +84,7 @@ void update_usr_rec(const conversion& run, unsigned char* record, const char* ta
   if (is_new) begin_record(run, record);
   if (load_u32(record + all_targets_at) != 0) return;
   const std::uint32_t count = std::min<std::uint32_t>(load_u16(record + target_count_at), most_targets);
-  // A conversion that was cut short has added it before.
+  // A conversion that was cut short may have added it before.
   if (lists(record, count, target)) return;
   unsigned char* list = record + targets_at;
   if (count == most_targets) {
@@ -117,24 +100,90 @@ void update_usr_rec(const conversion& run, unsigned char* record, const char* ta
   store_u16(record + target_count_at, static_cast<std::uint16_t>(count + 1));
 }
 
-std::int16_t add_users(const conversion& run, new_file* users, const unsigned char* older, user_counts* counts) {
+listed_users::~listed_users() {
+  if (list_) co_free_int(run_.task, list_, "add_users");
+}
+
+std::int16_t listed_users::keep(const listed& one) {
+  constexpr std::uint32_t least_room = 1024;
+  if (count_ == room_) {
+    const std::uint32_t wanted = std::max(room_ * 2, least_room);
+    auto* larger = static_cast<listed*>(
+        co_malloc(run_.task, wanted * static_cast<std::uint32_t>(sizeof(listed)), CO_MEM_PRIVATE, "MIG_USR"));
+    if (!larger) {
+      co_log2(run_.task, 36355, 0, 0, 0, "%s", "MIG_USR");
+      return DBE_IO_ERROR;
+    }
+    if (list_) {
+      std::memcpy(larger, list_, count_ * sizeof(listed));
+      co_free_int(run_.task, list_, "add_users");
+    }
+    list_ = larger;
+    room_ = wanted;
+  }
+  list_[count_++] = one;
+  return DBE_OK;
+}
+
+std::int16_t listed_users::add(const unsigned char* older, std::uint32_t target_number) {
   std::int16_t rc = DBE_OK;
-  const trace_bracket bracket(run.task, __func__, &rc);
-  char target[memory::trg_name_len + 1] = {};
-  std::memcpy(target, older, memory::trg_name_len);
+  const trace_bracket bracket(run_.task, __func__, &rc);
   const std::uint32_t count = std::min<std::uint32_t>(load_u16(older + older_count_at), textrec::older_user_count);
   for (std::uint32_t i = 0; i < count && rc == DBE_OK; ++i) {
+    listed one = {{}, target_number};
+    std::memcpy(one.name, older + older_users_at + i * user_name_len, user_name_len);
+    if (one.name[0] == 0) continue;  // the count said more than there were
     user_name name = {};
-    std::memcpy(name, older + older_users_at + i * user_name_len, user_name_len);
-    if (name[0] == 0) continue;  // the count said more than there were
-    if (may_stand(run, name)) {
-      if (!run.dry_run) rc = add_user(run, users, name, target, counts);
+    std::memcpy(name, one.name, user_name_len);
+    if (may_stand(run_, name)) {
+      rc = keep(one);
       continue;
     }
-    ++counts->passed_over;
-    if (!run.dry_run) co_log2(run.task, name_passed_over, 0, 0, 0, "%s", name);
-    tell_note(run, name_passed_over, "target %s: the user name \"%s\" holds a character that is not allowed", target,
-              name);
+    ++passed_over_;
+    if (!run_.dry_run) co_log2(run_.task, name_passed_over, 0, 0, 0, "%s", name);
+    tell_note(run_, name_passed_over, "target %.64s: the user name \"%s\" holds a character that is not allowed",
+              reinterpret_cast<const char*>(older), name);
+  }
+  return rc;
+}
+
+std::int16_t listed_users::put_user(new_file* users, const listed* first, const listed* end) {
+  unsigned char record[user_len] = {};
+  name_key key = {DB_USR, {}, 0};
+  std::memcpy(key.name, first->name, sizeof key.name);
+  std::int16_t rc = keyed::get_keyed(run_.task, DB_USR, users->handle(), &key, record, sizeof record);
+  bool is_new = rc == DBE_NOT_FOUND;
+  if (!is_new && !stored(rc)) return DBE_IO_ERROR;
+  if (is_new) {
+    std::memset(record, 0, sizeof record);
+    std::memcpy(record, first->name, sizeof first->name);
+  }
+  for (const listed* one = first; one != end; ++one) {
+    char target[memory::trg_name_len + 1] = {};
+    std::memcpy(target, run_.tcb->trg_cntl[one->target_number - 1].trg_name, memory::trg_name_len);
+    update_usr_rec(run_, record, target, is_new);
+    is_new = false;
+  }
+  key = {DB_USR, {}, 0};
+  std::memcpy(key.name, first->name, sizeof key.name);
+  rc = users->put(DB_USR, &key, record, sizeof record);
+  return ok_or(stored(rc), DBE_IO_ERROR);
+}
+
+std::int16_t listed_users::put(new_file* users) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(run_.task, __func__, &rc);
+  memory::sort_entries(list_, count_, [](const listed& a, const listed& b) {
+    const int compared = std::memcmp(a.name, b.name, sizeof a.name);
+    return compared < 0 || (compared == 0 && a.target_number < b.target_number);
+  });
+  const listed* end = list_ + count_;
+  for (const listed* first = list_; first != end && rc == DBE_OK;) {
+    const listed* next = first;
+    while (next != end && std::memcmp(next->name, first->name, sizeof first->name) == 0) ++next;
+    rc = put_user(users, first, next);
+    ++users_;
+    first = next;
   }
   return rc;
 }

@@ -8,6 +8,7 @@
 
 #include "migration/conversion.h"
 #include "migration/migration_fixture.h"
+#include "migration/new_files.h"
 
 using namespace migration_test;
 
@@ -38,6 +39,7 @@ class Converted : public MigrationTest {
     if (child == 0) {
       void* own = co_init_task("killed", nullptr, 1);
       steps_left = step;
+      zvrdb::migration::set_transaction_records(2);
       zvrdb::migration::set_step_hook(die_at_zero);
       _exit(own ? (db_mig_das(own) == DBE_OK ? 0 : 2) : 3);
     }
