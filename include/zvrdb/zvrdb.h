@@ -45,6 +45,8 @@ extern "C" {
 /* Results.  0x20xx tell of records, 0x21xx of files. */
 enum {
   DBE_OK = 0,
+  DBE_MIGRATION = 6425,         /* the older database is in a state that no conversion leaves, or a text
+                                   of it cannot be parsed */
   DBE_BAD_DB_ID = 8193,         /* db_id out of range, or no such operation for this record type */
   DBE_NOT_FOUND = 8194,         /* no such record */
   DBE_BAD_RECORD = 8195,        /* cannot be parsed, or no field table, or a name that may not stand there */
@@ -356,6 +358,52 @@ DB_API int16_t parse_keyed(void *task, uint32_t db_id, const void *external, voi
 /* For each db_id: how much of the record its key alone can fill, in bytes; 0 for types
  * without a keyed record. */
 DB_API extern const uint32_t int_key_len[DB_TYPE_COUNT];
+
+/* ---- Conversion of an older database ------------------------------------
+ *
+ * An older release kept the database under "db" as directories of text files, a binary
+ * catalog and a directory of CM status files. db_mig_das converts all of it in place, in
+ * stages: catalog, targets with their users, CM status, target groups, authorization, the
+ * remote user. It may be called again after whatever end it had, a kill too: each stage
+ * looks at what is there and is run, resumed or passed over. It holds both locks of the
+ * installation from begin to end, SIGINT, SIGQUIT and SIGHUP with them; nothing else
+ * should run meanwhile. Authorization and the remote user have no state of their own:
+ * their records (both tables of access keys, the profiles ZVRUSER, ZVRBLD and ZVRADMN, the
+ * user "remuser") are written anew by every call that comes so far.
+ *
+ * DBE_OK, or the code of the stage that failed; later stages are not run then.
+ * DBE_IO_ERROR: a file, memory, or a state that cannot be gone on from (36388 logged for
+ * the catalog, 36391 for CM status of a change file that the catalog has not, 36355 for
+ * memory); DBE_MIGRATION; DBE_NO_TARGET: a group or a server link names no target;
+ * DBE_TRANS_IN_PROGRESS: the task has a transaction open. */
+DB_API int16_t db_mig_das(void *task);
+
+enum { DB_MIG_DRY_RUN = 1 };
+/* Stages, in their order. */
+enum { DB_MIG_CATALOG, DB_MIG_TARGETS, DB_MIG_CM_STATUS, DB_MIG_GROUPS, DB_MIG_AUTHORIZATION, DB_MIG_REMOTE, DB_MIG_STAGES };
+/* What an event tells. */
+enum {
+  DB_MIG_BEGIN = 1,    /* a stage begins; text: what it finds and will do, total: 0 when that is nothing */
+  DB_MIG_PROGRESS = 2, /* done items of total */
+  DB_MIG_NOTE = 3,     /* something was passed over or is odd; text: what, rc: number of the message that
+                          was logged, or 0 */
+  DB_MIG_COUNT = 4,    /* done: how many records of the kind that text names were converted */
+  DB_MIG_END = 5       /* the stage has ended with rc */
+};
+typedef struct db_mig_event {
+  uint32_t kind;
+  uint32_t stage;
+  uint32_t done;
+  uint32_t total;
+  int32_t rc;
+  const char *text; /* null where none is told; stays for the time of the call only */
+} db_mig_event;
+typedef void (*db_mig_watcher)(void *context, const db_mig_event *event);
+/* db_mig_das with someone watching (null: nobody). The watcher makes no calls of the
+ * library. DB_MIG_DRY_RUN: everything is read and looked at as for the conversion, and
+ * nothing is written; a stage that a conversion would fail in by what was read answers the
+ * same code, and the following stages are looked at all the same. */
+DB_API int16_t db_mig_watched(void *task, uint32_t options, db_mig_watcher watcher, void *context);
 
 #ifdef __cplusplus
 }
