@@ -51,6 +51,29 @@ bool open_flags_of(uint32_t flags, int* out) {
   }
 }
 
+bool below_base(const char* path) {
+  const char* base = process().installation.base;
+  const size_t length = strlen(base);
+  return length > 0 && strncmp(path, base, length) == 0 && path[length] == '/';
+}
+
+// A directory of the installation belongs to whom the base directory belongs, and is as
+// open to its group, whoever makes it.
+bool fit_to_base(const char* path) {
+  const Installation& installation = process().installation;
+  struct stat base;
+  struct stat made;
+  const int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  bool fits = stat(installation.base, &base) == 0 && give_to_owner(installation, fd) && fstat(fd, &made) == 0;
+  if (fits && (made.st_uid == geteuid() || geteuid() == 0)) {
+    const mode_t wanted = (made.st_mode | (base.st_mode & (S_IWGRP | S_ISGID))) & 07777;
+    fits = (made.st_mode & 07777) == wanted || fchmod(fd, wanted) == 0;
+  }
+  close(fd);
+  return fits;
+}
+
 uint16_t failure_of_path() {
   return errno == ENOENT || errno == ENOTDIR ? static_cast<uint16_t>(CO_NOT_FOUND)
                                              : static_cast<uint16_t>(CO_IO_ERROR);
@@ -170,7 +193,14 @@ uint16_t co_rename(void* handle, const char* from, const char* to, uint32_t one)
 uint16_t co_mkdir(void* handle, const char* path) {
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
   const uint16_t answer = asked("mkdir", path);
-  return answer != CO_OK ? answer : result_of(mkdir(path, 0775));
+  if (answer != CO_OK) return answer;
+  if (mkdir(path, 0775) != 0) return result_of(-1);
+  if (below_base(path) && !fit_to_base(path)) {
+    const uint16_t failure = result_of(-1);
+    rmdir(path);
+    return failure;
+  }
+  return CO_OK;
 }
 
 uint16_t co_rmdir(void* handle, const char* path) {

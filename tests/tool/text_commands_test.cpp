@@ -38,13 +38,14 @@ TEST_F(TextCommands, ConnectionsArePutReadListedAndDeleted) {
       base.tool({"put", "scn"},
                 R"({"connection":"B","protocol":"TCP/IP","connection_type":"STS","remote_server":"OSLO"})"
                 "\n"
-                R"({"connection":"A","send_tp":"TP","next_rgn":"NORTH","next_ren":"OSLO01"})");
+                R"({"connection":"A","send_tp":"TP","next_rgn":"OSLO01","next_ren":"OSLO01"})");
   ASSERT_EQ(put.exit, 0) << put.err;
   EXPECT_THAT(connection("B"), HasSubstr("PROTOCOL:         TCP/IP\nREMOTE SERVER NAME:  OSLO\n"));
   const zvradm::json got = base.tool({"get", "scn", "A", "--words"}).json();
   EXPECT_EQ(got["protocol"], "APPC");
   EXPECT_EQ(got["next_ren"], "OSLO01");
-  EXPECT_EQ(got["remote_server"], "OSLO") << "derived from the next DSU";
+  EXPECT_EQ(got["remote_server"], "OSLO")
+      << "derived from the next DSU: the RGN of a local target is the REN of this server";
   const auto listed = base.tool({"list", "scn"}).lines();
   ASSERT_EQ(listed.size(), 2u);
   EXPECT_EQ(zvradm::json::parse(listed[0])["connection"], "A");
