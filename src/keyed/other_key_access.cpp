@@ -183,6 +183,18 @@ std::int16_t read_request(void* task, const recfile::open_file& file, unsigned c
   return DBE_OK;
 }
 
+// The next request of the list as its first piece has it.  Later pieces of a long record
+// have the same destination in their keys and are passed over.  0, 8199 or 8455.
+std::int16_t next_record(void* task, const recfile::open_file& file, std::uint32_t db_id,
+                         unsigned char* state, unsigned char* external, std::uint32_t* external_len) {
+  std::int16_t rc = DBE_OK;
+  do {
+    rc = next_request(task, file, db_id, state);
+    if (rc == DBE_OK) rc = read_request(task, file, external, external_len);
+  } while (rc == DBE_OK && recfile::recnum_of(file, external) != 0);
+  return rc;
+}
+
 // Only these two types are listed by destination, each by its own key.
 bool index_fits(std::uint32_t db_id, std::uint16_t index) {
   return (db_id == DB_RQD && index == by_server) || (db_id == DB_RQT && index == by_target);
@@ -246,10 +258,10 @@ std::int16_t get_more_alt(void* task, std::uint32_t db_id, file_entry* handle, v
     return rc = DBE_END_OF_LIST;
   }
   unsigned char* external = scratch_area(task, "GET_MORE");
-  rc = external ? next_request(task, file, db_id, static_cast<unsigned char*>(list_state))
-                : std::int16_t{DBE_IO_ERROR};
   std::uint32_t external_len = 0;
-  if (rc == DBE_OK) rc = read_request(task, file, external, &external_len);
+  rc = external ? next_record(task, file, db_id, static_cast<unsigned char*>(list_state), external,
+                              &external_len)
+                : std::int16_t{DBE_IO_ERROR};
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;

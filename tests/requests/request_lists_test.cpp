@@ -237,6 +237,28 @@ TEST_F(ByDestination, GivesWholeRecords) {
   EXPECT_EQ(back, record);
 }
 
+// A text without an end is stored up to the end of the record, which makes it a record of
+// several pieces, each with the destination in its key.
+TEST_F(ByDestination, GivesARecordOfSeveralPiecesOnce) {
+  for (const unsigned n : {1u, 2u}) {
+    bytes record = at(n, "T1").of(DB_RQT);
+    record.resize(40000, 'x');
+    ASSERT_EQ(put_record(DB_RQT, at(n, "T1"), record), DBE_OK);
+  }
+  put_targets(3, 3, "T1");
+  bytes state;
+  ASSERT_EQ(begin(DB_RQT, by_target("T1"), state), DBE_OK);
+  EXPECT_EQ(rest(DB_RQT, state), (numbers{1, 2, 3}));
+
+  Id id = at(1, "T1");
+  bytes record = id.of(DB_RQD);
+  record.resize(40000, 'x');
+  ASSERT_EQ(put_record(DB_RQD, id, record), DBE_OK);
+  Id filter = everything();
+  filter.domain = "SRV";
+  EXPECT_EQ(list(DB_RQD, filter).ids, strings{id.text(DB_RQD)});
+}
+
 TEST_F(ByDestination, ReadsNoRecordOfAnotherTarget) {
   put_targets(1, 20, "T2");
   put_targets(21, 24, "T1");
