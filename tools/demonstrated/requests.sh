@@ -110,7 +110,7 @@ show_request() {
   from=$(now)
   "$tool" put tg "$scratch/groups.jsonl" >/dev/null
   say "   $("$tool" list tg --names | wc -l) groups stored in $(since "$from") ms:"
-  say "     $(sed 's/.*"name":"\([^"]*\)","description":"\([0-9]*\) .*/\1 \2/' "$scratch/groups.jsonl" | tr '\n' ' ')"
+  say "     $(sed 's/.*"name":"\([^"]*\)","description":"\([0-9]*\) .*/\1 \2/' "$scratch/groups.jsonl" | paste -s -d ' ' -)"
   "$tool" get tg Europe | sed 's/.*"members":\[\([^]]*\)\].*/\1/' | tr ',' '\n' | tr -d '"' >"$scratch/members"
   {
     request "$asking" 1 "$package to Europe" DISTRIBUTE INSTALL <"$scratch/members"
