@@ -77,10 +77,10 @@ value_of() { sed "s/.*\"$1\":\"\([^\"]*\)\".*/\1/"; }
 # request_name USER SEQUENCE
 request_name() { printf '%s.%s.%s.0\n' "$(in_name "$machine")" "$(in_name "$1")" "$2"; }
 in_name() { printf '%s' "$1" | sed 's/[.\\]/\\&/g'; }
-# records_of SEQUENCE: how many records of all types the request of the asking user has.
+# records_of USER SEQUENCE: how many records of all types the request has.
 records_of() {
   for type in rqr rqf fan rqd rqt rqv; do
-    "$tool" list "$type" --server "$machine" --user "$asking" --seq "$1" --rec 0
+    "$tool" list "$type" --server "$machine" --user "$1" --seq "$2" --rec 0
   done | wc -l
 }
 
@@ -110,7 +110,7 @@ show_request() {
   from=$(now)
   "$tool" put tg "$scratch/groups.jsonl" >/dev/null
   say "   $("$tool" list tg --names | wc -l) groups stored in $(since "$from") ms:"
-  say "     $(sed 's/.*"name":"\([^"]*\)","description":"\([0-9]*\) .*/\1 \2/' "$scratch/groups.jsonl" | tr '\n' ' ')"
+  say "     $(sed 's/.*"name":"\([^"]*\)","description":"\([0-9]*\) .*/\1 \2/' "$scratch/groups.jsonl" | paste -s -d ' ' -)"
   "$tool" get tg Europe | sed 's/.*"members":\[\([^]]*\)\].*/\1/' | tr ',' '\n' | tr -d '"' >"$scratch/members"
   {
     request "$asking" 1 "$package to Europe" DISTRIBUTE INSTALL <"$scratch/members"
@@ -138,18 +138,17 @@ show_removal_of_request() {
   "$tool" request-tree show "$asked" >"$scratch/shown"
   first_lines 5 "$scratch/shown"
   say "     ... $(lines_of "$scratch/shown") lines in all"
-  stored=$(records_of 1)
+  stored=$(records_of "$asking" 1)
   from=$(now)
   "$tool" request-tree del "$asked"
-  say "   request-tree del in $(since "$from") ms: of its $stored records $(records_of 1) are left"
+  say "   request-tree del in $(since "$from") ms: of its $stored records $(records_of "$asking" 1) are left"
   for question in "request-tree show $asked" "get coo $asked.INSTALL" "request of $correlator"; do
     # shellcheck disable=SC2086  # a question is several words
     "$tool" $question 2>"$scratch/refused" && fail "$question: it is still there"
     say "   $(sed 's/^zvradm: //' "$scratch/refused")"
   done
-  [ "$(records_of 1)" -eq 0 ] || fail "records of the deleted request are left"
-  say "   what the other user asked for is there:"
-  "$tool" request-tree show "$(request_name "$other" 2)" | sed 's/^/     /'
+  [ "$(records_of "$asking" 1)" -eq 0 ] || fail "records of the deleted request are left"
+  say "   what $other asked for is there: request $(request_name "$other" 2) with $(records_of "$other" 2) records"
 }
 
 # What is distributed: the time zone database itself, if a package brought it here, or any
