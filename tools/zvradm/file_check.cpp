@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "database_files.h"
 #include "engine/file_report.h"
 #include "json_output.h"
 #include "progress.h"
@@ -112,8 +113,9 @@ int check_file(const std::string& file, const check_request& request) {
 }
 
 int check_files(const check_request& request) {
-  int worst = 0;
-  for (const std::string& file : request.files) worst = std::max(worst, check_file(file, request));
+  const std::vector<std::string> files = record_files_among(request.files);
+  int worst = files.empty() ? exit_unreadable : 0;
+  for (const std::string& file : files) worst = std::max(worst, check_file(file, request));
   return worst;
 }
 
@@ -128,6 +130,7 @@ void add_file_check(CLI::App& file, globals& all) {
   sub.footer(R"(A line is printed for each problem and one for each file. Nothing is changed. Lines
 with "note:" tell what is remarkable and harmless, such as nodes that a roll-back has
 left behind; they come with --deep.
+Folders and text records among the names are passed over and told.
 Exit codes: 0 all sound, 1 problems, 2 a file that cannot be read or is no record file.
 
 Examples:
