@@ -24,7 +24,8 @@ std::int16_t get_usr(void* task, std::uint16_t num_keys, const void* const* keys
 // the caller's record: deleted is cleared, last_seqno set where the rules say so.
 std::int16_t put_usr(void* task, std::uint16_t num_keys, const void* const* keys, void* record,
                      std::uint16_t length);
-// 0, also when deleted already; 8194.
+// 0, also when deleted already; 8194; 8200 a login target was deleted and the table of
+// targets still gives its name.
 std::int16_t del_usr(void* task, std::uint16_t num_keys, const void* const* keys);
 // filter: a name (of which no more than 16 bytes are read), or a prefix before `*`; an empty
 // one is the empty name.  0; 8211 less than user_list_len bytes; 8195 no filter.

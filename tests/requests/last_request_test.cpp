@@ -72,6 +72,19 @@ TEST_F(LastRequest, ReadsAsMuchAsTheBufferTakes) {
   EXPECT_EQ(shorter, bytes(87, 0x77));
 }
 
+TEST_F(LastRequest, MayBeARecordOfSeveralPieces) {
+  bytes record = root("U", 5, 2).of(DB_RQR);
+  record.resize(40000, 'x');
+  ASSERT_EQ(put_record(DB_RQR, root("U", 5, 2), record), DBE_OK);
+  std::string found;
+  EXPECT_EQ(last(root("U", 5, 0), &found), DBE_OK);
+  EXPECT_EQ(found, "SRC.U.5.2");
+  const bytes key = root("U", 5, 0).of(DB_RQR);
+  bytes back(300, 0x77);
+  ASSERT_EQ(db_get_lst_rec(task, key.data(), back.data(), 300), DBE_OK);
+  EXPECT_TRUE(std::equal(back.begin(), back.end() - 1, record.begin()));
+}
+
 TEST_F(LastRequest, TakesTheIdentifierAsItStands) {
   ASSERT_EQ(put_request(DB_RQR, root("U", 5, 2)), DBE_OK);
   const bytes before = root("U", 5, 1).of(DB_RQR);

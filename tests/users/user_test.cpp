@@ -119,6 +119,28 @@ TEST_F(Users, ALoginTargetThatIsUnknownIsRefused) {
   EXPECT_EQ(load(DB_USR, "anna", 64), DBE_NOT_FOUND);
 }
 
+// The table of targets gives the name of a deleted one until it is loaded anew, and as a
+// name to store it is unknown.
+TEST_F(Users, ADeletionIsRefusedWhileTheNameOfADeletedLoginTargetIsRemembered) {
+  put_targets(2);
+  db_usr record = user("anna");
+  record.num_login_trgs = 2;
+  set_text(record.login_trgs[0], "T0");
+  set_text(record.login_trgs[1], "T1");
+  record.last_seqno = 7;
+  ASSERT_EQ(store(record), DBE_OK);
+  ASSERT_EQ(drop(DB_TRG, "T0"), DBE_OK);
+  EXPECT_EQ(text_of(load_whole<db_usr>(DB_USR, "anna").login_trgs[0]), "T0");
+  EXPECT_EQ(drop(DB_USR, "anna"), DBE_NO_TARGET);
+  EXPECT_EQ(load_whole<db_usr>(DB_USR, "anna").deleted, 0u) << "nothing is changed";
+  memory::raise_generation(task);
+  ASSERT_EQ(index_rc("T1"), DBE_OK);
+  const auto reloaded = load_whole<db_usr>(DB_USR, "anna");
+  EXPECT_EQ(text_of(reloaded.login_trgs[0]), "");
+  EXPECT_EQ(text_of(reloaded.login_trgs[1]), "T1");
+  EXPECT_EQ(drop(DB_USR, "anna"), DBE_OK);
+}
+
 TEST_F(Users, AGetOfAnyLengthGivesTheBeginOfTheRecord) {
   put_targets(1);
   db_usr record = user("anna", "of the first floor");
