@@ -53,6 +53,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_server_of(app, all);
   add_import(app, all);
   add_export(app, all);
+  add_migrate(app, all);
   add_matrix(app, all);
   add_trace(app, all);
   CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");

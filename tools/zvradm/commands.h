@@ -28,6 +28,7 @@ void add_target_by_rr(CLI::App& app, globals& all);
 void add_server_of(CLI::App& app, globals& all);
 void add_import(CLI::App& app, globals& all);
 void add_export(CLI::App& app, globals& all);
+void add_migrate(CLI::App& app, globals& all);
 void add_matrix(CLI::App& app, globals& all);
 void add_trace(CLI::App& app, globals& all);
 void add_file_check(CLI::App& file, globals& all);
