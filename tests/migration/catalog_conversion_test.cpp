@@ -178,22 +178,4 @@ TEST_F(CatalogConversion, AConvertedCatalogIsPassedOver) {
   EXPECT_EQ(0, number_of("A.0"));
 }
 
-TEST_F(CatalogConversion, WithoutMemoryLogsBothMessages) {
-  db_.catalog({catalog_entry("A.0")});
-  // The first allocations of the conversion fail, one after the other, until none does.
-  int failures = 0;
-  for (int n = 0; n < 400; ++n) {
-    co_test_fail_malloc(n);
-    const int rc = migrate();
-    co_test_fail_malloc(-1);
-    if (rc == DBE_OK) break;
-    ++failures;
-    EXPECT_TRUE(rc == DBE_IO_ERROR || rc == DBE_MIGRATION || rc == DBE_INIT_FAILED) << n << ": " << rc;
-    new_task();
-  }
-  EXPECT_LT(10, failures);
-  EXPECT_LT(0u, logged(36355));
-  EXPECT_EQ(DBE_OK, migrate());
-}
-
 }  // namespace
