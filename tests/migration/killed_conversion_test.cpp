@@ -1,4 +1,4 @@
-// A conversion that is killed at each of its steps, and run again.
+// A conversion that is killed at each of its steps, or has no memory, and is run again.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,9 +50,9 @@ class Converted : public MigrationTest {
   }
   int run() { return migrate(); }
 
-  std::string told() {
+  std::string told() { return installation_->read("orvo.cfg") + told_of_records(); }
+  std::string told_of_records() {
     std::ostringstream out;
-    out << installation_->read("orvo.cfg");
     for (const std::string& name : db_.entries_of_db()) out << name << '\n';
     for (const std::string& name : target_names()) tell_target(out, name);
     for (unsigned i = 0; i < size_.users; ++i) tell_user(out, "user" + std::to_string(i));
@@ -135,6 +135,29 @@ TEST(KilledConversion, MayBeKilledAgainAndAgain) {
   }
   ASSERT_EQ(DBE_OK, cut.run());
   EXPECT_EQ(expected, cut.told());
+}
+
+TEST(ConversionWithoutMemory, EndsWithACodeOrGoesOnAndComesToTheSameEnd) {
+  // That "orvo.cfg" cannot be written is no failure: the limit holds in memory.
+  std::string expected;
+  {
+    Converted whole(small);
+    ASSERT_EQ(DBE_OK, whole.run());
+    expected = whole.told_of_records();
+  }
+  constexpr int allocations = 120;  // more than a small conversion makes
+  int failures = 0;
+  for (int n = 0; n < allocations; ++n) {
+    Converted starved(small);
+    co_test_fail_malloc(n);
+    const int rc = starved.run();
+    co_test_fail_malloc(-1);
+    ASSERT_TRUE(rc == DBE_OK || rc == DBE_IO_ERROR || rc == DBE_MIGRATION) << n << ": " << rc;
+    if (rc != DBE_OK) ++failures;
+    ASSERT_EQ(DBE_OK, starved.run()) << n;
+    ASSERT_EQ(expected, starved.told_of_records()) << n;
+  }
+  EXPECT_LT(15, failures);
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ class MigrationTest : public ::testing::Test {
 
   stored_record get(std::uint32_t db_id, const std::string& name, std::uint16_t length);
   stored_record target(const std::string& name) { return get(DB_TRG, name, 21724); }
-  stored_record user(const std::string& name) { return get(DB_USR, name, 1236); }
+  stored_record user(const std::string& name) { return keyed(DB_USR, name, 1236); }
   stored_record change_file(const std::string& dotted);
   // Bodies of the records of "cmstatus": kind 1 by target number, 2 by change file number.
   // Empty also when there is none.

@@ -20,8 +20,8 @@ std::string status_entry(unsigned number, unsigned status, const std::string& de
 
 struct older_target {
   std::string type = "push";  // word of the file, "" for no such line
-  std::string rgn = "";       // network id
-  std::string ren = "";       // short name
+  std::string rgn = "REGION"; // network id
+  std::string ren = "TARGET"; // short name
   std::string description = "An older target";
   std::string os = "WINDOWS_NT";
   std::vector<std::string> users = {};

@@ -49,6 +49,7 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
                               "cms by\\-target",
                               "cms import",
                               "matrix",
+                              "migrate",
                               "file check",
                               "file dump",
                               "file summary",

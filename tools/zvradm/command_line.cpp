@@ -78,6 +78,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_request_of(app, all);
   add_import(app, all);
   add_export(app, all);
+  add_migrate(app, all);
   add_matrix(app, all);
   add_edit(app, all);
   add_check_config(app, all);

@@ -29,6 +29,7 @@ void add_server_of(CLI::App& app, globals& all);
 void add_auth(CLI::App& app, globals& all);
 void add_import(CLI::App& app, globals& all);
 void add_export(CLI::App& app, globals& all);
+void add_migrate(CLI::App& app, globals& all);
 void add_matrix(CLI::App& app, globals& all);
 void add_edit(CLI::App& app, globals& all);
 void add_check_config(CLI::App& app, globals& all);
