@@ -650,6 +650,79 @@ DB_AT(db_cfg, kestra_alert, 4624);
 DB_AT(db_cfg, connection_window_duration, 4636);
 DB_SIZE(db_cfg, 4640);
 
+/* ---- SNADS connections (DB_SCN).  Key: the connection's name. ------------ */
+
+enum { /* protocol */
+  DB_SCN_APPC = 1,
+  DB_SCN_TCPIP = 2,
+  DB_SCN_IPX = 4,
+  DB_SCN_NBI = 5
+};
+struct db_scn {
+  char connection[16];     /* may be full */
+  uint16_t protocol;       /* 0 is read as APPC; any other is written as APPC */
+  uint16_t connection_type; /* 1 SNA, 2 STS; 0 is read as SNA */
+  char send_tp[9];         /* programs: kept with APPC only */
+  unsigned char spare29[3];
+  char receive_tp[9];
+  unsigned char spare41[3];
+  char next_rgn[8];        /* next DSU; may be full */
+  char next_ren[8];        /* may be full */
+  uint32_t transmission_time_out;
+  uint16_t retry_limit;
+  unsigned char spare66[2];
+  uint32_t send_mu_id_time_out;
+  uint32_t receive_mu_id_time_out;
+  char remote_server[64];  /* not kept with APPC; an empty one is derived from the next DSU */
+  uint32_t tcpip_time_out; /* not kept with APPC */
+};
+DB_AT(db_scn, protocol, 16);
+DB_AT(db_scn, send_tp, 20);
+DB_AT(db_scn, next_rgn, 44);
+DB_AT(db_scn, transmission_time_out, 60);
+DB_AT(db_scn, send_mu_id_time_out, 68);
+DB_AT(db_scn, remote_server, 76);
+DB_AT(db_scn, tcpip_time_out, 140);
+DB_SIZE(db_scn, 144);
+
+/* ---- SNADS configuration (DB_SCF): one record, without a key. ----------- */
+
+struct db_scf {
+  uint16_t origin_hop_count;
+  uint16_t max_crmu;
+  uint32_t transmission_hold_time;        /* of these two the low 16 bits are written */
+  uint32_t allocation_failure_retry_time;
+};
+DB_SIZE(db_scf, 12);
+
+/* ---- SNADS routes (DB_RTE): one record, without a key. ------------------ */
+
+#define DB_MAX_ROUTES 1600
+struct db_route {
+  char rgn[8];             /* destination; may be full */
+  char ren[8];             /* may be full */
+  uint8_t priority;        /* 255: any, as in the next three */
+  uint8_t protection;
+  uint8_t capacity;
+  uint8_t security;
+  char connection[16];
+  unsigned char spare36[2];
+  uint16_t hop_count;
+};
+DB_AT(db_route, priority, 16);
+DB_AT(db_route, connection, 20);
+DB_AT(db_route, hop_count, 38);
+DB_SIZE(db_route, 40);
+/* A put writes as many routes as its length holds.  The whole text is of at most 65535
+ * bytes: a longer one is DBE_IO_ERROR, and the stored one stays. */
+struct db_rte {
+  uint16_t num_routes;
+  uint16_t network_protocol; /* 1 APPC, 2 TCP/IP, 3 both (written as APPC); 0 is read as 2 */
+  struct db_route routes[DB_MAX_ROUTES];
+};
+DB_AT(db_rte, routes, 4);
+DB_SIZE(db_rte, 64004);
+
 /* ---- User configuration (DB_UCF): one record, without a key. ------------ */
 
 struct db_ucf_class {

@@ -71,8 +71,8 @@ constexpr bool is_catch_all(const keyword_entry& entry) {
 constexpr bool row_fits(const keyword_entry& row, std::size_t record_len) {
   const std::size_t times = row.max_occurs == 0 ? 1 : row.max_occurs;
   if (row.offset + times * row.length > record_len || row.occurs_slot >= occurrence_slots) return false;
-  if (row.special) return true;
-  if (row.kind == KIND_WORD) return row.value_list && row.length >= 1 && row.length <= 4;
+  if (row.kind == special_kind) return true;  // a function stores the value
+  if (row.kind == KIND_WORD) return row.length >= 1 && row.length <= 4;
   if (row.kind == KIND_SHORT || row.kind == KIND_USHORT) return row.length == 2;
   if (row.kind == KIND_LONG || row.kind == KIND_ULONG) return row.length == 4;
   return (row.kind == KIND_STRING || row.kind == KIND_NAME) && row.length > 0;

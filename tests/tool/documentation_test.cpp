@@ -20,7 +20,7 @@ std::string page(const char* name) {
 TEST(Documentation, TheManualPageTellsEveryCommand) {
   const std::string manual = page("man/zvradm.1");
   for (const char* command :
-       {"init", "status", "reset", "trace on", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
+       {"init", "status", "reset", "trace on", "edit", "check\\-config", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
         "target\\-by\\-rr", "server\\-of", "export", "import", "cms put", "cms get",
         "cms del\\fR", "cms del\\-file", "cms by\\-file", "cms by\\-target", "cms import", "matrix", "migrate", "file check", "file dump", "file summary", "file hold"})
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;

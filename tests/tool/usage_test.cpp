@@ -92,7 +92,7 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
 TEST(Usage, ATypeThatTheLibraryHasNoOperationsForIsRefusedWithItsCode) {
   const scratch_base base;
   ASSERT_EQ(base.init().exit, 0);
-  for (const char* type : {"tg", "rte", "dtg", "usr"})
+  for (const char* type : {"tg", "dtg", "usr"})
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"get", type, "A"}, {"put", type}, {"del", type, "A"}, {"list", type}}) {
       const tool_result result = base.tool(arguments);

@@ -55,6 +55,8 @@ int run_command_line(int argc, const char* const* argv) {
   add_export(app, all);
   add_migrate(app, all);
   add_matrix(app, all);
+  add_edit(app, all);
+  add_check_config(app, all);
   add_trace(app, all);
   CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");
   cms.require_subcommand(1);

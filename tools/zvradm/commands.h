@@ -30,6 +30,8 @@ void add_import(CLI::App& app, globals& all);
 void add_export(CLI::App& app, globals& all);
 void add_migrate(CLI::App& app, globals& all);
 void add_matrix(CLI::App& app, globals& all);
+void add_edit(CLI::App& app, globals& all);
+void add_check_config(CLI::App& app, globals& all);
 void add_trace(CLI::App& app, globals& all);
 void add_file_check(CLI::App& file, globals& all);
 void add_file_dump(CLI::App& file, globals& all);

@@ -11,6 +11,7 @@
 #include "record_keys.h"
 #include "session.h"
 #include "status_read.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -54,6 +55,7 @@ void del_one(const globals& all, const del_options& options) {
     throw refusal("del trg \"" + options.keys[0] +
                   "\": this is the local target; without it the installation cannot build its tables. "
                   "Nothing was deleted; --force deletes it all the same");
+  prepare_text_record(s.task(), type.db_id);
   if (type.db_id == DB_TRG) del_status_of_remote(s.task(), options.keys[0]);
   require_ok(call_text("del", type, options.keys), db_del(s.task(), type.db_id, keys.count(), keys.data()));
 }
@@ -63,9 +65,9 @@ void del_one(const globals& all, const del_options& options) {
 void add_del(CLI::App& app, globals& all) {
   auto options = std::make_shared<del_options>();
   CLI::App& sub = *app.add_subcommand("del", "Delete one record");
-  sub.add_option("TYPE", options->type, "Record type: trg, prm, thw, sht, cat, prd, fst, cms")->required();
+  sub.add_option("TYPE", options->type, "Record type: trg, prm, thw, sht, cat, prd, fst, cms, scn")->required();
   sub.add_option("KEY", options->keys,
-                 "NAME of the target; FILE; FILE PRODUCT; FILE PRODUCT FILESET; TARGET FILE");
+                 "NAME of the target or connection; FILE; FILE PRODUCT; FILE PRODUCT FILESET; TARGET FILE");
   sub.add_flag("--force", options->force, "Delete even the local target");
   sub.footer(R"(A target takes its parameters, its hardware record and its CM status with it; its shadow
 record stays and passes to the next target that gets its number. A change file takes its

@@ -15,12 +15,14 @@
 #include "server_order.h"
 #include "session.h"
 #include "status_read.h"
+#include "text_types.h"
 
 namespace zvradm {
 
 namespace {
 
-constexpr std::array exported_types{"trg", "prm", "thw", "sht", "cat", "prd", "fst", "cms"};
+constexpr std::array exported_types{"trg", "prm", "thw", "sht", "cat", "prd",
+                                    "fst", "cms", "scn", "scf", "rte", "ucf"};
 constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
@@ -165,6 +167,36 @@ bool export_status(void* task, const record_type& type, const std::vector<ordere
   return nameless == 0;
 }
 
+// One text record; false when it is there and cannot be read.
+bool export_text(void* task, const record_type& type, const std::vector<std::string>& key) {
+  std::vector<unsigned char> record(65535);
+  const record_keys keys(type, key);
+  const std::int16_t code =
+      db_get(task, type.db_id, keys.count(), keys.data(), record.data(), type.get_length);
+  if (code == DBE_NOT_FOUND) return true;
+  if (code == DBE_OK)
+    print_json(typed(type, {record.data(), type.get_length}));
+  else
+    tell(library_refusal(call_text("get", type, key), code).what());
+  return code == DBE_OK;
+}
+
+bool export_text_records(void* task, const record_type& type) {
+  prepare_text_record(task, type.db_id);
+  if (type.db_id != DB_SCN) return export_text(task, type, {});
+  constexpr std::uint32_t width = sizeof(db_scn::connection);
+  std::vector<char> list(65535 * width);
+  std::uint16_t count = 0, index = 0;
+  require_ok("export scn", db_start_list(task, DB_SCN, nullptr, list.data(),
+                                         static_cast<std::uint32_t>(list.size()), &count, &index));
+  bool whole = true;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const char* name = list.data() + i * width;
+    whole = export_text(task, type, {std::string(name, strnlen(name, width))}) && whole;
+  }
+  return whole;
+}
+
 bool is_asked(const std::vector<std::string>& asked, const char* suffix) {
   return asked.empty() || std::find(asked.begin(), asked.end(), suffix) != asked.end();
 }
@@ -200,6 +232,12 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
       case DB_CMS:
         whole = export_status(s.task(), type, targets, files) && whole;
         break;
+      case DB_SCN:
+      case DB_SCF:
+      case DB_RTE:
+      case DB_UCF:
+        whole = export_text_records(s.task(), type) && whole;
+        break;
       default:
         export_by_target(s.task(), type, targets);
     }
@@ -212,7 +250,9 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
 void add_export(CLI::App& app, globals& all) {
   auto types = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = *app.add_subcommand("export", "Print the records of the installation as JSON lines");
-  sub.add_option("TYPE", *types, "Record types: trg, prm, thw, sht, cat, prd, fst, cms; all when left out");
+  sub.add_option(
+      "TYPE", *types,
+      "Record types: trg, prm, thw, sht, cat, prd, fst, cms, scn, scf, rte, ucf; all when left out");
   sub.footer(R"(Each line has a "type"; fields that are zero or empty are left out, and so are those
 that belong to this installation only (in_use, trg_status, srv_num). A server stands
 before its clients. Change files, products, filesets and CM status name each other and

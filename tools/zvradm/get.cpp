@@ -5,10 +5,10 @@
 
 #include "commands.h"
 #include "json_output.h"
-#include "local_target.h"
 #include "record_keys.h"
 #include "record_table.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -27,7 +27,7 @@ void get_one(const globals& all, const get_options& options) {
   const record_type& type = record_type_named(options.type);
   const record_keys keys(type, options.keys);
   const session s(base_directory(all));
-  if (type.db_id == DB_CFG) build_shared_tables(s.task());
+  prepare_text_record(s.task(), type.db_id);
   const std::uint16_t length = options.length_given ? options.length : type.get_length;
   std::vector<unsigned char> record(65535);
   const std::int16_t code = db_get(s.task(), type.db_id, keys.count(), keys.data(), record.data(), length);
@@ -44,12 +44,12 @@ void get_one(const globals& all, const get_options& options) {
 void add_get(CLI::App& app, globals& all) {
   auto options = std::make_shared<get_options>();
   CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms, scn, scf, rte, ucf")
       ->required();
   sub.add_option(
       "KEY", options->keys,
       "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
-      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
+      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; for scn: NAME; none for cfg, scf, rte, ucf");
   CLI::Option* length = sub.add_option("--len", options->length,
                                        "Buffer length of the call; only fields that fit whole are printed");
   sub.add_flag("--words", options->words, "Numbers that have words as words");

@@ -12,6 +12,7 @@
 #include "json_output.h"
 #include "record_import.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -40,9 +41,12 @@ struct import_phase {
   std::uint32_t transaction;
   bool as_a_whole;
 };
-constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
-                            import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
-                            import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
+constexpr std::uint32_t no_transaction = DB_TYPE_COUNT;  // each record for itself, in a file of its own
+constexpr std::array phases{
+    import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
+    import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
+    import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false},
+    import_phase{"text records", {"scn", "scf", "rte", "ucf"}, no_transaction, false}};
 
 class whole_import {
  public:
@@ -109,18 +113,21 @@ class whole_import {
 
   void store(const import_phase& phase, std::vector<import_line> lines) {
     const std::string what = std::string("import of ") + phase.title;
-    if (transaction_)
+    const bool transaction = transaction_ && phase.transaction != no_transaction;
+    if (phase.transaction == no_transaction) prepare_text_record(task_, DB_SCN);
+    if (transaction)
       require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
     progress shown(std::string("importing ") + phase.title, lines.size());
     const import_counts counts = import_records(
         task_, std::move(lines), !transaction_,
         [this](std::uint64_t line, const std::string& text) { refuse(line, text); }, shown);
     if (transaction_ && counts.refused > 0) {
-      require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
+      if (transaction)
+        require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
       if (!phase.as_a_whole) add(counts);
       throw refusal(source_ + ": a line was refused, so " + remains());
     }
-    if (transaction_) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
+    if (transaction) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
     add(counts);
   }
 
@@ -171,7 +178,7 @@ void add_import(CLI::App& app, globals& all) {
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
 its change file. All lines are checked before anything is stored. Then targets with all
 that hangs on them are stored in one transaction, change files with their products and
-filesets in a second one, CM status a pair each. A line that is refused all the same
+filesets in a second one, CM status a pair each, text records one by one. A line that is refused all the same
 ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:

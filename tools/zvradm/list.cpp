@@ -11,6 +11,7 @@
 #include "list_printer.h"
 #include "record_keys.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -158,6 +159,38 @@ void list_names(void* task, const record_type& type, const list_options& options
   printer.end();
 }
 
+// Connections stand in files of their own: their names first, then each record.
+void list_connections(void* task, const record_type& type, const list_options& options) {
+  constexpr std::uint32_t width = sizeof(db_scn::connection);
+  prepare_text_record(task, type.db_id);
+  std::vector<unsigned char> list(65535 * width);
+  std::uint16_t count = 0, index = 0;
+  const std::string what = std::string("list ") + type.suffix;
+  require_ok(what, db_start_list(task, type.db_id, nullptr, list.data(),
+                                 static_cast<std::uint32_t>(list.size()), &count, &index));
+  list_form form = form_of(type, options);
+  if (options.names) form.length = width;
+  list_printer printer(type, form);
+  std::string unreadable;
+  while (index < count) {
+    std::vector<unsigned char> record(65535);
+    const std::uint16_t at = index;
+    std::copy_n(list.begin() + at * width, width, record.begin());
+    const std::int16_t code =
+        options.names ? static_cast<std::int16_t>(DBE_OK)
+                      : db_get_next(task, type.db_id, list.data(), count, &index, record.data(), form.length);
+    if (options.names) ++index;
+    if (code == DBE_NOT_FOUND) continue;  // deleted since the list was made
+    const std::string name(record.begin(), std::find(record.begin(), record.begin() + width, 0));
+    if (code == DBE_OK)
+      printer.add(task, {record.data(), form.length});
+    else
+      unreadable = library_refusal("get scn \"" + name + "\"", code).what();
+  }
+  printer.end();
+  if (!unreadable.empty()) throw refusal(unreadable + " ('zvradm check-config' tells where)");
+}
+
 // Faults of the command line, before an installation is touched.
 void check_options(const record_type& type, const list_options& options) {
   const bool of_file = type.db_id == DB_PRD || type.db_id == DB_FST;
@@ -187,6 +220,8 @@ void list_all(const globals& all, const list_options& options) {
   switch (type.db_id) {
     case DB_CAT:
       return list_catalog(s.task(), type, options);
+    case DB_SCN:
+      return list_connections(s.task(), type, options);
     case DB_PRD:
     case DB_FST:
       return list_products(s.task(), type, options);
@@ -200,7 +235,7 @@ void list_all(const globals& all, const list_options& options) {
 void add_list(CLI::App& app, globals& all) {
   auto options = std::make_shared<list_options>();
   CLI::App& sub = *app.add_subcommand("list", "List records as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: trg, prm, cat, prd, fst")->required();
+  sub.add_option("TYPE", options->type, "Record type: trg, prm, cat, prd, fst, scn")->required();
   sub.add_option("FILE", options->file, "The change file whose products (prd) or filesets (fst) are listed");
   sub.add_option("--name", options->name, "Names that begin with this text; the text ends at a '*'")
       ->type_name("TEXT");

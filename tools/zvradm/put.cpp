@@ -6,9 +6,9 @@
 #include "commands.h"
 #include "input_lines.h"
 #include "json_output.h"
-#include "local_target.h"
 #include "record_put.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -31,7 +31,7 @@ int put_all(const globals& all, const put_options& options) {
   if (!type.storable()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
   input_lines lines(options.file);
   const session s(base_directory(all));
-  if (type.db_id == DB_CFG) build_shared_tables(s.task());
+  prepare_text_record(s.task(), type.db_id);
   record_writer writer(s.task());
   bool refused = false;
   std::string line;
@@ -65,7 +65,7 @@ int put_all(const globals& all, const put_options& options) {
 void add_put(CLI::App& app, globals& all) {
   auto options = std::make_shared<put_options>();
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms")
+  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms, scn, scf, rte, ucf")
       ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
   sub.add_flag("--update", options->update,

@@ -78,6 +78,25 @@ constexpr std::array plan_words{word{"N", 0}, word{"Y", 1}};
 constexpr std::array cf_flag_words{word{"DEFAULT_STATUS", 32}};
 constexpr std::array cfg_mode_words{word{"PULL", 1}, word{"PUSH", 2}};
 
+constexpr std::array scn_protocol_words{word{"APPC", DB_SCN_APPC}, word{"TCP/IP", DB_SCN_TCPIP},
+                                        word{"IPX", DB_SCN_IPX}, word{"NBI", DB_SCN_NBI}};
+constexpr std::array scn_type_words{word{"SNA", 1}, word{"STS", 2}};
+constexpr std::array network_words{word{"APPC", 1}, word{"TCP/IP", 2}, word{"BOTH", 3}};
+constexpr std::array priority_words{
+    word{"ANY", 255},    word{"FAST", 240},   word{"CONTROL", 208}, word{"DATA16", 128}, word{"DATA15", 120},
+    word{"DATA14", 112}, word{"DATA13", 104}, word{"DATA12", 96},   word{"DATA11", 88},  word{"DATA10", 80},
+    word{"DATA9", 72},   word{"DATA8", 64},   word{"DATA7", 56},    word{"DATA6", 48},   word{"DATA5", 40},
+    word{"DATA4", 32},   word{"DATA3", 24},   word{"DATA2", 16},    word{"DATA1", 8}};
+constexpr std::array protection_words{word{"ANY", 255}, word{"LEVEL2", 48}};
+constexpr std::array capacity_words{word{"ANY", 255}, word{"0DATA", 0}, word{"1MEGABYTE", 20},
+                                    word{"4MEGABYTES", 22}, word{"16MEGABYTES", 24}};
+constexpr std::array security_words{word{"ANY", 255}, word{"LEVEL2", 32}};
+constexpr std::array right_words{word{"NONE", 0}, word{"VIEW", 1}, word{"MODIFY", 2}};
+constexpr std::array cm_right_words{word{"INSTALL", 1}, word{"EXECUTE", 2}, word{"AUTHORISE", 4},
+                                    word{"ACTIVATE", 8}};
+constexpr std::array dist_words{word{"NONE", 0}, word{"SEND", 1}, word{"RETRIEVE", 2}, word{"ALL", 3}};
+constexpr std::array scope_words{word{"ALL", 0}, word{"OWN_TARGET", 1}};
+
 // ---- rows
 
 constexpr field words_row(const char* name, std::uint32_t offset, std::uint32_t width,
@@ -274,6 +293,65 @@ constexpr std::array cfg_fields{
     ROW(db_cfg, connection_window_duration, number),
 };
 
+constexpr std::array scn_fields{
+    ROW(db_scn, connection, full_text, column | needed),
+    WORDS(db_scn, protocol, scn_protocol_words, column),
+    WORDS(db_scn, connection_type, scn_type_words, column),
+    ROW(db_scn, send_tp, text),
+    ROW(db_scn, receive_tp, text),
+    ROW(db_scn, next_rgn, full_text, column),
+    ROW(db_scn, next_ren, full_text, column),
+    ROW(db_scn, transmission_time_out, number),
+    ROW(db_scn, retry_limit, number),
+    ROW(db_scn, send_mu_id_time_out, number),
+    ROW(db_scn, receive_mu_id_time_out, number),
+    ROW(db_scn, remote_server, text, column),
+    ROW(db_scn, tcpip_time_out, number),
+};
+constexpr std::array scf_fields{
+    ROW(db_scf, origin_hop_count, number, column),
+    ROW(db_scf, max_crmu, number, column),
+    ROW(db_scf, transmission_hold_time, number, column),
+    ROW(db_scf, allocation_failure_retry_time, number, column),
+};
+constexpr std::array route_fields{
+    ROW(db_route, rgn, full_text),
+    ROW(db_route, ren, full_text),
+    WORDS(db_route, priority, priority_words),
+    WORDS(db_route, protection, protection_words),
+    WORDS(db_route, capacity, capacity_words),
+    WORDS(db_route, security, security_words),
+    ROW(db_route, connection, text),
+    ROW(db_route, hop_count, number),
+};
+constexpr std::array rte_fields{
+    WORDS(db_rte, network_protocol, network_words, column),
+    LIST(db_rte, routes, nullptr, route_fields, offsetof(db_rte, num_routes)),
+};
+constexpr std::array ucf_fields{
+    words_row("config_user", 0, 1, right_words),
+    words_row("prep_user", 1, 1, right_words),
+    words_row("cm_user", 2, 1, cm_right_words, bit_set),
+    words_row("dist_user", 3, 1, dist_words),
+    words_row("tcq_user", 4, 1, right_words),
+    words_row("system_user", 5, 1, right_words),
+    words_row("target_user", 6, 1, scope_words),
+    words_row("config_prep", 8, 1, right_words),
+    words_row("prep_prep", 9, 1, right_words),
+    words_row("cm_prep", 10, 1, cm_right_words, bit_set),
+    words_row("dist_prep", 11, 1, dist_words),
+    words_row("tcq_prep", 12, 1, right_words),
+    words_row("system_prep", 13, 1, right_words),
+    words_row("target_prep", 14, 1, scope_words),
+    words_row("config_admn", 16, 1, right_words),
+    words_row("prep_admn", 17, 1, right_words),
+    words_row("cm_admn", 18, 1, cm_right_words, bit_set),
+    words_row("dist_admn", 19, 1, dist_words),
+    words_row("tcq_admn", 20, 1, right_words),
+    words_row("system_admn", 21, 1, right_words),
+    words_row("target_admn", 22, 1, scope_words),
+};
+
 #undef ROW
 #undef WORDS
 #undef LIST
@@ -299,6 +377,9 @@ static_assert(rows_fit(prm_fields, sizeof(db_sht)) && rows_fit(thw_fields, sizeo
 static_assert(rows_fit(cat_fields, sizeof(db_cat)) && rows_fit(text_line, sizeof(db_cat::lines[0])));
 static_assert(rows_fit(prd_fields, sizeof(db_prd)) && rows_fit(fst_fields, sizeof(db_fst)));
 static_assert(rows_fit(cms_fields, sizeof(db_cms)));
+static_assert(rows_fit(scn_fields, sizeof(db_scn)) && rows_fit(scf_fields, sizeof(db_scf)) &&
+              rows_fit(rte_fields, sizeof(db_rte)) && rows_fit(route_fields, sizeof(db_route)) &&
+              rows_fit(ucf_fields, sizeof(db_ucf)));
 static_assert(rows_fit(ua_fields, 34) && rows_fit(cfg_fields, sizeof(db_cfg)));
 static_assert(rows_fit(hardware_parameter, sizeof(db_hw_parm)) && rows_fit(parameter, sizeof(db_parm)) &&
               rows_fit(named_server, sizeof(db_cfg_server)));
@@ -318,6 +399,8 @@ constexpr std::array fileset_key{key_part{"FILE", change_file, sizeof(db_cf_name
                                  key_part{"FILESET", number, 2, "fileset_id", true}};
 constexpr std::array status_key{key_part{"TARGET", text, sizeof(db_cms::trg_name) + 1, "trg_name"},
                                 key_part{"FILE", change_file, sizeof(db_cf_name), "cf_name"}};
+
+constexpr std::array connection_key{key_part{"NAME", text, sizeof(db_scn::connection) + 1, "connection"}};
 
 constexpr std::array all_types{
     record_type{"cfg", DB_CFG, "base configuration", sizeof(db_cfg), sizeof(db_cfg), sizeof(db_cfg), no_key,
@@ -339,12 +422,19 @@ constexpr std::array all_types{
                 fst_fields},
     record_type{"cms", DB_CMS, "CM status", sizeof(db_cms), sizeof(db_cms), sizeof(db_cms), status_key,
                 cms_fields},
+    record_type{"scn", DB_SCN, "SNADS connections", sizeof(db_scn), sizeof(db_scn), sizeof(db_scn),
+                connection_key, scn_fields},
+    record_type{"scf", DB_SCF, "SNADS configuration", sizeof(db_scf), sizeof(db_scf), sizeof(db_scf), no_key,
+                scf_fields},
+    record_type{"rte", DB_RTE, "SNADS routes", sizeof(db_rte), sizeof(db_rte), sizeof(db_rte), no_key,
+                rte_fields},
+    record_type{"ucf", DB_UCF, "user configuration", sizeof(db_ucf), sizeof(db_ucf), sizeof(db_ucf), no_key,
+                ucf_fields},
 };
 
 // Types that the library knows and has no operations for yet.
-constexpr std::array<std::string_view, 18> types_to_come{"rte", "scn", "scf", "tg",  "ucf", "rqr",
-                                                         "rqf", "fan", "rqd", "rqt", "usr", "apr",
-                                                         "tak", "dak", "coi", "coo", "rqv", "dtg"};
+constexpr std::array<std::string_view, 14> types_to_come{"tg",  "rqr", "rqf", "fan", "rqd", "rqt", "usr",
+                                                         "apr", "tak", "dak", "coi", "coo", "rqv", "dtg"};
 
 }  // namespace
 

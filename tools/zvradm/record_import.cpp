@@ -13,7 +13,8 @@ const record_type& imported_type(const json& object) {
   const auto suffix = object.find("type");
   if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
   const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
-  if (!type || type->keys.empty() || !type->storable())
+  // The base configuration belongs to its installation.
+  if (!type || type->db_id == DB_CFG || !type->storable())
     throw field_fault("type", "is not one that can be imported");
   return *type;
 }
