@@ -119,6 +119,7 @@ std::int16_t convert(conversion& run, const char* directory) {
   file_path done;
   if (!database_path(run.task, directory, from) || !database_path(run.task, "target_group.old.done", done))
     return DBE_IO_ERROR;
+  rm_dir_if_there(run, "target_group.old.done");  // of an earlier one: it would stand in the way
   rc = rename_path(run, from, done);
   return rc == DBE_OK ? rm_dir_if_there(run, "target_group.old.done") : rc;
 }

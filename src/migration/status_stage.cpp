@@ -158,6 +158,7 @@ std::int16_t convert(conversion& run, const status_state& state) {
   if (rc != DBE_OK) return rc;
   file_path done;
   if (!database_path(run.task, "cm_status.old.done", done)) return DBE_IO_ERROR;
+  rm_dir_if_there(run, "cm_status.old.done");  // of an earlier one: it would stand in the way
   rc = rename_path(run, working.path, done);
   return rc == DBE_OK ? rm_dir_if_there(run, "cm_status.old.done") : rc;
 }

@@ -1,5 +1,5 @@
 // The stage of the targets: what is found below "db" and what is done with it.
-#include <cstring>
+#include <initializer_list>
 
 #include "memory/trace.h"
 #include "migration/conversion.h"
@@ -70,11 +70,16 @@ const state_row& row_of(std::uint32_t state) {
   return unknown_state;
 }
 
-// The result is that of the last.
+// "target_del" goes last, and not before the others have gone: without it the rest would be
+// a state that no conversion leaves. The result is that of the last one tried.
 std::int16_t clean_up(const conversion& run) {
-  rm_dir_if_there(run, "target_hw");
-  rm_dir_if_there(run, "parms");
-  return rm_dir_if_there(run, "target_del");
+  std::int16_t rc = DBE_OK;
+  for (const char* name : {"target_hw", "parms", "target_del"}) {
+    rc = rm_dir_if_there(run, name);
+    older_entry left;
+    if (rc != DBE_OK || find_entry(run.task, name, &left) != DBE_OK || left.exists) break;
+  }
+  return rc;
 }
 
 // A new file that a run had begun goes, under whichever of its names it is there.

@@ -145,7 +145,7 @@ TEST(ConversionWithoutMemory, EndsWithACodeOrGoesOnAndComesToTheSameEnd) {
     ASSERT_EQ(DBE_OK, whole.run());
     expected = whole.told_of_records();
   }
-  constexpr int allocations = 120;  // more than a small conversion makes
+  constexpr int allocations = 90;  // more than a small conversion makes
   int failures = 0;
   for (int n = 0; n < allocations; ++n) {
     Converted starved(small);

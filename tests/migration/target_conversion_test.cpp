@@ -95,6 +95,22 @@ TEST_F(TargetConversion, WhatIsConvertedIsOnlyTidiedUp) {
   }
 }
 
+TEST_F(TargetConversion, ADirectoryThatCannotBeRemovedIsTriedAgainByEveryRun) {
+  put("OSLO", {});
+  db_.file("db/target_hw/folder/file", "not of the older release");
+  ASSERT_EQ(DBE_OK, convert());
+  EXPECT_TRUE(db_.there("db/target_del"));
+  EXPECT_TRUE(what_.noted("target_hw cannot be removed"));
+  new_task();
+  EXPECT_EQ(DBE_OK, convert());
+  EXPECT_EQ("1 converted, to be tidied up", what_.begins.at(1));
+  remove("db/target_hw/folder");
+  new_task();
+  EXPECT_EQ(DBE_OK, convert());
+  EXPECT_FALSE(db_.there("db/target_hw"));
+  EXPECT_FALSE(db_.there("db/target_del"));
+}
+
 TEST_F(TargetConversion, NamesOfDirectoriesMayHaveAnyCase) {
   put("OSLO", {});
   db_.hardware("OSLO", {{"CPU", "486"}});
