@@ -45,6 +45,20 @@ TEST_F(RequestCommands, RecordsOfAllTypesArePutReadListedAndDeleted) {
               HasSubstr("del rqt \"OSLO.KLUND.17.0.INSTALL\" \"OSLO\" \"VOSS\": DBE_NOT_FOUND (8194)"));
 }
 
+TEST_F(RequestCommands, ADeepCheckTellsCorrelatorsWithoutTheirFunction) {
+  ASSERT_EQ(tool({"correlator", "of", "OSLO.KLUND.17.0.INSTALL"}).exit, 0);
+  const std::string file = base.file("db/snacorr");
+  EXPECT_THAT(run_tool({"file", "check", "--deep", file}).out, testing::Not(HasSubstr("without its function")));
+  ASSERT_EQ(tool({"correlator", "of", "OSLO.KLUND.17.3.REMOVE"}).exit, 0);
+  const tool_result deep = run_tool({"file", "check", "--deep", file});
+  EXPECT_EQ(deep.exit, 0) << "it does no harm";
+  EXPECT_THAT(deep.out, HasSubstr(file + ": note: a correlator without its function: server number 1, user KLUND, "
+                                         "sequence 17, recursion 3, function REMOVE\n"));
+  EXPECT_THAT(deep.out, testing::Not(HasSubstr("INSTALL")));
+  EXPECT_THAT(run_tool({"file", "check", "--deep", "--json", file}).out, HasSubstr("without its function"));
+  EXPECT_THAT(run_tool({"file", "check", file}).out, testing::Not(HasSubstr("without its function")));
+}
+
 TEST_F(RequestCommands, ListsTakeTheFiltersOfTheLibrary) {
   ASSERT_EQ(tool({"put", "rqt"}, R"({"user":"KARI","src_domain":"OSLO","seq_no":2,"subreq_id":"REMOVE","domain":"VOSS","target":"VOSS"})").exit, 0);
   const auto count = [&](std::vector<std::string> filter) {
