@@ -25,18 +25,6 @@ using namespace zvrdb::users;
 constexpr record_type not_assigned = {nullptr, nullptr,    nullptr, nullptr,   nullptr, nullptr,
                                       nullptr, file_class, 0,       {0, 0, 0}, 0};
 
-// A record type whose handlers do not exist yet has its class and keys and no handler.
-constexpr record_type without_handlers(record_class sem_index, std::uint16_t num_keys,
-                                       std::uint16_t first = 0, std::uint16_t second = 0,
-                                       std::uint16_t third = 0) {
-  return {nullptr,  nullptr,
-          nullptr,  nullptr,
-          nullptr,  nullptr,
-          nullptr,  static_cast<std::int16_t>(sem_index),
-          num_keys, {first, second, third},
-          0};
-}
-
 // del, get, get_next, get_more, put, start_list, init_list, class, keys, key lengths
 constexpr std::array<record_type, DB_TYPE_COUNT> record_types = {{
     /*  0 cfg */ {nullptr, get_cfg, nullptr, nullptr, put_cfg, nullptr, nullptr, file_class, 0, {0, 0, 0}, 0},
