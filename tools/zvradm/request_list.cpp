@@ -61,7 +61,7 @@ std::vector<unsigned char> filter_bytes(const record_type& type, const request_f
     const json object = as_object(filter);
     for (const auto& [name, value] : object.items()) {
       const auto found = std::find_if(type.fields.begin(), type.fields.end(),
-                                      [&](const field& f) { return name == f.name; });
+                                      [&wanted = name](const field& f) { return wanted == f.name; });
       if (found == type.fields.end() || !wild(*found))
         throw usage_fault(std::string("type ") + type.suffix + " has no " + name + " to filter by");
     }
