@@ -207,15 +207,18 @@ void settle_config(void* task, const std::string& base) {
   constexpr std::uint32_t default_local_limit = 512;
   config_record record{};
   if (!read_config(kept_config_path(base), record)) return;
+  void* area = co_croca(task, CO_AREA_CONFIG);
+  if (!area) throw library_refusal(config_path(base), DBE_CO_FAILURE);
   config_record now{};
-  if (const void* area = co_croca(task, CO_AREA_CONFIG)) std::memcpy(now.data(), area, now.size());
+  std::memcpy(now.data(), area, now.size());
   const std::uint32_t local = limit_at(now, config_max_local_at);
   set_limit(record, config_max_local_at, local == 0 ? default_local_limit : local);
   const std::uint32_t targets = limit_at(record, config_max_targets_at);
   if (limit_at(record, config_max_server_at) == 0) set_limit(record, config_max_server_at, targets);
   write_config(task, config_path(base), record);
-  const std::int16_t rc = db_put(task, DB_CFG, 0, nullptr, record.data(), static_cast<std::uint16_t>(record.size()));
-  if (!is_stored(rc)) throw library_refusal("the base configuration", rc);
+  // No call of the configuration's class: that would wait for tables in memory, which are
+  // yet to be built, with these limits.
+  std::memcpy(area, record.data(), record.size());
   std::filesystem::remove(kept_config_path(base));
 }
 
