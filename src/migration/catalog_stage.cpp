@@ -129,7 +129,7 @@ std::int16_t convert(conversion& run, const catalog_plan& plan) {
         rename_path(run, plan.current.path, plan.old_path) != DBE_OK)
       return fail(run, plan.current.path);
     if (plan.action == catalog_plan::resume && plan.current.exists &&
-        remove_path(run, plan.current.path) != DBE_OK)
+        remove_new_file(run, DB_CAT, plan.current.path) != DBE_OK)
       return fail(run, plan.current.path);
   }
   const bool still_there = run.dry_run && plan.action == catalog_plan::rename_first;

@@ -134,7 +134,7 @@ std::int16_t rename_and_convert(conversion& run, const group_state& state) {
 
 std::int16_t remove_and_convert(conversion& run, const group_state& state) {
   const std::int16_t rc =
-      run.dry_run ? static_cast<std::int16_t>(DBE_OK) : remove_path(run, state.new_file.path);
+      run.dry_run ? static_cast<std::int16_t>(DBE_OK) : remove_new_file(run, DB_TG, state.new_file.path);
   return rc == DBE_OK ? convert(run, state.working.name) : rc;
 }
 

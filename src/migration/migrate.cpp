@@ -95,16 +95,19 @@ std::int16_t convert(void* task, std::uint32_t options, db_mig_watcher watcher, 
   run.dry_run = (options & DB_MIG_DRY_RUN) != 0;
   run.watcher = watcher;
   run.context = context;
-  run.tcb = frame::tcb_of(task);
-  const bool first_call = !run.tcb;
-  if (run.tcb && (run.tcb->trans_in_prog[file_class] != 0 || run.tcb->trans_in_prog[memory_class] != 0))
+  DBR_TCB* before = frame::tcb_of(task);
+  // Inside a call, or between db_get_trg_stat and db_put_trg_stat.
+  const bool inside = slots->in_das != 0;
+  if (inside || (before && (before->trans_in_prog[file_class] != 0 || before->trans_in_prog[memory_class] != 0)))
     return DBE_TRANS_IN_PROGRESS;
   co_hold_events(task);
   slots->in_das = 1;
-  if (first_call) run.tcb = frame::make_tcb(task);
+  // A file that this task has open may be removed and made again. With a block of its own
+  // the conversion opens what it needs, and the task's next call opens as a first call does.
+  if (before) frame::take_down(task, before);
+  run.tcb = frame::make_tcb(task);
   const std::int16_t rc = run.tcb ? run_in_task(run) : static_cast<std::int16_t>(DBE_IO_ERROR);
-  // So that the task's next call opens the files as a first call does.
-  if (first_call && run.tcb) frame::take_down(task, run.tcb);
+  if (run.tcb) frame::take_down(task, run.tcb);
   slots->in_das = 0;
   co_release_events(task);
   return rc;

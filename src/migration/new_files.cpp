@@ -16,6 +16,16 @@ void set_transaction_records(std::uint32_t records) {
   records_in_transaction = records;
 }
 
+std::int16_t remove_new_file(const conversion& run, std::uint32_t db_id, const char* path) {
+  const int index = recfile::file_index(db_id);
+  if (index < 0) return DBE_IO_ERROR;
+  if (run.tcb->cntl->files[index].use_count != 0) {
+    tell_note(run, 0, "%s is open in another task", path);
+    return DBE_IO_ERROR;
+  }
+  return remove_path(run, path);
+}
+
 const char* new_file_name(std::uint32_t db_id) {
   return recfile::file_at(static_cast<unsigned>(recfile::file_index(db_id))).name;
 }

@@ -45,6 +45,10 @@ class new_file {
 // How many records a transaction holds at most; tests lower it.
 void set_transaction_records(std::uint32_t records);
 
+// Removes a new file that a cut-short run had begun. 8455 also when a task has it open: it
+// would go on with what is no longer there.
+std::int16_t remove_new_file(const conversion& run, std::uint32_t db_id, const char* path);
+
 // Name of the record file of a db_id.
 const char* new_file_name(std::uint32_t db_id);
 

@@ -44,7 +44,7 @@ std::int16_t remove_new(const conversion& run, const status_state& state) {
   ZVR_TRACE(run.task, 3, 2, "%s", "Found both - deleting new one ...");
   std::int16_t rc = DBE_OK;
   for (const older_entry* entry : {&state.half_new, &state.new_file})
-    if (entry->exists && remove_path(run, entry->path) != DBE_OK) rc = DBE_IO_ERROR;
+    if (entry->exists && remove_new_file(run, DB_CMS, entry->path) != DBE_OK) rc = DBE_IO_ERROR;
   return rc;
 }
 

@@ -86,7 +86,7 @@ std::int16_t clean_up(const conversion& run) {
 std::int16_t remove_begun(const conversion& run, const directories& there) {
   const older_entry& begun = there.new_file.exists ? there.new_file : there.config;
   ZVR_TRACE(run.task, 2, 2, "ACTION_4: removing file %s", begun.path);
-  return ok_or(remove_path(run, begun.path) == DBE_OK, DBE_MIGRATION);
+  return ok_or(remove_new_file(run, DB_TRG, begun.path) == DBE_OK, DBE_MIGRATION);
 }
 
 std::int16_t convert(conversion& run, const directories& there) {

@@ -1,6 +1,7 @@
 #include "migration/older_database.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>

@@ -104,6 +104,41 @@ TEST_F(WholeConversion, IsRefusedInATransaction) {
   EXPECT_EQ(DBE_OK, db_rollback(task, DB_TRG));
 }
 
+TEST_F(WholeConversion, IsRefusedBetweenTheTwoCallsOnAStatus) {
+  ASSERT_EQ(DBE_OK, migrate());
+  unsigned char status[4] = {};
+  ASSERT_EQ(DBE_OK, db_get_trg_stat(task, target_name(0).c_str(), status));
+  EXPECT_EQ(DBE_TRANS_IN_PROGRESS, migrate());
+  EXPECT_EQ(DBE_OK, db_put_trg_stat(task, target_name(0).c_str(), status));
+}
+
+// The task has opened the new files between two runs, and one of them is made anew.
+TEST_F(WholeConversion, ATaskThatHasTheFilesOpenGoesOnWithTheNewOnes) {
+  const std::string sound = installation_->read("db/target_config/" + target_name(5));
+  db_.file("db/target_config/" + target_name(5), "WRONG: 1\n");
+  ASSERT_EQ(DBE_MIGRATION, migrate());
+  EXPECT_EQ(DBE_NOT_FOUND, target("NOBODY").rc);
+  db_.file("db/target_tmp/" + target_name(5), sound);
+  ASSERT_EQ(DBE_OK, migrate());
+  expect_all_there();
+}
+
+TEST_F(WholeConversion, AFileThatAnotherTaskHasOpenIsNotTakenAway) {
+  const std::string sound = installation_->read("db/target_config/" + target_name(5));
+  db_.file("db/target_config/" + target_name(5), "WRONG: 1\n");
+  ASSERT_EQ(DBE_MIGRATION, migrate());
+  db_.file("db/target_tmp/" + target_name(5), sound);
+  EXPECT_EQ(DBE_NOT_FOUND, target("NOBODY").rc);
+  void* other = co_init_task("other", nullptr, 0);
+  ASSERT_NE(nullptr, other);
+  heard what;
+  EXPECT_EQ(DBE_MIGRATION, db_mig_watched(other, 0, watcher(), &what));
+  EXPECT_TRUE(what.noted("trgcfg is open in another task"));
+  coi_term_task(other, 0);
+  ASSERT_EQ(DBE_OK, migrate());
+  expect_all_there();
+}
+
 TEST_F(WholeConversion, NeedsATask) {
   EXPECT_EQ(DBE_INIT_FAILED, db_mig_das(nullptr));
 }

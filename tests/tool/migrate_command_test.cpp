@@ -101,6 +101,37 @@ TEST_F(MigrateCommand, AConvertedDatabaseIsLeftAlone) {
   EXPECT_THAT(again.out, Not(HasSubstr("Converted already")));
 }
 
+TEST_F(MigrateCommand, SettingsOutlastTheConversionAndTheSharedState) {
+  const std::string older = read_file(base_.file("orvo.cfg"));
+  write_file(base_.file("orvo.cfg"), older + "MAX REQUESTS: 77\n");
+  ASSERT_EQ(0, base_.tool({"migrate"}).exit);
+  EXPECT_FALSE(std::filesystem::exists(base_.file("orvo.cfg.older")));
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  const zvradm::json config = base_.tool({"get", "cfg"}).json();
+  EXPECT_EQ(77, config["max_requests"]);
+  EXPECT_EQ(50, config["max_local_targets"]);
+  EXPECT_EQ(50, config["max_server_targets"]);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+}
+
+TEST_F(MigrateCommand, LimitsThatTheOlderReleaseDidNotKnowHideNoTarget) {
+  write_file(base_.file("orvo.cfg"), "WORKSTATION NAME: OSLO\nMAX TARGETS: 100\nCONFIGURATION: SERVER_NO_COMMS\n");
+  ASSERT_EQ(0, base_.tool({"migrate"}).exit);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+}
+
+TEST_F(MigrateCommand, SettingsOutlastAConversionThatWasCutShort) {
+  write_file(base_.file("orvo.cfg"), read_file(base_.file("orvo.cfg")) + "MAX REQUESTS: 77\n");
+  db_.group("GROUP0", {.members = {"NOBODY"}});
+  ASSERT_EQ(1, base_.tool({"migrate"}).exit);
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  db_.file("db/target_group.old/GROUP0", migration_test::older_group{.members = {"TRG00001"}}.text());
+  ASSERT_EQ(0, base_.tool({"migrate"}).exit);
+  EXPECT_EQ(77, base_.tool({"get", "cfg"}).json()["max_requests"]);
+}
+
 TEST_F(MigrateCommand, RefusesWhereThereIsNoOlderDatabase) {
   const scratch_base fresh;
   ASSERT_EQ(0, fresh.init().exit);

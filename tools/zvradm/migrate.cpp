@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 
 #include "commands.h"
+#include "config_file.h"
 #include "json_output.h"
 #include "progress.h"
 #include "session.h"
@@ -173,8 +177,54 @@ void print_report(const run_report& report, const migrate_options& options, bool
     print_stages(report, dry_run);
 }
 
+// The library writes "orvo.cfg" in the older release's form, without most settings. This
+// copy of before outlasts a conversion that is cut short.
+std::string kept_config_path(const std::string& base) {
+  return config_path(base) + ".older";
+}
+
+void keep_config(const std::string& base) {
+  if (std::filesystem::exists(kept_config_path(base))) return;
+  std::ifstream file(config_path(base), std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!file) throw refusal(config_path(base) + ": cannot be read");
+  write_config_text(kept_config_path(base), text);
+}
+
+std::uint32_t limit_at(const config_record& record, std::size_t at) {
+  std::uint32_t value = 0;
+  std::memcpy(&value, record.data() + at, sizeof value);
+  return value;
+}
+
+void set_limit(config_record& record, std::size_t at, std::uint32_t value) {
+  std::memcpy(record.data() + at, &value, sizeof value);
+}
+
+// All settings of before, with the limit of local targets that the library has set. The
+// older release had no limits of local and server targets; none at all would hide them.
+void settle_config(void* task, const std::string& base) {
+  constexpr std::uint32_t default_local_limit = 512;
+  config_record record{};
+  if (!read_config(kept_config_path(base), record)) return;
+  void* area = co_croca(task, CO_AREA_CONFIG);
+  if (!area) throw library_refusal(config_path(base), DBE_CO_FAILURE);
+  config_record now{};
+  std::memcpy(now.data(), area, now.size());
+  const std::uint32_t local = limit_at(now, config_max_local_at);
+  set_limit(record, config_max_local_at, local == 0 ? default_local_limit : local);
+  const std::uint32_t targets = limit_at(record, config_max_targets_at);
+  if (limit_at(record, config_max_server_at) == 0) set_limit(record, config_max_server_at, targets);
+  write_config(task, config_path(base), record);
+  // No call of the configuration's class: that would wait for tables in memory, which are
+  // yet to be built, with these limits.
+  std::memcpy(area, record.data(), record.size());
+  std::filesystem::remove(kept_config_path(base));
+}
+
 void migrate(const globals& all, const migrate_options& options) {
-  const session s(base_directory(all));
+  const std::string base = base_directory(all);
+  const session s(base);
   if (!options.dry_run) require_nobody_else(s.task());
   run_report looked(true);
   const std::int16_t found = run_library(s.task(), DB_MIG_DRY_RUN, &looked);
@@ -183,12 +233,15 @@ void migrate(const globals& all, const migrate_options& options) {
     throw refusal(fault_text(looked, found) + (options.dry_run ? "" : "\nnothing was changed"));
   if (options.dry_run) return;
   if (!looked.anything_to_do() && !options.again) {
+    settle_config(s.task(), base);
     print_report(looked, options, true);
     if (!options.as_json) std::printf("Converted already; nothing was changed (--again writes keys and profiles anew).\n");
     return;
   }
+  keep_config(base);
   run_report done(false);
   const std::int16_t rc = run_library(s.task(), 0, &done);
+  if (rc == DBE_OK) settle_config(s.task(), base);
   print_report(done, options, false);
   if (rc != DBE_OK) throw refusal(fault_text(done, rc) + "\nmend that and run the command again: it goes on from here");
 }
