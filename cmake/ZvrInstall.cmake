@@ -2,8 +2,9 @@
 # folder), the message file, manual pages, pkg-config files and a CMake package.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS zvrdb zvrco EXPORT zvrdb-targets
+install(TARGETS zvrdb zvrco zvrtask EXPORT zvrdb-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(FILES ${PROJECT_SOURCE_DIR}/messages/zvr.msg DESTINATION ${CMAKE_INSTALL_DATADIR}/zvrdb)
@@ -11,7 +12,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/man/zvradm.1 DESTINATION ${CMAKE_INSTAL
 install(FILES ${PROJECT_SOURCE_DIR}/docs/man/zvrdb.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 
 file(RELATIVE_PATH zvr_prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-foreach(library zvrdb zvrco)
+foreach(library zvrdb zvrco zvrtask)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

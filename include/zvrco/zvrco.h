@@ -369,6 +369,13 @@ CO_API uint64_t co_test_delayed(void);
 CO_API void co_test_set_clock(const co_date *date, const co_time *time);
 /* The allocation after n more fails, once; negative: none. */
 CO_API void co_test_fail_malloc(int32_t n);
+/* Asked before each step of this process that changes files: "open" (of co_open for
+ * writing), "write", "fsync", "close", "remove", "rename", "mkdir", "rmdir"; path is null
+ * for the steps on a handle.  An answer other than 0 is the step's result, and it is not
+ * done (a "close" is done all the same).  The function may end the process.  Null:
+ * nobody is asked. */
+typedef uint16_t (*co_test_step_fn)(const char *step, const char *path);
+CO_API void co_test_file_steps(co_test_step_fn ask);
 
 #ifdef __cplusplus
 }

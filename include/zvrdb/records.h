@@ -199,9 +199,11 @@ DB_SIZE(db_thw, 20804);
 #define DB_MAX_TG_MEMBERS 1000
 #define DB_MAX_DTG_MEMBERS 800
 
-/* Target group (DB_TG).  Members are known targets, by name. */
+/* Target group (DB_TG).  Members are known targets, by name; of a put with an unknown one
+ * (DBE_NO_TARGET) nothing is stored.  A put answers DBE_RECORD_REPLACED for a new group as
+ * well; DBE_LIMIT_EXCEEDED when there are as many groups of both kinds as there may be. */
 struct db_tg {
-  char name[64];
+  char name[64];             /* may be full */
   char description[60];
   unsigned char carried124[8];
   char short_name[8];
@@ -227,7 +229,7 @@ DB_SIZE(db_tg, 64152);
 
 /* Dynamic target group (DB_DTG): a selection text besides. */
 struct db_dtg {
-  char name[64];
+  char name[64];             /* may be full */
   char description[60];
   unsigned char carried124[8];
   char short_name[8];
@@ -377,9 +379,13 @@ DB_SIZE(db_cms, 176);
 
 #define DB_MAX_LOGIN_TARGETS 16
 
-/* User (DB_USR).  Key: the user's name, up to 15 characters. */
+/* User (DB_USR).  Key: the user's name, up to 16 characters.
+ * A deletion marks the record; a deleted user is not found and not listed.  A put changes the
+ * caller's record: it clears deleted, and sets last_seqno to 0 for a new user (DBE_OK) or to
+ * what the deleted user of that name had (DBE_OK); for one that is there it takes the
+ * record's (DBE_RECORD_REPLACED).  A put of fewer than 132 bytes stores no last_seqno. */
 struct db_usr {
-  char usr_name[16];
+  char usr_name[16];            /* may be full */
   uint32_t deleted;             /* non-zero: counts as absent */
   unsigned char carried20[16];
   unsigned char spare36[4];
@@ -406,9 +412,9 @@ DB_AT(db_usr, num_login_trgs, 210);
 DB_AT(db_usr, login_trgs, 212);
 DB_SIZE(db_usr, 1236);
 
-/* Authorization profile (DB_APR).  Key: its name, up to 15 characters. */
+/* Authorization profile (DB_APR).  Key: its name, up to 16 characters. */
 struct db_apr {
-  char name[16];
+  char name[16];       /* may be full */
   uint8_t config;      /* 0 none, 1 view, 2 modify */
   uint8_t prep;        /* likewise */
   uint8_t cm;          /* bits: 1 install, 2 execute, 4 authorise, 8 activate */
@@ -425,7 +431,10 @@ DB_AT(db_apr, target, 22);
 DB_AT(db_apr, carried25, 25);
 DB_SIZE(db_apr, 28);
 
-/* Access keys (DB_TAK, DB_DAK): one table each, without a key. */
+/* Access keys (DB_TAK, DB_DAK): one table each, without a key and without a transaction of
+ * its own.  Held in memory from the first get or put on: all processes see a put at once, and
+ * one that was part of a transaction on DB_APR even after that is rolled back.  A put of fewer
+ * bytes than the table has stores a NUL as its last byte in the file, and zeros behind. */
 #define DB_ACCESS_KEYS 32
 struct db_access_key {
   char name[12];
@@ -649,6 +658,79 @@ DB_AT(db_cfg, automatic_target_deletion, 4611);
 DB_AT(db_cfg, kestra_alert, 4624);
 DB_AT(db_cfg, connection_window_duration, 4636);
 DB_SIZE(db_cfg, 4640);
+
+/* ---- SNADS connections (DB_SCN).  Key: the connection's name. ------------ */
+
+enum { /* protocol */
+  DB_SCN_APPC = 1,
+  DB_SCN_TCPIP = 2,
+  DB_SCN_IPX = 4,
+  DB_SCN_NBI = 5
+};
+struct db_scn {
+  char connection[16];     /* may be full */
+  uint16_t protocol;       /* 0 is read as APPC; any other is written as APPC */
+  uint16_t connection_type; /* 1 SNA, 2 STS; 0 is read as SNA */
+  char send_tp[9];         /* programs: kept with APPC only */
+  unsigned char spare29[3];
+  char receive_tp[9];
+  unsigned char spare41[3];
+  char next_rgn[8];        /* next DSU; may be full */
+  char next_ren[8];        /* may be full */
+  uint32_t transmission_time_out;
+  uint16_t retry_limit;
+  unsigned char spare66[2];
+  uint32_t send_mu_id_time_out;
+  uint32_t receive_mu_id_time_out;
+  char remote_server[64];  /* not kept with APPC; an empty one is derived from the next DSU */
+  uint32_t tcpip_time_out; /* not kept with APPC */
+};
+DB_AT(db_scn, protocol, 16);
+DB_AT(db_scn, send_tp, 20);
+DB_AT(db_scn, next_rgn, 44);
+DB_AT(db_scn, transmission_time_out, 60);
+DB_AT(db_scn, send_mu_id_time_out, 68);
+DB_AT(db_scn, remote_server, 76);
+DB_AT(db_scn, tcpip_time_out, 140);
+DB_SIZE(db_scn, 144);
+
+/* ---- SNADS configuration (DB_SCF): one record, without a key. ----------- */
+
+struct db_scf {
+  uint16_t origin_hop_count;
+  uint16_t max_crmu;
+  uint32_t transmission_hold_time;        /* of these two the low 16 bits are written */
+  uint32_t allocation_failure_retry_time;
+};
+DB_SIZE(db_scf, 12);
+
+/* ---- SNADS routes (DB_RTE): one record, without a key. ------------------ */
+
+#define DB_MAX_ROUTES 1600
+struct db_route {
+  char rgn[8];             /* destination; may be full */
+  char ren[8];             /* may be full */
+  uint8_t priority;        /* 255: any, as in the next three */
+  uint8_t protection;
+  uint8_t capacity;
+  uint8_t security;
+  char connection[16];
+  unsigned char spare36[2];
+  uint16_t hop_count;
+};
+DB_AT(db_route, priority, 16);
+DB_AT(db_route, connection, 20);
+DB_AT(db_route, hop_count, 38);
+DB_SIZE(db_route, 40);
+/* A put writes as many routes as its length holds.  The whole text is of at most 65535
+ * bytes: a longer one is DBE_IO_ERROR, and the stored one stays. */
+struct db_rte {
+  uint16_t num_routes;
+  uint16_t network_protocol; /* 1 APPC, 2 TCP/IP, 3 both (written as APPC); 0 is read as 2 */
+  struct db_route routes[DB_MAX_ROUTES];
+};
+DB_AT(db_rte, routes, 4);
+DB_SIZE(db_rte, 64004);
 
 /* ---- User configuration (DB_UCF): one record, without a key. ------------ */
 

@@ -45,6 +45,8 @@ extern "C" {
 /* Results.  0x20xx tell of records, 0x21xx of files. */
 enum {
   DBE_OK = 0,
+  DBE_MIGRATION = 6425,         /* the older database is in a state that no conversion leaves, or a text
+                                   of it cannot be parsed */
   DBE_BAD_DB_ID = 8193,         /* db_id out of range, or no such operation for this record type */
   DBE_NOT_FOUND = 8194,         /* no such record */
   DBE_BAD_RECORD = 8195,        /* cannot be parsed, or no field table, or a name that may not stand there */
@@ -151,7 +153,10 @@ DB_API int16_t db_put(void *task, uint32_t db_id, uint16_t num_keys, const void 
  * tokens '?' stands for one character, '*' for the rest of the token; a token "*" alone
  * also for no token, so eleven of them list all.  The list is in the order of the names.
  * Of entries that changed since, db_get_next answers DBE_NOT_FOUND (deleted) or
- * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled). */
+ * DBE_ENTRY_CHANGED (stored anew, perhaps under another name; the buffer is filled).  A list
+ * does not outlive the tables in memory (see Transactions): once they were built anew,
+ * DBE_ENTRY_CHANGED may be told of an entry that is as it was, and DBE_OK of one that is
+ * not. */
 DB_API int16_t db_start_list(void *task, uint32_t db_id, const void *filter, void *list, uint32_t list_size,
                              uint16_t *count, uint16_t *index);
 
@@ -185,8 +190,10 @@ DB_API void db_get_type_str(void *task, uint32_t db_id, char *dst);
  *     death cuts short is not: the one put or del that was being written may stay, and
  *     of a roll-back that was going on, what it had not come to.
  *
- * After a roll-back that undid changes of targets or of the catalog, the tables in
- * memory are built anew; the volatile status of targets is lost. */
+ * The tables in memory are built anew after a roll-back that undid changes of targets or of
+ * the catalog, after the death of a writer, and when the catalog has outgrown its tables
+ * (which have room for 500 more change files than there are when they are built).  The
+ * volatile status of targets is lost then. */
 
 /* DBE_OK also when one is active on the file already.  DBE_BAD_DB_ID for types that no
  * transaction can be begun on (0 to 3, 7, 8, 12 to 16, 24 to 27, 33), DBE_IO_ERROR. */
@@ -273,7 +280,8 @@ DB_API int16_t db_get_type(void *task, const void *cf_name, uint16_t token_index
  * whole, of the rest what length allows; a default status needs 153 bytes, whatever
  * length is.  Each call that changes status changes both directions or neither, and is a
  * transaction of its own.  Status goes with its target when that is local; a change file
- * with status cannot be deleted. */
+ * with status cannot be deleted.  It is kept by numbers: what is put for a target or a
+ * change file that a roll-back takes back passes to the next owner of the number. */
 
 /* Deletes the status of a change file on all targets, so that it can be deleted itself.
  * DBE_OK, also when there is none; DBE_IO_ERROR. */
@@ -281,16 +289,61 @@ DB_API int16_t db_del_cf_cms(void *task, const void *cf_name);
 
 /* States of a change file on all targets: list[n] is that on target number n; list[0]
  * is 15.  length: bytes of the list, one more than the highest number a target can have,
- * which is the installation's limit of targets; numbers beyond are left out.
+ * which is the installation's limit, max_targets of DB_CFG; numbers beyond are left out.
  * DBE_OK; DBE_NOT_FOUND, no such change file; DBE_LIST_TOO_SMALL, fewer bytes than
  * targets with a status; DBE_IO_ERROR. */
 DB_API int16_t db_cm_by_cat(void *task, const void *cf_name, uint8_t *list, uint32_t length);
 
 /* States of all change files on a target, in no order: each u32 of the list holds the
- * number of a change file times 256, or its status.  length: bytes of the list.  *count:
- * entries filled.  DBE_OK; DBE_NOT_FOUND, no such target or no status;
- * DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
+ * number of a change file (cf_number of a db_cat_entry) times 256, plus its status.
+ * length: bytes of the list.  *count: entries filled.  DBE_OK; DBE_NOT_FOUND, no such
+ * target or no status; DBE_LIST_TOO_SMALL, the first *count of them; DBE_IO_ERROR. */
 DB_API int16_t db_cm_by_trg(void *task, const char *target, uint32_t *list, uint32_t length, uint32_t *count);
+
+/* ---- Requests -----------------------------------------------------------
+ *
+ * Identifiers: a db_rqr_id, the head of every record of requests.
+ *
+ * keys[0] of the generic calls is the identifier of the type alone (db_rqr_id and its kin
+ * in zvrdb/records.h); the head of the record that is put is not looked at.  DB_RQV: a
+ * record or buffer shorter than 10204 bytes carries no vector.  db_del of DB_RQF deletes
+ * its correlator too.
+ *
+ * Filter of db_init_list: an identifier whose parts may be wild, a text "*", a number all
+ * ones; a list state has 332 bytes.  Wild parts run from the end of the identifier's key
+ * (src_domain, user, seq_no, recursion_no, subreq_id, then domain and target or rgn and
+ * ren) without a gap.  The first of them may have a prefix before its "*" where it is
+ * user, subreq_id, rgn or ren.  DB_RQD with domain alone exact, and DB_RQT with target
+ * alone, list a destination: such a list goes on from the task's position in the file,
+ * which other such lists and new records move; a position that leads back ends it.
+ * DBE_EMPTY_LIST for any other filter, and for an unknown name. */
+
+/* Reads the root record with the highest recursion number of a request.  When the
+ * request has none, the next root record below it in key order is read, which may be
+ * that of another user: compare the identifier.  As db_get; DBE_NOT_FOUND when there is
+ * none below either. */
+DB_API int16_t db_get_lst_rec(void *task, const void *identifier, void *record, uint16_t record_len);
+
+/* Deletes a whole request, its root record and all below it, in one transaction, and then
+ * the correlators of its functions in one of theirs: a kill or a failure between the two
+ * leaves correlators without functions.  DBE_OK; DBE_NOT_FOUND, no root record;
+ * DBE_IO_ERROR and the codes of db_del, with all records and correlators as they were. */
+DB_API int16_t db_del_rq_tree(void *task, const void *identifier);
+
+/* ---- Correlators --------------------------------------------------------
+ *
+ * record: a db_coo. */
+
+/* Fills in the SNA correlator of the request identifier in the record, making and
+ * storing one the first time.  The caller sets `origin`.
+ * DBE_OK; DBE_NO_TARGET, src_domain is unknown; DBE_RECORD_REPLACED and the codes of
+ * db_put after twenty attempts. */
+DB_API int16_t db_reqid2corr(void *task, void *record);
+
+/* Fills in the request identifier of the SNA correlator in the record, making one up for
+ * a correlator from elsewhere: an empty user becomes "remuser", recursion_no 0, subreq_id
+ * the date.  DBE_OK; DBE_NO_TARGET; the codes of db_put. */
+DB_API int16_t db_corr2reqid(void *task, void *record);
 
 /* ---- Record conversion ------------------------------------------------ */
 
@@ -305,6 +358,52 @@ DB_API int16_t parse_keyed(void *task, uint32_t db_id, const void *external, voi
 /* For each db_id: how much of the record its key alone can fill, in bytes; 0 for types
  * without a keyed record. */
 DB_API extern const uint32_t int_key_len[DB_TYPE_COUNT];
+
+/* ---- Conversion of an older database ------------------------------------
+ *
+ * An older release kept the database under "db" as directories of text files, a binary
+ * catalog and a directory of CM status files. db_mig_das converts all of it in place, in
+ * stages: catalog, targets with their users, CM status, target groups, authorization, the
+ * remote user. It may be called again after whatever end it had, a kill too: each stage
+ * looks at what is there and is run, resumed or passed over. It holds both locks of the
+ * installation from begin to end, SIGINT, SIGQUIT and SIGHUP with them; nothing else
+ * should run meanwhile. Authorization and the remote user have no state of their own:
+ * their records (both tables of access keys, the profiles ZVRUSER, ZVRBLD and ZVRADMN, the
+ * user "remuser") are written anew by every call that comes so far.
+ *
+ * DBE_OK, or the code of the stage that failed; later stages are not run then.
+ * DBE_IO_ERROR: a file, memory, or a state that cannot be gone on from (36388 logged for
+ * the catalog, 36391 for CM status of a change file that the catalog has not, 36355 for
+ * memory); DBE_MIGRATION; DBE_NO_TARGET: a group or a server link names no target;
+ * DBE_TRANS_IN_PROGRESS: the task has a transaction open. */
+DB_API int16_t db_mig_das(void *task);
+
+enum { DB_MIG_DRY_RUN = 1 };
+/* Stages, in their order. */
+enum { DB_MIG_CATALOG, DB_MIG_TARGETS, DB_MIG_CM_STATUS, DB_MIG_GROUPS, DB_MIG_AUTHORIZATION, DB_MIG_REMOTE, DB_MIG_STAGES };
+/* What an event tells. */
+enum {
+  DB_MIG_BEGIN = 1,    /* a stage begins; text: what it finds and will do, total: 0 when that is nothing */
+  DB_MIG_PROGRESS = 2, /* done items of total */
+  DB_MIG_NOTE = 3,     /* something was passed over or is odd; text: what, rc: number of the message that
+                          was logged, or 0 */
+  DB_MIG_COUNT = 4,    /* done: how many records of the kind that text names were converted */
+  DB_MIG_END = 5       /* the stage has ended with rc */
+};
+typedef struct db_mig_event {
+  uint32_t kind;
+  uint32_t stage;
+  uint32_t done;
+  uint32_t total;
+  int32_t rc;
+  const char *text; /* null where none is told; stays for the time of the call only */
+} db_mig_event;
+typedef void (*db_mig_watcher)(void *context, const db_mig_event *event);
+/* db_mig_das with someone watching (null: nobody). The watcher makes no calls of the
+ * library. DB_MIG_DRY_RUN: everything is read and looked at as for the conversion, and
+ * nothing is written; a stage that a conversion would fail in by what was read answers the
+ * same code, and the following stages are looked at all the same. */
+DB_API int16_t db_mig_watched(void *task, uint32_t options, db_mig_watcher watcher, void *context);
 
 #ifdef __cplusplus
 }

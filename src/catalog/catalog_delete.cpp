@@ -9,7 +9,7 @@
 #include "catalog/catalog_key.h"
 #include "cmstatus/cm_status.h"
 #include "keyed/keyed.h"
-#include "memory/table_bounds.h"
+#include "memory/catalog_tables.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "recfile/recfile.h"
@@ -40,15 +40,15 @@ std::int16_t store_free_image(void* task, std::uint16_t number) {
 // Takes the entry out of the index.  Where the one before it differs from its new
 // neighbour is where it left the old one or, if that is nearer, where the old one did.
 void free_slot(DBR_TCB* tcb, std::uint32_t position, DIST_CAT_ENTRY* slot) {
-  DBR_CNTL* cntl = tcb->cntl;
-  CAT_CNTL_ENTRY* index = tcb->cat_cntl;
+  const memory::catalog_tables tables = memory::catalog_of(tcb);
+  CAT_CNTL_ENTRY* index = tables.index;
   slot->free_flag = 1;
   ++slot->cf_gen;
   if (position > 0)
     index[position - 1].name_diff = std::min(index[position - 1].name_diff, index[position].name_diff);
-  --cntl->num_cat_actual;
+  tcb->cntl->num_cat_actual = tables.count - 1;
   std::memmove(index + position, index + position + 1,
-               (std::size_t{cntl->num_cat_actual} - position) * sizeof *index);
+               (std::size_t{tables.count} - 1 - position) * sizeof *index);
 }
 
 std::int16_t delete_records(void* task, std::uint16_t number) {

@@ -71,7 +71,7 @@ void enter_in_index(const cat_put& put, std::uint32_t position, std::uint32_t nu
   DBR_CNTL* cntl = put.tcb->cntl;
   CAT_CNTL_ENTRY* index = put.tcb->cat_cntl;
   std::memmove(index + position + 1, index + position,
-               (std::size_t{cntl->num_cat_actual} - position) * sizeof *index);
+               (std::size_t{memory::catalog_of(put.tcb).count} - position) * sizeof *index);
   index[position] = {static_cast<std::uint16_t>(number), 0, 0};
   ++cntl->num_cat_actual;
   if (number == cntl->num_cat_inited) ++cntl->num_cat_inited;
@@ -91,7 +91,8 @@ std::int16_t add(cat_put& put, std::int64_t place) {
   const std::uint32_t number = slot_for_new(put.task, tables);
   if (number >= most_slots) return DBE_LIMIT_EXCEEDED;
   // The generation goes on before the tables are full.
-  if (number >= memory::cat_table_size(put.tcb)) return DBE_LIMIT_EXCEEDED;
+  const std::uint32_t size = memory::cat_table_size(put.tcb);
+  if (number >= size || tables.count >= size) return DBE_LIMIT_EXCEEDED;
   const std::int16_t rc = write_record(put, number);
   if (!written(rc)) return rc;
   DIST_CAT_ENTRY& slot = put.tcb->dist_cat[number];

@@ -1,4 +1,5 @@
 // States of a change file on all targets, and of all change files on a target.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -78,9 +79,11 @@ void add_default_status(void* task, std::uint8_t* list, std::uint32_t length,
   const trace_bracket bracket(task, __func__);
   if (!rule.by_authorization && !rule.by_change_file) return;
   DBR_TCB* tcb = memory::tcb_of(task);
-  // Another segment may have been mapped in the place of the one that was looked at.
+  // Another segment may have been mapped since, elsewhere or, with fewer slots, in the place
+  // of the one that was looked at.
   if (!tcb || tcb->trg_cntl != rule.slots) return;
-  for (std::uint32_t number = 1; number < length && number <= rule.slot_count; ++number)
+  const std::uint32_t slots = std::min(rule.slot_count, memory::trg_table_size(tcb));
+  for (std::uint32_t number = 1; number < length && number <= slots; ++number)
     if (list[number] == no_status && is_local_slot(rule.slots[number - 1])) list[number] = default_status;
 }
 

@@ -13,6 +13,13 @@ file_entry* cms_file(void* task) {
   return memory::tcb_of(task)->cms_file;
 }
 
+// One side of a pair goes alone only when the other is known not to be there: a search that
+// failed is no such answer.
+std::int16_t unless_unknown(void* task, std::int16_t rc) {
+  if (rc != DBE_NOT_FOUND || !recfile::locate_failed(cms_file(task))) return rc;
+  return DBE_IO_ERROR;
+}
+
 constexpr record_key key_of(record_kind kind, std::uint32_t number) {
   return {kind, number, 0};
 }
@@ -50,7 +57,7 @@ image_area file_area(void* task, const char* tag, std::uint32_t more) {
 
 std::int16_t locate(void* task, record_kind kind, std::uint32_t number) {
   record_key key = key_of(kind, number);
-  return recfile::db_locate(task, cms_file(task), &key, recfile::KEY_EQ);
+  return unless_unknown(task, recfile::db_locate(task, cms_file(task), &key, recfile::KEY_EQ));
 }
 
 std::int16_t read_image(void* task, image_area* image) {
@@ -68,12 +75,13 @@ std::int16_t write_image(void* task, record_kind kind, std::uint32_t number, con
 
 std::int16_t update_image(void* task, record_kind kind, std::uint32_t number, const image_area& image) {
   record_key key = key_of(kind, number);
-  return recfile::db_update(task, cms_file(task), &key, image.bytes(), image_len(image));
+  return unless_unknown(task,
+                        recfile::db_update(task, cms_file(task), &key, image.bytes(), image_len(image)));
 }
 
 std::int16_t delete_record(void* task, record_kind kind, std::uint32_t number) {
   record_key key = key_of(kind, number);
-  return recfile::db_delete(task, &key, cms_file(task));
+  return unless_unknown(task, recfile::db_delete(task, &key, cms_file(task)));
 }
 
 std::int16_t end_change(void* task, std::int16_t rc) {

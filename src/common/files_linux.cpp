@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +24,14 @@ constexpr size_t kStatusFilled = 14;  // callers may have no more
 constexpr size_t kStatusAttributesOffset = 13;
 constexpr unsigned char kPassedOver = 0x40;  // entries that listings skip
 
+std::atomic<co_test_step_fn> step_asker{nullptr};
+
+// What a test wants in place of a step that changes files; CO_OK lets it go on.
+uint16_t asked(const char* step, const char* path) {
+  const co_test_step_fn ask = step_asker.load(std::memory_order_relaxed);
+  return ask == nullptr ? static_cast<uint16_t>(CO_OK) : ask(step, path);
+}
+
 bool good_path(const char* path) {
   return path != nullptr && *path != '\0' && strnlen(path, CO_PATH_MAX) < CO_PATH_MAX;
 }
@@ -40,6 +49,29 @@ bool open_flags_of(uint32_t flags, int* out) {
     default:
       return false;
   }
+}
+
+bool below_base(const char* path) {
+  const char* base = process().installation.base;
+  const size_t length = strlen(base);
+  return length > 0 && strncmp(path, base, length) == 0 && path[length] == '/';
+}
+
+// A directory of the installation belongs to whom the base directory belongs, and is as
+// open to its group, whoever makes it.
+bool fit_to_base(const char* path) {
+  const Installation& installation = process().installation;
+  struct stat base;
+  struct stat made;
+  const int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  bool fits = stat(installation.base, &base) == 0 && give_to_owner(installation, fd) && fstat(fd, &made) == 0;
+  if (fits && (made.st_uid == geteuid() || geteuid() == 0)) {
+    const mode_t wanted = (made.st_mode | (base.st_mode & (S_IWGRP | S_ISGID))) & 07777;
+    fits = (made.st_mode & 07777) == wanted || fchmod(fd, wanted) == 0;
+  }
+  close(fd);
+  return fits;
 }
 
 uint16_t failure_of_path() {
@@ -74,6 +106,10 @@ uint16_t co_open(void* handle, const char* path, uint32_t flags, uint32_t* out) 
   *out = 0;
   int system_flags;
   if (!good_path(path) || !open_flags_of(flags, &system_flags)) return CO_BAD_ARGUMENT;
+  if (flags == CO_OPEN_REPLACE) {
+    const uint16_t answer = asked("open", path);
+    if (answer != CO_OK) return answer;
+  }
   const int fd = open(path, system_flags | O_CLOEXEC, 0664);
   if (fd < 0) return failure_of_path();
   struct stat status;
@@ -104,6 +140,8 @@ uint16_t co_read(void* handle, uint32_t file, void* buffer, uint32_t* length) {
 
 uint16_t co_write(void* handle, uint32_t file, const void* buffer, uint32_t length) {
   if (task_of(handle) == nullptr || file == 0 || (buffer == nullptr && length != 0)) return CO_BAD_ARGUMENT;
+  const uint16_t answer = asked("write", nullptr);
+  if (answer != CO_OK) return answer;
   const char* from = static_cast<const char*>(buffer);
   while (length > 0) {
     const ssize_t put = write(static_cast<int>(file - 1), from, length);
@@ -117,12 +155,17 @@ uint16_t co_write(void* handle, uint32_t file, const void* buffer, uint32_t leng
 
 uint16_t co_fsync(void* handle, uint32_t file) {
   if (task_of(handle) == nullptr || file == 0) return CO_BAD_ARGUMENT;
+  const uint16_t answer = asked("fsync", nullptr);
+  if (answer != CO_OK) return answer;
   return fsync(static_cast<int>(file - 1)) == 0 ? CO_OK : CO_IO_ERROR;
 }
 
 uint16_t co_close(void* handle, uint32_t file) {
   if (task_of(handle) == nullptr || file == 0) return CO_BAD_ARGUMENT;
-  return close(static_cast<int>(file - 1)) == 0 ? CO_OK : CO_IO_ERROR;
+  const uint16_t answer = asked("close", nullptr);
+  const bool closed = close(static_cast<int>(file - 1)) == 0;
+  if (answer != CO_OK) return answer;
+  return closed ? CO_OK : CO_IO_ERROR;
 }
 
 uint16_t co_lseek(void* handle, uint32_t file, uint32_t zero1, uint32_t zero2, uint32_t* out) {
@@ -136,23 +179,34 @@ uint16_t co_lseek(void* handle, uint32_t file, uint32_t zero1, uint32_t zero2, u
 uint16_t co_remove(void* handle, const char* path, uint32_t flag) {
   (void)flag;
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
-  return result_of(unlink(path));
+  const uint16_t answer = asked("remove", path);
+  return answer != CO_OK ? answer : result_of(unlink(path));
 }
 
 uint16_t co_rename(void* handle, const char* from, const char* to, uint32_t one) {
   (void)one;
   if (task_of(handle) == nullptr || !good_path(from) || !good_path(to)) return CO_BAD_ARGUMENT;
-  return result_of(rename(from, to));
+  const uint16_t answer = asked("rename", from);
+  return answer != CO_OK ? answer : result_of(rename(from, to));
 }
 
 uint16_t co_mkdir(void* handle, const char* path) {
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
-  return result_of(mkdir(path, 0775));
+  const uint16_t answer = asked("mkdir", path);
+  if (answer != CO_OK) return answer;
+  if (mkdir(path, 0775) != 0) return result_of(-1);
+  if (below_base(path) && !fit_to_base(path)) {
+    const uint16_t failure = result_of(-1);
+    rmdir(path);
+    return failure;
+  }
+  return CO_OK;
 }
 
 uint16_t co_rmdir(void* handle, const char* path) {
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
-  return result_of(rmdir(path));
+  const uint16_t answer = asked("rmdir", path);
+  return answer != CO_OK ? answer : result_of(rmdir(path));
 }
 
 uint16_t co_opendir(void* handle, const char* path, uint32_t* out, uint32_t one) {
@@ -214,4 +268,8 @@ uint16_t co_dflt_mod(void* handle, const char* path, uint32_t one) {
   const uint16_t result = result_of(set ? 0 : -1);
   close(fd);
   return result;
+}
+
+void co_test_file_steps(co_test_step_fn ask) {
+  step_asker.store(ask, std::memory_order_relaxed);
 }

@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 
 #include "common/segments.h"
 #include "common/task_block.h"
+#include "common/zeroed_pages.h"
 
 namespace zvrdb::common {
 
@@ -14,11 +16,43 @@ struct alignas(std::max_align_t) MemoryBlock {
   MemoryBlock* next;
   MemoryBlock* previous;
   Task* owner;
+  size_t mapped;  // bytes of pages of its own, 0 for a block of the heap
 };
 
 namespace {
-std::atomic<int32_t> allocations_until_failure{-1};
+
+// Work areas of this size are asked for and given back in one call, most of them never
+// touched: the heap would clear all of them each time.  The address sanitizer watches the
+// heap only, so there everything stays on it.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t least_mapped = SIZE_MAX;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr size_t least_mapped = SIZE_MAX;
+#else
+constexpr size_t least_mapped = 128 * 1024;
+#endif
+#else
+constexpr size_t least_mapped = 128 * 1024;
+#endif
+
+MemoryBlock* make_block(size_t size) {
+  if (size < least_mapped) return static_cast<MemoryBlock*>(calloc(1, size));
+  auto* block = static_cast<MemoryBlock*>(map_zeroed_pages(size));
+  if (block != nullptr) block->mapped = size;
+  return block;
 }
+
+void give_back(MemoryBlock* block) {
+  if (block->mapped != 0)
+    unmap_pages(block, block->mapped);
+  else
+    free(block);
+}
+
+std::atomic<int32_t> allocations_until_failure{-1};
+
+}  // namespace
 
 bool allocation_fails_by_test() {
   int32_t left = allocations_until_failure.load(std::memory_order_relaxed);
@@ -30,7 +64,7 @@ bool allocation_fails_by_test() {
 
 void* allocate_private(Task* task, uint32_t size) {
   if (allocation_fails_by_test()) return nullptr;
-  auto* block = static_cast<MemoryBlock*>(calloc(1, sizeof(MemoryBlock) + size));
+  MemoryBlock* block = make_block(sizeof(MemoryBlock) + size);
   if (block == nullptr) return nullptr;
   block->owner = task;
   block->next = task->blocks;
@@ -47,13 +81,13 @@ void free_private(Task* task, void* address) {
   else
     task->blocks = block->next;
   if (block->next != nullptr) block->next->previous = block->previous;
-  free(block);
+  give_back(block);
 }
 
 void free_private_memory(Task* task) {
   while (MemoryBlock* block = task->blocks) {
     task->blocks = block->next;
-    free(block);
+    give_back(block);
   }
 }
 

@@ -136,6 +136,9 @@ int dunlock(PSP* h);
 // Key value of the entry that the last dfind or dseq found, in the file's order: for
 // key type 2 a length byte, then the bytes.  Valid until the next call on h.
 const unsigned char* current_key(const PSP* h);
+// Number of the record of that entry, -1 when nothing was found.  Entries of one key value
+// follow one another by their record's number.
+std::int32_t current_record(const PSP* h);
 int last_status(const PSP* h);
 
 // ---- Transactions

@@ -344,6 +344,8 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
     if (n > max_key_value && type <= kt_string_nocase) native[n - 1] = 0;
     convert_value(type, native, file, n, native_order, h->order);
     result = find_by_option(h, key, type, file, option);
+    // The answer is "not found"; the status tells when the search could not be made.
+    if (option == find_equal && result == e_not_found && h->status < e_ok) return result;
   }
   if (result == 0 || result == 2 || result == 3) h->recno_cur = h->recno;
   if (bracket) result = leave_result(result, rdleave(h));
@@ -490,6 +492,7 @@ int dunlock(PSP* h) {
 }
 
 const unsigned char* current_key(const PSP* h) { return h->keybuf; }
+std::int32_t current_record(const PSP* h) { return h->recno_cur; }
 int last_status(const PSP* h) { return h->status; }
 
 }  // namespace zvrdb::engine

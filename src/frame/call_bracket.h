@@ -72,8 +72,8 @@ std::int16_t handled_call(void* task, const char* function, const handler_column
 // of them null.
 bool keys_given(std::uint32_t db_id, std::uint16_t num_keys, keys_arg keys);
 
-// A null area of length 0 is allowed; the handler then gets an area that is none, for
-// it may not take null.  False for a null area of any other length.
+// A null area of length 0 is allowed; the handler then gets an area that is none of the
+// caller's, for it may not take null.  False for a null area of any other length.
 bool take_area(void** area, std::uint32_t length);
 
 }  // namespace zvrdb::frame

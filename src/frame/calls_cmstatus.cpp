@@ -29,8 +29,8 @@ int16_t db_cm_by_cat(void* task, const void* cf_name, uint8_t* list, uint32_t le
 }
 
 int16_t db_cm_by_trg(void* task, const char* target, uint32_t* list, uint32_t length, uint32_t* count) {
+  if (count) *count = 0;
   return framed_call(task, __func__, operation::read, DB_CMS, [&]() -> std::int16_t {
-    if (count) *count = 0;
     if (!count || !list) return DBE_LIST_TOO_SMALL;
     if (!target) return DBE_NOT_FOUND;
     return cmstatus::cm_by_trg(task, target, list, length, count);

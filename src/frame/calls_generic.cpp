@@ -1,4 +1,6 @@
 // The generic calls: enter, find the handler in the table, call it, leave.
+#include <zvrdb/records.h>
+
 #include "frame/call_bracket.h"
 
 namespace zvrdb::frame {
@@ -31,8 +33,9 @@ bool keys_given(std::uint32_t db_id, std::uint16_t num_keys, keys_arg keys) {
 }
 
 bool take_area(void** area, std::uint32_t length) {
-  static unsigned char nothing;
-  if (!*area && length == 0) *area = &nothing;
+  // A default CM status is written whatever the length is.
+  thread_local unsigned char nothing[sizeof(db_cms)];
+  if (!*area && length == 0) *area = nothing;
   return *area != nullptr;
 }
 

@@ -22,6 +22,15 @@ inline DBR_TCB* tcb_of(void* task) {
 std::int16_t dbr_in(void* task, operation op, std::uint32_t db_id);
 void dbr_out(void* task, operation op, std::uint32_t db_id, std::int16_t rc);
 
+// The block of a task's first call.  Null (logged) when it cannot be had.
+DBR_TCB* make_tcb(void* task);
+// Takes the block down again: ends what das_exit ends, lets go of the memory, gives the
+// semaphores back.  The task's next call is its first one then.
+void take_down(void* task, DBR_TCB* tcb);
+// A task died with "DBR_MEM", which the caller owns now.  A reader, too, may have been at
+// work on the files: a first call opens and repairs them, and the end of a task closes them.
+void repair_files(void* task);
+
 // Registers das_exit and opens the nine files.  The caller owns "DBR_MEM".
 std::int16_t init_db(void* task);
 // Closes the task's files; a transaction left open is rolled back.

@@ -1,14 +1,21 @@
 #include "frame/shared_memory.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <utility>
 
 #include "catalog/catalog.h"
 #include "cmstatus/cm_status.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
+#include "requests/correlators.h"
 #include "targets/targets.h"
+#include "textrec/parsed_files.h"
+#include "users/groups.h"
+#include "users/users.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -23,14 +30,24 @@ constexpr std::size_t segment_name_len = 16;
 
 // Files whose records are also held in memory.
 constexpr std::uint32_t files_in_memory[] = {DB_TRG, DB_CAT};
+// Files whose records are counted.
+constexpr std::uint32_t files_counted[] = {DB_TG, DB_DTG};
+
+// Of DBR_TCB's bits for files.
+std::uint32_t file_bit(std::uint32_t db_id) {
+  const int index = recfile::file_index(db_id);
+  return index < 0 ? 0 : 1u << index;
+}
 
 using building_step = std::int16_t (*)(void* task);
 
 // Each leaves what it computes alone while the lengths of the current generation
 // stand (alloc_generation is shm_generation and finitialized is set).
-constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat};
-// Each loads its tables from its file into the zeroed segment.
-constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms};
+constexpr building_step sizing_steps[] = {targets::alloc_trg, catalog::alloc_cat, users::count_tg, users::count_dtg};
+// Each loads its tables from its file into the zeroed segment; the last one makes the
+// tables that are loaded when they are asked for be loaded anew.
+constexpr building_step loading_steps[] = {targets::init_trg, catalog::init_cat, cmstatus::init_cms,
+                                          requests::init_corr, users::init_access_keys};
 
 template <std::size_t count>
 std::int16_t run_steps(void* task, const building_step (&steps)[count]) {
@@ -156,6 +173,7 @@ std::int16_t load_tables(void* task, DBR_TCB* tcb) {
   const std::int16_t rc = run_steps(task, loading_steps);
   if (rc != DBE_OK) return rc;
   set_finished(tcb->shm_base);
+  tcb->cntl->finitialized = 1;  // also where no call has been entered: it is in use from here on
   co_log2(task, 36359, 0, 0, 0, "%s", "");
   char name[segment_name_len];
   memory::segment_name(tcb->shm_generation, name);
@@ -185,15 +203,14 @@ bool try_attach(void* task, DBR_TCB* tcb) {
 
 }  // namespace
 
-bool take_undone(DBR_TCB* tcb) {
-  bool in_memory = false;
-  for (const std::uint32_t db_id : files_in_memory) {
-    const int index = recfile::file_index(db_id);
-    if (index >= 0 && (tcb->undone_ids >> index & 1u) != 0) in_memory = true;
-  }
-  tcb->undone_ids = 0;
+bool take_undone(void* task, DBR_TCB* tcb) {
+  const std::uint32_t undone = std::exchange(tcb->undone_ids, 0);
   // Before the first generation is in use there is nothing that could show it.
-  return in_memory && tcb->cntl->finitialized == 1;
+  if (undone == 0 || tcb->cntl->finitialized != 1) return false;
+  const auto was_undone = [&](std::uint32_t db_id) { return (undone & file_bit(db_id)) != 0; };
+  for (const std::uint32_t db_id : files_counted)
+    if (was_undone(db_id) && users::recount_groups(task, db_id) != DBE_OK) tcb->undone_ids |= file_bit(db_id);
+  return std::any_of(std::begin(files_in_memory), std::end(files_in_memory), was_undone);
 }
 
 void drop_memory(void* task, DBR_TCB* tcb) {
@@ -213,6 +230,9 @@ std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
   const bool created = !is_mapped(tcb);
   std::int16_t rc = DBE_OK;
   if (created) {
+    // Text records of this class have no flag of their own: they are put right now.
+    const std::int16_t refreshed = textrec::refresh_parsed(task);
+    ZVR_TRACE(task, 1, 2, "refresh_parsed returned %hx", static_cast<unsigned short>(refreshed));
     rc = map_current(task, tcb);
     if (rc != DBE_OK) return rc;
   }

@@ -23,9 +23,11 @@
 
 namespace zvrdb::frame {
 
-// Whether a roll-back undid changes of earlier calls that memory still shows.  Asking
-// clears the note.  The caller owns "DBR_MEM".
-bool take_undone(DBR_TCB* tcb);
+// Whether a roll-back undid changes of earlier calls that the segment still shows.  Counts
+// that it made wrong are taken anew here, for they need no new generation, which would cost
+// the volatile status of targets.  Asking clears the note, but for files that could not be
+// counted just now.  The caller owns "DBR_MEM".
+bool take_undone(void* task, DBR_TCB* tcb);
 
 // Class 1, semaphore held: maps the current segment, sized and loaded if it is the
 // first.  0; 8201 (36355 and 36360, or 36387 logged); or the code of a failed step.

@@ -6,6 +6,8 @@
 #include "frame/shared_memory.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
+#include "tasklaunch/version.h"
+#include "textrec/parsed_files.h"
 
 namespace zvrdb::frame {
 namespace {
@@ -13,7 +15,6 @@ namespace {
 static_assert(sizeof(DBR_CNTL) <= CO_AREA_DBR_CNTL_SIZE);
 
 constexpr const char* semaphore_names[2] = {"DBRFILE", "DBR_MEM"};
-constexpr std::uint32_t component = 4;
 constexpr std::uint32_t died_in_transaction = 2;
 constexpr int least_sync_frequency = 20;
 constexpr int default_sync_frequency = 1000;
@@ -31,23 +32,6 @@ void read_sync_frequency(void* task) {
   ZVR_TRACE(task, 1, 2, "sync() count=(%d) frequency=(%d)", sync_count.load(), sync_freq.load());
 }
 
-// The block of a task's first call.  Null (logged) when it cannot be had.
-DBR_TCB* make_tcb(void* task) {
-  co_reg_version(task, component, __DATE__, __TIME__);
-  auto* tcb = static_cast<DBR_TCB*>(co_malloc(task, sizeof(DBR_TCB), CO_MEM_PRIVATE, "DBR__TCB"));
-  if (tcb) {
-    tcb->cntl = static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
-    tcb->start_trans_id = no_trans_id;
-    if (tcb->cntl) {
-      co_slots(task)->dbr_tcb = tcb;
-      return tcb;
-    }
-    co_free_int(task, tcb, "dbr_in");
-  }
-  co_log2(task, 36355, 0, 0, 0, "%s", "DBR_TCB");
-  return nullptr;
-}
-
 bool owns(void* task, const DBR_TCB* tcb, std::uint16_t sem_index) {
   return tcb->sema4[sem_index] != 0 && co_lock_sema4(task, tcb->sema4[sem_index]) != 0;
 }
@@ -56,14 +40,6 @@ std::int16_t refuse_other_class(void* task, std::uint16_t sem_index) {
   ZVR_TRACE(task, 4, 2, "start_trans in progress for sem_index %hu", sem_index);
   co_log2(task, 36457, 0, 0, 0, "%s", "");
   return DBE_TRANS_IN_PROGRESS;
-}
-
-// A task died with the semaphore.  A reader, too, may have been at work on the files:
-// a first call opens and repairs them, and the end of a task closes them.
-void repair_files(void* task) {
-  recfile::reap_dead_use_counts(task);
-  const std::int16_t rc = recfile::repair_open_files(task);
-  ZVR_TRACE(task, 4, 2, "repair_open_files returned %hx", static_cast<unsigned short>(rc));
 }
 
 // Takes the semaphore of the class, unless a transaction holds it already.
@@ -95,7 +71,7 @@ std::int16_t first_init_db(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
   if (co_req_sema4(task, tcb->sema4[memory_class], 0) != CO_OK) return DBE_INIT_FAILED;
   const std::int16_t rc = init_db(task);
   // This class may not begin a generation: the next call of class 1 does.
-  if (take_undone(tcb)) tcb->cntl->fwrite_in_prog = 1;
+  if (take_undone(task, tcb)) tcb->cntl->fwrite_in_prog = 1;
   co_clear_sema4(task, tcb->sema4[memory_class]);
   return rc;
 }
@@ -105,7 +81,7 @@ std::int16_t first_init_db(void* task, DBR_TCB* tcb, std::uint16_t sem_index) {
 void recover_from_dead_writer(void* task) {
   co_log2(task, 36356, 0, 0, 0, "%s", "");
   repair_files(task);
-  take_undone(static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb));  // goes with the generation
+  tcb_of(task)->undone_ids = 0;  // goes with the generation
   memory::raise_generation(task);
 }
 
@@ -114,7 +90,7 @@ std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   recfile::reopen_lost_files(task);
   if (cntl->fwrite_in_prog == 1)
     recover_from_dead_writer(task);
-  else if (take_undone(tcb))
+  else if (take_undone(task, tcb))
     memory::raise_generation(task);  // a task died in a transaction that no longer held the semaphore
   const std::int16_t rc = enter_memory(task, tcb);
   if (rc != DBE_OK) return rc;
@@ -129,9 +105,13 @@ std::int16_t enter_memory_class(void* task, DBR_TCB* tcb, operation op) {
   return rc;
 }
 
-// Text record directories come later; until then they are taken to be clean.
+// A task that died while it replaced a text record left the flag at 0.
 std::int16_t enter_file_class(void* task, DBR_TCB* tcb) {
-  tcb->cntl->fparsed_ok = 1;
+  if (tcb->cntl->fparsed_ok == 0) {
+    const std::int16_t rc = textrec::refresh_parsed(task);
+    if (rc != DBE_OK) return rc;
+    tcb->cntl->fparsed_ok = 1;
+  }
   return attach_memory(task, tcb);
 }
 
@@ -146,7 +126,24 @@ std::int16_t enter(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id, 
   return rc;
 }
 
-// Takes down the block of a first call that failed.
+}  // namespace
+
+DBR_TCB* make_tcb(void* task) {
+  tasklaunch::db_ver_reg(task);
+  auto* tcb = static_cast<DBR_TCB*>(co_malloc(task, sizeof(DBR_TCB), CO_MEM_PRIVATE, "DBR__TCB"));
+  if (tcb) {
+    tcb->cntl = static_cast<DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
+    tcb->start_trans_id = no_trans_id;
+    if (tcb->cntl) {
+      co_slots(task)->dbr_tcb = tcb;
+      return tcb;
+    }
+    co_free_int(task, tcb, "dbr_in");
+  }
+  co_log2(task, 36355, 0, 0, 0, "%s", "DBR_TCB");
+  return nullptr;
+}
+
 void take_down(void* task, DBR_TCB* tcb) {
   das_exit(task, 0);
   drop_memory(task, tcb);
@@ -158,7 +155,11 @@ void take_down(void* task, DBR_TCB* tcb) {
   co_free_int(task, tcb, "dbr_in");
 }
 
-}  // namespace
+void repair_files(void* task) {
+  recfile::reap_dead_use_counts(task);
+  const std::int16_t rc = recfile::repair_open_files(task);
+  ZVR_TRACE(task, 4, 2, "repair_open_files returned %hx", static_cast<unsigned short>(rc));
+}
 
 std::int32_t sync_frequency_of(const char* text) {
   if (!text) return -1;

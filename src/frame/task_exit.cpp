@@ -26,7 +26,7 @@ void leave(void* task, DBR_TCB* tcb, operation op, std::uint32_t db_id) {
   const std::uint32_t handle = tcb->sema4[sem_index];
   if (handle == 0 || co_lock_sema4(task, handle) == 0) return;
   if (sem_index == memory_class) {
-    if (take_undone(tcb)) memory::raise_generation(task);
+    if (take_undone(task, tcb)) memory::raise_generation(task);
     build_raised(task, tcb);
     tcb->changed_before = tcb->changed_files;
     if (op == operation::write) {
@@ -113,10 +113,11 @@ void das_exit(void* task, std::uint32_t reason) {
   const bool owned = tcb->sema4[memory_class] != 0 && co_lock_sema4(task, tcb->sema4[memory_class]) != 0;
   // Before the files are closed, for the tables are built from them.
   recfile::rollback_all(task);
-  if (take_undone(tcb)) memory::raise_generation(task);
+  if (take_undone(task, tcb)) memory::raise_generation(task);
   if (owned) build_raised(task, tcb);
   close_files(task, tcb);
-  if (take_undone(tcb)) memory::raise_generation(task);
+  // What could not be counted to the end is counted by whoever builds the next generation.
+  if (take_undone(task, tcb) || tcb->undone_ids != 0) memory::raise_generation(task);
   if (owned) co_mark_sema4(task, tcb->sema4[memory_class], 0);
   if (taken) co_clear_sema4(task, tcb->sema4[memory_class]);
 }

@@ -124,6 +124,22 @@ bool belongs(void* task, const recfile::open_file& file, bool domains, const uns
   return false;
 }
 
+// All entries of a list have one key value, so their records' numbers rise.  The position
+// is the engine's own, which other calls of the task may move, or lose with its handle:
+// one that does not lead on is the end of the list, or it could go round for ever.
+// The last number stands in the list state.
+bool leads_on(void* task, const recfile::open_file& file, unsigned char* state, bool first) {
+  const std::int32_t record = engine::current_record(file.entry->psp);
+  std::int32_t last = 0;
+  std::memcpy(&last, state + list_last_key, sizeof last);
+  if (!first && record <= last) {
+    ZVR_TRACE(task, 2, 2, "%s", "position moved back");
+    return false;
+  }
+  std::memcpy(state + list_last_key, &record, sizeof record);
+  return true;
+}
+
 // Moves the engine to the next request of the list: 0, 8199 or 8455.
 std::int16_t next_request(void* task, const recfile::open_file& file, std::uint32_t db_id,
                           unsigned char* state) {
@@ -140,14 +156,15 @@ std::int16_t next_request(void* task, const recfile::open_file& file, std::uint3
   const std::int16_t rc = key_value(task, file, list, index, value);
   if (rc != DBE_OK) return rc;
   int code = 0;
-  if (list_number(state, list_first_time) != 0) {
+  const bool first = list_number(state, list_first_time) != 0;
+  if (first) {
     code = engine::dfind(file.entry->psp, index, value, key_type_of[index], engine::find_equal);
     set_list_number(state, list_first_time, 0);
   } else {
     code = engine::dseq(file.entry->psp, index, engine::seq_next);
   }
   if (code != engine::e_ok || !belongs(task, file, domains, sought, value)) return DBE_END_OF_LIST;
-  return DBE_OK;
+  return leads_on(task, file, state, first) ? DBE_OK : DBE_END_OF_LIST;
 }
 
 // 0 and the request in `external`, its key in host order; 8455.
@@ -164,6 +181,18 @@ std::int16_t read_request(void* task, const recfile::open_file& file, unsigned c
   recfile::convert_key_nbo(task, file.spec->list_id, external, recfile::from_network);
   *external_len = data_len + request_key_len;
   return DBE_OK;
+}
+
+// The next request of the list as its first piece has it.  Later pieces of a long record
+// have the same destination in their keys and are passed over.  0, 8199 or 8455.
+std::int16_t next_record(void* task, const recfile::open_file& file, std::uint32_t db_id,
+                         unsigned char* state, unsigned char* external, std::uint32_t* external_len) {
+  std::int16_t rc = DBE_OK;
+  do {
+    rc = next_request(task, file, db_id, state);
+    if (rc == DBE_OK) rc = read_request(task, file, external, external_len);
+  } while (rc == DBE_OK && recfile::recnum_of(file, external) != 0);
+  return rc;
 }
 
 // Only these two types are listed by destination, each by its own key.
@@ -229,10 +258,10 @@ std::int16_t get_more_alt(void* task, std::uint32_t db_id, file_entry* handle, v
     return rc = DBE_END_OF_LIST;
   }
   unsigned char* external = scratch_area(task, "GET_MORE");
-  rc = external ? next_request(task, file, db_id, static_cast<unsigned char*>(list_state))
-                : std::int16_t{DBE_IO_ERROR};
   std::uint32_t external_len = 0;
-  if (rc == DBE_OK) rc = read_request(task, file, external, &external_len);
+  rc = external ? next_record(task, file, db_id, static_cast<unsigned char*>(list_state), external,
+                              &external_len)
+                : std::int16_t{DBE_IO_ERROR};
   if (rc != DBE_OK) {
     bracket.quitting();
     return rc;

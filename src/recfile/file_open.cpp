@@ -16,6 +16,10 @@ namespace zvrdb::recfile {
 namespace {
 
 constexpr int transaction_level = 4;  // integrity level that transactions need
+constexpr int unflushed_level = 0;    // nothing reaches the disk on its own
+
+// How a file is shared with others.
+enum class sharing : char { with_all = 'S', with_nobody = 'E' };
 constexpr int read_write = 2;
 constexpr int native_order = 3;
 constexpr std::uint32_t busy_wait_ms = 60000;
@@ -63,16 +67,18 @@ bool allocate_handle(void* task, file_entry* entry) {
 // Opens the file, or makes it when it is not there.  0, an engine code, or
 // permissions_failed when a new file could not be given its permissions.
 constexpr int permissions_failed = 1;
-int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigned index, const char* path) {
+int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigned index, const char* path,
+                   sharing with) {
+  const char mode = static_cast<char>(with);
   const engine::key_entry* keys = engine_keys(spec.kind);
   const engine::journal_use journal = journal_choice();
-  int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+  int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
                            read_write, keys, journal);
   if (code == engine::e_write_flag && clear_flag_beside_live_users(task, entry->psp, index, path))
-    code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+    code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
                          read_write, keys, journal);
   if (code != engine::e_not_found) return code;
-  code = engine::dcreate(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), 'S',
+  code = engine::dcreate(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
                          native_order, keys, journal);
   if (code != engine::e_ok) return code;
   if (co_dflt_mod(task, path, 1) == CO_OK) return engine::e_ok;
@@ -101,7 +107,8 @@ int settle_transaction(void* task, engine::PSP* psp, unsigned index, const char*
   return end_interrupted_transaction(task, psp, index, state);
 }
 
-std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned index) {
+std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned index,
+                        sharing with = sharing::with_all) {
   const file_spec& spec = file_at(index);
   if (!allocate_handle(task, entry)) return DBE_IO_ERROR;
   file_path path;
@@ -110,13 +117,13 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
     return DBE_IO_ERROR;
   }
   if (block->use_count == 0) clear_flag_alone(task, entry->psp, path.text);
-  int code = open_or_create(task, entry, spec, index, path.text);
+  int code = open_or_create(task, entry, spec, index, path.text, with);
   if (code != engine::e_ok) {
     if (code != permissions_failed) issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_open);
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
-  code = engine::csetfile(entry->psp, transaction_level);
+  code = engine::csetfile(entry->psp, with == sharing::with_all ? transaction_level : unflushed_level);
   ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
   code = settle_transaction(task, entry->psp, index, path.text);
   if (code != engine::e_ok) {
@@ -192,6 +199,31 @@ std::int16_t db_open(void* task, std::uint32_t db_id, file_entry** handle) {
     *handle = entry;
   else
     bracket.quitting();
+  return rc;
+}
+
+std::int16_t db_open_alone(void* task, std::uint32_t db_id, file_entry** handle) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(task, __func__, &rc);
+  *handle = nullptr;
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  rc = get_file_ptr(task, &block, &entry, db_id);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    memory::log_db_msg(task, 36429, db_id);
+    return rc;
+  }
+  rc = DBE_IO_ERROR;
+  if (!entry->iocb && block->use_count == 0)
+    rc = open_entry(task, entry, block, static_cast<unsigned>(file_index(db_id)), sharing::with_nobody);
+  if (rc != DBE_OK) {
+    bracket.quitting();
+    return rc;
+  }
+  // The record operations begin none of their own then.
+  set_trans_active(task, block->db_id);
+  *handle = entry;
   return rc;
 }
 

@@ -16,6 +16,11 @@ void set_datalist(void* task, std::uint32_t db_id, iocb* block, const char* name
 std::int16_t get_file_ptr(void* task, iocb** block, file_entry** entry, std::uint32_t db_id);
 // 0, 8193 or 8455.
 std::int16_t db_open(void* task, std::uint32_t db_id, file_entry** handle);
+// As db_open, for a file that is thrown away and made again should this task die: nobody
+// else may have it open, records are stored without transactions, and nothing is flushed
+// before db_bflush. The entry must not be open. reset_trans_active comes before db_close.
+// 8455 also when somebody has it open.
+std::int16_t db_open_alone(void* task, std::uint32_t db_id, file_entry** handle);
 // 0 or 8455.
 std::int16_t db_close(void* task, file_entry* handle);
 void issue_err_msg(void* task, const char* file_name, std::int16_t code, std::uint16_t function_number);
@@ -42,6 +47,9 @@ enum locate_option : std::int16_t {
 };
 // 0, 8194 or 8455.
 std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t option);
+// Of the last db_locate, db_update or db_delete, when it answered 8194: whether the search
+// itself failed, so that nothing is known of the record.
+bool locate_failed(const file_entry* handle);
 // 0, 8224 or 8455.  length: in the buffer's size, out the bytes returned, key included.
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length);
 // 0 or 8455.

@@ -137,6 +137,12 @@ std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t o
   return rc;
 }
 
+bool locate_failed(const file_entry* handle) {
+  if (!handle || !handle->psp) return true;
+  const int status = engine::last_status(handle->psp);
+  return status < engine::e_ok && status != engine::e_not_found;
+}
+
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "memory/dbr_cntl.h"
+#include "memory/dbr_tcb.h"
 
 namespace zvrdb::targets {
 
@@ -24,8 +24,9 @@ void move_entry(entry* index, std::uint32_t from, std::uint32_t to) {
 // the only one out of order.  find_place searches the used part without it and
 // answers a position, or -1 for behind the last.
 template <typename entry, typename search>
-void put_in_order(DBR_CNTL* cntl, entry* index, std::uint32_t from, search find_place) {
-  const std::uint32_t last = cntl->num_trgs_actual - 1;
+void put_in_order(DBR_TCB* tcb, entry* index, std::uint32_t from, search find_place) {
+  DBR_CNTL* cntl = tcb->cntl;
+  const std::uint32_t last = memory::trg_count(tcb) - 1;
   move_entry(index, from, last);
   cntl->num_trgs_actual = last;
   const std::int64_t place = find_place();

@@ -42,11 +42,11 @@ std::int16_t delete_records(void* task, std::uint32_t number) {
 void free_number(DBR_TCB* tcb, TRG_CNTL_ENTRY* slot, std::uint32_t name_position,
                  std::uint32_t dsu_position) {
   DBR_CNTL* cntl = tcb->cntl;
-  const std::uint32_t last = cntl->num_trgs_actual - 1;
+  const std::uint32_t last = memory::trg_count(tcb) - 1;
   move_entry(tcb->name_index, name_position, last);
   move_entry(tcb->dsu_index, dsu_position, last);
   slot->in_use = 0;
-  --cntl->num_trgs_actual;
+  cntl->num_trgs_actual = last;
   if ((slot->trg_type & type_local) && cntl->num_ltrg_actual > 0) --cntl->num_ltrg_actual;
 }
 

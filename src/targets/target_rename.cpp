@@ -33,8 +33,7 @@ std::int16_t rename_record(void* task, std::uint32_t position, const target_name
     set_name(record + srv_name_offset, new_name);
   }
   set_name(slot->trg_name, new_name);
-  put_in_order(tcb->cntl, tcb->name_index, position,
-               [&] { return memory::locate_name(task, new_name.text); });
+  put_in_order(tcb, tcb->name_index, position, [&] { return memory::locate_name(task, new_name.text); });
   key = {DB_TRG, number, 0};
   const std::int16_t rc = keyed::put_keyed(task, DB_TRG, tcb->trg_file, &key, record, trg_record_len);
   if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) return rc;

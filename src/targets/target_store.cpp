@@ -99,7 +99,7 @@ std::int16_t replace_target(target_put& put) {
   fill_slot(put, slot, number);
   std::memcpy(slot->trg_status, status, sizeof status);
   if (moves && dsu_position >= 0)
-    put_in_order(cntl, put.tcb->dsu_index, static_cast<std::uint32_t>(dsu_position),
+    put_in_order(put.tcb, put.tcb->dsu_index, static_cast<std::uint32_t>(dsu_position),
                  [&] { return memory::locate_dsu(put.task, put.dsu); });
   else if (moves)
     memory::sort_dsu(put.task);  // the order was stale already

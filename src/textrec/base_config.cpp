@@ -5,6 +5,7 @@
 #include <string>
 
 #include "memory/trace.h"
+#include "textrec/record_printers.h"
 
 namespace zvrdb::textrec {
 namespace {
@@ -32,10 +33,18 @@ constexpr word machine_words[] = {
     {11, "WINDOWS_NT"}, {12, "SCO"},           {13, "SINIX"}, {14, "MK/900"}, {16, "IRIX"},
     {17, "MK/8"},       {18, "WIN95"},         {19, "WIN98"}, {20, "WIN2K"},  {21, "WIN2K_ADV"},
     {24, "OS_UNKNOWN"}, {any_other, "Unknown"}};
+// What the migration knows of them.
+constexpr word older_machine_words[] = {{0, "MK/6"},       {2, "MK/7"},        {3, "HP_UX"},
+                                        {4, "DOS"},        {5, "WINDOWS"},     {6, "SUNOS"},
+                                        {7, "SOLARIS"},    {8, "MAC"},         {9, "NCR"},
+                                        {10, "NETWARE"},   {11, "WINDOWS_NT"}, {12, "SCO"},
+                                        {13, "SINIX"},     {19, "WIN98"},      {20, "WIN2K"},
+                                        {21, "WIN2K_ADV"}, {24, "OS_UNKNOWN"}, {any_other, "Unknown"}};
 
 enum field_kind : std::uint8_t {
   text,          // up to its NUL or its width
   number,        // of 1, 2 or 4 bytes
+  raised_limit,  // a number that is printed only above its default
   word_of,       // a word for its value
   server_blocks  // five blocks that begin with a name; the first empty one ends them
 };
@@ -100,6 +109,30 @@ constexpr config_line lines[] = {
     {"CONNECTION WINDOW DURATION:      ", 4636, 4, number, nullptr, nullptr},
     {"SERVER:               ", 1368, 350, server_blocks, nullptr, nullptr},
     {"OS USER:  ", 4594, 16, text, nullptr, ""},
+};
+
+// The same for the migration: what an older installation knew.
+constexpr unsigned long default_local_targets = 512;
+constexpr config_line older_lines[] = {
+    {"WORKSTATION NAME:     ", 0, 64, text, nullptr, nullptr},
+    {"MESSAGE LOG LEVEL:    ", 64, 2, word_of, log_level_words, nullptr},
+    {"LAN AUTHORIZATION:    ", 66, 2, number, nullptr, nullptr},
+    {"LOG FILE SIZE:        ", 68, 4, number, nullptr, nullptr},
+    {"TRACE FILE SIZE:      ", 76, 4, number, nullptr, nullptr},
+    {"API TRACE FILE SIZE:  ", 72, 4, number, nullptr, nullptr},
+    {"TCP/IP PORT:          ", 80, 2, number, nullptr, nullptr},
+    {"MAX TARGETS:          ", 4268, 4, number, nullptr, nullptr},
+    {"MAX LOCAL TARGETS:    ", 4284, 4, raised_limit, nullptr, nullptr},
+    {"MAX CONNECTIONS:      ", 4264, 4, number, nullptr, nullptr},
+    {"MAX USER INTERFACES:  ", 4272, 4, number, nullptr, nullptr},
+    {"CONFIGURATION:        ", 85, 1, word_of, configuration_words, nullptr},
+    {"MACHINE TYPE:         ", 84, 1, word_of, older_machine_words, nullptr},
+    {"FILE PATH:            ", 88, 256, text, nullptr, default_file_path},
+    {"REPOSITORY:           ", 344, 256, text, nullptr, nullptr},
+    {"SERVICE AREA:         ", 600, 256, text, nullptr, nullptr},
+    {"BACKUP AREA:          ", 856, 256, text, nullptr, nullptr},
+    {"WORK AREA:            ", 1112, 256, text, nullptr, nullptr},
+    {"SERVER:               ", 1368, 350, server_blocks, nullptr, nullptr},
 };
 
 static_assert([] {
@@ -171,6 +204,9 @@ void print_line(printer& out, const config_line& line, const unsigned char* reco
       out.line(line.label, value, n);
       return;
     }
+    case raised_limit:
+      if (load_number(field, line.width) <= default_local_targets) return;
+      [[fallthrough]];
     case number:
       std::snprintf(digits, sizeof digits, "%lu", load_number(field, line.width));
       out.line(line.label, digits, sizeof digits);
@@ -186,14 +222,24 @@ void print_line(printer& out, const config_line& line, const unsigned char* reco
   }
 }
 
+template <std::size_t count>
+std::uint32_t print_lines(const config_line (&printed)[count], char* text_out, const void* record) {
+  printer out{text_out, 0};
+  out.text[0] = 0;
+  for (const config_line& line : printed) print_line(out, line, static_cast<const unsigned char*>(record));
+  return static_cast<std::uint32_t>(out.length);
+}
+
 }  // namespace
 
 std::uint32_t unparse_cfg(void* task, char* text_out, const void* record) {
   trace_bracket trace(task, "unparse_cfg");
-  printer out{text_out, 0};
-  out.text[0] = 0;
-  for (const config_line& line : lines) print_line(out, line, static_cast<const unsigned char*>(record));
-  return static_cast<std::uint32_t>(out.length);
+  return print_lines(lines, text_out, record);
+}
+
+std::int32_t unparse_new_cfg(void* task, char* text_out, const void* record, std::uint32_t) {
+  trace_bracket trace(task, "unparse_new_cfg");
+  return static_cast<std::int32_t>(print_lines(older_lines, text_out, record));
 }
 
 }  // namespace zvrdb::textrec

@@ -132,5 +132,17 @@ TEST_F(CatalogDelete, EverythingCanGoAndComeAgain) {
   EXPECT_EQ(cntl()->num_cat_inited, 3u);
 }
 
+TEST_F(CatalogDelete, ACountBeyondTheTablesIsNotFollowed) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put_cf(name), DBE_OK);
+  // Entries behind the used ones lead to slot 1 until the end of the table.
+  for (std::uint32_t at = 2; at < cntl()->num_cat_alloc; ++at) tcb()->cat_cntl[at].dist_idx = 1;
+  cntl()->num_cat_actual = 0xFFFFFFFFu;
+  EXPECT_EQ(del_cf("A"), DBE_OK);
+  EXPECT_LT(cntl()->num_cat_actual, cntl()->num_cat_alloc);
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(all_names(), std::vector<std::string>{"B"});
+  expect_agreement();
+}
+
 }  // namespace
 }  // namespace catalog_test

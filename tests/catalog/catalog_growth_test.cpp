@@ -136,5 +136,110 @@ TEST_F(CatalogGrowth, GrowthInsideATransactionIsUndoneWithIt) {
   expect_agreement();
 }
 
+TEST_F(CatalogGrowth, GrowthInsideTheTransactionOfATaskThatEndsIsUndoneWithIt) {
+  fill(0, 499);
+  {
+    client_task other("ends");
+    ASSERT_EQ(db_start_trans(other, DB_CAT), DBE_OK);
+    ASSERT_EQ(put_on(other, "N499"), DBE_OK);
+  }
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  EXPECT_EQ(put_cf("AGAIN"), DBE_OK);
+  EXPECT_EQ(number_of("AGAIN"), 499);
+  expect_agreement();
+}
+
+TEST_F(CatalogGrowth, GrowthInsideTheTransactionOfAProcessThatDiesIsUndoneWithIt) {
+  fill(0, 499);
+  kill_writer_after([](void* child) {
+    db_start_trans(child, DB_CAT);
+    put_on(child, "N499");
+  });
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  expect_agreement();
+}
+
+TEST_F(CatalogGrowth, ADeathInATransactionThatGrewTheTablesIsSeenByAFirstCallOnTextRecords) {
+  fill(0, 499);
+  kill_writer_after([](void* child) {
+    db_start_trans(child, DB_CAT);
+    put_on(child, "N499");
+  });
+  {
+    client_task first("first");
+    unsigned char config[100];
+    ASSERT_EQ(db_get(first, DB_CFG, 0, nullptr, config, sizeof config), DBE_OK);
+  }
+  EXPECT_EQ(get_cf("N499", head_len).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(get_cf("N499").rc, DBE_NOT_FOUND);
+  expect_agreement();
+}
+
+TEST_F(CatalogGrowth, AListMadeBeforeIsReadWithinTheBiggerTables) {
+  fill(0, 499);
+  std::vector<ListEntry> list(600);
+  std::uint16_t count = 0, index = 0;
+  const CfName all = cf("*");
+  ASSERT_EQ(db_start_list(task, DB_CAT, all.data(), list.data(), 600 * 4, &count, &index), DBE_OK);
+  ASSERT_EQ(count, 499);
+  ASSERT_EQ(put_cf("N499"), DBE_OK);
+  ASSERT_EQ(del_cf("N7"), DBE_OK);
+  const std::uint16_t gone = 7;
+  for (std::uint16_t at = 0; at < count; ++at) {
+    CatRecord record("none");
+    index = at;
+    const int rc = db_get_next(task, DB_CAT, list.data(), count, &index, record.bytes.data(), head_len);
+    EXPECT_EQ(index, at + 1);
+    if (list[at].dist_idx == gone) {
+      EXPECT_EQ(rc, DBE_NOT_FOUND);
+      continue;
+    }
+    // The sequence of a slot begins anew with its generation; the record is the slot's.
+    EXPECT_EQ(rc, DBE_ENTRY_CHANGED);
+    EXPECT_EQ(record.name(), cf(numbered("N", list[at].dist_idx)));
+  }
+  const CfName name = cf("N44");
+  EXPECT_EQ(db_find_cat_idx(task, name.data(), list.data(), count, &index), DBE_OK);
+  EXPECT_EQ(list[index].dist_idx, 44);
+}
+
+TEST_F(CatalogGrowth, OthersListWhileItGrows) {
+  fill(0, 400);
+  const auto reader = [](parent_link& parent) {
+    void* other = co_init_task("lists", nullptr, 1);
+    if (!other || get_on(other, "N0") != DBE_OK) return 1;
+    parent.stop_here();
+    std::vector<ListEntry> list(2000);
+    const CfName all = cf("*");
+    for (std::uint16_t seen = 0; seen < 700;) {
+      std::uint16_t count = 0, index = 0;
+      if (db_start_list(other, DB_CAT, all.data(), list.data(), 2000 * 4, &count, &index) != DBE_OK) return 2;
+      if (count < seen) return 3;  // nothing is deleted
+      seen = count;
+      // Nobody has changed an entry that was listed, but its generation may have gone on.
+      CatRecord record("none");
+      index = static_cast<std::uint16_t>(count / 2);
+      const ListEntry entry = list[index];
+      const int rc = db_get_next(other, DB_CAT, list.data(), count, &index, record.bytes.data(), head_len);
+      if (rc != DBE_OK && rc != DBE_ENTRY_CHANGED) return 4;
+      if (record.name() != cf(numbered("N", entry.dist_idx))) return 5;
+    }
+    coi_term_task(other, 0);
+    return 0;
+  };
+  child_process first(reader);
+  child_process second(reader);
+  ASSERT_EQ(first.next(), 1);
+  ASSERT_EQ(second.next(), 1);
+  first.go_on();
+  second.go_on();
+  for (int i = 400; i < 700; ++i) ASSERT_EQ(put_cf(numbered("N", i)), DBE_OK) << i;
+  EXPECT_EQ(first.finish(), 0);
+  EXPECT_EQ(second.finish(), 0);
+  expect_agreement();
+}
+
 }  // namespace
 }  // namespace catalog_test

@@ -208,5 +208,16 @@ TEST_F(CatalogStore, MissingKeysAreRefused) {
   EXPECT_EQ(db_get(task, DB_CAT, 1, keys, record.bytes.data(), 10), DBE_NOT_FOUND);
 }
 
+TEST_F(CatalogStore, ACountBeyondTheTablesIsNotFollowed) {
+  for (const char* name : {"A", "B"}) ASSERT_EQ(put_cf(name), DBE_OK);
+  for (const std::uint32_t count : {cntl()->num_cat_alloc, 0x40000000u, 0xFFFFFFFFu}) {
+    cntl()->num_cat_actual = count;
+    EXPECT_EQ(put_cf("C"), DBE_LIMIT_EXCEEDED) << "before anything is written";
+    EXPECT_EQ(cntl()->num_cat_inited, 2u);
+  }
+  ASSERT_EQ(rebuild(), DBE_OK);
+  EXPECT_EQ(all_names(), (std::vector<std::string>{"A", "B"}));
+}
+
 }  // namespace
 }  // namespace catalog_test

@@ -1,7 +1,9 @@
 // The default status of pairs without a record, in single reads and in lists.
 #include <cstring>
 
+#include "cmstatus/cm_status.h"
 #include "cmstatus/cms_fixture.h"
+#include "frame/call_bracket.h"
 #include "memory/shared_tables.h"
 
 namespace cms_test {
@@ -167,6 +169,24 @@ TEST_F(DefaultStatus, ACallThatCouldNotBeginLeavesTheListAlone) {
   std::vector<unsigned char> list(101, 0xEE);
   EXPECT_EQ(db_cm_by_cat(nullptr, fix.data(), list.data(), 101), DBE_INIT_FAILED);
   EXPECT_TRUE(std::all_of(list.begin(), list.end(), [](unsigned char b) { return b == 0xEE; }));
+}
+
+TEST_F(DefaultStatus, ANullBufferOfLengthZeroTakesIt) {
+  const void* keys[] = {"A", ref.data()};
+  EXPECT_EQ(db_get(task, DB_CMS, 2, keys, nullptr, 0), DBE_OK);
+  // A handler may write that much into what stands for no area.
+  void* area = nullptr;
+  ASSERT_TRUE(zvrdb::frame::take_area(&area, 0));
+  std::memset(area, 0, 153);
+}
+
+TEST_F(DefaultStatus, OfAListIsTakenFromTheTableThatIsThereNow) {
+  // As if, on leaving the call, a smaller segment had come to where the other one was.
+  zvrdb::cmstatus::default_status_rule rule = {true, false, tcb()->trg_cntl, 1000000};
+  std::vector<unsigned char> list(200000, 15);
+  zvrdb::cmstatus::add_default_status(task, list.data(), 200000, rule);
+  EXPECT_EQ(list[number("A")], 128);
+  EXPECT_TRUE(std::all_of(list.begin() + 101, list.end(), [](unsigned char b) { return b == 15; }));
 }
 
 }  // namespace

@@ -104,5 +104,46 @@ TEST_F(ExplicitTransactionsOnStatus, DeletingATargetCommitsTheTransactionOnStatu
   expect_sides_agree();
 }
 
+TEST_F(ExplicitTransactionsOnStatus, StatusIsNoPartOfATransactionOnTheCatalogAndStaysWithTheNumber) {
+  ASSERT_EQ(db_start_trans(task, DB_CAT), DBE_OK);
+  const CfName undone = cf("UNDONE"), next = cf("NEXT");
+  ASSERT_EQ(put_file(undone), DBE_OK);
+  const std::uint16_t its_number = file_number(undone);
+  EXPECT_EQ(set("A", undone, 7), DBE_OK);
+  EXPECT_TRUE(semaphore_held());
+  EXPECT_EQ(db_rollback(task, DB_CAT), DBE_OK);
+  EXPECT_FALSE(semaphore_held());
+  EXPECT_EQ(status("A", undone).rc, DBE_NOT_FOUND);
+  expect_sides_agree();
+  ASSERT_EQ(put_file(next), DBE_OK);
+  EXPECT_EQ(file_number(next), its_number);
+  EXPECT_EQ(status("A", next).status(), 7u) << "status goes by number";
+  EXPECT_EQ(del_file(next), DBE_CMS_EXISTS);
+  EXPECT_EQ(db_del_cf_cms(task, next.data()), DBE_OK);
+  EXPECT_FALSE(stored_of_file(next));
+  EXPECT_EQ(del_file(next), DBE_OK);
+}
+
+TEST_F(ExplicitTransactionsOnStatus, GrowthOfTheCatalogLeavesATransactionOnTargetsOpen) {
+  ASSERT_EQ(db_start_trans(task, DB_CAT), DBE_OK);
+  for (unsigned i = 2; i < 499; ++i) ASSERT_EQ(put_file(cf(numbered("N", i))), DBE_OK) << i;
+  ASSERT_EQ(db_commit(task, DB_CAT), DBE_OK);
+  const std::uint32_t generation = cntl()->shm_generation;
+  ASSERT_EQ(db_start_trans(task, DB_TRG), DBE_OK);
+  ASSERT_EQ(put_target("NEW"), DBE_OK);
+  ASSERT_EQ(put_file(cf("N499")), DBE_OK);
+  ASSERT_EQ(cntl()->shm_generation, generation + 1);
+  EXPECT_EQ(index_rc("NEW"), DBE_OK) << "the tables are built from what the transaction has made";
+  EXPECT_EQ(set("NEW", cf("N499"), 7), DBE_OK);
+  EXPECT_TRUE(semaphore_held());
+  EXPECT_EQ(db_rollback(task, DB_TRG), DBE_OK);
+  EXPECT_FALSE(semaphore_held());
+  EXPECT_EQ(index_rc("NEW"), DBE_NO_TARGET);
+  EXPECT_EQ(status("A", cf("N499")).rc, DBE_NOT_FOUND);
+  EXPECT_EQ(put_file(cf("N500")), DBE_OK);
+  EXPECT_EQ(file_number(cf("N499")), 499);
+  expect_sides_agree();
+}
+
 }  // namespace
 }  // namespace cms_test

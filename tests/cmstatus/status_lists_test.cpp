@@ -125,5 +125,12 @@ TEST_F(StatusLists, WithoutMemoryListsFail) {
   co_test_fail_malloc(-1);
 }
 
+TEST_F(StatusLists, TheCountOfATargetsListIsZeroAlsoWhenTheCallCannotBegin) {
+  std::uint32_t count = 9, list[4] = {7, 7, 7, 7};
+  EXPECT_EQ(db_cm_by_trg(nullptr, "A", list, sizeof list, &count), DBE_INIT_FAILED);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(list[0], 7u);
+}
+
 }  // namespace
 }  // namespace cms_test

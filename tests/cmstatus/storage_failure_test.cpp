@@ -32,12 +32,24 @@ std::int64_t write_unless_refused(int file, std::uint64_t offset, const void* fr
   return zvrdb::engine::linux_ops.write_at(file, offset, from, n);
 }
 
+// The nth read from now on fails, once; 0: none does.
+int failing_read = 0;
+
+std::int64_t read_unless_failing(int file, std::uint64_t offset, void* to, std::size_t n) {
+  if (failing_read > 0 && --failing_read == 0) {
+    errno = EIO;
+    return -1;
+  }
+  return zvrdb::engine::linux_ops.read_at(file, offset, to, n);
+}
+
 class StorageFailureOnStatus : public CmStatusTest {
  protected:
   void SetUp() override {
     fault = {};
     operations = zvrdb::engine::linux_ops;
     operations.write_at = write_unless_refused;
+    operations.read_at = read_unless_failing;
     zvrdb::engine::set_os_ops(&operations);
     CmStatusTest::SetUp();
     for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put_target(name), DBE_OK);
@@ -119,6 +131,33 @@ TEST_F(StorageFailureOnStatus, OfTheDeletionOfATargetsStatusLeavesBothSidesEqual
 
 TEST_F(StorageFailureOnStatus, OfTheDeletionOfAChangeFilesStatusLeavesBothSidesEqual) {
   fail_from_each([&] { return db_del_cf_cms(task, one.data()); });
+}
+
+// A record that cannot be read is not one that is not there.
+TEST_F(StorageFailureOnStatus, OfAnyOneReadLeavesBothSidesEqual) {
+  const std::function<int(void*)> changes[] = {
+      [&](void* child) { return static_cast<int>(db_del_cf_cms(child, one.data())); },
+      [&](void* child) { return static_cast<int>(zvrdb::cmstatus::del_target_cms(child, "A")); },
+      [&](void* child) { return del_status(child, "A", one); },
+      [&](void* child) { return put_status(child, "B", two, 9); },
+  };
+  for (const auto& change : changes)
+    for (int nth = 1; nth < 200; ++nth) {
+      SCOPED_TRACE(numbered("read ", nth));
+      const int met = in_child([&](void* child) {
+        get_status(child, "A", one);
+        failing_read = nth;
+        change(child);
+        return failing_read == 0 ? 1 : 0;
+      });
+      expect_sides_agree();
+      if (met == 0) {
+        EXPECT_GT(nth, 1);
+        break;
+      }
+      if (HasFailure()) return;
+      begin_anew();
+    }
 }
 
 }  // namespace

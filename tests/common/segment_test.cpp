@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -72,6 +73,19 @@ TEST_F(Segment, PrivateMemoryIsZeroAndGoesWithItsTask) {
   for (int i = 0; i < 100; i += 3) co_free_int(other, blocks[static_cast<size_t>(i)], "test");
   co_free_int(other, nullptr, "test");
   coi_term_task(other, 0);  // frees the rest: the leak checker watches
+}
+
+TEST_F(Segment, PrivateMemoryOfEverySizeIsZeroAlsoWhereMemoryWasGivenBack) {
+  void* other = co_init_task("other", nullptr, 0);
+  for (int round = 0; round < 3; ++round)
+    for (const uint32_t size : {1u, 4095u, 100000u, 131071u, 131072u, 5000000u}) {
+      auto* block = static_cast<unsigned char*>(co_malloc(other, size, CO_MEM_PRIVATE, "TEST"));
+      ASSERT_NE(block, nullptr);
+      EXPECT_TRUE(std::all_of(block, block + size, [](unsigned char byte) { return byte == 0; })) << size;
+      memset(block, 0xFF, size);
+      if (round < 2) co_free_int(other, block, "test");
+    }
+  coi_term_task(other, 0);
 }
 
 TEST_F(Segment, TheAllocationThatATestChoosesFailsOnce) {

@@ -169,7 +169,8 @@ TEST_F(Dispatch, AWriteWithoutAHandlerRaisesTheGenerationOfItsType) {
   EXPECT_EQ(DBE_BAD_DB_ID, db_del(task, 7, 0, nullptr));
   EXPECT_EQ(before + 1, task.cntl()->gen[7]);
   char buffer[8];
-  EXPECT_EQ(DBE_BAD_DB_ID, db_get(task, 8, 0, nullptr, buffer, 8));
+  std::uint16_t index = 0;
+  EXPECT_EQ(DBE_BAD_DB_ID, db_get_next(task, 8, buffer, 1, &index, buffer, 8));
   EXPECT_EQ(0u, task.cntl()->gen[8]);
 }
 

@@ -402,5 +402,20 @@ TEST_F(TargetTable, AFailedAllocationOfAWorkAreaIsAnError) {
   EXPECT_EQ(get("T").rc, DBE_OK);
 }
 
+TEST_F(TargetTable, ACountBeyondTheTableIsNotFollowedByMovesInTheIndexes) {
+  configure(3);
+  for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put(Record(name)), DBE_OK);
+  cntl()->num_trgs_actual = 0xFFFFFFFFu;
+  EXPECT_EQ(db_rename_trg(task, "B", "D"), DBE_OK);
+  EXPECT_EQ(cntl()->num_trgs_actual, 3u);
+  cntl()->num_trgs_actual = 0xFFFFFFFFu;
+  EXPECT_EQ(put(Record("A").ren("MOVED")), DBE_RECORD_REPLACED);
+  EXPECT_EQ(cntl()->num_trgs_actual, 3u);
+  cntl()->num_trgs_actual = 0xFFFFFFFFu;
+  EXPECT_EQ(del("C"), DBE_OK);
+  EXPECT_EQ(cntl()->num_trgs_actual, 2u);
+  EXPECT_EQ(names(), (std::vector<std::string>{"A", "D"}));
+}
+
 }  // namespace
 }  // namespace target_test

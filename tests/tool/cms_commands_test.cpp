@@ -172,6 +172,14 @@ TEST_F(CmsCommands, ImportAnswersEachPairWhenAsked) {
                           R"({"records":2,"added":1,"replaced":1,"refused":0})"));
 }
 
+TEST_F(CmsCommands, ImportAnswersAFaultyLineWithItsFieldAsPutDoes) {
+  const std::string lines = R"({"trg_name":"OSLO","cf_name":["B"]})" "\n" + pair_line("OSLO", "B", 256);
+  const std::vector<std::string> answers = cms({"import", "--no-transaction", "--answers"}, lines).lines();
+  ASSERT_EQ(answers.size(), 3u);
+  EXPECT_THAT(base.tool({"put", "cms"}, lines).lines(), ElementsAre(answers[0], answers[1]));
+  EXPECT_THAT(answers[0], HasSubstr(R"("field":"cm_status","error":"is missing")"));
+}
+
 TEST_F(CmsCommands, ImportTellsAllFaultyLinesAndStoresNothing) {
   const tool_result result =
       cms({"import"}, pair_line("OSLO", "B", 6) + pair_line("NOBODY", "B", 1) + pair_line("OSLO", "NOTHING", 1) +

@@ -19,10 +19,41 @@ std::string page(const char* name) {
 
 TEST(Documentation, TheManualPageTellsEveryCommand) {
   const std::string manual = page("man/zvradm.1");
-  for (const char* command :
-       {"init", "status", "reset", "trace on", "put", "get", "del", "list", "rename\\-target", "target\\-status get",
-        "target\\-by\\-rr", "server\\-of", "export", "import", "cms put", "cms get",
-        "cms del\\fR", "cms del\\-file", "cms by\\-file", "cms by\\-target", "cms import", "matrix", "file check", "file dump", "file summary", "file hold"})
+  for (const char* command : {"init",
+                              "status",
+                              "reset",
+                              "trace on",
+                              "edit",
+                              "check\\-config",
+                              "put",
+                              "get",
+                              "del",
+                              "list",
+                              "rename\\-target",
+                              "target\\-status get",
+                              "target\\-by\\-rr",
+                              "server\\-of",
+                              "auth",
+                              "request\\-tree show",
+                              "request\\-tree del",
+                              "last\\-request",
+                              "correlator of",
+                              "request of",
+                              "export",
+                              "import",
+                              "cms put",
+                              "cms get",
+                              "cms del\\fR",
+                              "cms del\\-file",
+                              "cms by\\-file",
+                              "cms by\\-target",
+                              "cms import",
+                              "matrix",
+                              "migrate",
+                              "file check",
+                              "file dump",
+                              "file summary",
+                              "file hold"})
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
 }
 
@@ -31,7 +62,8 @@ TEST(Documentation, TheRecordsPageTellsEveryTypeAndField) {
   for (const zvradm::record_type& type : zvradm::record_types()) {
     EXPECT_THAT(records, HasSubstr("| `" + std::string(type.suffix) + "` | " + std::to_string(type.db_id)));
     if (type.db_id == DB_CFG) continue;  // told by the rule that makes its names
-    for (const zvradm::field& f : type.fields) EXPECT_THAT(records, HasSubstr("`" + std::string(f.name) + "`"));
+    for (const zvradm::field& f : type.fields)
+      EXPECT_THAT(records, HasSubstr("`" + std::string(f.name) + "`"));
   }
 }
 

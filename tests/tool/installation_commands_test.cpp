@@ -189,6 +189,19 @@ TEST_F(InstallationCommands, HoldTellsWhatItsCommandAnswered) {
   EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg")}).exit, 2);
 }
 
+TEST_F(InstallationCommands, FoldersAndTextRecordsAmongTheFilesArePassedOver) {
+  write_file(base.file("db/user_config"), "CONFIG_USER: VIEW\n");
+  const std::vector<std::string> every{base.file("db/tmp"), base.file("db/trgcfg"), base.file("db/user_config")};
+  for (std::vector<std::string> command : {std::vector<std::string>{"file", "check"}, {"file", "hold", "--run", "true"}}) {
+    command.insert(command.end(), every.begin(), every.end());
+    const tool_result result = run_tool(command);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_THAT(result.err, testing::HasSubstr("db/tmp: a folder, passed over"));
+    EXPECT_THAT(result.err, testing::HasSubstr("db/user_config: a text record, passed over"));
+  }
+  EXPECT_EQ(run_tool({"file", "check", base.file("db/tmp")}).exit, 2);
+}
+
 TEST_F(InstallationCommands, CheckTellsSoundFiles) {
   const tool_result result = run_tool({"file", "check", base.file("db/trgcfg"), base.file("db/catalog")});
   EXPECT_EQ(result.exit, 0) << result.err;

@@ -1,4 +1,5 @@
 // matrix, from the command line to what is printed or written.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -139,6 +140,50 @@ TEST_F(MatrixCommand, ReplacesAnOlderPageAndLeavesNothingBeside) {
   EXPECT_THAT(read_file(page_file), StartsWith("<!DOCTYPE html>\n"));
   struct stat found {};
   EXPECT_NE(stat((page_file + ".new").c_str(), &found), 0);
+}
+
+TEST_F(MatrixCommand, WritesThePageThroughALinkThatStays) {
+  const std::string page_file = base.file("states.html"), link = base.file("link.html");
+  write_file(page_file, "older");
+  ASSERT_EQ(symlink("states.html", link.c_str()), 0);
+  ASSERT_EQ(matrix({"--html", link}).exit, 0);
+  EXPECT_THAT(read_file(page_file), StartsWith("<!DOCTYPE html>\n"));
+  struct stat found {};
+  ASSERT_EQ(lstat(link.c_str(), &found), 0);
+  EXPECT_TRUE(S_ISLNK(found.st_mode));
+}
+
+// Renamed over, the pipe would be gone; it takes the page itself.
+TEST_F(MatrixCommand, ReplacesNothingThatIsNoPlainFile) {
+  const std::string pipe = base.file("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  const tool_result result = matrix({"--html", pipe, "--targets", "NOBODY", "--files", "games.*.*.*"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  struct stat found {};
+  ASSERT_EQ(lstat(pipe.c_str(), &found), 0);
+  EXPECT_TRUE(S_ISFIFO(found.st_mode));
+  char begin[15] = {};
+  EXPECT_EQ(read(reader, begin, sizeof begin), ssize_t{sizeof begin});
+  EXPECT_EQ(std::string(begin, sizeof begin), "<!DOCTYPE html>");
+  close(reader);
+}
+
+TEST_F(MatrixCommand, PrintsThePageWhenItsNameIsAMinus) {
+  const tool_result result = matrix({"--html", "-"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_THAT(result.out, StartsWith("<!DOCTYPE html>\n"));
+  EXPECT_EQ(data_of(result.out)["targets"], zvradm::json({"BERGEN", "BODO", "OSLO"}));
+  struct stat found {};
+  EXPECT_NE(stat("-", &found), 0);
+}
+
+TEST_F(MatrixCommand, RefusesAPageWithoutAName) {
+  const tool_result result = matrix({"--html", ""});
+  EXPECT_EQ(result.exit, 2);
+  EXPECT_THAT(result.err, HasSubstr("--html"));
+  EXPECT_THAT(result.out, IsEmpty());
 }
 
 TEST_F(MatrixCommand, TellsWhyAPageCannotBeWritten) {

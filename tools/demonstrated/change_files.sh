@@ -41,13 +41,12 @@ packages() {
 }
 
 # The records of a list of packages, and pairs of them with a target.
-quoting='
-  function quoted(s) { gsub(/\\/, "&&", s); gsub(/"/, "\\\"", s); gsub(/[[:cntrl:]]/, " ", s); return "\"" s "\"" }
+naming=$quoted_text'
   function cf_name() { return "\"cf_name\":[" quoted($1) "," quoted($2) ",\"" $3 "\"," quoted($4) "]" }'
-change_files() { awk -F '\t' "$quoting"'{ printf "{%s,\"text102\":%s}\n", cf_name(), quoted(substr($7, 1, 120)) }' "$1"; }
+change_files() { awk -F '\t' "$naming"'{ printf "{%s,\"text102\":%s}\n", cf_name(), quoted(substr($7, 1, 120)) }' "$1"; }
 # pairs PACKAGES TARGET [STATUS]: the status of each, or the same for all.
 pairs() {
-  awk -F '\t' -v target="$2" -v same="${3:-}" "$quoting"'
+  awk -F '\t' -v target="$2" -v same="${3:-}" "$naming"'
     { printf "{\"trg_name\":%s,%s,\"cm_status\":%d,\"cm_details\":\"%s\"}\n", quoted(target), cf_name(), same == "" ? $5 : same, $6 }' "$1"
 }
 
@@ -69,7 +68,6 @@ put_target() {
 }
 # thinned MOST FILE: at most so many of its lines, from all over it.
 thinned() { awk -v every="$((($(lines_of "$2") + $1 - 1) / $1))" 'NR % every == 0' "$2"; }
-first_lines() { sed -n "1,$1p" "$2" | sed 's/^/     /'; }
 
 show_catalog() {
   step "5. The packages installed on this machine become the catalog"
@@ -235,5 +233,5 @@ if command -v dpkg-query >/dev/null && packages >"$scratch/packages" && [ -s "$s
   show_killed_import
   show_page
 else
-  step "5. Change files and CM status: skipped, for no installed packages are known here (dpkg-query)"
+  step "5 to 10. Change files and CM status: skipped, for no installed packages are known here (dpkg-query)"
 fi

@@ -29,10 +29,9 @@ hardware() {
 
 # machine_record LIST_MEMBER FIRST_MEMBERS: this machine's record, with its hardware.
 machine_record() {
-  hardware | head -n 128 | awk -F '\t' -v list="$1" -v first="$2" '
-    function quoted(s) { gsub(/\\/, "&&", s); gsub(/"/, "\\\"", s); gsub(/[[:cntrl:]]/, " ", s); return "\"" substr(s, 1, 80) "\"" }
+  hardware | head -n 128 | awk -F '\t' -v list="$1" -v first="$2" "$quoted_text"'
     BEGIN { printf "{%s,\"%s\":[", first, list }
-    { printf "%s{\"name\":%s,\"value\":%s}", (NR > 1) ? "," : "", quoted($1), quoted($2) }
+    { printf "%s{\"name\":%s,\"value\":%s}", (NR > 1) ? "," : "", quoted(substr($1, 1, 80)), quoted(substr($2, 1, 80)) }
     END { print "]}" }'
 }
 

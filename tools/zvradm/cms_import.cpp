@@ -54,7 +54,7 @@ class pair_import {
         if (code == DBE_RECORD_REPLACED) ++counts_.replaced;
         if (!is_stored(code)) refuse(line, library_refusal(writer_.what(), code).what());
       } catch (const field_fault& fault) {
-        answer(line, DBE_BAD_RECORD);
+        answer(line, DBE_BAD_RECORD, &fault);
         refuse(line, fault_text(fault));
       }
       if (counts_.refused > 0 && !options_.no_transaction) return;
@@ -75,9 +75,14 @@ class pair_import {
                  static_cast<unsigned long long>(line.number), text.c_str());
   }
   // The pair is stored for good when its answer is written.
-  void answer(const import_line& line, std::int16_t code) const {
+  void answer(const import_line& line, std::int16_t code, const field_fault* fault = nullptr) const {
     if (!options_.answers) return;
-    print_json({{"line", line.number}, {"rc", code}, {"code", code_name(code)}});
+    json told{{"line", line.number}, {"rc", code}, {"code", code_name(code)}};
+    if (fault) {
+      told["field"] = fault->path;
+      told["error"] = fault->what();
+    }
+    print_json(told);
     std::fflush(stdout);
   }
 

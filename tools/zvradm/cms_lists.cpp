@@ -133,14 +133,19 @@ void add_cms_lists(CLI::App& cms, globals& all) {
   file.add_flag("--table", options->as_table, "A table for people");
   file.footer(R"(Targets stand in the order of their names. The default status of targets without a
 record is marked "default":true. A target that is gone while its status is not is told by
-"trg_number"; 'cms del-file' takes that away.)");
+"trg_number"; 'cms del-file' takes that away.
+
+Example:
+  zvradm cms by-file 'DEB.libc6.FIX.2\.36' --table)");
   file.callback([&all, options] { list_by_file(all, *options); });
   CLI::App& target = *cms.add_subcommand("by-target", "List the status of all change files on a target");
   target.add_option("TARGET", options->name, "Target")->required();
   target.add_flag("--table", options->as_table, "A table for people");
-  target.footer(
-      "Only status that is stored: default status is not listed. Change files stand in the order of "
-      "their names.");
+  target.footer(R"(Only status that is stored: default status is not listed. Change files stand in the order
+of their names.
+
+Example:
+  zvradm cms by-target OSLO --table)");
   target.callback([&all, options] { list_by_target(all, *options); });
 }
 

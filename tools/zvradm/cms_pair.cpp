@@ -88,27 +88,44 @@ void add_cms_pair(CLI::App& cms, globals& all) {
   auto options = std::make_shared<pair_options>();
   CLI::App& put = *cms.add_subcommand("put", "Store the status of a change file on a target");
   add_target_and_file(put, *options);
-  put.add_option("STATUS", options->status, "0 to 255")->required()->check(CLI::Range(0, 255));
+  put.add_option("STATUS", options->status, "0 to 255")
+      ->required()
+      ->type_name("")
+      ->check(CLI::Range(0, 255).description(""));
   put.add_option("--details", options->details, "Up to 32 bytes as hexadecimal digits; zero when left out")
       ->type_name("HEX");
   put.footer(R"(Answers {"rc":0,"code":"DBE_OK"} for a new pair, 8196 for one whose status was replaced.
 When the answer is printed the status is stored on both sides, of the target and of the
 change file. In lists 15 stands for no status and 128 for the default status, so these
-two are better not stored.)");
+two are better not stored.
+
+Example:
+  zvradm cms put OSLO 'DEB.libc6.FIX.2\.36' 5 --details 00ff)");
   put.callback([&all, options] { put_pair(all, *options); });
   CLI::App& get = *cms.add_subcommand("get", "Print the status of a change file on a target");
   add_target_and_file(get, *options);
   get.add_flag("--table", options->as_table, "A table for people, a field a line");
   get.footer(R"(A pair without a record has the default status 128, marked "default":true, on a local
 target when the change file asks for it (bit 32 of cf_flags) or AUTHORIZE is ALL in
-orvo.cfg.)");
+orvo.cfg.
+
+Example:
+  zvradm cms get OSLO 'DEB.libc6.FIX.2\.36' --table)");
   get.callback([&all, options] { get_pair(all, *options); });
   CLI::App& del = *cms.add_subcommand("del", "Delete the status of a change file on a target");
   add_target_and_file(del, *options);
+  del.footer(R"(Both sides go, that of the target and that of the change file. A pair without a record
+answers 8194, even when it has the default status.
+
+Example:
+  zvradm cms del OSLO 'DEB.libc6.FIX.2\.36')");
   del.callback([&all, options] { del_pair(all, *options); });
   CLI::App& whole = *cms.add_subcommand("del-file", "Delete the status of a change file on all targets");
   whole.add_option("FILE", options->file, "Change file, dots between its tokens")->required();
-  whole.footer("A change file that has no status on any target can be deleted: zvradm del cat FILE");
+  whole.footer(R"(A change file that has no status on any target can be deleted.
+
+Example:
+  zvradm cms del-file 'DEB.libc6.FIX.2\.36' && zvradm del cat 'DEB.libc6.FIX.2\.36')");
   whole.callback([&all, options] { del_file(all, *options); });
 }
 

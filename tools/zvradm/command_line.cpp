@@ -3,6 +3,7 @@
 
 #include "cms_commands.h"
 #include "commands.h"
+#include "request_commands.h"
 
 namespace zvradm {
 
@@ -20,6 +21,25 @@ Examples:
   zvradm file check --deep /srv/zvr/db/*
 
 'zvradm COMMAND --help' tells about one command.)";
+
+constexpr const char* cms_examples = R"(Examples:
+  zvradm cms put OSLO 'DEB.libc6.FIX.2\.36' 5
+  zvradm cms by-file 'DEB.libc6.FIX.2\.36' --table
+  zvradm cms import status.jsonl
+
+'zvradm cms COMMAND --help' tells about one command.)";
+
+constexpr const char* file_examples = R"(Examples:
+  zvradm file check --deep /srv/zvr/db/*
+  zvradm file summary --table /srv/zvr/db/catalog
+
+'zvradm file COMMAND --help' tells about one command.)";
+
+// The word that is no command where one is required; empty when nothing was given.
+std::string unknown_word(const CLI::App& app) {
+  const std::vector<std::string> left = app.remaining(true);
+  return left.empty() ? "" : left.front();
+}
 
 // Text on standard error, one line a message, with the tool's name before it.
 void complain(const std::string& text) {
@@ -51,17 +71,27 @@ int run_command_line(int argc, const char* const* argv) {
   add_target_status(app, all);
   add_target_by_rr(app, all);
   add_server_of(app, all);
+  add_auth(app, all);
+  add_request_tree(app, all);
+  add_last_request(app, all);
+  add_correlator_of(app, all);
+  add_request_of(app, all);
   add_import(app, all);
   add_export(app, all);
+  add_migrate(app, all);
   add_matrix(app, all);
+  add_edit(app, all);
+  add_check_config(app, all);
   add_trace(app, all);
   CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");
   cms.require_subcommand(1);
+  cms.footer(cms_examples);
   add_cms_pair(cms, all);
   add_cms_lists(cms, all);
   add_cms_import(cms, all);
   CLI::App& file = *app.add_subcommand("file", "Check, dump and sum up record files");
   file.require_subcommand(1);
+  file.footer(file_examples);
   add_file_check(file, all);
   add_file_dump(file, all);
   add_file_summary(file, all);
@@ -69,6 +99,14 @@ int run_command_line(int argc, const char* const* argv) {
 
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& fault) {
+    const std::string word = unknown_word(app);
+    if (word.empty()) {
+      app.exit(fault);
+    } else {
+      complain("there is no command or option '" + word + "' here; 'zvradm --help' tells which there are");
+    }
+    return exit_usage;
   } catch (const CLI::ParseError& fault) {
     const bool help = fault.get_exit_code() == 0;
     app.exit(fault);

@@ -112,8 +112,12 @@ bool read_config(const std::string& path, config_record& record) {
 void write_config(void* task, const std::string& path, const config_record& record) {
   std::vector<char> text(zvrdb::textrec::base_config_text_max);
   const std::uint32_t length = zvrdb::textrec::unparse_cfg(task, text.data(), record.data());
+  write_config_text(path, {text.data(), length});
+}
+
+void write_config_text(const std::string& path, const std::string& text) {
   const std::string fresh = path + ".new";
-  write_whole(fresh, {text.data(), length});
+  write_whole(fresh, text);
   rename_durably(fresh, path);
 }
 

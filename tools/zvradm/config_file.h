@@ -50,6 +50,8 @@ std::string pending_path(const std::string& base);
 bool read_config(const std::string& path, config_record& record);
 // Replaces the file, durably.
 void write_config(void* task, const std::string& path, const config_record& record);
+// The same with a text as it stands.
+void write_config_text(const std::string& path, const std::string& text);
 // "orvo.cfg.pending" becomes "orvo.cfg", durably.
 void publish_pending(const std::string& base);
 void remove_pending(const std::string& base);

@@ -11,6 +11,7 @@
 #include "record_keys.h"
 #include "session.h"
 #include "status_read.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -54,6 +55,7 @@ void del_one(const globals& all, const del_options& options) {
     throw refusal("del trg \"" + options.keys[0] +
                   "\": this is the local target; without it the installation cannot build its tables. "
                   "Nothing was deleted; --force deletes it all the same");
+  prepare_text_record(s.task(), type.db_id);
   if (type.db_id == DB_TRG) del_status_of_remote(s.task(), options.keys[0]);
   require_ok(call_text("del", type, options.keys), db_del(s.task(), type.db_id, keys.count(), keys.data()));
 }
@@ -63,14 +65,23 @@ void del_one(const globals& all, const del_options& options) {
 void add_del(CLI::App& app, globals& all) {
   auto options = std::make_shared<del_options>();
   CLI::App& sub = *app.add_subcommand("del", "Delete one record");
-  sub.add_option("TYPE", options->type, "Record type: trg, prm, thw, sht, cat, prd, fst, cms")->required();
-  sub.add_option("KEY", options->keys,
-                 "NAME of the target; FILE; FILE PRODUCT; FILE PRODUCT FILESET; TARGET FILE");
+  sub.add_option(
+         "TYPE", options->type,
+         "Record type: trg, prm, thw, sht, tg, dtg, apr, usr, cat, prd, fst, cms, scn, rqr, rqf, fan, "
+         "rqd, rqt, rqv, coo")
+      ->required();
+  sub.add_option(
+      "KEY", options->keys,
+      "NAME of the target, group, profile or connection; USER; FILE; FILE PRODUCT; FILE PRODUCT FILESET; "
+      "TARGET FILE; REQUEST; REQUEST RGN REN; REQUEST DOMAIN; REQUEST DOMAIN TARGET");
   sub.add_flag("--force", options->force, "Delete even the local target");
   sub.footer(R"(A target takes its parameters, its hardware record and its CM status with it; its shadow
 record stays and passes to the next target that gets its number. A change file takes its
 products and filesets with it; while any target has CM status of it, it is refused with
 8212: 'zvradm cms del-file' first. The filesets of a product stay when the product goes.
+A user's last_seqno is kept for the next user of that name.
+
+A function takes its correlator with it; a whole request goes by 'zvradm request-tree del'.
 
 Examples:
   zvradm del trg BERGEN

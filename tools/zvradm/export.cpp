@@ -9,18 +9,24 @@
 #include "change_file_list.h"
 #include "change_file_name.h"
 #include "commands.h"
+#include "correlator_export.h"
 #include "json_output.h"
+#include "named_targets.h"
 #include "progress.h"
 #include "record_keys.h"
+#include "request_list.h"
 #include "server_order.h"
 #include "session.h"
 #include "status_read.h"
+#include "text_types.h"
 
 namespace zvradm {
 
 namespace {
 
-constexpr std::array exported_types{"trg", "prm", "thw", "sht", "cat", "prd", "fst", "cms"};
+constexpr std::array exported_types{"trg", "prm", "thw", "sht", "tg",  "dtg", "apr", "usr", "tak",
+                                    "dak", "cat", "prd", "fst", "cms", "rqr", "rqf", "fan", "rqd",
+                                    "rqt", "rqv", "coo", "scn", "scf", "rte", "ucf"};
 constexpr std::uint32_t list_area_length = DB_TRG_LIST_STATE;
 
 json typed(const record_type& type, std::span<const unsigned char> record) {
@@ -165,6 +171,82 @@ bool export_status(void* task, const record_type& type, const std::vector<ordere
   return nameless == 0;
 }
 
+// Users, profiles or groups, in the order of their names; false when a name of a target
+// among them is one of none.
+bool export_by_name(void* task, const record_type& type) {
+  const std::string what = std::string("export ") + type.suffix;
+  char filter[] = "*";
+  std::array<unsigned char, list_area_length> area{};
+  require_ok(what, db_init_list(task, type.db_id, filter, area.data(), list_area_length));
+  std::vector<unsigned char> record(type.get_length);
+  progress shown("exporting " + std::string(type.suffix), 0);
+  bool whole = true;
+  for (std::uint64_t done = 0;; ++done) {
+    shown.reached(done);
+    const std::int16_t code = db_get_more(task, type.db_id, area.data(), record.data(), type.get_length);
+    if (code == DBE_END_OF_LIST) return whole;
+    require_ok(what, code);
+    for (const std::string& name : drop_unknown_targets(task, type, record)) {
+      whole = false;
+      tell(what + ": " + record_to_json(type, record)[type.fields.front().name].dump() + " names \"" + name +
+           "\", which is no target any more: left out");
+    }
+    print_json(typed(type, record));
+  }
+}
+
+// A table of access keys; there may be none.
+void export_table(void* task, const record_type& type) {
+  std::vector<unsigned char> record(type.get_length);
+  const std::int16_t code = db_get(task, type.db_id, 0, nullptr, record.data(), type.get_length);
+  if (code == DBE_NOT_FOUND) return;
+  require_ok(std::string("export ") + type.suffix, code);
+  print_json(typed(type, record));
+}
+
+void export_requests(void* task, const record_type& type) {
+  read_requests(task, type, filter_bytes(type, {}), type.get_length,
+                [&](std::span<const unsigned char> record) { print_json(typed(type, record)); });
+}
+
+void export_correlators(void* task, const std::string& base, const record_type& type) {
+  for (const db_coo& record : read_correlators(task, base)) {
+    std::array<unsigned char, sizeof record> bytes;
+    std::memcpy(bytes.data(), &record, bytes.size());
+    print_json(typed(type, bytes));
+  }
+}
+
+// One text record; false when it is there and cannot be read.
+bool export_text(void* task, const record_type& type, const std::vector<std::string>& key) {
+  std::vector<unsigned char> record(65535);
+  const record_keys keys(type, key);
+  const std::int16_t code =
+      db_get(task, type.db_id, keys.count(), keys.data(), record.data(), type.get_length);
+  if (code == DBE_NOT_FOUND) return true;
+  if (code == DBE_OK)
+    print_json(typed(type, {record.data(), type.get_length}));
+  else
+    tell(library_refusal(call_text("get", type, key), code).what());
+  return code == DBE_OK;
+}
+
+bool export_text_records(void* task, const record_type& type) {
+  prepare_text_record(task, type.db_id);
+  if (type.db_id != DB_SCN) return export_text(task, type, {});
+  constexpr std::uint32_t width = sizeof(db_scn::connection);
+  std::vector<char> list(65535 * width);
+  std::uint16_t count = 0, index = 0;
+  require_ok("export scn", db_start_list(task, DB_SCN, nullptr, list.data(),
+                                         static_cast<std::uint32_t>(list.size()), &count, &index));
+  bool whole = true;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const char* name = list.data() + i * width;
+    whole = export_text(task, type, {std::string(name, strnlen(name, width))}) && whole;
+  }
+  return whole;
+}
+
 bool is_asked(const std::vector<std::string>& asked, const char* suffix) {
   return asked.empty() || std::find(asked.begin(), asked.end(), suffix) != asked.end();
 }
@@ -186,6 +268,10 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
   for (const char* suffix : exported_types) {
     if (!is_asked(asked, suffix)) continue;
     const record_type& type = record_type_named(suffix);
+    if (is_request(type)) {
+      export_requests(s.task(), type);
+      continue;
+    }
     switch (type.db_id) {
       case DB_TRG:
         export_targets(targets);
@@ -197,8 +283,27 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
       case DB_FST:
         whole = export_products(s.task(), type, files) && whole;
         break;
+      case DB_TG:
+      case DB_DTG:
+      case DB_APR:
+      case DB_USR:
+        whole = export_by_name(s.task(), type) && whole;
+        break;
+      case DB_TAK:
+      case DB_DAK:
+        export_table(s.task(), type);
+        break;
       case DB_CMS:
         whole = export_status(s.task(), type, targets, files) && whole;
+        break;
+      case DB_COO:
+        export_correlators(s.task(), base_directory(all), type);
+        break;
+      case DB_SCN:
+      case DB_SCF:
+      case DB_RTE:
+      case DB_UCF:
+        whole = export_text_records(s.task(), type) && whole;
         break;
       default:
         export_by_target(s.task(), type, targets);
@@ -212,10 +317,14 @@ int export_types(const globals& all, const std::vector<std::string>& asked) {
 void add_export(CLI::App& app, globals& all) {
   auto types = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = *app.add_subcommand("export", "Print the records of the installation as JSON lines");
-  sub.add_option("TYPE", *types, "Record types: trg, prm, thw, sht, cat, prd, fst, cms; all when left out");
+  sub.add_option(
+      "TYPE", *types,
+      "Record types: trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, rqr, rqf, "
+      "fan, rqd, rqt, rqv, coo, scn, scf, rte, ucf; all when left out");
   sub.footer(R"(Each line has a "type"; fields that are zero or empty are left out, and so are those
 that belong to this installation only (in_use, trg_status, srv_num). A server stands
-before its clients. Change files, products, filesets and CM status name each other and
+before its clients; groups and users stand behind the targets that they name, and deleted
+users are left out. Change files, products, filesets and CM status name each other and
 targets by name, so their numbers do not matter. Imported into an empty installation with the same local target,
 the same text comes out again.
 

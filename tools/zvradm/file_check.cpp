@@ -3,8 +3,10 @@
 #include <memory>
 
 #include "commands.h"
+#include "database_files.h"
 #include "engine/file_report.h"
 #include "json_output.h"
+#include "lone_correlators.h"
 #include "progress.h"
 
 namespace zvradm {
@@ -62,6 +64,14 @@ void print_notes(const check_run& run) {
   }
 }
 
+void print_lone_correlators(const check_run& run) {
+  for (const std::string& line : lone_correlators(run.file))
+    if (run.as_json)
+      print_json({{"file", run.file}, {"note", line}});
+    else
+      std::printf("%s: note: %s\n", run.file.c_str(), line.c_str());
+}
+
 void print_problem(void* context, const problem& found) {
   check_run& run = *static_cast<check_run*>(context);
   if (found.note) return take_note(run, found);
@@ -89,6 +99,7 @@ int check_file(const std::string& file, const check_request& request) {
   const report_outcome outcome =
       zvrdb::engine::verify_file(file.c_str(), options, print_problem, &run, &reason);
   print_notes(run);
+  if (request.deep && outcome != report_outcome::unreadable) print_lone_correlators(run);
   const char* word = outcome == report_outcome::sound      ? "sound"
                      : outcome == report_outcome::problems ? "problems"
                                                            : "unreadable";
@@ -112,8 +123,9 @@ int check_file(const std::string& file, const check_request& request) {
 }
 
 int check_files(const check_request& request) {
-  int worst = 0;
-  for (const std::string& file : request.files) worst = std::max(worst, check_file(file, request));
+  const std::vector<std::string> files = record_files_among(request.files);
+  int worst = files.empty() ? exit_unreadable : 0;
+  for (const std::string& file : files) worst = std::max(worst, check_file(file, request));
   return worst;
 }
 
@@ -127,7 +139,9 @@ void add_file_check(CLI::App& file, globals& all) {
   sub.add_flag("--json", request->as_json, "JSON lines, for machines");
   sub.footer(R"(A line is printed for each problem and one for each file. Nothing is changed. Lines
 with "note:" tell what is remarkable and harmless, such as nodes that a roll-back has
-left behind; they come with --deep.
+left behind, or, when userreq lies beside snacorr, correlators without their function;
+they come with --deep.
+Folders and text records among the names are passed over and told.
 Exit codes: 0 all sound, 1 problems, 2 a file that cannot be read or is no record file.
 
 Examples:

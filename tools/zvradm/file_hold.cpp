@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "database_files.h"
 #include "engine/byte_wait.h"
 #include "engine/engine.h"
 
@@ -24,7 +25,7 @@ void hold(const hold_options& options) {
   // In the order of the names given: two holders that name them alike never wait for
   // each other.
   std::vector<std::unique_ptr<writers_held>> held;
-  for (const std::string& name : options.files) {
+  for (const std::string& name : record_files_among(options.files)) {
     held.push_back(std::make_unique<writers_held>(name.c_str()));
     const int result = held.back()->result();
     if (result == zvrdb::engine::e_byte_lock) throw refusal(name + ": this file system takes no byte locks");
@@ -46,10 +47,11 @@ void add_file_hold(CLI::App& file, globals& all) {
       *file.add_subcommand("hold", "Run a command while no write operation is under way in record files");
   sub.add_option("FILE", options->files, "Record files, held in this order")->required();
   sub.add_option("--run", options->command, "Command line for the shell")->required();
-  sub.footer(R"(Writers wait until the command has ended; readers do not. The command must not use the
+  sub.footer(
+      R"(Folders and text records among the names are passed over and told. Writers wait until the command has ended; readers do not. The command must not use the
 installation itself: it would wait for this one.
 Example, a copy of files in use:
-  zvradm file hold /srv/zvr/db/* --run 'cp /srv/zvr/db/* /backup/db')");
+  zvradm file hold /srv/zvr/db/* --run 'cp -r /srv/zvr/db/. /backup/db')");
   sub.callback([options] { hold(*options); });
 }
 

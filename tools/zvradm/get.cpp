@@ -5,10 +5,10 @@
 
 #include "commands.h"
 #include "json_output.h"
-#include "local_target.h"
 #include "record_keys.h"
 #include "record_table.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -27,7 +27,7 @@ void get_one(const globals& all, const get_options& options) {
   const record_type& type = record_type_named(options.type);
   const record_keys keys(type, options.keys);
   const session s(base_directory(all));
-  if (type.db_id == DB_CFG) build_shared_tables(s.task());
+  prepare_text_record(s.task(), type.db_id);
   const std::uint16_t length = options.length_given ? options.length : type.get_length;
   std::vector<unsigned char> record(65535);
   const std::int16_t code = db_get(s.task(), type.db_id, keys.count(), keys.data(), record.data(), length);
@@ -44,25 +44,36 @@ void get_one(const globals& all, const get_options& options) {
 void add_get(CLI::App& app, globals& all) {
   auto options = std::make_shared<get_options>();
   CLI::App& sub = *app.add_subcommand("get", "Print one record as a JSON line");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, ua, cat, prd, fst, cms")
+  sub.add_option(
+         "TYPE", options->type,
+         "Record type: cfg, trg, prm, thw, sht, ua, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, scn, "
+         "scf, rte, ucf, rqr, rqf, fan, rqd, rqt, rqv, coo, coi")
       ->required();
   sub.add_option(
       "KEY", options->keys,
-      "NAME of the target; for ua: USER [SECOND [SELECTOR]]; for cat: FILE; for prd: FILE PRODUCT; "
-      "for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for cfg");
+      "NAME of the target, group, profile or connection; for usr: USER; for ua: USER [SECOND [SELECTOR]]; "
+      "for cat: FILE; for prd: FILE PRODUCT; for fst: FILE PRODUCT FILESET; for cms: TARGET FILE; none for "
+      "cfg, tak, dak, scf, rte, ucf; for rqr, rqf, rqv, coo: REQUEST; for fan: REQUEST RGN REN; for rqd: "
+      "REQUEST DOMAIN; for rqt: REQUEST DOMAIN TARGET; for coi: CORRELATOR");
   CLI::Option* length = sub.add_option("--len", options->length,
-                                       "Buffer length of the call; only fields that fit whole are printed");
+                                       "Buffer length of the call; only fields that fit whole are printed")
+                            ->type_name("N")
+                            ->check(CLI::Range(0, 65535).description(""));
   sub.add_flag("--words", options->words, "Numbers that have words as words");
   sub.add_flag("--table", options->as_table, "A table for people, a field a line");
   sub.footer(R"(A target of at most 192 bytes comes from shared memory, a longer one from the file; a
 change file of at most 164 bytes likewise. The name of a change file is written with dots
 between its tokens, "\." for a dot inside one and "\\" for a backslash.
 
+A request is written SERVER.USER.SEQUENCE.RECURSION, and for all but rqr .FUNCTION behind it.
+
 Examples:
   zvradm get trg OSLO
   zvradm get trg OSLO --len 192
   zvradm get thw OSLO --table
   zvradm get ua KLUND OSLO
+  zvradm get usr KLUND --words
+  zvradm get tak --table
   zvradm get cat 'DEB.libc6.FIX.2\.36'
   zvradm get fst 'DEB.libc6.FIX.2\.36' 7 1)");
   sub.callback([&all, options, length] {

@@ -12,6 +12,7 @@
 #include "json_output.h"
 #include "record_import.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -33,16 +34,29 @@ std::vector<import_line> read_lines(input_lines& input) {
 
 // Records whose types share a file are stored in one transaction on it.  CM status has
 // transactions of its own, a pair each, and a transaction on its own file would end with
-// the first; one on the catalog keeps others out until all pairs are stored.
+// the first; one on the catalog keeps others out and the names as they were checked.
+constexpr std::size_t types_of_a_phase = 6;
 struct import_phase {
   const char* title;
-  std::array<const char*, 4> types;  // in the order in which they are stored; null: no more
+  std::array<const char*, types_of_a_phase> types;  // in the order in which they are stored; null: no more
   std::uint32_t transaction;
   bool as_a_whole;
 };
-constexpr std::array phases{import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
-                            import_phase{"change files", {"cat", "prd", "fst", nullptr}, DB_CAT, true},
-                            import_phase{"CM status", {"cms", nullptr, nullptr, nullptr}, DB_CAT, false}};
+constexpr std::uint32_t no_transaction = DB_TYPE_COUNT;  // each record for itself, in a file of its own
+// The tables of access keys stay in memory when their transaction is taken back, so theirs,
+// too, is one on another file.
+constexpr std::array phases{
+    import_phase{"targets", {"trg", "prm", "thw", "sht"}, DB_TRG, true},
+    import_phase{"target groups", {"tg"}, DB_TG, true},
+    import_phase{"dynamic groups", {"dtg"}, DB_DTG, true},
+    import_phase{"profiles", {"apr"}, DB_APR, true},
+    import_phase{"users", {"usr"}, DB_USR, true},
+    import_phase{"access keys", {"tak", "dak"}, DB_TRG, false},
+    import_phase{"change files", {"cat", "prd", "fst"}, DB_CAT, true},
+    import_phase{"CM status", {"cms"}, DB_CAT, false},
+    import_phase{"requests", {"rqr", "rqf", "fan", "rqd", "rqt", "rqv"}, DB_RQR, true},
+    import_phase{"correlators", {"coo"}, DB_COO, true},
+    import_phase{"text records", {"scn", "scf", "rte", "ucf"}, no_transaction, false}};
 
 class whole_import {
  public:
@@ -109,18 +123,21 @@ class whole_import {
 
   void store(const import_phase& phase, std::vector<import_line> lines) {
     const std::string what = std::string("import of ") + phase.title;
-    if (transaction_)
+    const bool transaction = transaction_ && phase.transaction != no_transaction;
+    if (phase.transaction == no_transaction) prepare_text_record(task_, DB_SCN);
+    if (transaction)
       require_ok(what + ": start of the transaction", db_start_trans(task_, phase.transaction));
     progress shown(std::string("importing ") + phase.title, lines.size());
     const import_counts counts = import_records(
         task_, std::move(lines), !transaction_,
         [this](std::uint64_t line, const std::string& text) { refuse(line, text); }, shown);
     if (transaction_ && counts.refused > 0) {
-      require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
+      if (transaction)
+        require_ok(what + ": taking the transaction back", db_rollback(task_, phase.transaction));
       if (!phase.as_a_whole) add(counts);
       throw refusal(source_ + ": a line was refused, so " + remains());
     }
-    if (transaction_) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
+    if (transaction) require_ok(what + ": end of the transaction", db_commit(task_, phase.transaction));
     add(counts);
   }
 
@@ -170,8 +187,9 @@ void add_import(CLI::App& app, globals& all) {
                "Store each record for itself: refused lines are told and the others kept");
   sub.footer(R"(Their order does not matter: a target waits for its server, CM status for its target and
 its change file. All lines are checked before anything is stored. Then targets with all
-that hangs on them are stored in one transaction, change files with their products and
-filesets in a second one, CM status a pair each. A line that is refused all the same
+that hangs on them are stored in one transaction, groups of either kind, profiles, users,
+change files with their products and filesets, requests and correlators in one more each,
+access keys a table, CM status a pair each and text records one by one. A line that is refused all the same
 ends the import and takes its own transaction back; what was stored before stays.
 
 Examples:

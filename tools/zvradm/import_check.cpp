@@ -3,7 +3,9 @@
 #include <zvrdb/zvrdb.h>
 
 #include "change_file_name.h"
+#include "named_targets.h"
 #include "refusals.h"
+#include "request_list.h"
 
 namespace zvradm {
 
@@ -33,6 +35,14 @@ void import_check::check(const record_type& type, const json& object) {
   writer_.check(type, object);
   if (type.db_id == DB_CMS && !target_known(object["trg_name"]))
     throw field_fault("trg_name", "there is no target " + json_line(object["trg_name"]));
+  if (const field* list = list_of_targets(type); list && object.contains(list->name))
+    for (const json& name : object[list->name])
+      if (name != "" && !target_known(name))
+        throw field_fault(list->name, "there is no target " + json_line(name));
+  const bool has_request = is_request(type) || type.db_id == DB_COO;
+  for (const char* name : {"src_domain", "domain", "target"})
+    if (has_request && object.contains(name) && !target_known(object[name]))
+      throw field_fault(name, "there is no target " + json_line(object[name]));
   const bool names_change_file = type.db_id == DB_PRD || type.db_id == DB_FST || type.db_id == DB_CMS;
   if (names_change_file && !change_file_known(object["cf_name"]))
     throw field_fault("cf_name", "there is no change file \"" +

@@ -1,8 +1,11 @@
 // matrix: the table of states, targets against change files.
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 
 #include "change_file_name.h"
@@ -18,6 +21,7 @@ namespace {
 
 struct matrix_options {
   std::string targets, files, html;
+  bool html_given = false;
 };
 
 std::string time_now() {
@@ -28,17 +32,44 @@ std::string time_now() {
   return text;
 }
 
-// Under another name first, so that whoever looks meanwhile sees the older page.
-void write_page(const std::string& path, const std::string& page) {
-  const std::string unfinished = path + ".new";
-  std::FILE* file = std::fopen(unfinished.c_str(), "w");
-  if (!file) throw refusal(unfinished + ": " + std::strerror(errno));
+std::string reason_now() {
+  return std::strerror(errno);
+}
+
+void print_whole(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
+    throw refusal("standard output cannot be written");
+}
+
+bool write_whole(const std::string& path, const std::string& page) {
+  std::FILE* file = std::fopen(path.c_str(), "w");
+  if (!file) throw refusal(path + ": " + reason_now());
   const bool written = std::fwrite(page.data(), 1, page.size(), file) == page.size();
-  if (std::fclose(file) != 0 || !written || std::rename(unfinished.c_str(), path.c_str()) != 0) {
-    const std::string reason = std::strerror(errno);
-    (void)std::remove(unfinished.c_str());
-    throw refusal(path + ": " + reason);
+  return std::fclose(file) == 0 && written;
+}
+
+// Under another name first, so that whoever looks meanwhile sees the older page.
+void replace_page(const std::string& path, const std::string& page) {
+  const std::string unfinished = path + ".new";
+  if (write_whole(unfinished, page) && std::rename(unfinished.c_str(), path.c_str()) == 0) return;
+  const std::string reason = reason_now();
+  (void)std::remove(unfinished.c_str());
+  throw refusal(path + ": " + reason);
+}
+
+// Only a plain file is replaced, at the end of its links: a device or a pipe would be
+// gone, and takes the page itself.
+void write_page(const std::string& path, const std::string& page) {
+  struct stat found {};
+  const bool is_there = stat(path.c_str(), &found) == 0;
+  if (is_there && S_ISREG(found.st_mode)) {
+    std::error_code fault;
+    const std::filesystem::path place = std::filesystem::canonical(path, fault);
+    if (fault) throw refusal(path + ": " + fault.message());
+    return replace_page(place.string(), page);
   }
+  if (!is_there || S_ISDIR(found.st_mode)) return replace_page(path, page);
+  if (!write_whole(path, page)) throw refusal(path + ": " + reason_now());
 }
 
 void show_matrix(const globals& all, const matrix_options& options) {
@@ -47,16 +78,13 @@ void show_matrix(const globals& all, const matrix_options& options) {
     } catch (const name_fault& fault) {
       throw usage_fault(std::string("--files: ") + fault.what());
     }
-  const std::string base = base_directory(all);
-  const session s(base);
+  if (options.html_given && options.html.empty()) throw usage_fault("--html takes the name of a file");
+  const session s(base_directory(all));
   const status_matrix matrix = read_status_matrix(s.task(), options.targets, options.files);
-  if (options.html.empty()) {
-    const std::string text = matrix_text(matrix, style_of_output());
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
-      throw refusal("standard output cannot be written");
-    return;
-  }
-  write_page(options.html, matrix_page(matrix, "Change files on targets", time_now()));
+  if (!options.html_given) return print_whole(matrix_text(matrix, style_of_output()));
+  const std::string page = matrix_page(matrix, "Change files on targets", time_now());
+  if (options.html == "-") return print_whole(page);
+  write_page(options.html, page);
 }
 
 }  // namespace
@@ -70,8 +98,10 @@ void add_matrix(CLI::App& app, globals& all) {
   sub.add_option("--files", options->files,
                  "Change files by a filter: tokens with dots between them, '*' and '?'")
       ->type_name("FILTER");
-  sub.add_option("--html", options->html, "Write the table to this file, as a page for a browser")
-      ->type_name("FILE");
+  CLI::Option* html =
+      sub.add_option("--html", options->html,
+                     "Write the table to this file, as a page for a browser; '-' is standard output")
+          ->type_name("FILE");
   sub.footer(R"(In the terminal the change files have numbers, told above each part of the table. A dot
 is no status, d the default status, else the status byte stands there. The page sorts by
 any target or change file and filters both by name; it needs nothing but itself.
@@ -79,7 +109,10 @@ any target or change file and filters both by name; it needs nothing but itself.
 Examples:
   zvradm matrix --targets 'Europe/*' --files 'libs.*.FIX.*'
   zvradm matrix --html states.html)");
-  sub.callback([&all, options] { show_matrix(all, *options); });
+  sub.callback([&all, options, html] {
+    options->html_given = html->count() > 0;
+    show_matrix(all, *options);
+  });
 }
 
 }  // namespace zvradm

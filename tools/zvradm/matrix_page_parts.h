@@ -64,12 +64,14 @@ const colours = data.states.map((s, i) => s === data.none ? null : s === data.de
 let rows = [], columns = [], rowSort = {by: null, down: false}, columnSort = {by: null, down: false};
 let here = {r: 0, c: 0};
 
+// Dots inside tokens have a backslash; who looks for a version need not write it.
+const plain = text => text.toLowerCase().replace(/\\([.\\])/g, '$1');
 function matcher(text) {
-  text = text.trim().toLowerCase();
+  text = plain(text.trim());
   if (!text) return () => true;
-  if (!/[*?]/.test(text)) return name => name.toLowerCase().includes(text);
+  if (!/[*?]/.test(text)) return name => plain(name).includes(text);
   const rule = new RegExp('^' + text.replace(/[.+^${}()|[\]\\]/g, '\\$&').replace(/\*/g, '.*').replace(/\?/g, '.') + '$');
-  return name => rule.test(name.toLowerCase());
+  return name => rule.test(plain(name));
 }
 function ordered(list, sort, stateOf) {
   if (sort.by !== null) {

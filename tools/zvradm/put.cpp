@@ -6,9 +6,9 @@
 #include "commands.h"
 #include "input_lines.h"
 #include "json_output.h"
-#include "local_target.h"
 #include "record_put.h"
 #include "session.h"
+#include "text_types.h"
 
 namespace zvradm {
 
@@ -31,7 +31,7 @@ int put_all(const globals& all, const put_options& options) {
   if (!type.storable()) throw library_refusal("put " + options.type, DBE_BAD_DB_ID);
   input_lines lines(options.file);
   const session s(base_directory(all));
-  if (type.db_id == DB_CFG) build_shared_tables(s.task());
+  prepare_text_record(s.task(), type.db_id);
   record_writer writer(s.task());
   bool refused = false;
   std::string line;
@@ -65,17 +65,23 @@ int put_all(const globals& all, const put_options& options) {
 void add_put(CLI::App& app, globals& all) {
   auto options = std::make_shared<put_options>();
   CLI::App& sub = *app.add_subcommand("put", "Store records given as JSON lines");
-  sub.add_option("TYPE", options->type, "Record type: cfg, trg, prm, thw, sht, cat, prd, fst, cms")
+  sub.add_option("TYPE", options->type,
+                 "Record type: cfg, trg, prm, thw, sht, tg, dtg, apr, usr, tak, dak, cat, prd, fst, cms, "
+                 "scn, scf, rte, "
+                 "ucf, rqr, rqf, fan, rqd, rqt, rqv, coo")
       ->required();
   sub.add_option("FILE", options->file, "JSON lines, a record a line; standard input when left out or '-'");
   sub.add_flag("--update", options->update,
                "Fields that are left out keep their value instead of being zero");
   sub.footer(R"(One JSON line is answered for each line read: {"line":1,"rc":0,"code":"DBE_OK"}.
-The exit code is 1 when any record was refused.
+The exit code is 1 when any record was refused. A group is always answered with 8196, a new
+one too. The last_seqno of a new user is 0, that of one deleted before goes on.
 
 Examples:
   echo '{"trg_name":"BERGEN","trg_type":["LOCAL","CLIENT"],"srv_name":"OSLO"}' | zvradm put trg
   zvradm put thw hardware.jsonl
+  echo '{"name":"Europe","members":["OSLO","BERGEN"]}' | zvradm put tg
+  echo '{"usr_name":"KLUND","profile":"builder","tak_mask":1}' | zvradm put usr
   echo '{"cf_name":["DEB","libc6","FIX","2.36"],"text102":"The C library"}' | zvradm put cat
   echo '{"trg_name":"BERGEN","contact_name":"K. Lund"}' | zvradm put trg --update)");
   sub.callback([&all, options] { all.answer = put_all(all, *options); });

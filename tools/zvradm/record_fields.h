@@ -17,7 +17,9 @@ enum class field_kind : std::uint8_t {
   number,       // 1, 2 or 4 bytes, native order
   hex,          // opaque bytes
   change_file,  // name of a change file
-  list          // elements of equal length
+  list,         // elements of equal length
+  request,      // of a key only: the identifier of a request, with its function when it is longer
+  correlator    // of a key only: the correlator in a db_coo
 };
 
 // A word that stands for a number; in a bit set, for a bit.
@@ -32,7 +34,8 @@ enum field_traits : std::uint8_t {
   live = 2,       // belongs to this installation at this moment: export leaves it out
   column = 4,     // shown in tables for people
   looked_up = 8,  // the name of what the bytes before it number: tables look it up
-  needed = 16     // may not be left out, not even when it is zero
+  needed = 16,    // may not be left out, not even when it is zero
+  targets = 32    // list of names of targets, which the library stores as their numbers
 };
 
 struct field {

@@ -13,7 +13,8 @@ const record_type& imported_type(const json& object) {
   const auto suffix = object.find("type");
   if (suffix == object.end() || !suffix->is_string()) throw field_fault("type", "is missing");
   const record_type* type = find_record_type(suffix->get_ref<const std::string&>());
-  if (!type || type->keys.empty() || !type->storable())
+  // The base configuration belongs to its installation.
+  if (!type || type->db_id == DB_CFG || !type->storable())
     throw field_fault("type", "is not one that can be imported");
   return *type;
 }
@@ -87,9 +88,12 @@ class importer {
       const json object = parse_record_line(line.text);
       const record_type& type = imported_type(object);
       if (wait && must_wait(type, object)) return false;
+      // The library answers a new group as one that was replaced.
+      const bool new_group = (type.db_id == DB_TG || type.db_id == DB_DTG) && !writer_.is_there(type, object);
       const std::int16_t code = writer_.put(type, object);
+      if (code == DBE_OK && type.db_id == DB_USR) writer_.raise_last_seqno(object);
       if (is_stored(code)) {
-        const bool added = code == DBE_OK || broken_.count(text_of(object, "trg_name")) != 0;
+        const bool added = code == DBE_OK || new_group || broken_.count(text_of(object, "trg_name")) != 0;
         ++(added ? counts_.added : counts_.replaced);
       }
       if (!is_stored(code)) fault = library_refusal(writer_.what(), code).what();

@@ -86,6 +86,8 @@ json field_json(const field& f, std::span<const unsigned char> bytes, bool as_wo
     case field_kind::change_file:
       return change_file_json(change_file_at(bytes));
     case field_kind::list:
+    case field_kind::request:
+    case field_kind::correlator:
       break;
   }
   return nullptr;
@@ -208,6 +210,8 @@ void store_field(const field& f, const json& value, const std::string& path, std
     case field_kind::change_file:
       return store_change_file(value, path, out);
     case field_kind::list:
+    case field_kind::request:
+    case field_kind::correlator:
       return;
   }
 }

@@ -6,6 +6,7 @@
 #include "change_file_name.h"
 #include "record_json.h"
 #include "refusals.h"
+#include "request_name.h"
 
 namespace zvradm {
 
@@ -30,11 +31,32 @@ std::vector<unsigned char> number_bytes(const key_part& part, const std::string&
 }
 
 std::vector<unsigned char> text_bytes(const key_part& part, const std::string& text) {
-  if (text.size() >= part.width)
+  const std::size_t most = part.kind == field_kind::full_text ? part.width : part.width - 1;
+  if (text.size() > most)
     throw usage_fault(std::string(part.name) + " is " + std::to_string(text.size()) +
-                      " bytes long, at most " + std::to_string(part.width - 1));
+                      " bytes long, at most " + std::to_string(most));
   std::vector<unsigned char> bytes(part.width);
   std::copy(text.begin(), text.end(), bytes.begin());
+  return bytes;
+}
+
+request_form form_of(const key_part& part) {
+  return part.width < sizeof(db_rqf_id) ? request_form::root : request_form::function;
+}
+
+std::vector<unsigned char> request_bytes(const key_part& part, const std::string& words) {
+  std::vector<unsigned char> bytes(part.width);
+  try {
+    if (part.kind == field_kind::correlator) {
+      const db_coo record = parse_correlator(words);
+      std::memcpy(bytes.data(), &record, std::min(bytes.size(), sizeof record));
+    } else {
+      const db_rqf_id id = parse_request(words, form_of(part));
+      std::memcpy(bytes.data(), &id, std::min(bytes.size(), sizeof id));
+    }
+  } catch (const request_fault& fault) {
+    throw usage_fault(std::string(part.name) + ": " + fault.what());
+  }
   return bytes;
 }
 
@@ -44,6 +66,9 @@ std::vector<unsigned char> key_bytes(const key_part& part, const std::string& te
       return number_bytes(part, text);
     case field_kind::change_file:
       return bytes_of(change_file_argument(text));
+    case field_kind::request:
+    case field_kind::correlator:
+      return request_bytes(part, text);
     default:
       return text_bytes(part, text);
   }
@@ -55,6 +80,11 @@ std::string key_word(const key_part& part, const std::vector<unsigned char>& byt
     db_cf_name name;
     std::memcpy(&name, bytes.data(), sizeof name);
     return change_file_text(name);
+  }
+  if (part.kind == field_kind::request) {
+    db_rqf_id id{};
+    std::memcpy(&id, bytes.data(), std::min(bytes.size(), sizeof id));
+    return request_text(id, form_of(part));
   }
   return {bytes.begin(), std::find(bytes.begin(), bytes.end(), static_cast<unsigned char>(0))};
 }
@@ -94,7 +124,9 @@ record_keys::record_keys(const record_type& type, std::span<const unsigned char>
     std::vector<unsigned char> bytes(part.width);
     if (part.field_name) {
       const field& f = type.field_named(part.field_name);
-      std::copy_n(record.begin() + f.offset, std::min(f.width, part.width), bytes.begin());
+      // A request is the head of the record, of which the field is the first.
+      const std::uint32_t length = part.kind == field_kind::request ? part.width : std::min(f.width, part.width);
+      std::copy_n(record.begin() + f.offset, length, bytes.begin());
       words_.push_back(key_word(part, bytes));
     }
     add(part, bytes);

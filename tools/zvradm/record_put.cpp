@@ -63,6 +63,23 @@ std::int16_t record_writer::read_stored(const record_type& type, const record_ke
   return db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.get_length);
 }
 
+bool record_writer::is_there(const record_type& type, const json& object) {
+  const record_keys keys = prepare(type, object, false);
+  return db_get(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), 0) == DBE_OK;
+}
+
+void record_writer::raise_last_seqno(const json& object) {
+  const record_type& type = record_type_named("usr");
+  const record_keys keys = prepare(type, object, false);
+  db_usr wanted, stored{};
+  std::memcpy(&wanted, buffer_.data(), sizeof wanted);
+  const std::int16_t code = db_get(task_, DB_USR, keys.count(), keys.data(), &stored, sizeof stored);
+  require_ok(call_text("get", type, keys.words()), code);
+  if (stored.last_seqno >= wanted.last_seqno) return;
+  const std::int16_t again = db_put(task_, DB_USR, keys.count(), keys.data(), &wanted, sizeof wanted);
+  if (!is_stored(again)) throw library_refusal(call_text("put", type, keys.words()), again);
+}
+
 std::int16_t record_writer::put(const record_type& type, const json& object, bool update) {
   const record_keys keys = prepare(type, object, update);
   what_ = call_text("put", type, keys.words());

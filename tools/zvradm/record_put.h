@@ -21,6 +21,11 @@ class record_writer {
   std::int16_t put(const record_type& type, const json& object, bool update = false);
   // Throws the field_fault that put would throw.
   void check(const record_type& type, const json& object) { (void)prepare(type, object, false); }
+  // Whether a record of the object's key is stored.
+  bool is_there(const record_type& type, const json& object);
+  // The library gives a new user its last_seqno, whatever is put: 0, or that of the deleted
+  // user of the name.  This raises it to the object's, and never lowers it.
+  void raise_last_seqno(const json& object);
   // The last call in words: `put trg "OSLO"`.
   const std::string& what() const { return what_; }
 

@@ -16,6 +16,8 @@ struct code_row {
 
 constexpr std::array code_rows{
     code_row{DBE_OK, "DBE_OK", "done"},
+    code_row{DBE_MIGRATION, "DBE_MIGRATION",
+             "the older database is in a state that no conversion leaves, or a text of it cannot be read as a record"},
     code_row{DBE_BAD_DB_ID, "DBE_BAD_DB_ID", "this record type has no such operation"},
     code_row{DBE_NOT_FOUND, "DBE_NOT_FOUND", "no such record"},
     code_row{DBE_BAD_RECORD, "DBE_BAD_RECORD", "the record cannot be stored as it stands"},

@@ -1,0 +1,121 @@
+// A process is killed right before each of its write operations in turn: both sides of
+// every pair agree afterwards, and the change was made whole or not at all.
+#include <signal.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "cmstatus/cms_fixture.h"
+#include "engine/os_file.h"
+
+namespace cms_test {
+namespace {
+
+// Write operations before the one that is not come to; negative for none.
+int operations_left = -1;
+
+// They begin with the writing of their flag.
+bool begins_write_operation(std::uint64_t offset, const void* from, std::size_t n) {
+  return offset == 1010 && n == 2 && *static_cast<const unsigned char*>(from) != 0;
+}
+
+std::int64_t write_or_die(int file, std::uint64_t offset, const void* from, std::size_t n) {
+  if (operations_left >= 0 && begins_write_operation(offset, from, n) && operations_left-- == 0)
+    kill(getpid(), SIGKILL);
+  return zvrdb::engine::linux_ops.write_at(file, offset, from, n);
+}
+
+class KilledCalls : public CmStatusTest {
+ protected:
+  void SetUp() override {
+    operations = zvrdb::engine::linux_ops;
+    operations.write_at = write_or_die;
+    operations_left = -1;
+    CmStatusTest::SetUp();
+    for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put_target(name), DBE_OK);
+    ASSERT_EQ(put_file(one), DBE_OK);
+    ASSERT_EQ(put_file(two), DBE_OK);
+    begin_anew();
+  }
+  void TearDown() override {
+    zvrdb::engine::set_os_ops(nullptr);
+    CmStatusTest::TearDown();
+  }
+  void begin_anew() {
+    const int rc = put_target("A");
+    ASSERT_TRUE(rc == DBE_OK || rc == DBE_RECORD_REPLACED);
+    for (const CfName& name : {one, two}) ASSERT_EQ(db_del_cf_cms(task, name.data()), DBE_OK);
+    ASSERT_EQ(set("A", one, 1), DBE_OK);
+    ASSERT_EQ(set("A", two, 2), DBE_OK);
+    ASSERT_EQ(set("B", one, 3), DBE_OK);
+    before = stored_pairs(task);
+    expect_sides_agree();
+  }
+  // The change is made by a process that dies before its first, second, ... write operation,
+  // until it lives.
+  void sweep(const std::function<int(void*)>& change) {
+    for (int nth = 0; nth < 100; ++nth) {
+      SCOPED_TRACE(numbered("before write operation ", static_cast<unsigned>(nth)));
+      const int ended = in_child([&](void* child) {
+        get_status(child, "A", one);
+        zvrdb::engine::set_os_ops(&operations);
+        operations_left = nth;
+        const int rc = change(child);
+        operations_left = -1;
+        return rc == DBE_OK || rc == DBE_RECORD_REPLACED ? 0 : 1;
+      });
+      ASSERT_TRUE(ended == 0 || ended == -SIGKILL) << ended;
+      expect_sides_agree();
+      const StoredPairs after = stored_pairs(task);
+      if (ended == 0) {
+        EXPECT_NE(after.by_target, before.by_target) << "answered as done";
+        EXPECT_GT(nth, 2);
+        return;
+      }
+      if (after.by_target != before.by_target) {
+        EXPECT_EQ(after.by_target, made_by(change));
+      }
+      begin_anew();
+      if (HasFailure()) return;
+    }
+    ADD_FAILURE() << "it is always killed";
+  }
+  // What the change makes of the pairs that each attempt starts from.
+  std::map<Pair, unsigned> made_by(const std::function<int(void*)>& change) {
+    begin_anew();
+    const int rc = change(task);
+    EXPECT_TRUE(rc == DBE_OK || rc == DBE_RECORD_REPLACED) << rc;
+    return stored_pairs(task).by_target;
+  }
+  zvrdb::engine::os_ops operations;
+  const CfName one = cf("ONE"), two = cf("TWO");
+  StoredPairs before;
+};
+
+TEST_F(KilledCalls, OfANewPairLeaveBothSidesEqual) {
+  sweep([&](void* child) { return put_status(child, "B", two, 9); });
+}
+TEST_F(KilledCalls, OfTheFirstPairOfATargetLeaveBothSidesEqual) {
+  sweep([&](void* child) { return put_status(child, "C", one, 9); });
+}
+TEST_F(KilledCalls, OfAReplacementLeaveBothSidesEqual) {
+  sweep([&](void* child) { return put_status(child, "A", one, 9); });
+}
+TEST_F(KilledCalls, OfADeletionLeaveBothSidesEqual) {
+  sweep([&](void* child) { return del_status(child, "A", one); });
+}
+TEST_F(KilledCalls, OfADeletionOfTheLastTargetLeaveBothSidesEqual) {
+  sweep([&](void* child) { return del_status(child, "A", two); });
+}
+TEST_F(KilledCalls, OfTheDeletionOfATargetLeaveBothSidesEqual) {
+  sweep([&](void* child) {
+    const void* keys[] = {"A"};
+    return static_cast<int>(db_del(child, DB_TRG, 1, keys));
+  });
+}
+TEST_F(KilledCalls, OfTheDeletionOfAChangeFilesStatusLeaveBothSidesEqual) {
+  sweep([&](void* child) { return static_cast<int>(db_del_cf_cms(child, one.data())); });
+}
+
+}  // namespace
+}  // namespace cms_test
