@@ -211,6 +211,15 @@ int catch_up(journal_file* j) {
   }
 }
 
+bool journal_went_on(const journal_file* j, const std::uint8_t* view) {
+  const auto look = [&](std::uint64_t at) {
+    const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view + at), __ATOMIC_ACQUIRE);
+    return native_order == byte_order::little ? v : swap_bytes(v);
+  };
+  if (look(head_at::salt) != j->salt || j->end + group_head_size > journal_size) return true;
+  return look(j->end + group_at::sequence) == j->sequence && look(j->end + group_at::salt) == j->salt;
+}
+
 std::uint64_t group_room(std::uint32_t nodes, bool change) { return to_sectors(length_of(nodes, change)); }
 
 int append_group(journal_file* j, const group_to_write& g) {

@@ -117,6 +117,10 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
 // 0; e_no_memory, e_io.
 int catch_up(journal_file* j);
 
+// Whether somebody began a new life or appended a group since the last catch_up.  `view` shows
+// the first journal_size bytes of the journal as they are now.
+bool journal_went_on(const journal_file* j, const std::uint8_t* view);
+
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);
 // Bytes that appending moves the end by.

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/cached_reads.h"
 #include "engine/header_page.h"
 #include "engine/journal.h"
 #include "engine/key_compare.h"
@@ -43,6 +44,7 @@ bool is_marked(const PSP* h) {
 void prepare_block(PSP* h, const char* path) {
   if (forget_handle(h) && is_marked(h) && h->state == 'O') {
     os().close(h->file);
+    end_cached_reads(h);
     journal_let_go(h);
     free_cursors(h);
   }
@@ -78,6 +80,7 @@ void close_block(PSP* h) {
   if (h->file >= 0) os().close(h->file);
   h->file = -1;
   h->slot = -1;
+  end_cached_reads(h);
   journal_let_go(h);
   free_cursors(h);
   h->state = 'C';

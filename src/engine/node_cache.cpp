@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/cached_reads.h"
 #include "engine/header_page.h"
 #include "engine/key_compare.h"
 #include "engine/one_thread.h"
@@ -175,7 +176,9 @@ int take_block(PSP* h, std::int32_t n, block** out, bool* hit) {
   return e_ok;
 }
 
-bool unlocked_and_shared(const PSP* h) { return is_shared(h) && h->arbiter == 'U' && h->locklevel == 1; }
+bool unlocked_and_shared(const PSP* h) {
+  return is_shared(h) && h->arbiter == 'U' && h->locklevel == 1 && !is_quiet(h);
+}
 
 void check_generation_between_operations(PSP* h) {
   if (unlocked_and_shared(h) && gencheck_lightly(h) != 0) purgefile(h);
@@ -285,6 +288,9 @@ int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
     return e_ok;
   }
   check_generation_between_operations(h);
+  if (is_quiet(h) && find_block(h, n) == nullptr) {
+    if (const int locked = lock_quiet_read(h); locked != e_ok) return locked;
+  }
   block* found = nullptr;
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "engine/cached_reads.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/one_thread.h"
@@ -22,6 +23,7 @@ void let_go_in_child() {
     os().close(h->file);
     h->file = -1;
     h->state = 'C';
+    end_cached_reads(h);
     journal_let_go(h);
     free_cursors(h);
   }

@@ -42,6 +42,11 @@ struct os_ops {
   std::uint64_t (*identity)(int file);
   std::uint64_t (*random)();                   // a number that nobody can foretell
 
+  // The first bytes of a file to look at, changing as others write them; null when that is
+  // not to be had here.  The file must stay as long as that.
+  const void* (*map)(int file, std::size_t n);
+  void (*unmap)(const void* mapped, std::size_t n);
+
   // Locks on bytes, without waiting.  They hold between all handles, those of one
   // process too, and die with their handle.
   lock_answer (*lock)(int file, std::uint64_t offset, std::uint64_t length);
