@@ -33,6 +33,10 @@ struct cached_reads {
 
 inline bool is_quiet(const PSP* h) { return h->cached != nullptr && h->cached->state != quiet::no; }
 
+// Whether the file is surely as the handle knows it; false when that cannot be told without
+// asking the system.
+bool nothing_moved(PSP* h);
+
 // Whether a read of that key number may begin without locks; if so it has, and a nesting with it.
 bool begin_quiet_read(PSP* h, int keyno);
 // Its end.  False: it must be made again; nothing is left of it but what it put into the block.

@@ -27,11 +27,7 @@ constexpr crc_tables make_tables() {
 }
 constexpr crc_tables tables = make_tables();
 
-}  // namespace
-
-std::uint32_t crc32c(std::uint32_t crc, const void* bytes, std::size_t n) {
-  const auto* p = static_cast<const std::uint8_t*>(bytes);
-  std::uint32_t v = ~crc;
+std::uint32_t by_tables(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
   for (; n >= at_once; n -= at_once, p += at_once) {
     const std::uint32_t low = v ^ load_le32(p);
     const std::uint32_t high = load_le32(p + 4);
@@ -39,7 +35,36 @@ std::uint32_t crc32c(std::uint32_t crc, const void* bytes, std::size_t n) {
         tables[3][high & 0xFF] ^ tables[2][(high >> 8) & 0xFF] ^ tables[1][(high >> 16) & 0xFF] ^ tables[0][high >> 24];
   }
   for (; n > 0; --n, ++p) v = (v >> 8) ^ tables[0][(v ^ *p) & 0xFF];
-  return ~v;
+  return v;
+}
+
+#if defined(__x86_64__)
+__attribute__((target("sse4.2"))) std::uint32_t by_instruction(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
+  std::uint64_t wide = v;
+  for (; n >= at_once; n -= at_once, p += at_once)
+    wide = __builtin_ia32_crc32di(wide, load<std::uint64_t>(p, byte_order::little));
+  v = static_cast<std::uint32_t>(wide);
+  for (; n > 0; --n, ++p) v = __builtin_ia32_crc32qi(v, *p);
+  return v;
+}
+bool has_instruction() {
+  static const bool has = __builtin_cpu_supports("sse4.2") != 0;
+  return has;
+}
+#else
+constexpr auto by_instruction = by_tables;
+bool has_instruction() { return false; }
+#endif
+
+}  // namespace
+
+std::uint32_t crc32c(std::uint32_t crc, const void* bytes, std::size_t n) {
+  const auto* p = static_cast<const std::uint8_t*>(bytes);
+  return ~(has_instruction() ? by_instruction(~crc, p, n) : by_tables(~crc, p, n));
+}
+
+std::uint32_t crc32c_without_instruction(std::uint32_t crc, const void* bytes, std::size_t n) {
+  return ~by_tables(~crc, static_cast<const std::uint8_t*>(bytes), n);
 }
 
 }  // namespace zvrdb::engine

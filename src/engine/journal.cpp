@@ -50,6 +50,34 @@ bool take_user_byte(PSP* h) {
          os().lock(h->journal->log.file, user_byte(h->slot), 1) == lock_answer::taken;
 }
 
+bool is_at_last_change(const journal* j, std::uint32_t generation) {
+  return generation >= j->log.changed_generation && generation <= j->log.generation;
+}
+
+// Nodes in the cache are kept true by what the groups say of them.
+void on_new_life(void* context, const journal_file& log) {
+  journal* j = static_cast<PSP*>(context)->journal;
+  j->follows = j->follows && log.alive && j->disk_generation >= log.settled_generation &&
+               j->disk_generation <= log.base_generation;
+}
+
+void on_group(void* context, const group_read& g) {
+  auto* h = static_cast<PSP*>(context);
+  journal* j = h->journal;
+  if (g.header == nullptr) return;
+  if (j->deferred || j->pages.count != 0) j->follows = false;
+  if (!j->follows) return;
+  j->ahead = true;
+  std::memcpy(j->seen_header, g.header, header_size);
+  for (std::uint32_t i = 0; i < g.nodes; ++i) renew_cached_node(h, g.number(i), g.image(i));
+  forget_buffers(h);
+}
+
+journal_watcher watcher_of(PSP* h) { return {h, on_new_life, on_group}; }
+
+// What others did meanwhile.
+int catch_up(PSP* h) { return catch_up(&h->journal->log, watcher_of(h)); }
+
 // The file is brought to what the log says, if it is not there already.
 int settle_file(PSP* h, bool all) {
   journal* j = h->journal;
@@ -77,7 +105,7 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
     if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) take_user_byte(h);
     return e_ok;   // what failed is tried again when there is something to write
   }
-  if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+  if (const int caught = catch_up(h); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
   if (others && !users) return e_ok;
   const int settled = settle_file(h, !others);
@@ -116,9 +144,12 @@ int reload(PSP* h) {
   h->lastkey = -1;
   mark_cursors_stale(h);
   j->must_reload = true;
+  j->follows = false;
   if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
   j->must_reload = false;
   j->disk_generation = h->generation;
+  j->ahead = false;
+  j->follows = j->log.alive && is_at_last_change(j, j->disk_generation);
   return e_ok;
 }
 
@@ -155,13 +186,14 @@ int ready_log(PSP* h) {
   return begin_anew(h);
 }
 
-int append_operation(PSP* h, bool change) {
+int append_operation(PSP* h, bool change, bool waits = false) {
   journal* j = h->journal;
   group_to_write g = {};
   g.generation_before = load32(j->before + header_at::generation, h->order);
   g.generation_after = h->generation;
   g.extent = h->extent < 0 ? 0 : static_cast<std::uint32_t>(h->extent);
   if (change) {
+    g.waits = waits;
     g.header = j->pages.header;
     g.nodes = j->pages.touched_count;
     g.node_at = touched_node;
@@ -203,7 +235,7 @@ int commit_change(PSP* h) {
     if (const int locked = lockread(h, true); locked != e_ok) return locked;
   }
   const journal_file before = j->log;
-  if (const int appended = append_operation(h, true); appended != e_ok) return appended;
+  if (const int appended = append_operation(h, true, defer); appended != e_ok) return appended;
   j->unflushed = true;
   if (defer) {
     j->deferred = true;
@@ -323,7 +355,7 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 int journal_enter(PSP* h) {
   journal* j = h->journal;
   if (is_shared(h) && j->log.file >= 0) {
-    if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+    if (const int caught = catch_up(h); caught != e_ok) return caught;
   }
   first_page page;
   const bool look = is_shared(h) || j->must_repair;
@@ -343,7 +375,7 @@ int journal_enter(PSP* h) {
 int journal_follow(PSP* h) {
   journal* j = h->journal;
   if (j->log.file < 0) return e_ok;
-  if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+  if (const int caught = catch_up(h); caught != e_ok) return caught;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   if (j->deferred && !page.flag && page.generation == j->disk_generation) return e_ok;
@@ -358,12 +390,48 @@ int journal_follow(PSP* h) {
   return result == e_ok ? lockread(h, false) : result;
 }
 
+bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation) {
+  const journal* j = h->journal;
+  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || generation != j->disk_generation) return true;
+  // Known of the log, and not in the file: somebody's transaction.
+  if (!j->deferred && !is_at_last_change(j, generation)) return true;
+  const journal_news news = look_for_news(&j->log, view);
+  if (news != journal_news::change_under_way) return news != journal_news::none;
+  // That operation has not ended if it is one, and not what a dead one left.
+  return os().probe(h->file, arbiter_byte) != 1;
+}
+
+bool journal_take_seen(PSP* h, std::uint32_t generation) {
+  journal* j = h->journal;
+  if (!j->follows || !j->log.alive || j->must_reload || j->must_repair || j->deferred) return false;
+  if (!is_at_last_change(j, generation)) return false;
+  // Else the generation alone was moved.
+  if (j->ahead && take_header(h, j->seen_header) != e_ok) return false;
+  h->generation = generation;
+  h->lastkey = -1;
+  mark_cursors_stale(h);
+  j->disk_generation = generation;
+  j->ahead = false;
+  return true;
+}
+
+bool journal_follow_quietly(PSP* h, std::uint32_t generation) {
+  journal* j = h->journal;
+  if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
+  if (catch_up_to(&j->log, generation, watcher_of(h)) == 1) return true;
+  // What was taken on the way may be taken back yet by its writer.
+  if (j->ahead) j->follows = false;
+  return false;
+}
+
 int journal_gencheck(PSP* h) {
   journal* j = h->journal;
   std::uint8_t bytes[4];
   if (os().read_at(h->file, header_at::generation, bytes, sizeof bytes) != static_cast<std::int64_t>(sizeof bytes))
     return e_io;
-  if (load32(bytes, h->order) == j->disk_generation && !j->must_reload) return e_ok;
+  const std::uint32_t there = load32(bytes, h->order);
+  if (there == j->disk_generation && !j->must_reload && !j->ahead) return e_ok;
+  if (journal_take_seen(h, there)) return e_ok;
   // What was pending is in the file by now: nobody changes it past a deferred group.
   forget_pages(&j->pages);
   j->deferred = false;

@@ -40,6 +40,7 @@ static_assert(group_at::crc + 4 == group_head_size);
 constexpr char head_magic[] = "ZVRJRNL1";
 constexpr char group_magic[] = "ZVRG";
 constexpr std::uint32_t kind_change = 1;
+constexpr std::uint32_t kind_waiting_change = 2;
 constexpr std::size_t buffer_kept = 1024 * 1024;
 
 std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
@@ -116,10 +117,10 @@ bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_p
   if (load_le32(head + group_at::chain) != place.chain) return false;
   const std::uint32_t kind = load_le32(head + group_at::kind);
   const std::uint32_t nodes = load_le32(head + group_at::nodes);
-  if (kind > kind_change || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
+  if (kind > kind_waiting_change || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
   if (load_le32(head + group_at::extent) > static_cast<std::uint32_t>(max_node) + 1) return false;
   const std::uint64_t length = load_le32(head + group_at::length);
-  return length == length_of(nodes, kind == kind_change) && length <= room;
+  return length == length_of(nodes, kind != 0) && length <= room;
 }
 
 bool numbers_are_good(const group_read& g) {
@@ -193,7 +194,32 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   return e_ok;
 }
 
-int catch_up(journal_file* j) {
+namespace {
+// The next group, made known.  1, 0 there is none, or an error.
+int take_next_group(journal_file* j, const journal_watcher& watcher) {
+  group_read g;
+  const int found = read_group(j, {j->end, j->sequence, j->chain}, &g);
+  if (found <= 0) return found;
+  watcher.group(watcher.context, g);
+  step_over(j, g.length, g.crc, g.generation_after, g.header != nullptr);
+  return 1;
+}
+}  // namespace
+
+int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher) {
+  const journal_file before = *j;
+  int found = 1;
+  while (found == 1 && !(j->any_change && j->changed_generation == generation)) found = take_next_group(j, watcher);
+  if (found == 1) return 1;
+  std::uint8_t* buffer = j->buffer;
+  const std::size_t capacity = j->capacity;
+  *j = before;
+  j->buffer = buffer;
+  j->capacity = capacity;
+  return found;
+}
+
+int catch_up(journal_file* j, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -201,23 +227,26 @@ int catch_up(journal_file* j) {
     j->alive = false;
     return e_ok;
   }
-  if (!j->alive || load_le64(head + head_at::salt) != j->salt) take_head(j, head);
-  if (!j->alive) return e_ok;
-  for (;;) {
-    group_read g;
-    const int found = read_group(j, {j->end, j->sequence, j->chain}, &g);
-    if (found <= 0) return found;
-    step_over(j, g.length, g.crc, g.generation_after, g.header != nullptr);
+  if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
+    take_head(j, head);
+    watcher.new_life(watcher.context, *j);
   }
+  if (!j->alive) return e_ok;
+  int found = 1;
+  while (found == 1) found = take_next_group(j, watcher);
+  return found;
 }
 
-bool journal_went_on(const journal_file* j, const std::uint8_t* view) {
+journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
   const auto look = [&](std::uint64_t at) {
     const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view + at), __ATOMIC_ACQUIRE);
     return native_order == byte_order::little ? v : swap_bytes(v);
   };
-  if (look(head_at::salt) != j->salt || j->end + group_head_size > journal_size) return true;
-  return look(j->end + group_at::sequence) == j->sequence && look(j->end + group_at::salt) == j->salt;
+  if (look(head_at::salt) != j->salt || j->end + group_head_size > journal_size) return journal_news::some;
+  if (look(j->end + group_at::sequence) != j->sequence || look(j->end + group_at::salt) != j->salt)
+    return journal_news::none;
+  const auto kind = static_cast<std::uint32_t>(look(j->end + group_at::kind));
+  return kind == kind_change ? journal_news::change_under_way : journal_news::some;
 }
 
 std::uint64_t group_room(std::uint32_t nodes, bool change) { return to_sectors(length_of(nodes, change)); }
@@ -238,7 +267,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::after, g.generation_after);
   store_le32(at + group_at::extent, g.extent);
   store_le32(at + group_at::nodes, g.nodes);
-  store_le32(at + group_at::kind, change ? kind_change : 0);
+  store_le32(at + group_at::kind, !change ? 0 : g.waits ? kind_waiting_change : kind_change);
   store_le32(at + group_at::chain, j->chain);
   store_le64(at + group_at::random, os().random());
   std::uint8_t* numbers = at + group_head_size;
@@ -299,7 +328,7 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   // What was read now may not be what the head was read from: another one may be writing.
   const std::uint8_t* at = j->buffer;
   if (std::memcmp(at, head, sizeof head) != 0 || load_le32(at + group_at::crc) != group_crc(at, length)) return 0;
-  const bool change = load_le32(at + group_at::kind) == kind_change;
+  const bool change = load_le32(at + group_at::kind) != 0;
   out->place = place.at;
   out->crc = load_le32(at + group_at::crc);
   out->length = length;

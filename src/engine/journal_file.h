@@ -23,7 +23,8 @@
 //     48 a random number (8)  56 zero (4)  60 CRC-32C (4)
 //     64 header of the record file (352), node numbers (4 each), nodes (1024 each)
 //
-// Kind 1 is a change.  Kind 0 is an operation that moved nothing but the generation: it has
+// Kind 1 is a change that the record file bears when its operation has ended, kind 2 one that
+// waits for the end of its transaction.  Kind 0 is an operation that moved nothing but the generation: it has
 // no header and no nodes.  The CRC is over all `length` bytes, its own field taken as zero.
 // Header and nodes are as they lie in the record file.
 //
@@ -71,6 +72,7 @@ struct journal_file {
 
 // What is appended.
 struct group_to_write {
+  bool waits;                         // the record file follows later
   std::uint32_t generation_before;
   std::uint32_t generation_after;
   std::uint32_t extent;               // nodes that exist in the record file
@@ -113,13 +115,31 @@ void close_journal(journal_file* j);
 int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
                std::uint32_t generation);
 
+// Told of what is met on the way.
+struct group_read;
+struct journal_watcher {
+  void* context;
+  void (*new_life)(void* context, const journal_file& j);
+  void (*group)(void* context, const group_read& g);
+};
+inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal_file&) {},
+                                               [](void*, const group_read&) {}};
 // Reads what others did since: a new life, or groups behind the last known one.
 // 0; e_no_memory, e_io.
-int catch_up(journal_file* j);
+int catch_up(journal_file* j, const journal_watcher& watcher = nobody_watches);
+// Reads groups of the same life as far as the change that led to a generation.  No lock need
+// be held.  1 it is the last one known now; 0 it was not met and nothing is known beyond what
+// was; e_no_memory, e_io.
+int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher);
 
-// Whether somebody began a new life or appended a group since the last catch_up.  `view` shows
-// the first journal_size bytes of the journal as they are now.
-bool journal_went_on(const journal_file* j, const std::uint8_t* view);
+// Whether the journal goes on behind what is known.  `view` shows the first journal_size bytes
+// of the journal as they are now.
+enum class journal_news {
+  none,
+  change_under_way,   // one group of kind 1: while its operation lasts the record file is ahead of nobody
+  some,
+};
+journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
 
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);

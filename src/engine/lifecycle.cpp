@@ -48,7 +48,7 @@ void prepare_block(PSP* h, const char* path) {
     journal_let_go(h);
     free_cursors(h);
   }
-  purgefile(h);
+  purge_memory_of(h);
   std::memset(h, 0, sizeof *h);
   mark_block(h);
   h->state = 'C';

@@ -79,6 +79,7 @@ void free_block(block* b) {
   if (b->owner == nullptr) return;
   set_dirty(b, false);
   unchain(b);
+  --b->owner->blocks;
   b->owner = nullptr;
   b->file = -1;
   b->number = -1;
@@ -87,6 +88,7 @@ void free_block(block* b) {
 void own_block(block* b, PSP* h, std::int32_t n) {
   if (b->owner == h && b->file == h->file && b->number == n) return;
   free_block(b);
+  ++h->blocks;
   b->owner = h;
   b->file = h->file;
   b->number = n;
@@ -374,11 +376,36 @@ int dropfile(PSP* h) {
 }
 
 void purgefile(PSP* h) {
-  for (block* b = cache.newest; b != nullptr; b = b->older)
+  for (block* b = cache.newest; b != nullptr && h->blocks > 0; b = b->older)
     if (b->owner == h) free_block(b);
   h->dirtyblocks = 0;
+  forget_buffers(h);
+}
+
+void purge_memory_of(PSP* h) {
+  for (block* b = cache.newest; b != nullptr; b = b->older)
+    if (b->owner == h) free_block(b);
+  forget_buffers(h);
+}
+
+void forget_buffers(PSP* h) {
   for (node_buffer* b : tagged_buffers)
     if (b->owner == h) clear_tag(*b);
+}
+
+void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes) {
+  if (cache.blocks == nullptr || n < 0 || n > max_node) return;
+  block* b = find_block(h, n);
+  if (b == nullptr && n >= h->nextnode && !cache.oldest->dirty) {
+    b = cache.oldest;
+    move_to_front(b);
+    own_block(b, h, n);
+  }
+  if (b == nullptr) return;
+  std::memcpy(&b->image, bytes, page_size);
+  convert_head(b->image, h->order);
+  set_dirty(b, false);
+  if (!is_tree_level(b->image.level) || !node_is_sound(h, b->image)) free_block(b);
 }
 
 void forget_cache() {

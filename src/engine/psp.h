@@ -104,6 +104,7 @@ struct PSP {
   std::int32_t damaged_node;
   std::int32_t damaged_line;
   std::int32_t dirtyblocks; // dirty blocks in the cache
+  std::int32_t blocks;      // all of its blocks there
 
   std::uint8_t* recbuf;
   std::int32_t reclen;

@@ -209,8 +209,9 @@ int rdenter(PSP* h) {
   if (is_shared(h) && h->arbiter == 'U' && h->locklevel == 1 && !is_quiet(h)) {
     int result = waitarbiter(h);
     if (result == e_ok) result = lockread(h, false);
-    if (result == e_ok && h->journal != nullptr) result = journal_follow(h);
-    if (result == e_ok) result = gencheck(h);
+    const bool known = result == e_ok && nothing_moved(h);
+    if (result == e_ok && !known && h->journal != nullptr) result = journal_follow(h);
+    if (result == e_ok && !known) result = gencheck(h);
     if (result != e_ok) {
       unlockread(h);
       return e_byte_lock;
@@ -243,8 +244,9 @@ int wrenter(PSP* h) {
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
     if (result == e_ok && getarbiter(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok && h->journal != nullptr) result = journal_enter(h);
-    if (result == e_ok && gencheck(h) != e_ok) result = e_byte_lock;
+    const bool known = result == e_ok && nothing_moved(h);
+    if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
+    if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
   }
   if (result == e_ok && h->journal != nullptr && is_exclusive(h) && h->wrnest == 0) result = journal_enter(h);
   if (result == e_ok && h->wrnest == 0) result = begin_write_operation(h);
