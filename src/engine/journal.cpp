@@ -147,9 +147,7 @@ int reload(PSP* h) {
   j->follows = false;
   if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
   j->must_reload = false;
-  j->disk_generation = h->generation;
-  j->ahead = false;
-  j->follows = j->log.alive && is_at_last_change(j, j->disk_generation);
+  journal_header_read(h);
   return e_ok;
 }
 
@@ -300,6 +298,13 @@ int journal_open(PSP* h, const char* path, journal_use asked) {
   const int result = with_arbiter_at_open(h, asked, there, &use);
   if (result != e_ok || !use) journal_let_go(h);
   return result;
+}
+
+void journal_header_read(PSP* h) {
+  journal* j = h->journal;
+  j->disk_generation = h->generation;
+  j->ahead = false;
+  j->follows = j->log.alive && is_at_last_change(j, j->disk_generation);
 }
 
 void journal_let_go(PSP* h) {

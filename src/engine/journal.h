@@ -40,6 +40,8 @@ extern std::uint64_t checkpoint_at;
 // At open, inside its read nesting: takes the journal of the file, if it has one or shall
 // have one, and brings the file up to date.  The answer is as of dopen.
 int journal_open(PSP* h, const char* path, journal_use asked);
+// The header of the block is that of the file now, and no node of it is in the cache.
+void journal_header_read(PSP* h);
 // Without a write: at close, after a failure, in a forked child.
 void journal_let_go(PSP* h);
 // A stale journal beside a file that is about to be made.

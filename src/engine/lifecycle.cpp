@@ -154,7 +154,7 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
   mark_cursors_stale(h);
   h->lastkey = -1;
   const int loaded = readhdr(h);
-  if (h->journal != nullptr) h->journal->disk_generation = h->generation;
+  if (h->journal != nullptr) journal_header_read(h);
   if (loaded != e_ok) {
     const int detail = loaded;
     rdleave(h);

@@ -22,11 +22,12 @@ node_buffer scratch_buffer{{}, nullptr, -1, -1};
 namespace {
 
 struct block {
-  node image;
+  node* image;          // its place among the images, for good
   PSP* owner;           // null when free
   std::int32_t file;    // -1 when free
   std::int32_t number;  // -1 when free
   bool dirty;           // the node must still be written
+  std::uint64_t moved;  // when it came to the front last
   block* newer;         // neighbours in order of use
   block* older;
   block* chain;         // next of the same hash
@@ -35,12 +36,14 @@ struct block {
 // Blocks in order of use, most recent first, and a hash table over them.
 struct block_cache {
   block* blocks = nullptr;
+  node* images = nullptr;
   block** table = nullptr;
   block* newest = nullptr;
   block* oldest = nullptr;
   unsigned count = 0;
   unsigned table_mask = 0;
   unsigned wanted = 10;
+  std::uint64_t moves = 0;
 };
 block_cache cache;
 
@@ -56,6 +59,7 @@ unsigned hash_of(const PSP* h, std::int32_t file, std::int32_t n) {
 
 void release_cache() {
   os().release(cache.blocks);
+  os().release(cache.images);
   os().release(cache.table);
   const unsigned wanted = cache.wanted;
   cache = block_cache{};
@@ -111,6 +115,19 @@ void move_to_front(block* b) {
   cache.newest = b;
 }
 
+void take_to_front(block* b) {
+  move_to_front(b);
+  b->moved = ++cache.moves;
+}
+
+// In a big cache a block that came to the front not long ago stays where it is: moving it
+// would touch its neighbours in memory for nothing.
+void note_use(block* b) {
+  constexpr unsigned big = 256;
+  if (cache.count >= big && cache.moves - b->moved < cache.count / 4) return;
+  take_to_front(b);
+}
+
 block* find_block(const PSP* h, std::int32_t n) {
   for (block* b = cache.table[hash_of(h, h->file, n)]; b != nullptr; b = b->chain)
     if (b->owner == h && b->file == h->file && b->number == n) return b;
@@ -138,7 +155,7 @@ int write_image(PSP* h, node& v, std::int32_t n) {
 }
 
 int write_block(block* b) {
-  const int written = write_image(b->owner, b->image, b->number);
+  const int written = write_image(b->owner, *b->image, b->number);
   if (written == e_ok) set_dirty(b, false);
   return written;
 }
@@ -169,11 +186,16 @@ int take_block(PSP* h, std::int32_t n, block** out, bool* hit) {
   block* b = find_block(h, n);
   *hit = b != nullptr;
   if (b == nullptr) {
+    if (is_quiet(h)) {
+      if (const int locked = lock_quiet_read(h); locked != e_ok) return locked;
+    }
     b = cache.oldest;
     const int evicted = evict(b);
     if (evicted != e_ok) return evicted;
+    take_to_front(b);
+  } else {
+    note_use(b);
   }
-  move_to_front(b);
   *out = b;
   return e_ok;
 }
@@ -261,8 +283,9 @@ int cache_ready() {
   unsigned table = 16;
   while (table < 2 * count) table *= 2;
   cache.blocks = static_cast<block*>(os().allocate(count * sizeof(block)));
+  cache.images = static_cast<node*>(os().allocate(count * sizeof(node)));
   cache.table = static_cast<block**>(os().allocate(table * sizeof(block*)));
-  if (cache.blocks == nullptr || cache.table == nullptr) {
+  if (cache.blocks == nullptr || cache.images == nullptr || cache.table == nullptr) {
     release_cache();
     return e_no_memory;
   }
@@ -270,6 +293,7 @@ int cache_ready() {
   cache.table_mask = table - 1;
   for (unsigned i = 0; i < count; ++i) {
     block& b = cache.blocks[i];
+    b.image = cache.images + i;
     b.file = -1;
     b.number = -1;
     b.newer = i > 0 ? &b - 1 : nullptr;
@@ -290,23 +314,20 @@ int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
     return e_ok;
   }
   check_generation_between_operations(h);
-  if (is_quiet(h) && find_block(h, n) == nullptr) {
-    if (const int locked = lock_quiet_read(h); locked != e_ok) return locked;
-  }
   block* found = nullptr;
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
   if (!hit) {
     free_block(found);
-    const int got = read_image(h, found->image, n);
+    const int got = read_image(h, *found->image, n);
     if (got != e_ok) return got;
     own_block(found, h, n);
   }
   if (b == nullptr) {
-    h->current = &found->image;
+    h->current = found->image;
     return e_ok;
   }
-  std::memcpy(&b->image, &found->image, page_size);
+  std::memcpy(&b->image, found->image, page_size);
   zero_spare(b->image);
   set_tag(*b, h, n);
   h->current = &b->image;
@@ -324,7 +345,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
   own_block(found, h, n);
-  std::memcpy(&found->image, &b.image, page_size);
+  std::memcpy(found->image, &b.image, page_size);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
   set_dirty(found, true);
@@ -398,14 +419,14 @@ void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes) {
   block* b = find_block(h, n);
   if (b == nullptr && n >= h->nextnode && !cache.oldest->dirty) {
     b = cache.oldest;
-    move_to_front(b);
+    take_to_front(b);
     own_block(b, h, n);
   }
   if (b == nullptr) return;
-  std::memcpy(&b->image, bytes, page_size);
-  convert_head(b->image, h->order);
+  std::memcpy(b->image, bytes, page_size);
+  convert_head(*b->image, h->order);
   set_dirty(b, false);
-  if (!is_tree_level(b->image.level) || !node_is_sound(h, b->image)) free_block(b);
+  if (!is_tree_level(b->image->level) || !node_is_sound(h, *b->image)) free_block(b);
 }
 
 void forget_cache() {
