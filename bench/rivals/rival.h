@@ -38,8 +38,9 @@ enum class Ability : unsigned {
   scan = 4,         // in the order of names
   list = 8,         // by group
   share = 16,       // several processes at once
+  bulk = 32,        // many changes in one transaction
 };
-constexpr unsigned all_abilities = 31;
+constexpr unsigned all_abilities = 63;
 
 class Rival {
  public:

@@ -40,7 +40,7 @@ class Calls final : public Rival {
   bool is_ours() const override { return true; }
   unsigned abilities() const override {
     return static_cast<unsigned>(Ability::change) | static_cast<unsigned>(Ability::get) |
-           static_cast<unsigned>(Ability::share);
+           static_cast<unsigned>(Ability::share) | static_cast<unsigned>(Ability::bulk);
   }
   void open(const std::string& folder) override {
     base_ = folder;

@@ -186,7 +186,13 @@ class Runner {
   void bulk() {
     if (wanted(workload::bulk)) announce(workload::bulk);
     for (Store& s : stores_) {
-      if (!able(s, Ability::change)) continue;
+      if (!able(s, Ability::bulk)) {
+        await(start_worker([&] {
+          s.rival->open(s.folder);   // makes it
+          s.rival->close();
+        }));
+        continue;
+      }
       SharedOutcome out;
       await(start_worker([&] {
         s.rival->open(s.folder);
