@@ -100,9 +100,19 @@ enum find_option { find_equal = 1, find_greater = 2, find_greater_equal = 3, fin
 enum direction { seq_next = 1, seq_previous = 2, seq_first = 3, seq_last = 4 };
 
 // ---- Lifecycle
-int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int byte_order, const key_entry* keys);
-int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys);
-int _bopen(PSP* h, const char* path, char access, int mode);
+// Whether write operations go through a commit journal beside the file (docs/journal.md):
+// one flush a commit, and no crash leaves half an operation.  Off is the order of writes that
+// every program of the format knows.  All handles of a file use the same: who comes later
+// does as the others do.  Either way an open brings the file up to date first if it finds
+// that a journal is ahead of it.
+enum class journal_use { off, on };
+int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int byte_order, const key_entry* keys,
+            journal_use journal = journal_use::off);
+int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys,
+          journal_use journal = journal_use::off);
+int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal = journal_use::off);
+// Whether an open handle uses a journal.
+bool has_journal(const PSP* h);
 int clrwrit(PSP* h);
 int cclose(PSP* h);
 int dclose(PSP* h);

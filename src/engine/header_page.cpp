@@ -2,12 +2,14 @@
 
 #include <cstring>
 
+#include "engine/journal.h"
 #include "engine/os_file.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
 
-int physical_write(PSP* h, write_kind, std::uint64_t offset, const void* bytes, std::size_t n) {
+int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
+  if (h->journal != nullptr) return journal_write(h, kind, offset, bytes, n);
   const std::int64_t put = os().write_at(h->file, offset, bytes, n);
   if (put == static_cast<std::int64_t>(n)) return e_ok;
   h->errdetail = e_write;
@@ -15,23 +17,29 @@ int physical_write(PSP* h, write_kind, std::uint64_t offset, const void* bytes, 
 }
 
 int physical_read(PSP* h, std::uint64_t offset, void* bytes, std::size_t n) {
+  if (h->journal != nullptr && journal_read(h, offset, bytes, n)) return e_ok;
   const std::int64_t got = os().read_at(h->file, offset, bytes, n);
   if (got == static_cast<std::int64_t>(n)) return e_ok;
   h->errdetail = got < 0 ? e_not_found : e_short_read;
+  if (got < 0 && h->journal != nullptr && h->wrnest > 0) h->journal->broken = e_io;
   return h->errdetail;
 }
 
 void plain_flush(PSP* h) {
+  if (h->journal != nullptr) return;   // its end flushes the journal
   if (os().flush(h->file) == 0) return;
   // The system tells of lost pages once; the operation must not end well after that.
   h->flush_failed = 1;
   h->errdetail = e_write;
 }
 
-int checked_flush(PSP* h) { return os().flush(h->file) == 0 ? e_ok : e_not_found; }
+int checked_flush(PSP* h) {
+  if (h->journal != nullptr) return e_ok;
+  return os().flush(h->file) == 0 ? e_ok : e_not_found;
+}
 
 int raise_flag(PSP* h) {
-  if (h->intlevel != 4 || !h->flagenabled || h->flagon) return e_ok;
+  if (h->intlevel != 4 || !h->flagenabled || h->flagon || h->journal != nullptr) return e_ok;
   if (is_shared(h)) {
     const int locked = lockread(h, true);
     if (locked != e_ok) return locked;
@@ -46,8 +54,23 @@ int raise_flag(PSP* h) {
   return e_ok;
 }
 
+namespace {
+// With a journal the flag stands only after a death that the journal does not explain.
+int clear_flag_that_stands(PSP* h) {
+  std::uint8_t there[2];
+  const int got = physical_read(h, flag_offset, there, sizeof there);
+  if (got != e_ok) return got == e_not_found ? e_io : got;
+  if (there[0] == 0 && there[1] == 0) return e_ok;
+  const std::uint8_t bytes[2] = {0, 0};
+  const int written = write_through(h, flag_offset, bytes, sizeof bytes);
+  if (written == e_ok && os().flush(h->file) != 0) return e_write;
+  return written;
+}
+}  // namespace
+
 int clrwrit(PSP* h) {
   if (!is_open(h)) return e_bad_handle;
+  if (h->journal != nullptr) return clear_flag_that_stands(h);
   const std::uint8_t bytes[2] = {0, 0};
   const int written = physical_write(h, write_kind::flag, flag_offset, bytes, sizeof bytes);
   if (written != e_ok) return written;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "engine/header_page.h"
+#include "engine/journal.h"
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
 #include "engine/node_cache.h"
@@ -42,6 +43,7 @@ bool is_marked(const PSP* h) {
 void prepare_block(PSP* h, const char* path) {
   if (forget_handle(h) && is_marked(h) && h->state == 'O') {
     os().close(h->file);
+    journal_let_go(h);
     free_cursors(h);
   }
   purgefile(h);
@@ -76,6 +78,7 @@ void close_block(PSP* h) {
   if (h->file >= 0) os().close(h->file);
   h->file = -1;
   h->slot = -1;
+  journal_let_go(h);
   free_cursors(h);
   h->state = 'C';
 }
@@ -112,7 +115,7 @@ int enter_shared_file(PSP* h, bool slot_as_writer) {
 }
 
 // The steps common to all opens.  Answers inside a read nesting.
-int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_writer) {
+int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_writer, journal_use use) {
   prepare_block(h, path);
   if ((access != 'S' && access != 'E' && access != 'D') || (mode != 1 && mode != 2)) return e_bad_argument;
   if (const int ready = cache_ready(); ready != e_ok) return ready;
@@ -134,12 +137,21 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
     }
     entered = enter_shared_file(h, true);
   }
+  if (const int taken = journal_open(h, path, use); taken != e_ok) {
+    // The reader byte may be gone meanwhile; all others go with the descriptor.
+    h->rdnest = 0;
+    h->locklevel = 1;
+    close_block(h);
+    h->errdetail = taken;
+    return taken;
+  }
   // The look for old locks on the way to a slot may have cached nodes that a writer has
   // changed since; the header to come would make them pass for fresh ones.
   purgefile(h);
   mark_cursors_stale(h);
   h->lastkey = -1;
   const int loaded = readhdr(h);
+  if (h->journal != nullptr) h->journal->disk_generation = h->generation;
   if (loaded != e_ok) {
     const int detail = loaded;
     rdleave(h);
@@ -215,6 +227,7 @@ int finish_handle(PSP* h) {
   } else {
     h->flagenabled = 0;
   }
+  if (h->journal != nullptr && writer) h->journal->closing = result == e_ok;
   const int left = writer ? wrleave(h) : rdleave(h);
   if (result == e_ok) result = left;
   if (result == e_ok) relslot(h);
@@ -287,10 +300,11 @@ char checkpsp(const PSP* h) {
   return h->state == 'O' || h->state == 'C' ? h->state : 'I';
 }
 
-int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys) {
+int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys,
+          journal_use journal) {
   const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
-  int result = openfile(h, path, access, mode, false);
+  int result = openfile(h, path, access, mode, false, journal);
   if (result != e_ok) return result;
   result = tstwrit(h);
   if (result != e_ok) {
@@ -314,14 +328,17 @@ int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int m
   return e_ok;
 }
 
-int _bopen(PSP* h, const char* path, char access, int mode) {
+int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal) {
   const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
-  const int result = openfile(h, path, access, mode, true);
+  const int result = openfile(h, path, access, mode, true, journal);
   return result == e_ok ? leave_open(h) : result;
 }
 
-int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys) {
+bool has_journal(const PSP* h) { return is_open(h) && h->journal != nullptr; }
+
+int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys,
+            journal_use journal) {
   const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
   if (order < 1 || order > 3) return e_byte_order;
@@ -336,9 +353,10 @@ int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int
     os().close(there);
     return e_exists;
   }
+  remove_journal(path);
   const int made = make_file(h, path, keys);
   if (made != e_ok) return made;
-  const int opened = dopen(h, path, recbuf, reclen, access, 2, keys);
+  const int opened = dopen(h, path, recbuf, reclen, access, 2, keys, journal);
   if (opened != e_ok) os().remove(path);
   return opened;
 }
@@ -376,6 +394,7 @@ int dflush(PSP* h) {
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int entered = wrenter(h);
   if (entered != e_ok) return keep_status(h, entered);
+  if (h->journal != nullptr) h->journal->flush_wanted = true;
   int result = flushfile(h);
   if (result == e_ok && h->grown) {
     plain_flush(h);

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/one_thread.h"
 #include "engine/os_file.h"
@@ -21,6 +22,7 @@ void let_go_in_child() {
     os().close(h->file);
     h->file = -1;
     h->state = 'C';
+    journal_let_go(h);
     free_cursors(h);
   }
   forget_cache();

@@ -31,12 +31,16 @@ struct os_ops {
   void (*discard)(int file, const char* path);
   int (*close)(int file);
   int (*remove)(const char* path);
+  int (*exists)(const char* path);             // 1 something of that name is there, 0 not, -1 unknown
 
   // Bytes moved, fewer than n at the end of the file or on a full disk; -1 failed.
   std::int64_t (*read_at)(int file, std::uint64_t offset, void* to, std::size_t n);
   std::int64_t (*write_at)(int file, std::uint64_t offset, const void* from, std::size_t n);
   int (*flush)(int file);                      // to the disk
   std::int64_t (*size)(int file);              // bytes, -1 failed
+  // A number that tells this file from others and from a later one of its name; 0 unknown.
+  std::uint64_t (*identity)(int file);
+  std::uint64_t (*random)();                   // a number that nobody can foretell
 
   // Locks on bytes, without waiting.  They hold between all handles, those of one
   // process too, and die with their handle.

@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -213,6 +214,12 @@ void linux_discard(int file, const char* path) {
 
 int linux_remove(const char* path) { return ::unlink(path) == 0 ? 0 : -1; }
 
+int linux_exists(const char* path) {
+  struct stat st;
+  if (lstat(path, &st) == 0) return 1;
+  return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+}
+
 std::int64_t linux_read_at(int file, std::uint64_t offset, void* to, std::size_t n) {
   std::size_t done = 0;
   while (done < n) {
@@ -252,6 +259,27 @@ std::int64_t linux_size(int file) {
   return fstat(file, &st) == 0 ? static_cast<std::int64_t>(st.st_size) : -1;
 }
 
+// The number of the inode alone comes back for a new file; the time of birth does not.
+std::uint64_t linux_identity(int file) {
+  struct statx st;
+  if (statx(file, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &st) != 0) return 0;
+  std::uint64_t v = st.stx_ino;
+  if ((st.stx_mask & STATX_BTIME) != 0) {
+    const std::uint64_t seconds = static_cast<std::uint64_t>(st.stx_btime.tv_sec);
+    v ^= (seconds * 1'000'000'000u + st.stx_btime.tv_nsec) * 0x9E3779B97F4A7C15u;
+  }
+  return v;
+}
+
+std::uint64_t linux_random() {
+  std::uint64_t v = 0;
+  if (getrandom(&v, sizeof v, 0) == static_cast<ssize_t>(sizeof v)) return v;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'007u + static_cast<std::uint64_t>(now.tv_nsec) +
+         (static_cast<std::uint64_t>(getpid()) << 40);
+}
+
 void* linux_allocate(std::size_t bytes) { return std::calloc(1, bytes); }
 void linux_release(void* memory) { std::free(memory); }
 
@@ -264,10 +292,13 @@ const os_ops linux_ops = {
     .discard = linux_discard,
     .close = linux_close,
     .remove = linux_remove,
+    .exists = linux_exists,
     .read_at = linux_read_at,
     .write_at = linux_write_at,
     .flush = linux_flush,
     .size = linux_size,
+    .identity = linux_identity,
+    .random = linux_random,
     .lock = linux_lock,
     .unlock = linux_unlock,
     .probe = linux_probe,

@@ -112,6 +112,7 @@ struct PSP {
   cursor* cursors[cursor_count];
   const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
+  struct journal* journal;  // null: the literal order of writes
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

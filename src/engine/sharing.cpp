@@ -23,6 +23,7 @@
 
 #include "engine/byte_wait.h"
 #include "engine/header_page.h"
+#include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 #include "engine/record_locks.h"
@@ -48,24 +49,34 @@ std::uint64_t own_reader_byte(const PSP* h) { return reader_bytes + static_cast<
 
 // What a write operation changes before it begins: nothing is written yet.
 int begin_write_operation(PSP* h) {
-  if (h->intlevel == 4) {
+  if (h->intlevel == 4 && h->journal == nullptr) {
     const int flag = tstwrit(h);
     if (flag != e_ok) return flag;
-  } else if (is_shared(h)) {
+  } else if (is_shared(h) && h->intlevel != 4) {
     const int locked = lockread(h, true);
     if (locked != e_ok) return locked;
   }
   h->flagon = 0;
   h->flagclear = 0;
   h->flush_failed = 0;
+  if (h->journal != nullptr) journal_begin_operation(h);
   ++h->generation;
   h->hdrdirty = 1;
   return e_ok;
 }
 
+// The same with a journal: what changed becomes a group of it.
+int end_journalled_operation(PSP* h) {
+  int result = h->deferred == e_no_memory ? e_ok : h->deferred;
+  result = leave_result(flushfile(h), result);
+  if (result == e_ok && h->lognode >= 1) result = translog(h, log_op_finished, nullptr);
+  return journal_end_operation(h, result);
+}
+
 // Brings out all that a write operation changed, in the order: header, nodes, flush;
 // log node; flush after growth; flag.
 int end_write_operation(PSP* h) {
+  if (h->journal != nullptr) return end_journalled_operation(h);
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
   if (is_shared(h) || h->intlevel >= 4) {
     result = leave_result(flushfile(h), result);
@@ -164,6 +175,7 @@ int waitarbiter(PSP* h) {
 
 int gencheck(PSP* h) {
   if (is_exclusive(h) || h->nogencheck) return e_ok;
+  if (h->journal != nullptr) return journal_gencheck(h);
   const std::uint32_t there = read_generation(h);
   if (there == 0) return e_io;
   if (there == h->generation) return e_ok;
@@ -177,7 +189,7 @@ int gencheck(PSP* h) {
 }
 
 int gencheck_lightly(PSP* h) {
-  if (is_exclusive(h) || h->nogencheck) return 0;
+  if (is_exclusive(h) || h->nogencheck || h->journal != nullptr) return 0;
   const std::uint32_t there = read_generation(h);
   if (there == 0 || there == h->generation) return 0;
   h->generation = there;
@@ -193,11 +205,15 @@ int rdenter(PSP* h) {
   if (is_shared(h) && h->arbiter == 'U' && h->locklevel == 1) {
     int result = waitarbiter(h);
     if (result == e_ok) result = lockread(h, false);
+    if (result == e_ok && h->journal != nullptr) result = journal_follow(h);
     if (result == e_ok) result = gencheck(h);
     if (result != e_ok) {
       unlockread(h);
       return e_byte_lock;
     }
+  }
+  if (h->journal != nullptr && is_exclusive(h) && h->rdnest == 0 && h->wrnest == 0) {
+    if (const int repaired = journal_enter(h); repaired != e_ok && repaired != e_write_flag) return repaired;
   }
   ++h->rdnest;
   assert_handle(h);
@@ -222,8 +238,10 @@ int wrenter(PSP* h) {
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
     if (result == e_ok && getarbiter(h) != e_ok) result = e_byte_lock;
+    if (result == e_ok && h->journal != nullptr) result = journal_enter(h);
     if (result == e_ok && gencheck(h) != e_ok) result = e_byte_lock;
   }
+  if (result == e_ok && h->journal != nullptr && is_exclusive(h) && h->wrnest == 0) result = journal_enter(h);
   if (result == e_ok && h->wrnest == 0) result = begin_write_operation(h);
   if (result != e_ok) {
     if (h->wrnest == 0) release_writer(h);
@@ -250,6 +268,7 @@ int wrleave(PSP* h) {
   int result = e_ok;
   if (h->wrnest == 1) {
     result = end_write_operation(h);
+    if (h->journal != nullptr && h->journal->closing && result == e_ok) result = journal_finish(h);
     const int released = release_writer(h);
     if (result == e_ok) result = released;
     if (h->deferred != 0) result = h->deferred;

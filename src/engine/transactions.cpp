@@ -20,6 +20,7 @@
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/header_page.h"
+#include "engine/journal.h"
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
@@ -419,6 +420,7 @@ int transbeg(PSP* h, int type, PSP* companion) {
   if (result == e_trans_empty) result = e_ok;
   std::int32_t head = -1;
   if (result == e_ok) result = begin_chain(h, &head);
+  if (result == e_ok && h->journal != nullptr) h->journal->transaction_begins = h->wrnest == 1;
   result = leave_result(result, wrleave(h));
   if (result == e_ok) set_transaction(h, type, head);
   return keep_status(h, result);

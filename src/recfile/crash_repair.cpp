@@ -2,6 +2,7 @@
 
 #include "memory/trace.h"
 #include "recfile/file_table.h"
+#include "recfile/journal_choice.h"
 #include "recfile/storage_messages.h"
 #include "recfile/use_ledger.h"
 
@@ -11,7 +12,7 @@ namespace {
 constexpr int free_the_chain = 1;  // mode of transend
 
 bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
-  if (engine::_bopen(psp, path, access, 2) != engine::e_ok) return false;
+  if (engine::_bopen(psp, path, access, 2, journal_choice()) != engine::e_ok) return false;
   ZVR_TRACE(task, 2, 2, "Resetting write in progress flag");
   const int cleared = engine::clrwrit(psp);
   ZVR_TRACE(task, 1, 2, "clrwrit returned %d", cleared);

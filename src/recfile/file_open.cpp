@@ -1,4 +1,5 @@
 // Opening and closing of the record files, with what a crash left repaired on the way.
+#include <cstdio>
 #include <cstring>
 
 #include "engine/engine.h"
@@ -6,6 +7,7 @@
 #include "memory/trace.h"
 #include "recfile/crash_repair.h"
 #include "recfile/file_table.h"
+#include "recfile/journal_choice.h"
 #include "recfile/storage_messages.h"
 #include "recfile/transaction_state.h"
 #include "recfile/use_ledger.h"
@@ -69,18 +71,27 @@ int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigne
                    sharing with) {
   const char mode = static_cast<char>(with);
   const engine::key_entry* keys = engine_keys(spec.kind);
+  const engine::journal_use journal = journal_choice();
   int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
-                           read_write, keys);
+                           read_write, keys, journal);
   if (code == engine::e_write_flag && clear_flag_beside_live_users(task, entry->psp, index, path))
     code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
-                         read_write, keys);
+                         read_write, keys, journal);
   if (code != engine::e_not_found) return code;
   code = engine::dcreate(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
-                         native_order, keys);
+                         native_order, keys, journal);
   if (code != engine::e_ok) return code;
   if (co_dflt_mod(task, path, 1) == CO_OK) return engine::e_ok;
   co_remove(task, path, 1);
   return permissions_failed;
+}
+
+// The journal gets the permissions of the file it belongs to.  Only its owner can give
+// them, so whoever made it does, and others are refused without harm.
+void share_journal(void* task, const char* path) {
+  file_path journal;
+  const int n = std::snprintf(journal.text, sizeof journal.text, "%s.jnl", path);
+  if (n > 0 && static_cast<std::size_t>(n) < sizeof journal.text) co_dflt_mod(task, journal.text, 1);
 }
 
 // Rolls back what a dead task left in the file.  0, or the code of a transaction that
@@ -121,6 +132,7 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
+  if (engine::has_journal(entry->psp)) share_journal(task, path.text);
   count_open(task, index);
   entry->use_count = 1;
   entry->iocb = block;

@@ -20,6 +20,7 @@ struct model_case {
   unsigned cache_blocks;
   int byte_order;
   char access;
+  engine::journal_use journal = engine::journal_use::off;
 };
 
 using records = std::map<std::string, sample_record>;
@@ -33,6 +34,7 @@ class Model : public ::testing::TestWithParam<model_case> {
     std::cout << "seed " << seed_ << std::endl;
     random_.seed(seed_);
     engine::set_cache_blocks(GetParam().cache_blocks);
+    for (handle& h : h_) h.journal = GetParam().journal;
     ASSERT_EQ(h_[0].create(path_, GetParam().access, GetParam().byte_order), 0);
     for (int i = 0; i < GetParam().handles; i++) {
       if (i > 0) {
@@ -256,7 +258,14 @@ INSTANTIATE_TEST_SUITE_P(
                       model_case{"OneHandleBigEndian", 3, 1, 10, 2, 'S'}, model_case{"Exclusive", 4, 1, 10, 3, 'E'},
                       model_case{"TwoHandlesSmallCache", 5, 2, 10, 1, 'S'},
                       model_case{"TwoHandlesBigCache", 6, 2, 300, 2, 'S'},
-                      model_case{"TwoHandlesOnceMore", 7, 2, 20, 1, 'S'}),
+                      model_case{"TwoHandlesOnceMore", 7, 2, 20, 1, 'S'},
+                      model_case{"JournalSmallCache", 1, 1, 10, 1, 'S', engine::journal_use::on},
+                      model_case{"JournalBigCache", 2, 1, 300, 1, 'S', engine::journal_use::on},
+                      model_case{"JournalBigEndian", 3, 1, 10, 2, 'S', engine::journal_use::on},
+                      model_case{"JournalExclusive", 4, 1, 10, 3, 'E', engine::journal_use::on},
+                      model_case{"JournalTwoHandlesSmallCache", 5, 2, 10, 1, 'S', engine::journal_use::on},
+                      model_case{"JournalTwoHandlesBigCache", 6, 2, 300, 2, 'S', engine::journal_use::on},
+                      model_case{"JournalTwoHandlesOnceMore", 7, 2, 20, 1, 'S', engine::journal_use::on}),
     [](const auto& c) { return c.param.name; });
 
 }  // namespace

@@ -213,7 +213,12 @@ struct fault_case {
   const char* name;
   os_call call;
   bool for_good;
+  engine::journal_use journal = engine::journal_use::off;
 };
+
+constexpr fault_case with_journal(const char* name, os_call call, bool for_good) {
+  return {name, call, for_good, engine::journal_use::on};
+}
 
 class OsFault : public ::testing::TestWithParam<fault_case> {
  protected:
@@ -231,8 +236,10 @@ class OsFault : public ::testing::TestWithParam<fault_case> {
   // acknowledged.
   void expect_honest(const std::vector<int>& acknowledged, bool committed) {
     handle h;
+    h.journal = GetParam().journal;
     int result = h.open(path_);
-    if (result == engine::e_write_flag) return;
+    // A journal explains every flag.
+    if (result == engine::e_write_flag && h.journal == engine::journal_use::off) return;
     ASSERT_EQ(result, 0);
     ASSERT_EQ(engine::csetfile(h, 4), 0);
     int state = engine::transstat(h);
@@ -270,11 +277,13 @@ class OsFault : public ::testing::TestWithParam<fault_case> {
   }
   // Runs a script whose nth call of the kind fails; false when it made fewer.
   bool run(int nth) {
+    unlink((path_ + ".jnl").c_str());
     write_file(path_, image_);
     std::vector<int> acknowledged;
     bool committed = false;
     {
       handle h;
+      h.journal = GetParam().journal;
       fail_call(GetParam().call, nth, GetParam().for_good);
       if (h.open_for_work(path_) == 0) {
         if (h.insert(sample(100)) == 0) acknowledged.push_back(100);
@@ -312,7 +321,20 @@ INSTANTIATE_TEST_SUITE_P(Calls, OsFault,
                                            fault_case{"OpenOnce", os_call::open, false},
                                            fault_case{"ProbeOnce", os_call::probe, false},
                                            fault_case{"AllocateOnce", os_call::allocate, false},
-                                           fault_case{"AllocateForGood", os_call::allocate, true}),
+                                           fault_case{"AllocateForGood", os_call::allocate, true},
+                                           with_journal("JournalWriteOnce", os_call::write, false),
+                                           with_journal("JournalWriteForGood", os_call::write, true),
+                                           with_journal("JournalFlushOnce", os_call::flush, false),
+                                           with_journal("JournalFlushForGood", os_call::flush, true),
+                                           with_journal("JournalLockOnce", os_call::lock, false),
+                                           with_journal("JournalLockForGood", os_call::lock, true),
+                                           with_journal("JournalUnlockOnce", os_call::unlock, false),
+                                           with_journal("JournalReadOnce", os_call::read, false),
+                                           with_journal("JournalReadForGood", os_call::read, true),
+                                           with_journal("JournalOpenOnce", os_call::open, false),
+                                           with_journal("JournalProbeOnce", os_call::probe, false),
+                                           with_journal("JournalAllocateOnce", os_call::allocate, false),
+                                           with_journal("JournalAllocateForGood", os_call::allocate, true)),
                          [](const auto& c) { return c.param.name; });
 
 TEST_P(OsFault, EveryNthFailureEndsWithACodeAndNothingAcknowledgedIsLost) {
@@ -332,6 +354,8 @@ TEST_P(OsFault, CreateFailsWithACodeAndLeavesNoFile) {
     std::string path = folder_.file("new");
     unlink(path.c_str());
     handle h;
+    h.journal = GetParam().journal;
+    unlink((path + ".jnl").c_str());
     fail_call(GetParam().call, nth, GetParam().for_good);
     int result = h.create(path);
     bool failed = failures() > 0;

@@ -99,6 +99,7 @@ TEST_F(InstallationCommands, StatusNamesTheTasksThatLive) {
   ASSERT_EQ(all["tasks"].size(), 1u);
   EXPECT_EQ(all["tasks"][0]["name"], "zvradm");
   for (const zvradm::json& file : all["files"]) EXPECT_EQ(file["use_count"], 1);
+  EXPECT_TRUE(all["journal"].is_boolean());
 }
 
 TEST_F(InstallationCommands, ResetIsRefusedWhileATaskLives) {

@@ -13,6 +13,7 @@
 #include "control_block.h"
 #include "json_output.h"
 #include "local_target.h"
+#include "recfile/journal_choice.h"
 #include "record_fields.h"
 #include "session.h"
 #include "table_output.h"
@@ -44,11 +45,16 @@ json tasks_json(void* task) {
   return all;
 }
 
-json files_json(const zvrdb::DBR_CNTL& block) {
+json files_json(const zvrdb::DBR_CNTL& block, const std::string& base) {
   json all = json::array();
   for (const zvrdb::iocb& file : block.files)
-    if (file.inited == 1)
-      all.push_back({{"name", bounded_text(file.name, sizeof file.name)}, {"use_count", file.use_count}});
+    if (file.inited == 1) {
+      const std::string name = bounded_text(file.name, sizeof file.name);
+      struct stat journal {};
+      all.push_back({{"name", name},
+                     {"use_count", file.use_count},
+                     {"journal", stat((base + "/db/" + name + ".jnl").c_str(), &journal) == 0}});
+    }
   return all;
 }
 
@@ -97,7 +103,9 @@ json collect(void* task, const std::string& base) {
   all["dynamic_groups"] = {{"actual", block.num_dtg_actual}};
   all["pending_change"] = stat(pending_path(base).c_str(), &pending) == 0;
   all["tasks"] = tasks_json(task);
-  all["files"] = files_json(block);
+  // What the next process of this environment will open with; who is there already stays.
+  all["journal"] = zvrdb::recfile::journal_choice() == zvrdb::engine::journal_use::on;
+  all["files"] = files_json(block, base);
   return all;
 }
 
@@ -142,13 +150,14 @@ void print_sheet(const json& all) {
                         " of them free; at most " + json_line(files_known["limit"]));
   line("default CM status", all["authorize"] == 1 ? "of all change files (AUTHORIZE is ALL)"
                                                   : "of change files that ask for it (cf_flags bit 32)");
+  line("commit journal", all["journal"] == true ? "on (ZVR_JOURNAL)" : "off");
   line("trace", all["trace"] == 0 ? "off" : "on");
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
   std::printf("\n");
-  table files{{"file", "use count"}, {}, {false, true}};
+  table files{{"file", "use count", "journal file"}, {}, {false, true, false}};
   for (const json& file : all["files"])
-    files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"])});
+    files.rows.push_back({cell_text(file["name"]), json_line(file["use_count"]), yes_no(file["journal"])});
   if (files.rows.empty())
     std::printf("no record file has been opened yet\n");
   else

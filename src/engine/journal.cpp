@@ -1,0 +1,400 @@
+// The life of a change on a handle with a journal:
+//
+//   pending     in pages, of the operation at hand
+//   appended    in the log, unflushed                an operation inside a transaction
+//   committed   in the log, flushed                  an operation that ends one, or outside
+//   applied     in the record file, unflushed
+//   settled     in the record file, flushed          checkpoint; the log begins anew
+//
+// What always holds:
+//   1  the record file is changed only by groups that were flushed, but for growth behind
+//      its last node, for its generation while nothing else changes, and for the flag
+//   2  a group is appended, the file changed and a life begun only by who holds the arbiter
+//   3  a handle's pages are all that its appended groups hold and the file does not show
+#include "engine/journal.h"
+
+#include <cstring>
+
+#include "engine/node_cache.h"
+#include "engine/os_file.h"
+#include "engine/sharing.h"
+
+namespace zvrdb::engine {
+
+std::uint64_t checkpoint_at = journal_size;
+
+namespace {
+
+constexpr std::size_t path_limit = 4096;
+// Locked in the journal by each shared handle that uses it, one byte a slot.
+constexpr std::uint64_t user_bytes = (std::uint64_t{1} << 32) + 64;
+
+std::uint64_t user_byte(int slot) { return user_bytes + static_cast<std::uint64_t>(slot); }
+
+// Handles beside this one, and whether one of them uses the journal.
+struct neighbours {
+  bool any, users;
+};
+neighbours look_around(PSP* h) {
+  neighbours found{false, false};
+  for (int s = 0; is_shared(h) && !found.users && s < slot_count; ++s) {
+    if (s == h->slot || !slot_is_alive(h, s)) continue;
+    found.any = true;
+    found.users = os().probe(h->journal->log.file, user_byte(s)) != 0;
+  }
+  return found;
+}
+
+bool take_user_byte(PSP* h) {
+  return is_exclusive(h) || h->slot < 0 ||
+         os().lock(h->journal->log.file, user_byte(h->slot), 1) == lock_answer::taken;
+}
+
+// The file is brought to what the log says, if it is not there already.
+int settle_file(PSP* h, bool all) {
+  journal* j = h->journal;
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  const bool behind = j->log.alive && j->log.any_change && (page.flag || all || !in_step(j, page));
+  if (behind || j->must_repair) {
+    const int repaired = repair_file(h, all);
+    if (repaired != not_explained) return repaired;
+  }
+  if (page.flag) return e_write_flag;
+  // Somebody who keeps no journal changed the file: the log is about another state.
+  if (j->log.alive && !in_step(j, page)) j->log.alive = false;
+  return e_ok;
+}
+
+// At an open, the arbiter held.  `use` becomes false when the file is used without.
+int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
+  journal* j = h->journal;
+  *use = false;
+  if (!there) {
+    // Handles that are here already keep no journal, and one that does would be in their way.
+    if (others_alive(h)) return e_ok;
+    *use = true;
+    if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) take_user_byte(h);
+    return e_ok;   // what failed is tried again when there is something to write
+  }
+  if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+  const auto [others, users] = look_around(h);
+  if (others && !users) return e_ok;
+  const int settled = settle_file(h, !others);
+  if (settled == e_write_flag) return e_ok;   // told by who opens
+  if (settled != e_ok) return settled;
+  if (asked == journal_use::on || users) {
+    *use = true;
+    return take_user_byte(h) ? e_ok : e_byte_lock;
+  }
+  return j->log.alive ? check_point(h) : static_cast<int>(e_ok);
+}
+
+// The own reader byte is never held while the arbiter is waited for.
+int with_arbiter_at_open(PSP* h, journal_use asked, bool there, bool* use) {
+  if (is_exclusive(h)) return settle_at_open(h, asked, there, use);
+  int result = unlockread(h);
+  if (result == e_ok) result = getarbiter(h);
+  if (result == e_ok) result = settle_at_open(h, asked, there, use);
+  const int released = relarbiter(h);
+  result = leave_result(result, released);
+  if (result == e_ok) result = waitarbiter(h);
+  return result == e_ok ? lockread(h, false) : result;
+}
+
+const std::uint8_t* touched_node(const void* context, std::uint32_t i, std::int32_t* number) {
+  const auto* p = static_cast<const pending_pages*>(context);
+  const pending_node& n = p->nodes[p->touched[i]];
+  *number = n.number;
+  return n.bytes;
+}
+
+// Header fields of the block from the file, and everything remembered of nodes forgotten.
+int reload(PSP* h) {
+  journal* j = h->journal;
+  purgefile(h);
+  h->lastkey = -1;
+  mark_cursors_stale(h);
+  j->must_reload = true;
+  if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
+  j->must_reload = false;
+  j->disk_generation = h->generation;
+  return e_ok;
+}
+
+// The operation never was.  Those before it in its transaction are in the log.
+int undo_operation(PSP* h, int result) {
+  journal* j = h->journal;
+  const bool earlier = j->deferred;
+  forget_pages(&j->pages);
+  next_operation(&j->pages);
+  j->deferred = false;
+  h->hdrdirty = 0;
+  h->grown = 0;
+  if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
+  reload(h);
+  if (j->log.alive) h->generation = j->log.generation;
+  if (h->transtype != 0) {
+    h->lognode = h->opnode;
+    h->logpos = h->oppos;
+  }
+  return result;
+}
+
+bool changes_something(const journal* j) {
+  constexpr std::size_t from = header_at::generation + 4;
+  return j->pages.touched_count > 0 ||
+         (j->pages.has_header && std::memcmp(j->pages.header + from, j->before + from, header_size - from) != 0);
+}
+
+int ready_log(PSP* h) {
+  journal* j = h->journal;
+  if (j->log.file < 0 && make_journal(&j->log, j->path) != e_ok) return e_write;
+  if (j->log.alive) return e_ok;
+  take_user_byte(h);
+  return begin_anew(h);
+}
+
+int append_operation(PSP* h, bool change) {
+  journal* j = h->journal;
+  group_to_write g = {};
+  g.generation_before = load32(j->before + header_at::generation, h->order);
+  g.generation_after = h->generation;
+  g.extent = h->extent < 0 ? 0 : static_cast<std::uint32_t>(h->extent);
+  if (change) {
+    g.header = j->pages.header;
+    g.nodes = j->pages.touched_count;
+    g.node_at = touched_node;
+    g.context = &j->pages;
+  }
+  return append_group(&j->log, g);
+}
+
+int flush_log(journal* j) {
+  const int flushed = flush_journal(&j->log);
+  if (flushed == e_ok) j->unflushed = false;
+  return flushed;
+}
+
+// All pending pages go to the file.  They are committed: a failure leaves work for a repair
+// and is none of the operation.
+void apply_committed(PSP* h) {
+  journal* j = h->journal;
+  const int applied = apply_pages(h);
+  forget_pages(&j->pages);
+  j->deferred = false;
+  if (applied == e_ok) {
+    j->disk_generation = h->generation;
+    return;
+  }
+  j->must_repair = true;
+  if (repair_file(h, false) == e_ok) reload(h);
+  if (j->log.alive) h->generation = j->log.generation;
+}
+
+int commit_change(PSP* h) {
+  journal* j = h->journal;
+  if (const int ready = ready_log(h); ready != e_ok) return ready;
+  const bool more = (h->transtype != 0 || j->transaction_begins) && !j->closing;
+  const std::uint64_t room = group_room(j->pages.touched_count, true);
+  const bool defer = more && j->log.end + room <= 4 * checkpoint_at;
+  // Before the commit: a lock that fails afterwards would leave it between two states.
+  if (!defer && is_shared(h) && h->locklevel != 3) {
+    if (const int locked = lockread(h, true); locked != e_ok) return locked;
+  }
+  const journal_file before = j->log;
+  if (const int appended = append_operation(h, true); appended != e_ok) return appended;
+  j->unflushed = true;
+  if (defer) {
+    j->deferred = true;
+    return e_ok;
+  }
+  if (const int flushed = flush_log(j); flushed != e_ok) {
+    take_back_group(&j->log, before);
+    return flushed;
+  }
+  apply_committed(h);
+  return e_ok;
+}
+
+// An operation that moved the generation alone: nothing to lose, so nothing to flush, and
+// the file follows with the next change.
+int note_generation(PSP* h) {
+  journal* j = h->journal;
+  const bool flush = j->unflushed && (j->flush_wanted || j->closing);
+  if (const int ready = ready_log(h); ready != e_ok) {
+    if (j->deferred) return ready;
+    // On a full disk there may be no journal yet; whoever only looks is not refused for that.
+    forget_pages(&j->pages);
+    return e_ok;
+  }
+  if (const int appended = append_operation(h, false); appended != e_ok) return appended;
+  if (flush) {
+    if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
+  }
+  if (!j->deferred) {
+    forget_pages(&j->pages);
+  } else if (j->closing) {
+    if (is_shared(h) && h->locklevel != 3) {
+      if (const int locked = lockread(h, true); locked != e_ok) return locked;
+    }
+    apply_committed(h);
+  }
+  return e_ok;
+}
+
+}  // namespace
+
+int journal_open(PSP* h, const char* path, journal_use asked) {
+  char name[path_limit];
+  if (!journal_path(path, name, sizeof name)) return e_ok;
+  journal_file log;
+  log.identity = os().identity(h->file);
+  const bool there = open_journal(&log, name) == e_ok;
+  // One that is there and cannot be opened may know more than the file.
+  if (!there && h->rw != 1 && os().exists(name) != 0) return e_io;
+  if (!there && (asked == journal_use::off || h->rw == 1)) return e_ok;
+  const std::size_t length = std::strlen(name);
+  auto* j = static_cast<journal*>(os().allocate(sizeof(journal) + length));
+  if (j == nullptr) {
+    close_journal(&log);
+    return e_no_memory;
+  }
+  j->log = log;
+  j->pages = pending_pages{};
+  std::memcpy(j->path, name, length + 1);
+  h->journal = j;
+  bool use = false;
+  const int result = with_arbiter_at_open(h, asked, there, &use);
+  if (result != e_ok || !use) journal_let_go(h);
+  return result;
+}
+
+void journal_let_go(PSP* h) {
+  journal* j = h->journal;
+  if (j == nullptr) return;
+  h->journal = nullptr;
+  close_journal(&j->log);
+  release_pages(&j->pages);
+  os().release(j);
+}
+
+void remove_journal(const char* path) {
+  char name[path_limit];
+  if (journal_path(path, name, sizeof name)) os().remove(name);
+}
+
+int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
+  journal* j = h->journal;
+  int result = e_ok;
+  switch (kind) {
+    case write_kind::flag:
+      break;   // set and cleared while the file is changed
+    case write_kind::growth:
+      // Nodes that no header knows yet: a full disk is found while all can be undone.
+      result = write_through(h, offset, bytes, n);
+      break;
+    case write_kind::header:
+      std::memcpy(j->pages.header, bytes, header_size);
+      j->pages.has_header = true;
+      break;
+    case write_kind::node: {
+      const auto number = static_cast<std::int32_t>((offset - page_size) / page_size);
+      if (!keep_node(&j->pages, number, bytes)) result = e_no_memory;
+      break;
+    }
+  }
+  if (result != e_ok) j->broken = result;
+  return result;
+}
+
+bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n) {
+  const pending_pages& p = h->journal->pages;
+  if (offset + n <= header_size) {
+    if (p.has_header) std::memcpy(bytes, p.header + offset, n);
+    return p.has_header;
+  }
+  if (offset < page_size || offset % page_size != 0 || n > page_size) return false;
+  const std::uint8_t* kept = find_node(&p, static_cast<std::int32_t>((offset - page_size) / page_size));
+  if (kept != nullptr) std::memcpy(bytes, kept, n);
+  return kept != nullptr;
+}
+
+int journal_enter(PSP* h) {
+  journal* j = h->journal;
+  if (is_shared(h) && j->log.file >= 0) {
+    if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+  }
+  first_page page;
+  const bool look = is_shared(h) || j->must_repair;
+  if (look) {
+    if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  }
+  const bool own = j->deferred && look && !page.flag && page.generation == j->disk_generation;
+  if (look && !own) {
+    if (const int settled = settle_file(h, false); settled != e_ok) return settled;
+  }
+  if (j->must_reload) {
+    if (const int loaded = reload(h); loaded != e_ok) return loaded;
+  }
+  return e_ok;
+}
+
+int journal_follow(PSP* h) {
+  journal* j = h->journal;
+  if (j->log.file < 0) return e_ok;
+  if (const int caught = catch_up(&j->log); caught != e_ok) return caught;
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  if (j->deferred && !page.flag && page.generation == j->disk_generation) return e_ok;
+  const bool behind = j->log.alive && j->log.any_change && (page.flag || !in_step(j, page));
+  if (!behind && !j->must_repair && !j->must_reload) return e_ok;
+  int result = unlockread(h);
+  if (result == e_ok) result = getarbiter(h);
+  if (result == e_ok) result = journal_enter(h);
+  // A flag that the journal does not explain is the business of writers.
+  if (result == e_write_flag) result = e_ok;
+  result = leave_result(result, relarbiter(h));
+  return result == e_ok ? lockread(h, false) : result;
+}
+
+int journal_gencheck(PSP* h) {
+  journal* j = h->journal;
+  std::uint8_t bytes[4];
+  if (os().read_at(h->file, header_at::generation, bytes, sizeof bytes) != static_cast<std::int64_t>(sizeof bytes))
+    return e_io;
+  if (load32(bytes, h->order) == j->disk_generation && !j->must_reload) return e_ok;
+  // What was pending is in the file by now: nobody changes it past a deferred group.
+  forget_pages(&j->pages);
+  j->deferred = false;
+  return reload(h);
+}
+
+void journal_begin_operation(PSP* h) {
+  journal* j = h->journal;
+  if (j->log.alive) h->generation = j->log.generation;
+  build_header(h, j->before);
+  next_operation(&j->pages);
+  j->broken = 0;
+  j->transaction_begins = false;
+  j->flush_wanted = false;
+}
+
+int journal_end_operation(PSP* h, int result) {
+  journal* j = h->journal;
+  if (j->broken != 0 && result == e_ok) result = j->broken;
+  if (result == e_ok) result = changes_something(j) ? commit_change(h) : note_generation(h);
+  if (result != e_ok) return undo_operation(h, result);
+  h->grown = 0;
+  // A checkpoint that fails is tried again after the next operation: nothing is lost.
+  if (!j->deferred && !j->closing && j->log.end > checkpoint_at) check_point(h);
+  return e_ok;
+}
+
+int journal_finish(PSP* h) {
+  const int result = others_alive(h) ? static_cast<int>(e_ok) : check_point(h);
+  relslot(h);
+  return result;
+}
+
+}  // namespace zvrdb::engine

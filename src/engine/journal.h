@@ -1,0 +1,90 @@
+// The commit journal of a handle: what a write operation changes is kept in memory, goes to
+// the journal as one group, and only then to the record file.  docs/journal.md tells the
+// whole; journal_file.h the bytes.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/header_page.h"
+#include "engine/journal_file.h"
+#include "engine/pending_pages.h"
+#include "engine/psp.h"
+
+namespace zvrdb::engine {
+
+struct journal {
+  journal_file log;
+  pending_pages pages;                // changed, and not in the record file yet
+  std::uint8_t before[header_size];   // header when the operation at hand began
+  std::uint32_t disk_generation;      // of the record file, as last seen
+  bool deferred;             // groups of the running transaction are in the log, not in the file
+  bool transaction_begins;   // the operation at hand begins one: more will follow
+  bool flush_wanted;         // the operation at hand is a flush
+  bool unflushed;            // a change was appended since the last flush
+  bool closing;              // the operation at hand closes the handle
+  bool must_repair;          // a group that counts did not reach the record file whole
+  bool must_reload;          // header fields of the block are not those of the file
+  bool pages_lost;           // a flush of the record file failed: all groups must go there again
+  std::int32_t broken;       // an error after which the operation at hand cannot be kept
+  char path[1];              // of the journal; the block is as long as it needs
+};
+
+// Length of the journal that a checkpoint ends, at the end of an operation that leaves
+// nothing deferred.  A transaction defers until the journal has four times that length.
+// Tests make it small.
+extern std::uint64_t checkpoint_at;
+
+// At open, inside its read nesting: takes the journal of the file, if it has one or shall
+// have one, and brings the file up to date.  The answer is as of dopen.
+int journal_open(PSP* h, const char* path, journal_use asked);
+// Without a write: at close, after a failure, in a forked child.
+void journal_let_go(PSP* h);
+// A stale journal beside a file that is about to be made.
+void remove_journal(const char* path);
+
+// What physical_write and physical_read do with a journal.
+int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n);
+bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n);
+
+// At the beginning of an outermost write operation, the arbiter held: repairs what a dead
+// writer left.  0, e_write_flag (the journal does not explain the flag), e_io, e_write,
+// e_byte_lock, e_no_memory.
+int journal_enter(PSP* h);
+// At the beginning of a read operation, the own reader byte held.  0 or an error.
+int journal_follow(PSP* h);
+// The same question as gencheck, for a handle with a journal.
+int journal_gencheck(PSP* h);
+void journal_begin_operation(PSP* h);
+// The end of an outermost write operation that came to `result`.  What it changed is
+// committed, or undone if that is an error.  The answer is the result of the operation.
+int journal_end_operation(PSP* h, int result);
+// The last steps of a close, the arbiter held; lets the slot go.
+int journal_finish(PSP* h);
+
+// ---- journal_repair.cpp
+
+// The part of the first page that matters.
+struct first_page {
+  std::uint8_t bytes[flag_offset + 2];
+  std::uint32_t generation;
+  bool flag;
+};
+int read_first_page(PSP* h, first_page* out);   // 0, e_io
+// Bytes to the record file itself.  0, e_write.
+int write_through(PSP* h, std::uint64_t offset, const void* bytes, std::size_t n);
+// Whether the file is as the log says.
+bool in_step(const journal* j, const first_page& page);
+bool others_alive(PSP* h);
+
+// Writes groups of the log to the file again: all, or those that it may not show.  Readers
+// are shut out meanwhile.  0 the file is as the log says; not_explained; or an error.
+inline constexpr int not_explained = 1;
+int repair_file(PSP* h, bool all);
+// The pending pages to the file: flag, header, nodes, flag.  0, e_write.
+int apply_pages(PSP* h);
+// The file alone is complete, and the journal begins anew.  0, e_write, e_io.
+int check_point(PSP* h);
+// Begins a life with the file as it is.  0, e_write, e_io.
+int begin_anew(PSP* h);
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,227 @@
+// From the journal to the record file: applying, repair after a death, checkpoints.
+#include <algorithm>
+#include <cstring>
+
+#include "engine/journal.h"
+#include "engine/node_cache.h"
+#include "engine/os_file.h"
+#include "engine/sharing.h"
+
+namespace zvrdb::engine {
+namespace {
+
+constexpr std::size_t behind_generation = header_at::generation + 4;
+
+int write_flag(PSP* h, bool set) {
+  std::uint8_t bytes[2] = {0, 0};
+  if (set) store16(bytes, flag_set, h->order);
+  return write_through(h, flag_offset, bytes, sizeof bytes);
+}
+
+// Nodes that a group takes for there: a power cut may have taken the file's growth.
+int extend_file(PSP* h, std::uint32_t extent) {
+  static const std::uint8_t zeros[64 * 1024] = {};
+  const std::int64_t size = os().size(h->file);
+  if (size < 0) return e_io;
+  const std::uint64_t end = node_offset(static_cast<std::int32_t>(extent));
+  for (auto at = static_cast<std::uint64_t>(size); at < end;) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(end - at, sizeof zeros));
+    if (const int written = write_through(h, at, zeros, n); written != e_ok) return written;
+    at += n;
+  }
+  return e_ok;
+}
+
+// States of the file that follow each other in the log: a header, with the generations that
+// operations moved it through which changed nothing else.
+struct known_state {
+  std::uint8_t header[header_size];
+  std::uint32_t from, to;
+};
+
+bool shows(const known_state& s, const first_page& page) {
+  return std::memcmp(s.header + behind_generation, page.bytes + behind_generation, header_size - behind_generation) == 0 &&
+         page.generation >= s.from && page.generation <= s.to;
+}
+
+// The place of the group whose state the header of the file shows: the first one's own place
+// for the base.  1 found, 0 none, or an error.
+int find_state(journal_file* log, const first_page& page, group_place* out) {
+  known_state state;
+  std::memcpy(state.header, log->base, header_size);
+  state.from = log->settled_generation;
+  state.to = log->base_generation;
+  group_place state_at = first_place(log);
+  bool found = false;
+  for (group_place at = first_place(log); at.at < log->end;) {
+    group_read g;
+    const int read = read_group(log, at, &g);
+    if (read < 0) return read;
+    if (read == 0) break;
+    if (g.header == nullptr) {
+      state.to = g.generation_after;
+    } else {
+      if (shows(state, page)) {
+        found = true;
+        *out = state_at;
+      }
+      std::memcpy(state.header, g.header, header_size);
+      state.from = state.to = g.generation_after;
+      state_at = at;
+    }
+    at = place_behind(at, g);
+  }
+  if (shows(state, page)) {
+    found = true;
+    *out = state_at;
+  }
+  return found ? 1 : 0;
+}
+
+int apply_group(PSP* h, const group_read& g) {
+  if (g.header == nullptr) return e_ok;
+  int result = extend_file(h, g.extent);
+  if (result == e_ok) result = write_through(h, 0, g.header, header_size);
+  for (std::uint32_t i = 0; result == e_ok && i < g.nodes; ++i)
+    result = write_through(h, node_offset(g.number(i)), g.image(i), page_size);
+  return result;
+}
+
+using group_step = int (*)(PSP* h, const group_read& g);
+
+int for_groups(PSP* h, group_place at, group_step step) {
+  journal_file* log = &h->journal->log;
+  while (at.at < log->end) {
+    group_read g;
+    const int read = read_group(log, at, &g);
+    if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
+    if (const int done = step(h, g); done != e_ok) return done;
+    at = place_behind(at, g);
+  }
+  return e_ok;
+}
+
+// A flush that failed may have taken bytes that only look written.
+int write_groups_again(PSP* h, const group_place& at) {
+  const int written =
+      for_groups(h, at, [](PSP* handle, const group_read& g) { return write_group_again(&handle->journal->log, g); });
+  return written != e_ok ? written : flush_journal(&h->journal->log);
+}
+
+}  // namespace
+
+int write_through(PSP* h, std::uint64_t offset, const void* bytes, std::size_t n) {
+  if (os().write_at(h->file, offset, bytes, n) == static_cast<std::int64_t>(n)) return e_ok;
+  h->errdetail = e_write;
+  return e_write;
+}
+
+int read_first_page(PSP* h, first_page* out) {
+  const std::int64_t got = os().read_at(h->file, 0, out->bytes, sizeof out->bytes);
+  if (got != static_cast<std::int64_t>(sizeof out->bytes)) return e_io;
+  out->generation = load32(out->bytes + header_at::generation, order_of_marker(out->bytes + header_at::marker));
+  const std::uint8_t* flag = out->bytes + flag_offset;
+  out->flag = load_le16(flag) == flag_set || load_be16(flag) == flag_set;
+  return e_ok;
+}
+
+bool in_step(const journal* j, const first_page& page) {
+  return page.generation >= j->log.changed_generation && page.generation <= j->log.generation;
+}
+
+bool others_alive(PSP* h) {
+  if (is_exclusive(h)) return false;
+  for (int s = 0; s < slot_count; ++s)
+    if (s != h->slot && slot_is_alive(h, s)) return true;
+  return false;
+}
+
+int repair_file(PSP* h, bool all) {
+  journal* j = h->journal;
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  if (!j->log.alive || !j->log.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
+  group_place from;
+  const int found = find_state(&j->log, page, &from);
+  if (found < 0) return found;
+  if (found == 0) return not_explained;
+  forget_pages(&j->pages);
+  purgefile(h);
+  j->deferred = false;
+  j->must_reload = true;
+  if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  j->unflushed = false;
+  const bool locks = is_shared(h) && h->locklevel != 3;
+  if (locks) {
+    if (const int locked = lockread(h, true); locked != e_ok) return locked;
+  }
+  int result = write_flag(h, true);
+  // A death while pages went to the file: the header is written first, and what groups of a
+  // transaction before it deferred may be missing.
+  const bool any_may_miss = all || page.flag;
+  if (result == e_ok) result = for_groups(h, any_may_miss ? first_place(&j->log) : from, apply_group);
+  if (result == e_ok) result = write_flag(h, false);
+  if (result == e_ok) {
+    j->must_repair = false;
+    j->disk_generation = j->log.changed_generation;
+  }
+  if (locks) result = leave_result(result, unlockread(h));
+  return result;
+}
+
+int apply_pages(PSP* h) {
+  const pending_pages& p = h->journal->pages;
+  int result = write_flag(h, true);
+  if (result == e_ok && p.has_header) result = write_through(h, 0, p.header, header_size);
+  for (std::uint32_t i = 0; result == e_ok && i < p.count; ++i)
+    result = write_through(h, node_offset(p.nodes[i].number), p.nodes[i].bytes, page_size);
+  return result == e_ok ? write_flag(h, false) : result;
+}
+
+namespace {
+// Flushes the file; then it may bear `generation`, which needs no flush, since nothing else
+// changes with it: the new life knows the file by the one and by the other.
+int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
+  journal* j = h->journal;
+  if (os().flush(h->file) != 0) {
+    j->pages_lost = true;
+    return e_write;
+  }
+  j->pages_lost = false;
+  std::uint8_t header[header_size];
+  std::memcpy(header, page.bytes, sizeof header);
+  if (generation != page.generation) {
+    store32(header, generation, order_of_marker(header + header_at::marker));
+    if (const int written = write_through(h, 0, header, sizeof(std::uint32_t)); written != e_ok) return written;
+    j->disk_generation = generation;
+  }
+  return begin_life(&j->log, header, page.generation, generation);
+}
+}  // namespace
+
+int begin_anew(PSP* h) {
+  first_page page;
+  const int got = read_first_page(h, &page);
+  return got != e_ok ? got : settle_and_begin(h, page, page.generation);
+}
+
+int check_point(PSP* h) {
+  journal* j = h->journal;
+  if (j->pages_lost || j->must_repair) {
+    const int repaired = repair_file(h, true);
+    if (repaired != e_ok) return repaired == not_explained ? static_cast<int>(e_io) : repaired;
+  }
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  // Operations that changed nothing moved the generation on in the log alone.
+  const std::uint32_t generation = j->log.alive && in_step(j, page) ? j->log.generation : page.generation;
+  if (j->log.any_change || j->log.end > checkpoint_at) return settle_and_begin(h, page, generation);
+  if (generation == page.generation) return e_ok;
+  std::uint8_t bytes[sizeof generation];
+  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
+  const int written = write_through(h, 0, bytes, sizeof bytes);
+  if (written == e_ok) j->disk_generation = generation;
+  return written;
+}
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,264 @@
+// The bytes of a journal: what was appended is read again, and nothing else ever is.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "engine/crc32c.h"
+#include "engine/engine.h"
+#include "engine/journal_file.h"
+#include "engine/sample_files.h"
+#include "engine/scratch_folder.h"
+
+namespace zvrdb::test {
+namespace {
+
+using engine::journal_file;
+
+using header_bytes = std::uint8_t[engine::header_size];
+
+struct change {
+  std::uint32_t generation;
+  bool moves_generation_only;
+  std::vector<std::pair<std::int32_t, std::uint8_t>> nodes;   // number, and the byte that fills it
+};
+
+const std::uint8_t* node_of(const void* context, std::uint32_t i, std::int32_t* number) {
+  static std::array<std::uint8_t, engine::page_size> page;
+  const auto& [n, fill] = static_cast<const change*>(context)->nodes[i];
+  *number = n;
+  page.fill(fill);
+  return page.data();
+}
+
+void fill_header(header_bytes& header, std::uint32_t generation) {
+  std::memset(header, 0x5A, sizeof header);
+  std::memcpy(header, &generation, sizeof generation);
+}
+
+class JournalFile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = folder_.file("file.jnl");
+    j_.identity = 77;
+    ASSERT_EQ(engine::make_journal(&j_, path_.c_str()), 0);
+    header_bytes header;
+    fill_header(header, 10);
+    ASSERT_EQ(engine::begin_life(&j_, header, 10, 10), 0);
+  }
+  void TearDown() override { engine::close_journal(&j_); }
+
+  int append(const change& c) {
+    header_bytes header;
+    fill_header(header, c.generation);
+    engine::group_to_write g = {};
+    g.generation_before = j_.generation;
+    g.generation_after = c.generation;
+    g.extent = 100;
+    if (!c.moves_generation_only) {
+      g.header = header;
+      g.nodes = static_cast<std::uint32_t>(c.nodes.size());
+      g.node_at = node_of;
+      g.context = &c;
+    }
+    return engine::append_group(&j_, g);
+  }
+  void append_samples() {
+    for (const change& c : samples()) ASSERT_EQ(append(c), 0);
+  }
+  static std::vector<change> samples() {
+    return {{11, false, {{3, 0x11}, {4, 0x12}}}, {12, true, {}}, {13, false, {}}, {14, false, {{3, 0x31}}}};
+  }
+  // How many of the samples a fresh reader finds; every group found is compared.
+  int found(std::uint64_t identity = 77) {
+    journal_file r;
+    r.identity = identity;
+    EXPECT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+    EXPECT_EQ(engine::catch_up(&r), 0);
+    int count = 0;
+    if (r.alive) {
+      engine::group_place at = engine::first_place(&r);
+      const std::vector<change> expected = samples();
+      while (at.at < r.end) {
+        engine::group_read g;
+        EXPECT_EQ(engine::read_group(&r, at, &g), 1);
+        const change& c = expected.at(static_cast<std::size_t>(count++));
+        EXPECT_EQ(g.generation_after, c.generation);
+        EXPECT_EQ(g.header == nullptr, c.moves_generation_only);
+        EXPECT_EQ(g.nodes, c.nodes.size());
+        for (std::uint32_t i = 0; i < g.nodes; i++) {
+          EXPECT_EQ(g.number(i), c.nodes[i].first);
+          const std::vector<std::uint8_t> fill(engine::page_size, c.nodes[i].second);
+          EXPECT_EQ(std::memcmp(g.image(i), fill.data(), fill.size()), 0);
+        }
+        at = engine::place_behind(at, g);
+      }
+    }
+    engine::close_journal(&r);
+    return count;
+  }
+  void patch(std::size_t at, const std::vector<unsigned char>& bytes) {
+    ASSERT_EQ(pwrite(j_.file, bytes.data(), bytes.size(), static_cast<off_t>(at)), static_cast<ssize_t>(bytes.size()));
+  }
+
+  scratch_folder folder_;
+  std::string path_;
+  journal_file j_;
+};
+
+TEST(Crc32c, HasTheValuesThatArePublished) {
+  EXPECT_EQ(engine::crc32c(0, "123456789", 9), 0xE3069283u);
+  const std::array<std::uint8_t, 32> zeros{};
+  EXPECT_EQ(engine::crc32c(0, zeros.data(), zeros.size()), 0x8A9136AAu);
+  std::array<std::uint8_t, 32> rising;
+  for (std::size_t i = 0; i < rising.size(); i++) rising[i] = static_cast<std::uint8_t>(i);
+  EXPECT_EQ(engine::crc32c(0, rising.data(), rising.size()), 0x46DD794Eu);
+  EXPECT_EQ(engine::crc32c(engine::crc32c(0, rising.data(), 13), rising.data() + 13, 19), 0x46DD794Eu);
+}
+
+TEST_F(JournalFile, GivesBackWhatWasAppended) {
+  append_samples();
+  EXPECT_EQ(found(), 4);
+}
+
+TEST_F(JournalFile, ASecondHandleCatchesUpWithTheFirst) {
+  journal_file r;
+  r.identity = 77;
+  ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+  ASSERT_EQ(engine::catch_up(&r), 0);
+  EXPECT_EQ(r.generation, 10u);
+  append_samples();
+  ASSERT_EQ(engine::catch_up(&r), 0);
+  EXPECT_EQ(r.generation, 14u);
+  EXPECT_EQ(r.end, j_.end);
+  EXPECT_TRUE(r.any_change);
+  header_bytes header;
+  fill_header(header, 14);
+  ASSERT_EQ(engine::begin_life(&j_, header, 14, 14), 0);
+  ASSERT_EQ(engine::catch_up(&r), 0);
+  EXPECT_FALSE(r.any_change);
+  EXPECT_EQ(r.salt, j_.salt);
+  engine::close_journal(&r);
+}
+
+TEST_F(JournalFile, ANewLifeForgetsTheGroupsOfTheOldOne) {
+  append_samples();
+  header_bytes header;
+  fill_header(header, 14);
+  ASSERT_EQ(engine::begin_life(&j_, header, 14, 14), 0);
+  EXPECT_EQ(found(), 0);
+}
+
+TEST_F(JournalFile, OfAnotherFileIsNotAlive) {
+  append_samples();
+  EXPECT_EQ(found(78), 0);
+}
+
+TEST_F(JournalFile, EveryTruncationEndsAtAWholeGroup) {
+  append_samples();
+  std::vector<std::uint64_t> ends;
+  journal_file r = j_;
+  r.buffer = nullptr;
+  r.capacity = 0;
+  engine::group_place at = engine::first_place(&r);
+  while (at.at < j_.end) {
+    engine::group_read g;
+    ASSERT_EQ(engine::read_group(&r, at, &g), 1);
+    ends.push_back(at.at + g.length);
+    at = engine::place_behind(at, g);
+  }
+  ASSERT_EQ(ends.size(), 4u);
+  for (std::uint64_t length = j_.end; length > 0; length -= length > 4096 ? 1 : 16) {
+    ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(length)), 0);
+    int whole = 0;
+    for (const std::uint64_t end : ends) whole += end <= length;
+    ASSERT_EQ(found(), length < engine::journal_head_size ? 0 : whole) << length;
+  }
+  r.file = -1;
+  engine::close_journal(&r);
+}
+
+TEST_F(JournalFile, EveryBitFlippedInAGroupEndsTheJournalBeforeIt) {
+  append_samples();
+  const std::vector<unsigned char> bytes = read_file(path_);
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> groups;   // begin, end of the bytes that count
+  {
+    journal_file r = j_;
+    r.buffer = nullptr;
+    r.capacity = 0;
+    for (engine::group_place at = engine::first_place(&r); at.at < j_.end;) {
+      engine::group_read g;
+      ASSERT_EQ(engine::read_group(&r, at, &g), 1);
+      groups.push_back({at.at, at.at + g.length});
+      at = engine::place_behind(at, g);
+    }
+    r.file = -1;
+    engine::close_journal(&r);
+  }
+  int flips = 0;
+  for (std::size_t i = 0; i < groups.size(); i++) {
+    for (std::uint64_t at = groups[i].first; at < groups[i].second; at++) {
+      for (int bit = 0; bit < 8; bit++, flips++) {
+        patch(at, {static_cast<unsigned char>(bytes[at] ^ (1 << bit))});
+        ASSERT_EQ(found(), static_cast<int>(i)) << at << " bit " << bit;
+      }
+      patch(at, {bytes[at]});
+    }
+  }
+  std::cout << flips << " bits flipped" << std::endl;
+  EXPECT_EQ(found(), 4);
+}
+
+TEST_F(JournalFile, EveryBitFlippedInTheHeadEndsTheLife) {
+  append_samples();
+  const std::vector<unsigned char> bytes = read_file(path_);
+  for (std::size_t at = 0; at < engine::journal_head_size; at++) {
+    for (int bit = 0; bit < 8; bit++) {
+      patch(at, {static_cast<unsigned char>(bytes[at] ^ (1 << bit))});
+      ASSERT_EQ(found(), 0) << at << " bit " << bit;
+    }
+    patch(at, {bytes[at]});
+  }
+  EXPECT_EQ(found(), 4);
+}
+
+TEST_F(JournalFile, ATornGroupEndsIt) {
+  append_samples();
+  const std::vector<unsigned char> bytes = read_file(path_);
+  int torn = 0;
+  for (std::uint64_t at = engine::journal_groups; at < j_.end; at += engine::journal_sector, torn++) {
+    patch(at, std::vector<unsigned char>(engine::journal_sector));
+    ASSERT_LT(found(), 4) << at;
+    patch(at, std::vector<unsigned char>(bytes.begin() + static_cast<long>(at),
+                                         bytes.begin() + static_cast<long>(at + engine::journal_sector)));
+  }
+  EXPECT_GT(torn, 4);
+}
+
+// A power cut takes a group and leaves the one behind it; the place is then written anew.
+TEST_F(JournalFile, AGroupWrittenAnewDoesNotLeadToWhatOnceStoodBehindIt) {
+  ASSERT_EQ(append(samples()[0]), 0);
+  const journal_file before = j_;
+  ASSERT_EQ(append({12, false, {{5, 0x55}}}), 0);
+  ASSERT_EQ(append({13, false, {{6, 0x66}}}), 0);
+  engine::take_back_group(&j_, before);
+  EXPECT_EQ(found(), 1);
+  ASSERT_EQ(append({12, false, {{5, 0x55}}}), 0);   // the same change once more
+  journal_file r;
+  r.identity = 77;
+  ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+  ASSERT_EQ(engine::catch_up(&r), 0);
+  EXPECT_EQ(r.generation, 12u);
+  engine::close_journal(&r);
+}
+
+TEST_F(JournalFile, NodesBehindTheEndOfTheFileAreNotBelieved) {
+  ASSERT_EQ(append({11, false, {{100, 0x11}}}), 0);   // extent is 100
+  EXPECT_EQ(found(), 0);
+}
+
+}  // namespace
+}  // namespace zvrdb::test

@@ -1,0 +1,253 @@
+#include "engine/memory_disk.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "engine/os_file.h"
+
+namespace zvrdb::test {
+namespace {
+
+struct stored {
+  disk_bytes bytes;
+  std::uint64_t identity;
+  std::string path;   // empty while it has no name
+};
+struct held {
+  int fd;
+  std::uint64_t from, to;
+};
+
+struct {
+  std::map<std::string, std::shared_ptr<stored>> names;
+  std::map<int, std::shared_ptr<stored>> open;
+  std::map<std::uint64_t, std::vector<held>> locks;   // by identity
+  std::vector<disk_event> events;
+  int next_fd = 1000;
+  std::uint64_t next_identity = 1;
+} disk;
+
+stored* file_of(int fd) {
+  auto at = disk.open.find(fd);
+  return at == disk.open.end() ? nullptr : at->second.get();
+}
+
+int open_as(const std::shared_ptr<stored>& f) {
+  disk.open[disk.next_fd] = f;
+  return disk.next_fd++;
+}
+
+int do_open(const char* path, engine::open_how) {
+  auto at = disk.names.find(path);
+  return at == disk.names.end() ? -1 : open_as(at->second);
+}
+int do_create(const char*) {
+  auto f = std::make_shared<stored>();
+  f->identity = disk.next_identity++;
+  return open_as(f);
+}
+int do_put_in_place(int fd, const char* path) {
+  if (disk.names.count(path)) return -1;
+  disk.names[path] = disk.open.at(fd);
+  file_of(fd)->path = path;
+  disk.events.push_back({disk_event::kind::name, file_of(fd)->identity, 0, {}, path});
+  return 0;
+}
+int do_close(int fd) {
+  stored* f = file_of(fd);
+  if (!f) return -1;
+  std::erase_if(disk.locks[f->identity], [fd](const held& l) { return l.fd == fd; });
+  disk.open.erase(fd);
+  return 0;
+}
+void do_discard(int fd, const char*) { do_close(fd); }
+int do_remove(const char* path) {
+  if (!disk.names.count(path)) return -1;
+  disk.events.push_back({disk_event::kind::remove, disk.names[path]->identity, 0, {}, path});
+  disk.names.erase(path);
+  return 0;
+}
+int do_exists(const char* path) { return disk.names.count(path) ? 1 : 0; }
+std::int64_t do_read(int fd, std::uint64_t offset, void* to, std::size_t n) {
+  const disk_bytes& bytes = file_of(fd)->bytes;
+  if (offset >= bytes.size()) return 0;
+  n = std::min<std::size_t>(n, bytes.size() - offset);
+  std::memcpy(to, bytes.data() + offset, n);
+  return static_cast<std::int64_t>(n);
+}
+
+void put_bytes(disk_bytes* into, std::uint64_t offset, const unsigned char* from, std::size_t n) {
+  if (into->size() < offset + n) into->resize(offset + n);
+  std::memcpy(into->data() + offset, from, n);
+}
+
+std::int64_t do_write(int fd, std::uint64_t offset, const void* from, std::size_t n) {
+  const auto* bytes = static_cast<const unsigned char*>(from);
+  put_bytes(&file_of(fd)->bytes, offset, bytes, n);
+  disk.events.push_back({disk_event::kind::write, file_of(fd)->identity, offset, {bytes, bytes + n}, {}});
+  return static_cast<std::int64_t>(n);
+}
+int do_flush(int fd) {
+  disk.events.push_back({disk_event::kind::flush, file_of(fd)->identity, 0, {}, file_of(fd)->path});
+  return 0;
+}
+std::int64_t do_size(int fd) { return static_cast<std::int64_t>(file_of(fd)->bytes.size()); }
+std::uint64_t do_identity(int fd) { return file_of(fd)->identity; }
+
+engine::lock_answer do_lock(int fd, std::uint64_t offset, std::uint64_t length) {
+  std::vector<held>& locks = disk.locks[file_of(fd)->identity];
+  for (const held& l : locks)
+    if (l.fd != fd && l.from < offset + length && offset < l.to) return engine::lock_answer::busy;
+  locks.push_back({fd, offset, offset + length});
+  return engine::lock_answer::taken;
+}
+int do_unlock(int fd, std::uint64_t offset, std::uint64_t length) {
+  std::vector<held>& locks = disk.locks[file_of(fd)->identity];
+  std::vector<held> left;
+  for (const held& l : locks) {
+    if (l.fd != fd || l.to <= offset || offset + length <= l.from) {
+      left.push_back(l);
+      continue;
+    }
+    if (l.from < offset) left.push_back({fd, l.from, offset});
+    if (l.to > offset + length) left.push_back({fd, offset + length, l.to});
+  }
+  locks = left;
+  return 0;
+}
+int do_probe(int fd, std::uint64_t offset) {
+  for (const held& l : disk.locks[file_of(fd)->identity])
+    if (l.fd != fd && l.from <= offset && offset < l.to) return 1;
+  return 0;
+}
+
+const engine::os_ops& table() {
+  static const engine::os_ops ops = [] {
+    engine::os_ops t = engine::linux_ops;
+    t.open = do_open;
+    t.create = do_create;
+    t.put_in_place = do_put_in_place;
+    t.discard = do_discard;
+    t.close = do_close;
+    t.remove = do_remove;
+    t.exists = do_exists;
+    t.read_at = do_read;
+    t.write_at = do_write;
+    t.flush = do_flush;
+    t.size = do_size;
+    t.identity = do_identity;
+    t.lock = do_lock;
+    t.unlock = do_unlock;
+    t.probe = do_probe;
+    return t;
+  }();
+  return ops;
+}
+
+// Files and names as events bring them about; a file without a name is not in the answer.
+class builder {
+ public:
+  explicit builder(const disk_image& start) {
+    for (const auto& [path, file] : start) {
+      bytes_[file.identity] = file.bytes;
+      names_[path] = file.identity;
+    }
+  }
+  void apply(const disk_event& e) {
+    if (e.what == disk_event::kind::write) put_bytes(&bytes_[e.identity], e.offset, e.bytes.data(), e.bytes.size());
+    if (e.what == disk_event::kind::name) names_[e.path] = e.identity;
+    if (e.what == disk_event::kind::remove) names_.erase(e.path);
+  }
+  void apply_torn(const disk_event& e, std::mt19937* coin) {
+    for (std::size_t at = 0; at < e.bytes.size();) {
+      const std::size_t in_sector = 512 - (e.offset + at) % 512;
+      const std::size_t n = std::min(in_sector, e.bytes.size() - at);
+      if ((*coin)() % 2 == 0) put_bytes(&bytes_[e.identity], e.offset + at, e.bytes.data() + at, n);
+      at += n;
+    }
+  }
+  disk_image image() const {
+    disk_image result;
+    for (const auto& [path, identity] : names_) {
+      auto at = bytes_.find(identity);
+      result[path] = {at == bytes_.end() ? disk_bytes{} : at->second, identity};
+    }
+    return result;
+  }
+
+ private:
+  std::map<std::uint64_t, disk_bytes> bytes_;
+  std::map<std::string, std::uint64_t> names_;
+};
+
+}  // namespace
+
+void mount_memory_disk(const disk_image& image) {
+  disk.names.clear();
+  disk.open.clear();
+  disk.locks.clear();
+  disk.events.clear();
+  for (const auto& [path, file] : image) {
+    disk.names[path] = std::make_shared<stored>(stored{file.bytes, file.identity, path});
+    disk.next_identity = std::max(disk.next_identity, file.identity + 1);
+  }
+  engine::set_os_ops(&table());
+}
+void unmount_memory_disk() { engine::set_os_ops(nullptr); }
+const std::vector<disk_event>& disk_events() { return disk.events; }
+int disk_flushes(const std::string& path_end) {
+  return static_cast<int>(std::count_if(disk.events.begin(), disk.events.end(), [&](const disk_event& e) {
+    return e.what == disk_event::kind::flush && e.path.ends_with(path_end);
+  }));
+}
+disk_image disk_now() {
+  disk_image result;
+  for (const auto& [path, f] : disk.names) result[path] = {f->bytes, f->identity};
+  return result;
+}
+void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes) {
+  put_bytes(&disk.names.at(path)->bytes, offset, bytes.data(), bytes.size());
+}
+int disk_open_files() { return static_cast<int>(disk.open.size()); }
+
+void rewind_disk(const disk_image& start, std::size_t n) {
+  const disk_image image = after_kill(start, disk.events, n);
+  for (auto& [path, f] : disk.names) f->bytes = image.at(path).bytes;
+  disk.events.resize(n);
+}
+
+disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n) {
+  builder b(start);
+  for (std::size_t i = 0; i < n; i++) b.apply(events[i]);
+  return b.image();
+}
+
+std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events, std::size_t n) {
+  std::map<std::uint64_t, std::size_t> last_flush;
+  for (std::size_t i = 0; i < n; i++)
+    if (events[i].what == disk_event::kind::flush) last_flush[events[i].identity] = i;
+  std::vector<std::size_t> result;
+  for (std::size_t i = 0; i < n; i++) {
+    if (events[i].what != disk_event::kind::write) continue;
+    auto at = last_flush.find(events[i].identity);
+    if (at == last_flush.end() || at->second < i) result.push_back(i);
+  }
+  return result;
+}
+
+disk_image after_power_cut(const disk_image& start, const std::vector<disk_event>& events, std::size_t n,
+                           const std::map<std::size_t, write_fate>& fates, std::mt19937* coin) {
+  builder b(start);
+  for (std::size_t i = 0; i < n; i++) {
+    auto at = fates.find(i);
+    if (at == fates.end() || at->second == write_fate::kept) {
+      b.apply(events[i]);
+    } else if (at->second == write_fate::torn) {
+      b.apply_torn(events[i], coin);
+    }
+  }
+  return b.image();
+}
+
+}  // namespace zvrdb::test
