@@ -224,10 +224,12 @@ void engine_world::reopen(unsigned how) {
   constexpr char accesses[] = {'S', 'S', 'S', 'E', 'P', 'R'};
   if (engine::checkpsp(h()) == 'O') {
     note(engine::transend(h(), 1));
+    inside_ = false;
     note(at_hand().close());
     if (engine::checkpsp(h()) == 'O') engine::abandon(h());
   }
-  note(at_hand().open(path_, accesses[how % sizeof accesses], how % 16 == 15 ? 1 : 2));
+  reads_only_[hand_] = how % 16 == 15;
+  note(at_hand().open(path_, accesses[how % sizeof accesses], reads_only_[hand_] ? 1 : 2));
   note(engine::csetfile(h(), 4));
 }
 
@@ -264,13 +266,14 @@ void engine_world::call(unsigned which, unsigned a, unsigned b) {
       note(engine::dunlock(h()));
       break;
     case 9:
-      note(engine::transbeg(h(), static_cast<int>(a % 5), nullptr));
+      if (note(engine::transbeg(h(), static_cast<int>(a % 5), nullptr)) == 0) inside_ = true;
       break;
     case 10:
-      note(engine::transend(h(), static_cast<int>(a % 5)));
+      if (note(engine::transend(h(), static_cast<int>(a % 5))) == 0) inside_ = false;
       break;
     case 11:
-      note(engine::transroll(h(), nullptr, static_cast<int>(a % 8 == 0 ? b % 4 : 0), nullptr));
+      if (note(engine::transroll(h(), nullptr, static_cast<int>(a % 8 == 0 ? b % 4 : 0), nullptr)) == 0)
+        inside_ = a % 8 == 0 && b % 4 != 0;
       break;
     case 12:
       note(engine::transstat(h()));
@@ -294,6 +297,8 @@ void engine_world::call(unsigned which, unsigned a, unsigned b) {
       reopen(a);
       break;
     case 17:
+      // While one is in a transaction nobody else writes: the layer above sees to it.
+      if (inside_) break;
       hand_ = 1 - hand_;
       if (engine::checkpsp(h()) != 'O') reopen(0);
       break;
@@ -307,16 +312,26 @@ void engine_world::call(unsigned which, unsigned a, unsigned b) {
   }
 }
 
+void engine_world::close_handle(unsigned i) {
+  handle& one = handles_[i];
+  if (engine::checkpsp(one) != 'O') return;
+  note(engine::csetfile(one, 4));
+  note(engine::transroll(one, nullptr, 0, nullptr));
+  if (note(one.close()) != 0) failed_to_close_ = true;
+  if (engine::checkpsp(one) == 'O') engine::abandon(one);
+}
+
 void engine_world::close() {
   std::snprintf(telling_, sizeof telling_, "close");
-  for (handle& one : handles_) {
-    if (engine::checkpsp(one) != 'O') continue;
-    note(engine::csetfile(one, 4));
-    note(engine::transroll(one, nullptr, 0, nullptr));
-    const int result = note(one.close());
-    if (result != 0) failed_to_close_ = true;
-    if (engine::checkpsp(one) == 'O') engine::abandon(one);
-  }
+  bool settled = false;
+  for (const bool writer : {false, true})
+    for (unsigned i = 0; i < 2; ++i) {
+      if (engine::checkpsp(handles_[i]) != 'O' || reads_only_[i] == writer) continue;
+      close_handle(i);
+      settled = writer;
+    }
+  // A reader that is the last to close leaves the header as it is, for the next writer.
+  if (!settled && note(handles_[0].open(path_)) == 0) close_handle(0);
 }
 
 bool report_on(const disk_bytes& image, bool tell) {

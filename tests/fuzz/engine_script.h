@@ -54,6 +54,7 @@ class engine_world {
   void call(unsigned which, unsigned a, unsigned b);
   void find(unsigned key, unsigned option, unsigned i);
   void reopen(unsigned how);
+  void close_handle(unsigned i);
   int read();
   zvrdb::test::handle& at_hand() { return handles_[hand_]; }
   zvrdb::engine::PSP* h() { return at_hand().get(); }
@@ -61,6 +62,8 @@ class engine_world {
   std::string path_;
   zvrdb::engine::journal_use journal_;
   zvrdb::test::handle handles_[2];
+  bool inside_ = false;  // a transaction
+  bool reads_only_[2] = {};
   unsigned hand_ = 0;
   char telling_[64] = "";
   std::vector<int> results_;
