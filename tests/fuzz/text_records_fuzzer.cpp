@@ -50,7 +50,11 @@ constexpr text_type types[] = {
 
 class session {
  public:
-  session() : task_(co_init_task("fuzz", nullptr, 1)) { FUZZ_EXPECT(task_); }
+  session() {
+    setenv("LC_ALL", "C.UTF-8", 1);  // characters of several bytes, whatever the caller's is
+    task_ = co_init_task("fuzz", nullptr, 1);
+    FUZZ_EXPECT(task_);
+  }
   ~session() { coi_term_task(task_, 0); }
   session(const session&) = delete;
   session& operator=(const session&) = delete;
