@@ -12,6 +12,10 @@ if(ZVR_SANITIZE)
     -fsanitize=${ZVR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(zvr_compile_rules INTERFACE -fsanitize=${ZVR_SANITIZE})
 endif()
+# The coverage that steers libFuzzer, in every part of the libraries.
+if(ZVR_FUZZ)
+  target_compile_options(zvr_compile_rules INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # The libraries take no exceptions and no run-time types: a failure is a code.
 add_library(zvr_library_rules INTERFACE)
