@@ -52,3 +52,15 @@ function(zvr_test name)
   target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
+
+# zvr_planted_test(NAME TESTS PROGRAM SOURCES ... USES ...): the tests of a program once more,
+# on libraries whose SOURCES are compiled with planted faults (src/engine/planted_fault.h).
+# They take the place of the same sources in the libraries of USES.
+function(zvr_planted_test name)
+  cmake_parse_arguments(arg "" "TESTS" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${PROJECT_SOURCE_DIR}/tests/engine/planted_fault.cpp ${arg_SOURCES})
+  target_sources(${name} PRIVATE $<TARGET_OBJECTS:${arg_TESTS}>)
+  target_compile_definitions(${name} PRIVATE ZVR_PLANTED_FAULTS)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE zvr_compile_rules ${arg_USES} GTest::gtest_main GTest::gmock)
+endfunction()

@@ -25,6 +25,7 @@
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
 #include "engine/one_thread.h"
+#include "engine/planted_fault.h"
 #include "engine/sharing.h"
 #include "engine/trans_log.h"
 #include "engine/tree_insert.h"
@@ -316,7 +317,8 @@ int undo_node(PSP* h, rollback_progress* progress, undo_state* s) {
   const node& v = third_buffer.image;
   int offsets[max_log_records];
   if (!collect_log_records(v, offsets)) return raise_damage(h, third_buffer.number);
-  for (int i = v.count - 1; i >= 0; --i) {
+  const int oldest = planted(fault::undo_one_short) ? 1 : 0;
+  for (int i = v.count - 1; i >= oldest; --i) {
     const log_view record = view_log_record(h, v, offsets[i]);
     ++progress->done;
     if (progress->tell != nullptr) {
