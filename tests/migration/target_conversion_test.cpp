@@ -48,6 +48,15 @@ TEST_F(TargetConversion, WithoutHardwareOrParametersItIsRefused) {
   EXPECT_EQ(6425, convert());
 }
 
+TEST_F(TargetConversion, OlderTargetsWithoutAnythingBesideAreNotTakenForConverted) {
+  put("OSLO", {});
+  remove("db/target_hw");
+  remove("db/parms");
+  EXPECT_EQ(6425, convert());
+  EXPECT_TRUE(db_.there("db/target_config/OSLO"));
+  EXPECT_TRUE(db_.there("db/cm_status/OSLO"));
+}
+
 TEST_F(TargetConversion, AStateOfNoConversionIsRefusedAndNothingRemoved) {
   make("db/target_tmp");
   make("db/target_del");
