@@ -187,7 +187,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   new_file users(run);
   listed_users listed(run);
   if (run.dry_run) return rc = convert_each(run, from, work, &targets, &listed, &counts);
-  if (targets.open(DB_TRG, building::anew) != DBE_OK || users.open(DB_USR) != DBE_OK) return rc = DBE_IO_ERROR;
+  if (targets.open(DB_TRG, building::anew) != DBE_OK || open_users(run, &users) != DBE_OK) return rc = DBE_IO_ERROR;
   rc = enter_names(run, work);
   if (rc == DBE_OK) rc = convert_each(run, from, work, &targets, &listed, &counts);
   if (rc == DBE_OK) rc = listed.put(&users);
@@ -204,6 +204,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   }
   tell_count(run, "users", listed.users());
   rc = users.close();
+  if (rc == DBE_OK) rc = end_users(run);
   return rc == DBE_OK ? rc = targets.close() : rc;
 }
 

@@ -358,6 +358,25 @@ TEST_F(TargetConversion, AUserListedOnSeventeenTargetsHasThemAll) {
   EXPECT_EQ("T25", user_targets("sixteen").back());
 }
 
+TEST_F(TargetConversion, UsersThatWereBeingBuiltAreMadeAnew) {
+  put("OSLO", {.users = {"bob"}});
+  db_.file("db/users", "cut short");
+  db_.file("db/users.begun", "");
+  ASSERT_EQ(DBE_OK, convert());
+  EXPECT_EQ((std::vector<std::string>{"OSLO"}), user_targets("bob"));
+  EXPECT_FALSE(db_.there("db/users.begun"));
+}
+
+TEST_F(TargetConversion, UsersOfBeforeStay) {
+  put("OSLO", {.users = {"bob"}});
+  ASSERT_EQ(DBE_OK, convert());
+  for (const char* name : {"db/target_config", "db/target_hw", "db/parms"}) make(name);
+  put("OSLO", {.users = {"eve"}});
+  ASSERT_EQ(DBE_OK, convert());
+  EXPECT_EQ(DBE_OK, user("bob").rc);
+  EXPECT_EQ((std::vector<std::string>{"OSLO"}), user_targets("eve"));
+}
+
 TEST_F(TargetConversion, AUserWithABlankInTheNameIsLoggedAndPassedOver) {
   older_target older;
   older.users = {"two words", "fine1", "under_score"};
