@@ -209,6 +209,36 @@ TEST_F(TextCommands, CheckConfigTellsEachFaultWithFileLineAndReason) {
   EXPECT_THAT(result.err, HasSubstr("db/routetab, line 3: The route \"no route\""));
 }
 
+TEST_F(TextCommands, CheckConfigLooksAtWhateverTheLibraryTakesForAConnection) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_directory(base.file("db/snadscon/folder"));
+  std::filesystem::create_directory_symlink(base.file("db/snadscon/folder"), base.file("db/snadscon/link"));
+  EXPECT_EQ(base.tool({"check-config"}).out, "{\"files\":2,\"faults\":0,\"notes\":0}\n");
+  write_file(base.file("db/snadscon/.OSLO.swp"), "what an editor leaves is hidden\n");
+  write_file(base.file("db/snadscon/SEVENTEEN_LETTERS"), "PROTOCOL: IPX\n");
+  EXPECT_EQ(base.tool({"list", "scn", "--names"}).lines().size(), 2u);
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_EQ(result.out, "{\"files\":3,\"faults\":1,\"notes\":0}\n") << result.err;
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/SEVENTEEN_LETTERS: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfAConnectionThatIsALinkToNothing) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_symlink("nowhere", base.file("db/snadscon/GONE"));
+  EXPECT_EQ(base.tool({"list", "scn"}).exit, 1) << "it ends the list";
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/GONE: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfADirectoryOfConnectionsThatIsNone) {
+  write_file(base.file("db/snadscon"), "");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon: "));
+}
+
 TEST_F(TextCommands, CheckConfigTellsAFaultOfTheBaseConfiguration) {
   write_file(base.file("orvo.cfg"), read_file(base.file("orvo.cfg")) + "COLOUR: red\n");
   const tool_result result = base.tool({"check-config"});
