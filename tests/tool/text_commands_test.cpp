@@ -169,6 +169,17 @@ TEST_F(TextCommands, AnEditorThatFailsChangesNothing) {
   EXPECT_FALSE(std::filesystem::exists(base.file("db/snadscfg")));
 }
 
+TEST_F(TextCommands, AnInterruptWhileTheEditorRunsIsTheEditors) {
+  editor(R"sh(p=$PPID
+while [ "$(cat /proc/$p/comm)" != zvradm ]; do p=$(awk '/^PPid/ {print $2}' /proc/$p/status); done
+kill -INT $p
+kill -QUIT $p
+echo 'MAX CRMU: 3' > "$1")sh");
+  const tool_result result = base.tool({"edit", "scf"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(read_file(base.file("db/snadscfg")), "MAX CRMU: 3\n");
+}
+
 TEST_F(TextCommands, EditOfTheBaseConfigurationSaysWhenItTakesEffect) {
   editor("echo 'MAX SNADS ROUTES:    77' >> \"$1\"");
   const tool_result result = base.tool({"edit", "cfg"});
