@@ -246,6 +246,19 @@ TEST_F(TargetConversion, TargetsBeyondTheLimitAreTold) {
   EXPECT_EQ(2u, what_.counts["1 targets"]);
 }
 
+TEST_F(TargetConversion, WithoutRoomForASingleTargetItFailsAndAllStay) {
+  for (const char* name : {"A", "B"}) put(name, {});
+  configure(4268, 0);
+  EXPECT_EQ(DBE_IO_ERROR, convert());
+  EXPECT_TRUE(db_.there("db/target_tmp/B"));
+  EXPECT_TRUE(db_.there("db/cm_status/A"));
+  configure(4268, 100);
+  new_task();
+  configure(4268, 100);
+  EXPECT_EQ(DBE_OK, convert());
+  EXPECT_EQ(2u, what_.counts["1 targets"]);
+}
+
 TEST_F(TargetConversion, WithNoTargetAtAllItIsConverted) {
   EXPECT_EQ(DBE_OK, convert());
   EXPECT_TRUE(db_.there("db/trgcfg"));
