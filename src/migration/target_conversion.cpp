@@ -51,11 +51,16 @@ std::int16_t list_names(const conversion& run, const char* directory, work_areas
   const std::int16_t rc =
       textrec::start_list_parsed(run.task, directory, memory::trg_name_len, work->names, room, &listed);
   work->count = std::min<std::uint32_t>(listed, room / memory::trg_name_len);
-  if (rc != DBE_OK && rc != DBE_LIST_TOO_SMALL) return rc;
-  if (listed > work->count)
+  if (rc == DBE_LIST_TOO_SMALL)  // not a single one fits: the configuration is not that of this database
+    tell_note(run, 0, "%s holds %lu targets, MAX TARGETS is %lu", directory, static_cast<unsigned long>(listed),
+              static_cast<unsigned long>(run.max_targets));
+  if (rc != DBE_OK) return rc;
+  if (listed > work->count) {
     tell_note(run, 0, "%s holds %lu targets, MAX TARGETS is %lu: those behind it are not converted", directory,
               static_cast<unsigned long>(listed), static_cast<unsigned long>(work->count));
-  return DBE_OK;
+    tell_count(run, DB_MIG_LEFT_OUT, listed - work->count);
+  }
+  return rc;
 }
 
 void copy_name(const unsigned char* list, std::uint32_t i, char (&name)[memory::trg_name_len + 1]) {
@@ -187,7 +192,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   new_file users(run);
   listed_users listed(run);
   if (run.dry_run) return rc = convert_each(run, from, work, &targets, &listed, &counts);
-  if (targets.open(DB_TRG, building::anew) != DBE_OK || users.open(DB_USR) != DBE_OK) return rc = DBE_IO_ERROR;
+  if (targets.open(DB_TRG, building::anew) != DBE_OK || open_users(run, &users) != DBE_OK) return rc = DBE_IO_ERROR;
   rc = enter_names(run, work);
   if (rc == DBE_OK) rc = convert_each(run, from, work, &targets, &listed, &counts);
   if (rc == DBE_OK) rc = listed.put(&users);
@@ -204,6 +209,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   }
   tell_count(run, "users", listed.users());
   rc = users.close();
+  if (rc == DBE_OK) rc = end_users(run);
   return rc == DBE_OK ? rc = targets.close() : rc;
 }
 

@@ -132,6 +132,37 @@ TEST_F(MigrateCommand, SettingsOutlastAConversionThatWasCutShort) {
   EXPECT_EQ(77, base_.tool({"get", "cfg"}).json()["max_requests"]);
 }
 
+// A replacement of "orvo.cfg" that was killed in the middle: the record is the temporary
+// file alone, and with the machine down the shared state is gone too.
+TEST_F(MigrateCommand, GoesOnWhereTheConfigurationWasBeingReplaced) {
+  write_file(base_.file("orvo.cfg"), read_file(base_.file("orvo.cfg")) + "MAX REQUESTS: 77\n");
+  db_.group("GROUP0", {.members = {"NOBODY"}});
+  ASSERT_EQ(1, base_.tool({"migrate"}).exit);
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  db_.file("db/target_group.old/GROUP0", migration_test::older_group{.members = {"TRG00001"}}.text());
+  std::filesystem::rename(base_.file("orvo.cfg"), base_.file("db/tmp/t0e_orvo.cfg"));
+  const tool_result other = base_.tool({"list", "trg"});
+  EXPECT_EQ(1, other.exit);
+  EXPECT_THAT(other.err, HasSubstr("'zvradm migrate'"));
+  EXPECT_THAT(other.err, Not(HasSubstr("init")));
+  const tool_result result = base_.tool({"migrate"});
+  ASSERT_EQ(0, result.exit) << result.err;
+  EXPECT_EQ(77, base_.tool({"get", "cfg"}).json()["max_requests"]);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+  EXPECT_TRUE(std::filesystem::is_empty(base_.file("db/tmp")));
+}
+
+TEST_F(MigrateCommand, RefusesMoreTargetsThanTheConfigurationAllows) {
+  write_file(base_.file("orvo.cfg"), "WORKSTATION NAME: OSLO\nMAX TARGETS: 11\nCONFIGURATION: SERVER_NO_COMMS\n");
+  const std::vector<std::string> before = db_.entries_of_db();
+  const tool_result result = base_.tool({"migrate"});
+  EXPECT_EQ(1, result.exit);
+  EXPECT_THAT(result.err, HasSubstr("MAX TARGETS"));
+  EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
+  EXPECT_EQ(before, db_.entries_of_db());
+  EXPECT_EQ(1, base_.tool({"migrate", "--dry-run"}).exit);
+}
+
 TEST_F(MigrateCommand, RefusesWhereThereIsNoOlderDatabase) {
   const scratch_base fresh;
   ASSERT_EQ(0, fresh.init().exit);

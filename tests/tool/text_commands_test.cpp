@@ -169,6 +169,17 @@ TEST_F(TextCommands, AnEditorThatFailsChangesNothing) {
   EXPECT_FALSE(std::filesystem::exists(base.file("db/snadscfg")));
 }
 
+TEST_F(TextCommands, AnInterruptWhileTheEditorRunsIsTheEditors) {
+  editor(R"sh(p=$PPID
+while [ "$(cat /proc/$p/comm)" != zvradm ]; do p=$(awk '/^PPid/ {print $2}' /proc/$p/status); done
+kill -INT $p
+kill -QUIT $p
+echo 'MAX CRMU: 3' > "$1")sh");
+  const tool_result result = base.tool({"edit", "scf"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(read_file(base.file("db/snadscfg")), "MAX CRMU: 3\n");
+}
+
 TEST_F(TextCommands, EditOfTheBaseConfigurationSaysWhenItTakesEffect) {
   editor("echo 'MAX SNADS ROUTES:    77' >> \"$1\"");
   const tool_result result = base.tool({"edit", "cfg"});
@@ -207,6 +218,36 @@ TEST_F(TextCommands, CheckConfigTellsEachFaultWithFileLineAndReason) {
   EXPECT_THAT(result.err, HasSubstr("db/routetab, line 1: The value IPX"));
   EXPECT_THAT(result.err, HasSubstr("db/routetab, line 2: note: The keyword SLOW"));
   EXPECT_THAT(result.err, HasSubstr("db/routetab, line 3: The route \"no route\""));
+}
+
+TEST_F(TextCommands, CheckConfigLooksAtWhateverTheLibraryTakesForAConnection) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_directory(base.file("db/snadscon/folder"));
+  std::filesystem::create_directory_symlink(base.file("db/snadscon/folder"), base.file("db/snadscon/link"));
+  EXPECT_EQ(base.tool({"check-config"}).out, "{\"files\":2,\"faults\":0,\"notes\":0}\n");
+  write_file(base.file("db/snadscon/.OSLO.swp"), "what an editor leaves is hidden\n");
+  write_file(base.file("db/snadscon/SEVENTEEN_LETTERS"), "PROTOCOL: IPX\n");
+  EXPECT_EQ(base.tool({"list", "scn", "--names"}).lines().size(), 2u);
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_EQ(result.out, "{\"files\":3,\"faults\":1,\"notes\":0}\n") << result.err;
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/SEVENTEEN_LETTERS: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfAConnectionThatIsALinkToNothing) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_symlink("nowhere", base.file("db/snadscon/GONE"));
+  EXPECT_EQ(base.tool({"list", "scn"}).exit, 1) << "it ends the list";
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/GONE: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfADirectoryOfConnectionsThatIsNone) {
+  write_file(base.file("db/snadscon"), "");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon: "));
 }
 
 TEST_F(TextCommands, CheckConfigTellsAFaultOfTheBaseConfiguration) {

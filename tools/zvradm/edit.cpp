@@ -1,4 +1,5 @@
 // edit TYPE [NAME]: a text record in the editor.
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zvrdb/zvrdb.h>
@@ -69,14 +70,37 @@ std::string editor_command() {
   return "vi";
 }
 
+// Keys that interrupt are for the editor: the terminal sends their signals to both.
+class held_interrupts {
+ public:
+  held_interrupts() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGINT, &ignore, &interrupt_);
+    sigaction(SIGQUIT, &ignore, &quit_);
+  }
+  ~held_interrupts() { give_back(); }
+  held_interrupts(const held_interrupts&) = delete;
+  held_interrupts& operator=(const held_interrupts&) = delete;
+  void give_back() const {
+    sigaction(SIGINT, &interrupt_, nullptr);
+    sigaction(SIGQUIT, &quit_, nullptr);
+  }
+
+ private:
+  struct sigaction interrupt_ {}, quit_ {};
+};
+
 // The command may have arguments of its own, so the shell takes it apart.
 void run_editor(const std::string& path) {
   std::fflush(stdout);
   const std::string command = editor_command();
   const std::string line = command + " \"$1\"";
+  const held_interrupts held;
   const pid_t child = fork();
   if (child < 0) throw refusal(std::string("no process for the editor: ") + std::strerror(errno));
   if (child == 0) {
+    held.give_back();
     execl("/bin/sh", "sh", "-c", line.c_str(), "sh", path.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }

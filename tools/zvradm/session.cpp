@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config_file.h"
+
 namespace zvradm {
 
 std::string base_directory(const globals& all) {
@@ -25,6 +27,8 @@ session::session(const std::string& base) : task_(nullptr) {
   const int reason = stat(config.c_str(), &status) == 0 ? 0 : errno;
   if (reason != 0 && reason != ENOENT && reason != ENOTDIR)
     throw refusal(config + ": cannot be read: " + std::strerror(reason));
+  if (reason != 0 && stat(kept_config_path(base).c_str(), &status) == 0)
+    throw refusal(config + " is missing: a conversion of an older database was cut short; go on with 'zvradm migrate'");
   if (reason != 0)
     throw refusal(base + ": no installation here (" + config + " is missing); make one with 'zvradm --base " +
                   base + " init --name NAME --rgn RGN --ren REN'");
