@@ -21,7 +21,9 @@ struct catalog_counts {
   std::uint32_t corrupt = 0;
 };
 
+// An empty path: "db" itself could not be read.
 std::int16_t fail(const conversion& run, const char* path) {
+  if (*path == 0) path = "catalog";
   co_log2(run.task, cannot_convert, 0, 0, 0, "%s", path);
   tell_note(run, cannot_convert, "%s cannot be worked on", path);
   return DBE_IO_ERROR;

@@ -9,6 +9,7 @@
 #include "migration/field_copy.h"
 #include "migration/private_table.h"
 #include "migration/target_record.h"
+#include "migration/text_faults.h"
 #include "migration/user_records.h"
 #include "textrec/older_tables.h"
 #include "textrec/parsed_files.h"
@@ -81,10 +82,12 @@ std::int16_t enter_names(conversion& run, const work_areas& work) {
   return DBE_OK;
 }
 
-std::int16_t parse_result(const conversion& run, std::int16_t rc, const char* directory, const char* name) {
+std::int16_t parse_result(const conversion& run, std::int16_t rc, const textrec::parsed_source& source,
+                          const char* name, std::uint32_t record_len) {
   if (rc == DBE_OK) return rc;
-  ZVR_TRACE(run.task, 5, 2, "reading %s of %s returned %hx", name, directory, static_cast<unsigned short>(rc));
-  tell_note(run, 0, "%s/%s cannot be read as a record (code %d)", directory, name, rc);
+  ZVR_TRACE(run.task, 5, 2, "reading %s of %s returned %hx", name, source.directory,
+            static_cast<unsigned short>(rc));
+  tell_unreadable(run, source, name, record_len, rc);
   return DBE_MIGRATION;
 }
 
@@ -115,7 +118,7 @@ std::int16_t convert_side(const conversion& run, const side_record& side, const 
   std::memset(record, 0, side.length);
   std::int16_t rc = textrec::get_parsed(run.task, source, 1, keys, record, side.older_len);
   if (rc == DBE_NOT_FOUND) return DBE_OK;
-  rc = parse_result(run, rc, side.directory, file_name);
+  rc = parse_result(run, rc, source, file_name, side.older_len);
   if (rc != DBE_OK) return rc;
   std::memset(record, 0, memory::trg_name_len);
   std::memcpy(record, target, strnlen(target, memory::trg_name_len));
@@ -136,7 +139,7 @@ std::int16_t convert_target(conversion& run, const char* directory, const work_a
   const void* keys[] = {name};
   std::int16_t rc =
       textrec::get_parsed(run.task, source, 1, keys, work.older, textrec::older_target_len);
-  rc = parse_result(run, rc, directory, name);
+  rc = parse_result(run, rc, source, name, textrec::older_target_len);
   if (rc != DBE_OK) return rc;
   copy_trg_rec(work.record, work.older);
   if (work.record[target_at::type] & memory::trg_type_local) ++counts->local;

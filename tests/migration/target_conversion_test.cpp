@@ -225,7 +225,7 @@ TEST_F(TargetConversion, ATextThatCannotBeParsedEndsTheStage) {
   put("OSLO", {});
   db_.file("db/target_config/OSLO", "WRONG: 1\n");
   EXPECT_EQ(6425, convert());
-  EXPECT_TRUE(what_.noted("OSLO cannot be read as a record"));
+  EXPECT_TRUE(what_.noted("OSLO cannot be read as a record: line 1: The keyword WRONG"));
   EXPECT_TRUE(db_.there("db/target_tmp/OSLO"));  // the administrator mends it and goes on
   new_task();
   db_.file("db/target_tmp/OSLO", older_target{}.text());

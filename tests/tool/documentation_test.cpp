@@ -57,6 +57,15 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
 }
 
+TEST(Documentation, TheManualPageTellsEveryRecordType) {
+  const std::string manual = page("man/zvradm.1");
+  for (const zvradm::record_type& type : zvradm::record_types())
+    EXPECT_TRUE(manual.find(std::string("\n.B ") + type.suffix + "\n") != std::string::npos ||
+                manual.find(std::string(" ") + type.suffix + " \"") != std::string::npos ||
+                manual.find(std::string(" ") + type.suffix + "\n") != std::string::npos)
+        << type.suffix;
+}
+
 TEST(Documentation, TheRecordsPageTellsEveryTypeAndField) {
   const std::string records = page("records.md");
   for (const zvradm::record_type& type : zvradm::record_types()) {

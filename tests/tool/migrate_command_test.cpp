@@ -71,7 +71,8 @@ TEST_F(MigrateCommand, AFaultIsFoundBeforeAnythingIsChanged) {
   const std::vector<std::string> before = db_.entries_of_db();
   const tool_result result = base_.tool({"migrate"});
   EXPECT_EQ(1, result.exit);
-  EXPECT_THAT(result.err, HasSubstr("stage targets: target_config/TRG00004 cannot be read as a record"));
+  EXPECT_THAT(result.err, HasSubstr("stage targets: target_config/TRG00004 cannot be read as a record: line 1: "
+                                    "The keyword NO SUCH KEYWORD"));
   EXPECT_THAT(result.err, HasSubstr("DBE_MIGRATION (6425)"));
   EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
   EXPECT_EQ(before, db_.entries_of_db());
@@ -96,6 +97,7 @@ TEST_F(MigrateCommand, AConvertedDatabaseIsLeftAlone) {
   EXPECT_EQ(0, result.exit) << result.err;
   EXPECT_THAT(result.out, HasSubstr("Converted already"));
   EXPECT_EQ(before, read_file(base_.file("db/auth")));
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).out, HasSubstr("Converted already"));
   const tool_result again = base_.tool({"migrate", "--again"});
   EXPECT_EQ(0, again.exit) << again.err;
   EXPECT_THAT(again.out, Not(HasSubstr("Converted already")));
@@ -161,6 +163,23 @@ TEST_F(MigrateCommand, RefusesMoreTargetsThanTheConfigurationAllows) {
   EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
   EXPECT_EQ(before, db_.entries_of_db());
   EXPECT_EQ(1, base_.tool({"migrate", "--dry-run"}).exit);
+}
+
+TEST_F(MigrateCommand, TellsTheLineOfAFaultInAGroupOrInTheRights) {
+  db_.file("db/target_group/GROUP1", "# a comment\nNO SUCH KEYWORD: x\n");
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).err, HasSubstr("GROUP1 cannot be read as a record: line 2: "));
+  std::filesystem::remove(base_.file("db/target_group/GROUP1"));
+  db_.file("db/user_config", "CONFIG_USER: VIEW\nCM_USER: SLEEP\n");
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).err,
+              HasSubstr("stage authorization: user_config cannot be read as a record: line 2: The value SLEEP"));
+}
+
+TEST_F(MigrateCommand, TellsWhatIsMissing) {
+  std::filesystem::remove_all(base_.file("db/cm_status"));
+  EXPECT_THAT(base_.tool({"migrate"}).err,
+              HasSubstr("stage CM status: neither an older directory nor a record file: DBE_IO_ERROR (8455)\n"));
+  std::filesystem::remove_all(base_.file("db"));
+  EXPECT_THAT(base_.tool({"migrate"}).err, HasSubstr("stage catalog: catalog cannot be worked on"));
 }
 
 TEST_F(MigrateCommand, RefusesWhereThereIsNoOlderDatabase) {

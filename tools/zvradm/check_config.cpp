@@ -116,7 +116,7 @@ void add_check_config(CLI::App& app, globals& all) {
   CLI::App& sub = *app.add_subcommand("check-config", "Check the base configuration and all text records");
   sub.footer(R"(Each fault is told on standard error with file, line and reason. A note tells of a line
 that is read, but not as it was meant: a service parameter of a route that is not known, an
-address that is cut. The exit code is 1 when a record cannot be read.
+address that is cut, a number that is none or too large. The exit code is 1 when a record cannot be read.
 
 Example:
   zvradm --base /srv/zvr check-config)");

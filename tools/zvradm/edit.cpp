@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "config_file.h"
 #include "session.h"
 #include "text_faults.h"
 #include "text_store.h"
@@ -162,6 +163,23 @@ std::string edited(void* task, const text_type& type, const std::string& name, w
   }
 }
 
+// The configuration names the local target, whose record has a name of its own.
+void tell_other_name(const std::string& before, const std::string& text) {
+  config_record old_record{}, new_record{};
+  std::uint32_t line = 0;
+  char reason[256] = {};
+  if (co_parse_config(before.c_str(), old_record.data(), &line, reason, sizeof reason) != CO_OK ||
+      co_parse_config(text.c_str(), new_record.data(), &line, reason, sizeof reason) != CO_OK)
+    return;
+  const std::string old_name = config_name(old_record), new_name = config_name(new_record);
+  if (old_name.empty() || old_name == new_name) return;
+  tell_faults("cfg", {{0,
+                       "WORKSTATION NAME was " + old_name + " and is " + new_name +
+                           " now: no target is renamed by that; 'zvradm rename-target " + old_name + " " +
+                           new_name + "' renames the local target with all that goes with it",
+                       false}});
+}
+
 void tell(const std::string& text) {
   std::printf("%s\n", text.c_str());
 }
@@ -173,6 +191,7 @@ void edit_one(const globals& all, const edit_options& options) {
   if (!type->many && !options.name.empty()) throw usage_fault("edit " + options.type + " takes no NAME");
   const std::string base = base_directory(all);
   const std::string path = text_path(base, *type, options.name);
+  require_installation(base);
   // A base configuration with a fault must be open to correction: it needs no session.
   std::unique_ptr<session> s;
   if (type->keywords) s = std::make_unique<session>(base);
@@ -194,6 +213,7 @@ void edit_one(const globals& all, const edit_options& options) {
     throw refusal(std::string(fault.what()) + "; your text is kept in " + copy.path());
   }
   tell(title_of(*type, options.name) + ": stored");
+  if (!type->keywords) tell_other_name(before, text);
   if (!type->keywords)
     tell(
         "It takes effect when the shared state is made anew: after 'zvradm reset' while no program uses the\n"

@@ -169,9 +169,12 @@ void require_nobody_else(void* task) {
 std::string fault_text(const run_report& report, std::int16_t rc) {
   const std::size_t failed = report.failed_stage();
   std::string text = failed < stage_names.size() ? std::string("stage ") + stage_names[failed] : "the conversion";
-  if (failed < stage_names.size() && !report.stages()[failed].notes.empty())
-    text += ": " + report.stages()[failed].notes.back().text;
-  return library_refusal(text, rc).what();
+  if (failed == stage_names.size()) return library_refusal(text, rc).what();
+  // What the library found says more than the code's general meaning.
+  const stage_result& stage = report.stages()[failed];
+  text += ": " + (stage.notes.empty() ? stage.found : stage.notes.back().text);
+  if (text.back() == '.') text.pop_back();
+  return text + ": " + code_name(rc) + " (" + std::to_string(rc) + ")";
 }
 
 std::string left_out_text(const run_report& report) {
@@ -250,8 +253,12 @@ void migrate(const globals& all, const migrate_options& options) {
   if (refused)
     throw refusal((found != DBE_OK ? fault_text(looked, found) : left_out_text(looked)) +
                   (options.dry_run ? "" : "\nnothing was changed"));
-  if (options.dry_run) return;
-  if (!looked.anything_to_do() && !options.again) {
+  const bool nothing = !looked.anything_to_do() && !options.again;
+  if (options.dry_run) {
+    if (nothing && !options.as_json) std::printf("Converted already; there is nothing to do.\n");
+    return;
+  }
+  if (nothing) {
     settle_config(s.task(), base);
     print_report(looked, options, true);
     if (!options.as_json) std::printf("Converted already; nothing was changed (--again writes keys and profiles anew).\n");

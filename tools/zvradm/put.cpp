@@ -42,7 +42,7 @@ int put_all(const globals& all, const put_options& options) {
       const std::int16_t code = writer.put(type, parse_record_line(line), options.update);
       answer["rc"] = code;
       answer["code"] = code_name(code);
-      if (!is_stored(code)) fault = library_refusal(writer.what(), code).what();
+      if (!is_stored(code)) fault = writer.refused(type, code);
     } catch (const field_fault& wrong) {
       answer["rc"] = DBE_BAD_RECORD;
       answer["code"] = code_name(DBE_BAD_RECORD);

@@ -28,6 +28,8 @@ class record_writer {
   void raise_last_seqno(const json& object);
   // The last call in words: `put trg "OSLO"`.
   const std::string& what() const { return what_; }
+  // What the last put was refused for, in a sentence: `put tg "West": DBE_NO_TARGET (8200): ...`.
+  std::string refused(const record_type& type, std::int16_t code);
 
  private:
   // Fills the buffer; the record's keys.

@@ -21,7 +21,7 @@ void announce_base(const std::string& base) {
     throw refusal(base + ": cannot be told to the common services");
 }
 
-session::session(const std::string& base) : task_(nullptr) {
+void require_installation(const std::string& base) {
   const std::string config = base + "/orvo.cfg";
   struct stat status {};
   const int reason = stat(config.c_str(), &status) == 0 ? 0 : errno;
@@ -32,6 +32,10 @@ session::session(const std::string& base) : task_(nullptr) {
   if (reason != 0)
     throw refusal(base + ": no installation here (" + config + " is missing); make one with 'zvradm --base " +
                   base + " init --name NAME --rgn RGN --ren REN'");
+}
+
+session::session(const std::string& base) : task_(nullptr) {
+  require_installation(base);
   announce_base(base);
   task_ = co_init_task("zvradm", nullptr, 1);
   if (!task_) {
