@@ -101,6 +101,11 @@ TEST_F(TextCommands, WhatAGetFillsInMayBePutAgain) {
   const std::string got = base.tool({"get", "scn", "A"}).out;
   EXPECT_EQ(base.tool({"put", "scn"}, got).exit, 0);
   EXPECT_EQ(base.tool({"get", "scn", "A"}).out, got);
+  write_file(base.file("db/snadscon/B"), "PROTOCOL: TCP/IP\nSEND TP SYMBOLIC DESTINATION: X\n");
+  write_file(base.file("db/routetab"), "NETWORK PROTOCOL: APPC\n.E1 D 2\n");
+  const tool_result all = base.tool({"export", "scn", "rte"});
+  const tool_result again = base.tool({"import", "-"}, all.out);
+  EXPECT_EQ(again.exit, 0) << again.err;
   write_file(base.file("db/routetab"), "NETWORK PROTOCOL: BOTH\n");
   EXPECT_EQ(base.tool({"put", "rte"}, base.tool({"get", "rte"}).out).exit, 0);
 }

@@ -32,7 +32,7 @@ int put_all(const globals& all, const put_options& options) {
   input_lines lines(options.file);
   const session s(base_directory(all));
   prepare_text_record(s.task(), type.db_id);
-  record_writer writer(s.task());
+  record_writer writer(s.task(), record_writer::texts::keeps);
   bool refused = false;
   std::string line;
   while (lines.next(line)) {

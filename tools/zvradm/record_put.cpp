@@ -80,13 +80,17 @@ json parse_record_line(const std::string& line) {
   return object;
 }
 
+void record_writer::require_kept(const record_type& type, const json& object) const {
+  if (text_rule_ == texts::keeps) require_text_keeps(task_, type, object, buffer_);
+}
+
 record_keys record_writer::prepare(const record_type& type, const json& object, bool update) {
   require_fields(type, object, update);
   std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
   json_to_record(type, object, buffer_);
   require_names(type, buffer_);
   require_file_name(type, buffer_);
-  if (!update) require_text_keeps(task_, type, object, buffer_);
+  if (!update) require_kept(type, object);
   if (!update) count_bytes(type, object, buffer_);
   return record_keys(type, buffer_);
 }
@@ -135,7 +139,7 @@ std::int16_t record_writer::put(const record_type& type, const json& object, boo
       return code;
     }
     json_to_record(type, object, buffer_);
-    require_text_keeps(task_, type, object, buffer_);
+    require_kept(type, object);
     count_bytes(type, object, buffer_);
   }
   return db_put(task_, type.db_id, keys.count(), keys.data(), buffer_.data(), type.put_length);
