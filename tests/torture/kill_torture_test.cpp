@@ -86,6 +86,7 @@ class KillTorture : public ::testing::Test {
     choices.max_targets = 400;
     choices.max_local_targets = 100;
     installation = std::make_unique<zvrdb::test::TempInstallation>(zvrdb::test::default_config(choices));
+    std::filesystem::create_directory(installation->path("db/snadscon"));  // of the connections
     shared = make_shared_model();
     random.seed(seed);
     void* task = co_init_task("parent", nullptr, 1);
@@ -283,6 +284,7 @@ class KillTorture : public ::testing::Test {
       EXPECT_EQ(summary.log_nodes, 0u) << name;
     }
     EXPECT_EQ(files, 9u);
+    EXPECT_EQ(contents(installation->path("db/tmp")).size(), 0u) << "texts that nobody put in place";
     EXPECT_EQ(locked_files(installation->path("db")), std::vector<std::string>{});
     EXPECT_EQ(locked_files(shared_folder), std::vector<std::string>{});
   }
