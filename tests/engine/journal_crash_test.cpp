@@ -116,7 +116,7 @@ struct scenario {
 class Crash : public ::testing::TestWithParam<scenario> {
  protected:
   void SetUp() override {
-    alarm(600);
+    alarm(torture() ? 4 * 3600 : 600);
     engine::checkpoint_at = engine::journal_size;
     file_recipe recipe = sample_recipe(false, 30, 600);
     recipe.spare_nodes = 6;   // so that growth comes too

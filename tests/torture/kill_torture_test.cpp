@@ -1,5 +1,6 @@
 // Six processes work on one installation by the exported calls of the library, and every
-// 100 ms one of them is killed, wherever it may be; now and then all of them at once.
+// 100 ms one of them is killed, wherever it may be; now and then several in a row, so that
+// who repairs dies too, or all of them at once.
 //
 // What a worker was answered is in the model, in memory that outlives it.  A worker that
 // takes the place of a dead one first holds the database against what that one had written
@@ -38,6 +39,8 @@ using clock = std::chrono::steady_clock;
 
 constexpr auto between_kills = 100ms;
 constexpr unsigned one_kill_in_all = 40;   // one in so many kills takes all workers
+constexpr unsigned one_kill_in_a_burst = 10;  // and one in so many is followed by others at once
+constexpr unsigned most_in_a_burst = 8;
 constexpr unsigned steps_of_a_life = 400;  // a worker that comes so far ends its task in order
 constexpr auto longest_standstill = 60s;
 
@@ -86,6 +89,7 @@ class KillTorture : public ::testing::Test {
     choices.max_targets = 400;
     choices.max_local_targets = 100;
     installation = std::make_unique<zvrdb::test::TempInstallation>(zvrdb::test::default_config(choices));
+    std::filesystem::create_directory(installation->path("db/snadscon"));  // of the connections
     shared = make_shared_model();
     random.seed(seed);
     void* task = co_init_task("parent", nullptr, 1);
@@ -167,6 +171,14 @@ class KillTorture : public ::testing::Test {
     ++blackouts;
     for (unsigned w = 0; w < workers; ++w) start(w);
   }
+  // So that who repairs dies too, and who repairs after it.
+  void kill_some_at_once() {
+    for (auto left = 2 + random() % most_in_a_burst; left > 0 && !HasFatalFailure(); --left) {
+      kill_one();
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
+      replace_ended();
+    }
+  }
   // Workers that came to the end of their lives.
   void replace_ended() {
     for (unsigned w = 0; w < workers; ++w) {
@@ -206,6 +218,8 @@ class KillTorture : public ::testing::Test {
       replace_ended();
       if (random() % one_kill_in_all == 0)
         kill_all();
+      else if (random() % one_kill_in_a_burst == 0)
+        kill_some_at_once();
       else
         kill_one();
       if (!HasFailure()) observe();
@@ -283,6 +297,7 @@ class KillTorture : public ::testing::Test {
       EXPECT_EQ(summary.log_nodes, 0u) << name;
     }
     EXPECT_EQ(files, 9u);
+    EXPECT_EQ(contents(installation->path("db/tmp")).size(), 0u) << "texts that nobody put in place";
     EXPECT_EQ(locked_files(installation->path("db")), std::vector<std::string>{});
     EXPECT_EQ(locked_files(shared_folder), std::vector<std::string>{});
   }

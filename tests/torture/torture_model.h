@@ -2,7 +2,7 @@
 // acknowledged, kept in memory that outlives any of them.
 //
 // Each thing (a target, the parameters of one, a change file, a pair of CM status, a tree
-// of requests) belongs to one worker, who alone changes it.  A version is a number other
+// of requests, a group, a user, a connection in a text file) belongs to one worker, who alone changes it.  A version is a number other
 // than 0; 0 is a thing that is not there.
 //
 // Before a worker changes things it writes down what it is about to do, and strikes it out
@@ -18,10 +18,10 @@ namespace torture {
 
 inline constexpr unsigned workers = 6;
 
-enum class Kind : std::uint32_t { target, parameters, change_file, pair, request };
-inline constexpr unsigned kinds = 5;
+enum class Kind : std::uint32_t { target, parameters, change_file, pair, request, group, user, connection };
+inline constexpr unsigned kinds = 8;
 // Things of one worker, by kind.
-inline constexpr unsigned things[kinds] = {10, 10, 6, 20, 5};
+inline constexpr unsigned things[kinds] = {10, 10, 6, 20, 5, 4, 4, 3};
 inline constexpr unsigned most_things = 20;
 
 struct Thing {

@@ -23,6 +23,9 @@ zvrtest::CfName status_file(unsigned worker, unsigned index);
 std::string request_user(unsigned worker);
 std::uint32_t request_number(unsigned index);
 
+// Answer of a put of a thing that is not there.
+int answer_of_first_put(Kind kind);
+
 // The records that nobody changes.  0 or the first other code than 8196.
 int put_base_records(void* task);
 

@@ -9,7 +9,8 @@
 namespace torture {
 namespace {
 
-constexpr const char* kind_names[kinds] = {"target", "parameters", "change file", "pair", "request"};
+constexpr const char* kind_names[kinds] = {"target", "parameters", "change file", "pair",
+                                           "request", "group", "user", "connection"};
 
 std::string told(Thing thing) {
   return std::string(kind_names[static_cast<unsigned>(thing.kind)]) + " " + std::to_string(thing.index);
@@ -101,7 +102,7 @@ bool Worker::put(Thing thing) {
   if (thing.kind == Kind::parameters) version /= 2;
   write_down({{thing, version}}, Phase::deciding);
   const int rc = put_thing(task_, self_, thing, version, target);
-  if (!expect(rc, known ? DBE_RECORD_REPLACED : DBE_OK, "put", thing)) return false;
+  if (!expect(rc, known ? DBE_RECORD_REPLACED : answer_of_first_put(thing.kind), "put", thing)) return false;
   phase(Phase::acknowledged);
   strike_out(true);
   return true;
@@ -111,6 +112,7 @@ bool Worker::remove(Thing thing) {
   const std::uint32_t known = cell(thing);
   const std::uint32_t target = thing.kind == Kind::parameters ? target_of(thing) : 0;
   if (thing.kind == Kind::parameters && target == 0) return true;
+  if (thing.kind == Kind::user && known == 0) return true;  // one that was deleted is deleted again with DBE_OK
   std::vector<Wanted> changes = {{thing, 0}};
   // Its parameters go with a target: first, and each record for itself.
   const bool in_parts = thing.kind == Kind::target && known;
@@ -264,18 +266,21 @@ bool Worker::look_at_everything() {
 
 bool Worker::step() {
   const unsigned choice = pick(100);
-  if (choice < 16) return put(some(Kind::target));
-  if (choice < 22) return remove(some(Kind::target));
-  if (choice < 30) return rename(some(Kind::target));
-  if (choice < 40) return put(some(Kind::parameters));
-  if (choice < 43) return remove(some(Kind::parameters));
-  if (choice < 53) return put(some(Kind::pair));
-  if (choice < 58) return remove(some(Kind::pair));
-  if (choice < 64) return put(some(Kind::change_file));
-  if (choice < 67) return remove(some(Kind::change_file));
-  if (choice < 75) return put_or_remove_request();
-  if (choice < 83) return transaction_on_targets();
-  if (choice < 94) return look_at({static_cast<Kind>(pick(kinds)), pick(5)});
+  if (choice < 14) return put(some(Kind::target));
+  if (choice < 19) return remove(some(Kind::target));
+  if (choice < 26) return rename(some(Kind::target));
+  if (choice < 34) return put(some(Kind::parameters));
+  if (choice < 37) return remove(some(Kind::parameters));
+  if (choice < 45) return put(some(Kind::pair));
+  if (choice < 49) return remove(some(Kind::pair));
+  if (choice < 54) return put(some(Kind::change_file));
+  if (choice < 57) return remove(some(Kind::change_file));
+  if (choice < 65) return put_or_remove_request();
+  if (choice < 73) return transaction_on_targets();
+  // Groups, users and connections.
+  if (choice < 80) return put(some(static_cast<Kind>(5 + pick(3))));
+  if (choice < 83) return remove(some(static_cast<Kind>(5 + pick(3))));
+  if (choice < 94) return look_at(some(static_cast<Kind>(pick(kinds))));
   if (choice < 97) return look_at_list(pick(2) == 0 ? Kind::target : Kind::request);
   if (choice < 98) return look_at_list(Kind::change_file);
   return status_of_a_target();
