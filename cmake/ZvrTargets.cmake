@@ -12,16 +12,15 @@ if(ZVR_SANITIZE)
     -fsanitize=${ZVR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(zvr_compile_rules INTERFACE -fsanitize=${ZVR_SANITIZE})
 endif()
-# The coverage that steers libFuzzer, in every part of the libraries.
-if(ZVR_FUZZ)
-  target_compile_options(zvr_compile_rules INTERFACE -fsanitize=fuzzer-no-link)
-endif()
-
 # The libraries take no exceptions and no run-time types: a failure is a code.
 add_library(zvr_library_rules INTERFACE)
 target_link_libraries(zvr_library_rules INTERFACE zvr_compile_rules)
 target_compile_options(zvr_library_rules INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+if(ZVR_FUZZ)
+  # The coverage that steers libFuzzer: that of the libraries, not of what drives them.
+  target_compile_options(zvr_library_rules INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 target_include_directories(zvr_library_rules INTERFACE
   ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
 
