@@ -163,6 +163,11 @@ TEST_F(MigrateCommand, RefusesMoreTargetsThanTheConfigurationAllows) {
   EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
   EXPECT_EQ(before, db_.entries_of_db());
   EXPECT_EQ(1, base_.tool({"migrate", "--dry-run"}).exit);
+  // One place more is kept for this machine, which has no record here.
+  write_file(base_.file("orvo.cfg"), "WORKSTATION NAME: OSLO\nMAX TARGETS: 13\nCONFIGURATION: SERVER_NO_COMMS\n");
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  EXPECT_EQ(0, base_.tool({"migrate"}).exit);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
 }
 
 TEST_F(MigrateCommand, TellsTheLineOfAFaultInAGroupOrInTheRights) {
