@@ -33,8 +33,8 @@ std::int16_t fail(const conversion& run, const char* path) {
 struct catalog_plan {
   enum { nothing, rename_first, resume } action = nothing;
   older_entry current;  // "catalog"
-  file_path old_path;   // "catalog.old"
-  file_path done_path;  // "catalog.old.done"
+  file_path old_path = {};   // "catalog.old"
+  file_path done_path = {};  // "catalog.old.done"
 };
 
 // A catalog that is a record file has been converted, unless its older form still has its
