@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zvrco/zvrco.h>
@@ -41,7 +42,7 @@ namespace engine = zvrdb::engine;
 using Bytes = std::vector<unsigned char>;
 
 constexpr unsigned targets = 4;
-constexpr unsigned seconds_of_a_damage = 60;  // on a machine that has much else to do
+constexpr unsigned seconds_at_work = 20, seconds_in_all = 900;  // of one damage; the machine may have much else to do
 constexpr int answers_of_the_table[] = {
     DBE_OK,           DBE_MIGRATION,    DBE_BAD_DB_ID,      DBE_NOT_FOUND,        DBE_BAD_RECORD, DBE_RECORD_REPLACED,
     DBE_END_OF_LIST,  DBE_NO_TARGET,    DBE_INIT_FAILED,    DBE_BAD_CMS_KEY,      DBE_ENTRY_CHANGED, DBE_LIST_TOO_SMALL,
@@ -213,6 +214,13 @@ class Corruption : public ::testing::Test {
       rc = db_get_more(task, DB_PRM, state, parameters.get(), sizeof *parameters);
   }
 
+  // A call that never ends is the death of the process.
+  static void limit_time() {
+    const itimerval at_work = {{0, 0}, {seconds_at_work, 0}};
+    setitimer(ITIMER_PROF, &at_work, nullptr);
+    alarm(seconds_in_all);
+  }
+
   // All damages of one of the two.  What the other one is stays as it is given.
   void try_all(const Bytes& file_bytes, const Bytes& journal_bytes, bool damage_journal, bool all_must_be_there) {
     const Bytes& whole = damage_journal ? journal_bytes : file_bytes;
@@ -223,7 +231,7 @@ class Corruption : public ::testing::Test {
       ASSERT_GE(child, 0);
       if (child == 0) {
         while (progress->tried < damages.size()) {
-          alarm(seconds_of_a_damage);
+          limit_time();
           const Damage& damage = damages[progress->tried];
           Bytes bytes = whole;
           if (damage.length != whole.size())
