@@ -48,3 +48,9 @@ function(zvr_test name)
   target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
+
+# The tests of a program once more, in one go, by the literal order of writes.
+function(zvr_test_without_journals name)
+  add_test(NAME WithoutJournals.${name} COMMAND ${name})
+  set_tests_properties(WithoutJournals.${name} PROPERTIES ENVIRONMENT ZVR_JOURNAL=off TIMEOUT 300)
+endfunction()
