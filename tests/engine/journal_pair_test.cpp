@@ -112,7 +112,7 @@ void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 class PairCrash : public ::testing::TestWithParam<scenario> {
  protected:
   void SetUp() override {
-    alarm(900);
+    alarm(torture() ? 4 * 3600 : 900);
     engine::checkpoint_at = engine::journal_size;
     mount_memory_disk(small_files());
     file_pair files;
