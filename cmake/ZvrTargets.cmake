@@ -63,3 +63,9 @@ function(zvr_planted_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE zvr_compile_rules ${arg_USES} GTest::gtest_main GTest::gmock)
 endfunction()
+
+# The tests of a program once more, in one go, by the literal order of writes.
+function(zvr_test_without_journals name)
+  add_test(NAME WithoutJournals.${name} COMMAND ${name})
+  set_tests_properties(WithoutJournals.${name} PROPERTIES ENVIRONMENT ZVR_JOURNAL=off TIMEOUT 300)
+endfunction()

@@ -1,6 +1,11 @@
 #include "engine/crc32c.h"
 
+#if defined(__x86_64__)
+#include <nmmintrin.h>
+#endif
+
 #include <array>
+#include <cstring>
 
 #include "engine/format.h"
 
@@ -27,11 +32,33 @@ constexpr crc_tables make_tables() {
 }
 constexpr crc_tables tables = make_tables();
 
+#if defined(__x86_64__)
+// The processor has an instruction for it; the value that is handed in and out is inverted.
+__attribute__((target("sse4.2"))) std::uint32_t by_instruction(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
+  std::uint64_t wide = v;
+  for (; n >= at_once; n -= at_once, p += at_once) {
+    std::uint64_t eight;
+    std::memcpy(&eight, p, sizeof eight);
+    wide = _mm_crc32_u64(wide, eight);
+  }
+  v = static_cast<std::uint32_t>(wide);
+  for (; n > 0; --n, ++p) v = _mm_crc32_u8(v, *p);
+  return v;
+}
+bool has_instruction() {
+  static const bool has = __builtin_cpu_supports("sse4.2");
+  return has;
+}
+#endif
+
 }  // namespace
 
 std::uint32_t crc32c(std::uint32_t crc, const void* bytes, std::size_t n) {
   const auto* p = static_cast<const std::uint8_t*>(bytes);
   std::uint32_t v = ~crc;
+#if defined(__x86_64__)
+  if (has_instruction()) return ~by_instruction(v, p, n);
+#endif
   for (; n >= at_once; n -= at_once, p += at_once) {
     const std::uint32_t low = v ^ load_le32(p);
     const std::uint32_t high = load_le32(p + 4);

@@ -146,6 +146,13 @@ struct log_view;  // one log record as the progress function sees it
 using progress_fn = int (*)(PSP* h, double done, const log_view* record);
 int transbeg(PSP* h, int type, PSP* companion);
 int transend(PSP* h, int mode);
+// Ends the transactions of two files in the same folder at once: after a crash at any point
+// both count or neither.  0, or an error: then both are to be rolled back.  Each file is
+// flushed once.  Whoever ends the same two files together names them in the same order.
+int transend_together(PSP* first, PSP* second, int mode);
+// Whether transend_together can do so: both handles use a journal and are in a transaction,
+// and no operation is under way.
+bool can_end_together(const PSP* first, const PSP* second);
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion);
 int transstat(PSP* h);
 

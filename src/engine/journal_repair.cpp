@@ -55,7 +55,7 @@ int find_state(journal_file* log, const first_page& page, group_place* out) {
   state.to = log->base_generation;
   group_place state_at = first_place(log);
   bool found = false;
-  for (group_place at = first_place(log); at.at < log->end;) {
+  for (group_place at = first_place(log); at.at < log->at.end;) {
     group_read g;
     const int read = read_group(log, at, &g);
     if (read < 0) return read;
@@ -93,7 +93,7 @@ using group_step = int (*)(PSP* h, const group_read& g);
 
 int for_groups(PSP* h, group_place at, group_step step) {
   journal_file* log = &h->journal->log;
-  while (at.at < log->end) {
+  while (at.at < log->at.end) {
     group_read g;
     const int read = read_group(log, at, &g);
     if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
@@ -103,8 +103,10 @@ int for_groups(PSP* h, group_place at, group_step step) {
   return e_ok;
 }
 
-// A flush that failed may have taken bytes that only look written.
+// A flush that failed may have taken bytes that only look written.  Groups before the place
+// reached the record file, so they were flushed.
 int write_groups_again(PSP* h, const group_place& at) {
+  if (at.at >= h->journal->log.at.end) return e_ok;
   const int written =
       for_groups(h, at, [](PSP* handle, const group_read& g) { return write_group_again(&handle->journal->log, g); });
   return written != e_ok ? written : flush_journal(&h->journal->log);
@@ -128,7 +130,7 @@ int read_first_page(PSP* h, first_page* out) {
 }
 
 bool in_step(const journal* j, const first_page& page) {
-  return page.generation >= j->log.changed_generation && page.generation <= j->log.generation;
+  return page.generation >= j->log.at.changed_generation && page.generation <= j->log.at.generation;
 }
 
 bool others_alive(PSP* h) {
@@ -142,7 +144,7 @@ int repair_file(PSP* h, bool all) {
   journal* j = h->journal;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
-  if (!j->log.alive || !j->log.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
+  if (!j->log.alive || !j->log.at.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
   group_place from;
   const int found = find_state(&j->log, page, &from);
   if (found < 0) return found;
@@ -165,7 +167,7 @@ int repair_file(PSP* h, bool all) {
   if (result == e_ok) result = write_flag(h, false);
   if (result == e_ok) {
     j->must_repair = false;
-    j->disk_generation = j->log.changed_generation;
+    j->disk_generation = j->log.at.changed_generation;
   }
   if (locks) result = leave_result(result, unlockread(h));
   return result;
@@ -188,8 +190,10 @@ namespace {
 // changes with it: the new life knows the file by the one and by the other.
 int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
   journal* j = h->journal;
+  if (const int settled = settle_partner(h); settled != e_ok) return settled;
   if (!planted(fault::checkpoint_before_flush) && os().flush(h->file) != 0) {
     j->pages_lost = true;
+    forget_mount(&j->log);
     return e_write;
   }
   j->pages_lost = false;
@@ -207,8 +211,21 @@ int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
 int begin_anew(PSP* h) {
   first_page page;
   const int got = read_first_page(h, &page);
-  return got != e_ok ? got : settle_and_begin(h, page, page.generation);
+  if (got != e_ok) return got;
+  const int begun = settle_and_begin(h, page, page.generation);
+  return begun == partner_busy ? static_cast<int>(e_io) : begun;
 }
+
+namespace {
+// The generation alone, which needs no flush: nothing hangs on it.
+int note_in_file(PSP* h, const first_page& page, std::uint32_t generation) {
+  std::uint8_t bytes[sizeof generation];
+  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
+  const int written = write_through(h, 0, bytes, sizeof bytes);
+  if (written == e_ok) h->journal->disk_generation = generation;
+  return written;
+}
+}  // namespace
 
 int check_point(PSP* h) {
   journal* j = h->journal;
@@ -219,14 +236,19 @@ int check_point(PSP* h) {
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   // Operations that changed nothing moved the generation on in the log alone.
-  const std::uint32_t generation = j->log.alive && in_step(j, page) ? j->log.generation : page.generation;
-  if (j->log.any_change || j->log.end > checkpoint_at) return settle_and_begin(h, page, generation);
-  if (generation == page.generation) return e_ok;
-  std::uint8_t bytes[sizeof generation];
-  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
-  const int written = write_through(h, 0, bytes, sizeof bytes);
-  if (written == e_ok) j->disk_generation = generation;
-  return written;
+  const bool known = j->log.alive && in_step(j, page);
+  const std::uint32_t generation = known ? j->log.at.generation : page.generation;
+  if (j->log.at.any_change || j->log.at.end > checkpoint_at) {
+    const int begun = settle_and_begin(h, page, generation);
+    // The journal stays as it is, and the file is not flushed: it will be at the next one.
+    return begun == partner_busy ? static_cast<int>(e_ok) : begun;
+  }
+  if (generation != page.generation) {
+    if (const int noted = note_in_file(h, page, generation); noted != e_ok) return noted;
+  }
+  // Groups without a change only cost who reads them.
+  if (!known || j->log.at.last == 0) return e_ok;
+  return begin_life(&j->log, j->log.base, j->log.settled_generation, generation, begun::unflushed);
 }
 
 }  // namespace zvrdb::engine

@@ -41,6 +41,9 @@ struct os_ops {
   // A number that tells this file from others and from a later one of its name; 0 unknown.
   std::uint64_t (*identity)(int file);
   std::uint64_t (*random)();                   // a number that nobody can foretell
+  // A number for as long as what was written to the file without a flush is there for sure:
+  // while this machine runs and the file system stays mounted.  0 unknown.
+  std::uint64_t (*mount)(int file);
 
   // Locks on bytes, without waiting.  They hold between all handles, those of one
   // process too, and die with their handle.

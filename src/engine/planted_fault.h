@@ -19,6 +19,8 @@ enum class fault : int {
   identity_ignored = 10,         // the journal of another file is applied
   repair_begins_late = 11,       // groups that a torn file may lack are not written again
   growth_not_restored = 12,      // nodes behind the end of a cut file are not made again
+  promise_believed = 13,         // half of a commit on two files counts without its decision
+  partner_forgotten = 14,        // a decision is dropped while the promise still hangs on it
 };
 
 #ifdef ZVR_PLANTED_FAULTS

@@ -65,18 +65,18 @@ int begin_write_operation(PSP* h) {
   return e_ok;
 }
 
-// The same with a journal: what changed becomes a group of it.
-int end_journalled_operation(PSP* h) {
+// All that a write operation changed goes to the pending pages.
+int bring_out(PSP* h) {
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
   result = leave_result(flushfile(h), result);
   if (result == e_ok && h->lognode >= 1) result = translog(h, log_op_finished, nullptr);
-  return journal_end_operation(h, result);
+  return result;
 }
 
 // Brings out all that a write operation changed, in the order: header, nodes, flush;
 // log node; flush after growth; flag.
 int end_write_operation(PSP* h) {
-  if (h->journal != nullptr) return end_journalled_operation(h);
+  if (h->journal != nullptr) return journal_end_operation(h, bring_out(h));
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
   if (is_shared(h) || h->intlevel >= 4) {
     result = leave_result(flushfile(h), result);
@@ -277,6 +277,29 @@ int wrleave(PSP* h) {
   h->status = kept;
   assert_handle(h);
   return result;
+}
+
+int wrleave_with_promise(PSP* h, int result, const group_link& link) {
+  assert_handle(h);
+  assert(h->wrnest == 1 && h->journal != nullptr);
+  const int brought = bring_out(h);
+  if (result == e_ok) result = brought != e_ok ? brought : h->deferred;
+  result = journal_promise(h, result, link);
+  if (result == e_ok) return result;
+  release_writer(h);
+  --h->wrnest;
+  return result;
+}
+
+void leave_promised(PSP* h, bool keep, int result) {
+  if (keep) {
+    journal_keep_promise(h);
+  } else {
+    journal_break_promise(h, result);
+  }
+  release_writer(h);
+  --h->wrnest;
+  assert_handle(h);
 }
 
 }  // namespace zvrdb::engine

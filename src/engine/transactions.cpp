@@ -440,6 +440,18 @@ int transend(PSP* h, int mode) {
   return keep_status(h, leave_result(result, wrleave(h)));
 }
 
+int transend_together(PSP* first, PSP* second, int mode) {
+  const one_thread alone;
+  if (mode < 1 || mode > 3) return e_bad_argument;
+  if (!can_end_together(first, second)) return e_bad_argument;
+  constexpr int (*ends[])(PSP*) = {[](PSP* h) { return end_transaction(h, 1); },
+                                   [](PSP* h) { return end_transaction(h, 2); },
+                                   [](PSP* h) { return end_transaction(h, 3); }};
+  const int result = end_pair(first, second, ends[mode - 1]);
+  keep_status(second, result);
+  return keep_status(first, result);
+}
+
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
   const one_thread alone;
   if (!is_open(h)) return e_bad_handle;

@@ -12,7 +12,7 @@ namespace {
 constexpr int free_the_chain = 1;  // mode of transend
 
 bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
-  if (engine::_bopen(psp, path, access, 2, journal_choice()) != engine::e_ok) return false;
+  if (engine::_bopen(psp, path, access, 2, journal_choice(task)) != engine::e_ok) return false;
   ZVR_TRACE(task, 2, 2, "Resetting write in progress flag");
   const int cleared = engine::clrwrit(psp);
   ZVR_TRACE(task, 1, 2, "clrwrit returned %d", cleared);

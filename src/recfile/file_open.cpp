@@ -71,7 +71,9 @@ int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigne
                    sharing with) {
   const char mode = static_cast<char>(with);
   const engine::key_entry* keys = engine_keys(spec.kind);
-  const engine::journal_use journal = journal_choice();
+  // A file that is thrown away should this task die needs none.
+  const engine::journal_use journal =
+      with == sharing::with_all ? journal_choice(task) : engine::journal_use::off;
   int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
                            read_write, keys, journal);
   if (code == engine::e_write_flag && clear_flag_beside_live_users(task, entry->psp, index, path))
@@ -293,6 +295,7 @@ std::int16_t open_files(void* task) {
   static const bool cache_sized = (engine::set_cache_blocks(cache_blocks), true);
   (void)cache_sized;
   DBR_TCB* tcb = tcb_of(task);
+  ask_journal_choice_anew(task);
   reap_dead_use_counts(task);
   for (const unsigned index : opening_order) {
     const file_spec& spec = file_at(index);

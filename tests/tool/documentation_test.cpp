@@ -50,6 +50,7 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
                               "cms import",
                               "matrix",
                               "migrate",
+                              "journal",
                               "file check",
                               "file dump",
                               "file summary",

@@ -238,22 +238,30 @@ class KillTorture : public ::testing::Test {
     if (observer) change_observer();
   }
 
+  unsigned known_of(unsigned worker, Kind kind) {
+    unsigned known = 0;
+    for (const Cell& cell : shared->version[worker][static_cast<unsigned>(kind)]) known += cell != 0;
+    return known;
+  }
+
   void compare_with_model() {
     void* task = co_init_task("parent", nullptr, 1);
     ASSERT_NE(task, nullptr) << co_init_error();
     shared->stop = 0;
-    unsigned targets = 0, change_files = 0, requests = 0;
+    unsigned targets = 0, change_files = 0, requests = 0, pairs = 0;
     for (unsigned w = 0; w < workers; ++w) {
       Worker worker(task, shared, w, 1);
       EXPECT_TRUE(worker.settle() && worker.look_at_everything()) << shared->failure;
-      for (const Cell& cell : shared->version[w][0]) targets += cell != 0;
-      for (const Cell& cell : shared->version[w][2]) change_files += cell != 0;
-      for (const Cell& cell : shared->version[w][4]) requests += cell != 0;
+      targets += known_of(w, Kind::target);
+      change_files += known_of(w, Kind::change_file);
+      requests += known_of(w, Kind::request);
+      pairs += known_of(w, Kind::pair) + known_of(w, Kind::own_pair);
     }
     EXPECT_EQ(list(&all_targets, task).size(), base_targets + targets);
     EXPECT_EQ(list(&all_change_files, task).size(), base_change_files + change_files);
     std::string fault;
     EXPECT_EQ(all_requests(task, "*", &fault).size(), requests);
+    EXPECT_EQ(all_pairs(task, &fault), pairs);
     EXPECT_EQ(fault, "");
     expect_no_dead_task(task);
     coi_term_task(task, 0);

@@ -2,7 +2,7 @@
 // acknowledged, kept in memory that outlives any of them.
 //
 // Each thing (a target, the parameters of one, a change file, a pair of CM status, a tree
-// of requests, a group, a user, a connection in a text file) belongs to one worker, who alone changes it.  A version is a number other
+// of requests and its correlator, a group, a user, a connection in a text file) belongs to one worker, who alone changes it.  A version is a number other
 // than 0; 0 is a thing that is not there.
 //
 // Before a worker changes things it writes down what it is about to do, and strikes it out
@@ -18,10 +18,23 @@ namespace torture {
 
 inline constexpr unsigned workers = 6;
 
-enum class Kind : std::uint32_t { target, parameters, change_file, pair, request, group, user, connection };
-inline constexpr unsigned kinds = 8;
+enum class Kind : std::uint32_t {
+  target,
+  parameters,
+  change_file,
+  pair,        // CM status on a target that stays
+  own_pair,    // and on a target of the worker's own, with which it goes
+  request,
+  correlator,  // of a request, with which it goes
+  group,
+  user,
+  connection
+};
+inline constexpr unsigned kinds = 10;
 // Things of one worker, by kind.
-inline constexpr unsigned things[kinds] = {10, 10, 6, 20, 5, 4, 4, 3};
+inline constexpr unsigned things[kinds] = {10, 10, 6, 20, 6, 5, 5, 4, 4, 3};
+// Targets from this one on are local, and have three pairs of their own each.
+inline constexpr unsigned first_local = 8, pairs_of_a_target = 3;
 inline constexpr unsigned most_things = 20;
 
 struct Thing {
@@ -44,7 +57,6 @@ inline constexpr unsigned most_changes = 8;
 
 struct Note {
   std::atomic<Phase> phase;
-  std::atomic<std::uint32_t> in_parts;  // 1: each change may have happened without the others
   std::atomic<std::uint32_t> changes;
   Change change[most_changes];
 };

@@ -52,13 +52,13 @@ Found broken(const std::string& why, int code = 0) {
 
 // ---- targets: every third version has hardware that fills a second piece
 
-std::unique_ptr<db_trg> target_record(const std::string& name, std::uint32_t version) {
+std::unique_ptr<db_trg> target_record(const std::string& name, std::uint32_t version, bool local = false) {
   auto record = std::make_unique<db_trg>();
   const std::string text = std::to_string(version);
   set_text(record->trg_name, name);
   set_text(record->description, text);
   std::memcpy(record->ren, name.data(), std::min(name.size(), sizeof record->ren));
-  record->trg_type = DB_TRG_REMOTE | DB_TRG_CLIENT;
+  record->trg_type = static_cast<std::uint8_t>((local ? DB_TRG_LOCAL : DB_TRG_REMOTE) | DB_TRG_CLIENT);
   record->srv_num = DB_NO_SERVER;
   set_text(record->customer_name, text);
   set_text(record->manager_address, std::string(150, 'a') + text);
@@ -158,31 +158,45 @@ std::uint8_t status_of(std::uint32_t version) {
   return static_cast<std::uint8_t>(version % 12);  // none that stands for no status
 }
 
-Found find_pair(void* task, unsigned worker, unsigned index) {
-  const std::string target = status_target(worker, index);
-  const zvrtest::CfName file = status_file(worker, index);
-  const void* keys[] = {target.c_str(), file.data()};
+// A pair of a target that stays, or of one of the worker's own under the name that it has.
+struct PairNames {
+  std::string target;
+  zvrtest::CfName file;
+};
+PairNames pair_names(unsigned worker, Thing thing, std::uint32_t target_version) {
+  if (thing.kind == Kind::pair) return {status_target(worker, thing.index), status_file(worker, thing.index)};
+  return {target_name(worker, first_local + thing.index / pairs_of_a_target, target_version),
+          zvrtest::cf(numbered("PACK.", thing.index % pairs_of_a_target) + ".UPD")};
+}
+
+Found find_pair_of(void* task, const PairNames& names) {
+  const void* keys[] = {names.target.c_str(), names.file.data()};
   db_cms record{};
   const int rc = db_get(task, DB_CMS, 2, keys, &record, sizeof record);
-  if (rc != DBE_OK && rc != DBE_NOT_FOUND) return broken("get of a pair of " + target, rc);
+  if (rc != DBE_OK && rc != DBE_NOT_FOUND) return broken("get of a pair of " + names.target, rc);
   const std::string text(reinterpret_cast<const char*>(record.cm_details), 12);
   const std::uint32_t version = rc == DBE_OK ? number_of(text) : 0;
-  if (rc == DBE_OK && record.cm_status != status_of(version)) return broken("half a pair of " + target);
+  if (rc == DBE_OK && record.cm_status != status_of(version)) return broken("half a pair of " + names.target);
   std::uint32_t number = 0;
   std::uint8_t list[2001];
-  const int found = db_get_trg_index(task, target.c_str(), &number);
-  if (found != DBE_OK || number >= sizeof list) return broken("number of " + target, found);
-  const int listed = db_cm_by_cat(task, file.data(), list, sizeof list);
-  if (listed != DBE_OK) return broken("list of " + zvrtest::dotted(file), listed);
+  const int found = db_get_trg_index(task, names.target.c_str(), &number);
+  if (found == DBE_NO_TARGET && version == 0) return {0, ""};
+  if (found != DBE_OK || number >= sizeof list) return broken("number of " + names.target, found);
+  const int listed = db_cm_by_cat(task, names.file.data(), list, sizeof list);
+  if (listed != DBE_OK) return broken("list of " + zvrtest::dotted(names.file), listed);
   if (list[number] != (rc == DBE_OK ? status_of(version) : 15))
-    return broken("the sides of a pair of " + target + " differ");
+    return broken("the sides of a pair of " + names.target + " differ");
   return {version, ""};
 }
 
-int put_pair(void* task, unsigned worker, unsigned index, std::uint32_t version) {
-  const std::string target = status_target(worker, index);
-  const zvrtest::CfName file = status_file(worker, index);
-  const void* keys[] = {target.c_str(), file.data()};
+Found find_pair(void* task, unsigned worker, Thing thing) {
+  if (thing.kind == Kind::pair) return find_pair_of(task, pair_names(worker, thing, 0));
+  Found found = find_pair_of(task, pair_names(worker, thing, 0));
+  return found.version || !found.fault.empty() ? found : find_pair_of(task, pair_names(worker, thing, 1));
+}
+
+int put_pair(void* task, const PairNames& names, std::uint32_t version) {
+  const void* keys[] = {names.target.c_str(), names.file.data()};
   db_cms record{};
   record.cm_status = status_of(version);
   const std::string text = std::to_string(version);
@@ -279,6 +293,32 @@ Found find_request(void* task, unsigned worker, unsigned index) {
     first = false;
   }
   return whole;
+}
+
+// ---- correlators of the first function of a request, found by either key
+
+db_coo correlator_record(unsigned worker, unsigned index, std::uint32_t version) {
+  db_coo record{};
+  record.request = request_id(worker, index, 0).destination.function;
+  set_text(record.origin, source);
+  record.year = 2001;
+  record.month = 2;
+  record.day = 3;
+  record.sequence = worker * 100 + index;
+  record.num_mangled = version;
+  return record;
+}
+
+Found find_correlator(void* task, unsigned worker, unsigned index) {
+  const db_coo key = correlator_record(worker, index, 0);
+  db_coo record{}, other{};
+  const int rc = get(task, DB_COO, &key, &record, sizeof record);
+  const int by_other = get(task, DB_COI, &key, &other, sizeof other);
+  if (rc != by_other) return broken("the two keys of a correlator, " + std::to_string(rc) + " and", by_other ? by_other : -1);
+  if (rc == DBE_NOT_FOUND) return {0, ""};
+  if (rc != DBE_OK) return broken("get of a correlator", rc);
+  if (std::memcmp(&record, &other, sizeof record) != 0) return broken("two correlators of one request");
+  return {record.num_mangled, ""};
 }
 
 // ---- groups of a few local targets, or of so many that they fill four pieces
@@ -391,8 +431,7 @@ int put_base_records(void* task) {
   std::vector<std::string> local = {source, destination};
   for (unsigned i = 0; i < status_targets; ++i) local.push_back(numbered("STATUS", i));
   for (const std::string& name : local) {
-    const auto record = target_record(name, 2);
-    record->trg_type = DB_TRG_LOCAL | DB_TRG_CLIENT;
+    const auto record = target_record(name, 2, true);
     const int rc = put(task, DB_TRG, name.c_str(), record.get(), sizeof *record);
     if (rc != DBE_OK) return rc;
   }
@@ -403,22 +442,27 @@ int put_base_records(void* task) {
   return DBE_OK;
 }
 
-int put_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t target_version) {
+int put_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t base_version) {
   switch (thing.kind) {
     case Kind::target: {
       const std::string name = target_name(worker, thing.index, version);
-      const auto record = target_record(name, version);
+      const auto record = target_record(name, version, thing.index >= first_local);
       return put(task, DB_TRG, name.c_str(), record.get(), sizeof *record);
     }
     case Kind::parameters: {
-      const std::string name = target_name(worker, thing.index, target_version);
+      const std::string name = target_name(worker, thing.index, base_version);
       const auto record = parameters_record(name, version);
       return put(task, DB_PRM, name.c_str(), record.get(), sizeof *record);
     }
     case Kind::change_file:
       return put_change_file_named(task, change_file_name(worker, thing.index), version);
     case Kind::pair:
-      return put_pair(task, worker, thing.index, version);
+    case Kind::own_pair:
+      return put_pair(task, pair_names(worker, thing, base_version), version);
+    case Kind::correlator: {
+      db_coo record = correlator_record(worker, thing.index, version);
+      return put(task, DB_COO, &record, &record, sizeof record);
+    }
     case Kind::request:
       return put_request(task, worker, thing.index, version);
     case Kind::group: {
@@ -440,19 +484,23 @@ int put_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, s
   return -1;
 }
 
-int del_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t target_version) {
+int del_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t base_version) {
   switch (thing.kind) {
     case Kind::target:
       return del(task, DB_TRG, target_name(worker, thing.index, version).c_str());
     case Kind::parameters:
-      return del(task, DB_PRM, target_name(worker, thing.index, target_version).c_str());
+      return del(task, DB_PRM, target_name(worker, thing.index, base_version).c_str());
     case Kind::change_file:
       return del(task, DB_CAT, change_file_name(worker, thing.index).data());
-    case Kind::pair: {
-      const std::string target = status_target(worker, thing.index);
-      const zvrtest::CfName file = status_file(worker, thing.index);
-      const void* keys[] = {target.c_str(), file.data()};
+    case Kind::pair:
+    case Kind::own_pair: {
+      const PairNames names = pair_names(worker, thing, base_version);
+      const void* keys[] = {names.target.c_str(), names.file.data()};
       return db_del(task, DB_CMS, 2, keys);
+    }
+    case Kind::correlator: {
+      const db_coo record = correlator_record(worker, thing.index, 0);
+      return del(task, DB_COO, &record);
     }
     case Kind::request: {
       const db_rqt_id id = request_id(worker, thing.index, 0);
@@ -477,7 +525,10 @@ Found find_thing(void* task, unsigned worker, Thing thing) {
     case Kind::change_file:
       return find_change_file(task, worker, thing.index);
     case Kind::pair:
-      return find_pair(task, worker, thing.index);
+    case Kind::own_pair:
+      return find_pair(task, worker, thing);
+    case Kind::correlator:
+      return find_correlator(task, worker, thing.index);
     case Kind::request:
       return find_request(task, worker, thing.index);
     case Kind::group:
@@ -498,6 +549,17 @@ std::vector<std::string> all_targets(void* task, std::string* fault) {
   std::vector<std::string> names;
   for (unsigned i = 0; i < count && rc == DBE_OK; ++i) names.emplace_back(list.data() + i * 64);
   return names;
+}
+
+unsigned all_pairs(void* task, std::string* fault) {
+  unsigned pairs = 0;
+  for (unsigned file = 0; file < status_files; ++file) {
+    std::uint8_t list[2001];
+    const int rc = db_cm_by_cat(task, zvrtest::cf(numbered("PACK.", file) + ".UPD").data(), list, sizeof list);
+    if (rc != DBE_OK) *fault = "status of a change file, code " + std::to_string(rc);
+    for (const std::uint8_t status : list) pairs += rc == DBE_OK && status != 15;
+  }
+  return pairs;
 }
 
 std::vector<std::string> all_change_files(void* task, std::string* fault) {

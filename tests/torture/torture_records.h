@@ -30,9 +30,9 @@ int answer_of_first_put(Kind kind);
 int put_base_records(void* task);
 
 // As db_put and db_del of the thing's record; a request is put record by record and
-// deleted as a tree.  target_version: of the target, for parameters.
-int put_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t target_version = 0);
-int del_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t target_version = 0);
+// deleted as a tree.  base_version: of the target that the thing hangs on.
+int put_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t base_version = 0);
+int del_thing(void* task, unsigned worker, Thing thing, std::uint32_t version, std::uint32_t base_version = 0);
 
 // What the database has of a thing.
 struct Found {
@@ -43,6 +43,8 @@ Found find_thing(void* task, unsigned worker, Thing thing);
 
 // Names of all targets, change files in dotted form, requests as "user number".
 std::vector<std::string> all_targets(void* task, std::string* fault);
+// Pairs on all targets, whoever has their numbers.
+unsigned all_pairs(void* task, std::string* fault);
 std::vector<std::string> all_change_files(void* task, std::string* fault);
 std::vector<std::string> all_requests(void* task, const std::string& user, std::string* fault);  // "*": of all
 

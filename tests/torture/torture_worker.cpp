@@ -9,8 +9,8 @@
 namespace torture {
 namespace {
 
-constexpr const char* kind_names[kinds] = {"target", "parameters", "change file", "pair",
-                                           "request", "group", "user", "connection"};
+constexpr const char* kind_names[kinds] = {"target",  "parameters", "change file", "pair", "own pair",
+                                           "request", "correlator", "group",       "user", "connection"};
 
 std::string told(Thing thing) {
   return std::string(kind_names[static_cast<unsigned>(thing.kind)]) + " " + std::to_string(thing.index);
@@ -29,9 +29,8 @@ bool Worker::expect(int code, int wanted, const char* call, Thing thing) {
               std::to_string(wanted));
 }
 
-void Worker::write_down(const std::vector<Wanted>& changes, Phase first, bool in_parts) {
+void Worker::write_down(const std::vector<Wanted>& changes, Phase first) {
   Note& note = shared_->note[self_];
-  note.in_parts = in_parts;
   for (std::size_t i = 0; i < changes.size(); ++i) {
     note.change[i].kind = static_cast<std::uint32_t>(changes[i].thing.kind);
     note.change[i].index = changes[i].thing.index;
@@ -51,28 +50,10 @@ void Worker::strike_out(bool done) {
   note.phase = Phase::nothing;
 }
 
-// Each change for itself: the model takes what there is.
-bool Worker::settle_in_parts() {
-  Note& note = shared_->note[self_];
-  for (std::uint32_t i = 0; i < note.changes; ++i) {
-    const Change& change = note.change[i];
-    const Thing thing{static_cast<Kind>(change.kind.load()), change.index};
-    const Found found = find_thing(task_, self_, thing);
-    if (!found.fault.empty()) return fail("after a death: " + found.fault);
-    if (found.version != change.before && found.version != change.after)
-      return fail("after a death: " + told(thing) + " is " + std::to_string(found.version));
-    cell(thing) = found.version;
-  }
-  ++shared_->settled_before;
-  note.phase = Phase::nothing;
-  return true;
-}
-
 bool Worker::settle() {
   Note& note = shared_->note[self_];
   const Phase phase_of_death = note.phase;
   if (phase_of_death == Phase::nothing) return true;
-  if (phase_of_death == Phase::deciding && note.in_parts) return settle_in_parts();
   bool before = true, after = true;
   std::string seen;
   for (std::uint32_t i = 0; i < note.changes; ++i) {
@@ -94,14 +75,27 @@ bool Worker::settle() {
   return true;
 }
 
+std::uint32_t Worker::base_of(Thing thing) {
+  switch (thing.kind) {
+    case Kind::parameters:
+      return cell({Kind::target, thing.index});
+    case Kind::own_pair:
+      return cell({Kind::target, first_local + thing.index / pairs_of_a_target});
+    case Kind::correlator:
+      return cell({Kind::request, thing.index});
+    default:
+      return 1;
+  }
+}
+
 bool Worker::put(Thing thing) {
-  const std::uint32_t known = cell(thing);
-  std::uint32_t target = 0, version = new_version();
+  const std::uint32_t known = cell(thing), base = base_of(thing);
+  if (base == 0) return true;
+  std::uint32_t version = new_version();
   if (thing.kind == Kind::target) version |= known & 1;
-  if (thing.kind == Kind::parameters && (target = target_of(thing)) == 0) return true;
   if (thing.kind == Kind::parameters) version /= 2;
   write_down({{thing, version}}, Phase::deciding);
-  const int rc = put_thing(task_, self_, thing, version, target);
+  const int rc = put_thing(task_, self_, thing, version, base);
   if (!expect(rc, known ? DBE_RECORD_REPLACED : answer_of_first_put(thing.kind), "put", thing)) return false;
   phase(Phase::acknowledged);
   strike_out(true);
@@ -109,16 +103,21 @@ bool Worker::put(Thing thing) {
 }
 
 bool Worker::remove(Thing thing) {
-  const std::uint32_t known = cell(thing);
-  const std::uint32_t target = thing.kind == Kind::parameters ? target_of(thing) : 0;
-  if (thing.kind == Kind::parameters && target == 0) return true;
+  const std::uint32_t known = cell(thing), base = base_of(thing);
+  if (base == 0) return true;
   if (thing.kind == Kind::user && known == 0) return true;  // one that was deleted is deleted again with DBE_OK
   std::vector<Wanted> changes = {{thing, 0}};
-  // Its parameters go with a target: first, and each record for itself.
-  const bool in_parts = thing.kind == Kind::target && known;
-  if (in_parts) changes.push_back({{Kind::parameters, thing.index}, 0});
-  write_down(changes, Phase::deciding, in_parts);
-  const int rc = del_thing(task_, self_, thing, known, target);
+  const auto goes_too = [&](Thing other) {
+    if (cell(other)) changes.push_back({other, 0});
+  };
+  if (thing.kind == Kind::target) {
+    goes_too({Kind::parameters, thing.index});
+    for (unsigned i = 0; thing.index >= first_local && i < pairs_of_a_target; ++i)
+      goes_too({Kind::own_pair, (thing.index - first_local) * pairs_of_a_target + i});
+  }
+  if (thing.kind == Kind::request) goes_too({Kind::correlator, thing.index});
+  write_down(changes, Phase::deciding);
+  const int rc = del_thing(task_, self_, thing, known, base);
   if (!expect(rc, known ? DBE_OK : DBE_NOT_FOUND, "delete", thing)) return false;
   phase(Phase::acknowledged);
   strike_out(true);
@@ -171,8 +170,7 @@ bool Worker::change_in_transaction(const Wanted& wanted) {
   const std::uint32_t known = cell(wanted.thing);
   if (wanted.after == 0)
     return expect(del_thing(task_, self_, wanted.thing, known), known ? DBE_OK : DBE_NOT_FOUND, "delete", wanted.thing);
-  const std::uint32_t target = wanted.thing.kind == Kind::parameters ? target_of(wanted.thing) : 0;
-  return expect(put_thing(task_, self_, wanted.thing, wanted.after, target), known ? DBE_RECORD_REPLACED : DBE_OK, "put",
+  return expect(put_thing(task_, self_, wanted.thing, wanted.after, base_of(wanted.thing)), known ? DBE_RECORD_REPLACED : DBE_OK, "put",
                 wanted.thing);
 }
 
@@ -185,7 +183,7 @@ bool Worker::transaction_on_targets() {
     const std::uint32_t known = cell(target);
     if (cell(parameters) && pick(2) == 0)
       changes.push_back({parameters, new_version() / 2});
-    else if (known && cell(parameters) == 0 && pick(3) == 0)
+    else if (known && cell(parameters) == 0 && target.index < first_local && pick(3) == 0)
       changes.push_back({target, 0});
     else
       changes.push_back({target, new_version() | (known & 1)});
@@ -271,15 +269,16 @@ bool Worker::step() {
   if (choice < 26) return rename(some(Kind::target));
   if (choice < 34) return put(some(Kind::parameters));
   if (choice < 37) return remove(some(Kind::parameters));
-  if (choice < 45) return put(some(Kind::pair));
-  if (choice < 49) return remove(some(Kind::pair));
+  if (choice < 45) return put(some(pick(2) == 0 ? Kind::pair : Kind::own_pair));
+  if (choice < 49) return remove(some(pick(2) == 0 ? Kind::pair : Kind::own_pair));
   if (choice < 54) return put(some(Kind::change_file));
   if (choice < 57) return remove(some(Kind::change_file));
-  if (choice < 65) return put_or_remove_request();
+  if (choice < 63) return put_or_remove_request();
+  if (choice < 66) return put(some(Kind::correlator));
   if (choice < 73) return transaction_on_targets();
-  // Groups, users and connections.
-  if (choice < 80) return put(some(static_cast<Kind>(5 + pick(3))));
-  if (choice < 83) return remove(some(static_cast<Kind>(5 + pick(3))));
+  constexpr Kind simple[] = {Kind::group, Kind::user, Kind::connection, Kind::correlator};
+  if (choice < 80) return put(some(simple[pick(3)]));
+  if (choice < 83) return remove(some(simple[pick(4)]));
   if (choice < 94) return look_at(some(static_cast<Kind>(pick(kinds))));
   if (choice < 97) return look_at_list(pick(2) == 0 ? Kind::target : Kind::request);
   if (choice < 98) return look_at_list(Kind::change_file);

@@ -34,14 +34,14 @@ class Worker {
   Thing some(Kind kind) { return {kind, pick(things[static_cast<unsigned>(kind)])}; }
   std::uint32_t new_version() { return static_cast<std::uint32_t>(random_() % 100000000 + 1) * 2; }
   Cell& cell(Thing thing) { return shared_->version[self_][static_cast<unsigned>(thing.kind)][thing.index]; }
-  std::uint32_t target_of(Thing parameters) { return cell({Kind::target, parameters.index}); }
+  // Version of what a thing hangs on; 1 for one that stands alone.
+  std::uint32_t base_of(Thing thing);
   bool fail(const std::string& what);
   bool expect(int code, int wanted, const char* call, Thing thing);
 
-  void write_down(const std::vector<Wanted>& changes, Phase phase, bool in_parts = false);
+  void write_down(const std::vector<Wanted>& changes, Phase phase);
   void phase(Phase phase) { shared_->note[self_].phase = phase; }
   void strike_out(bool done);
-  bool settle_in_parts();
 
   bool put(Thing thing);
   bool remove(Thing thing);
