@@ -113,6 +113,9 @@ int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int m
 int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal = journal_use::off);
 // Whether an open handle uses a journal.
 bool has_journal(const PSP* h);
+// Whether the open took back a transaction that its dead owner left in the journal.  The
+// file never had any of it, or what it has is rolled back as ever.
+bool took_back_transaction(const PSP* h);
 int clrwrit(PSP* h);
 int cclose(PSP* h);
 int dclose(PSP* h);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "engine/file_check_records.h"
+#include "engine/journal.h"
 #include "engine/report_walk.h"
 
 namespace zvrdb::engine {
@@ -220,6 +221,10 @@ report_outcome verify_file(const char* path, const check_options& options, probl
   s.progress_context = options.progress_context;
   if (options.deep && !s.reader.guarded)
     tell_note(&s, -1, "file", "no reader byte could be had: the file was read as it lay, writers may have been at work");
+  if (journal_is_ahead(path))
+    tell_note(&s, -1, "file",
+              "its journal has changes that it does not have yet, or only in part: the next opening brings them in, and "
+              "what is told here may be over then");
   check_header(&s);
   deep_check deep;
   deep.s = &s;

@@ -82,6 +82,9 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   if (const int caught = catch_up(&j->log, true); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
   if (others && !users) return e_ok;
+  if (!others) {
+    if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
+  }
   // Without others the machine may have been off, and what was not flushed is gone.
   const int settled = settle_file(h, !others && !still_mounted(&j->log));
   if (settled == e_write_flag) return e_ok;   // told by who opens
@@ -171,15 +174,16 @@ group_to_write group_of(PSP* h) {
 }
 }  // namespace
 
-int append_change(PSP* h, const group_link* promise, const group_link* decision) {
+int append_change(PSP* h, const change_kind& kind) {
   journal* j = h->journal;
   group_to_write g = group_of(h);
   g.header = j->pages.header;
   g.nodes = j->pages.touched_count;
   g.node_at = touched_node;
   g.context = &j->pages;
-  g.promise = promise;
-  g.decision = decision;
+  g.open = kind.open;
+  g.promise = kind.promise;
+  g.decision = kind.decision;
   const int appended = append_group(&j->log, g);
   if (appended == e_ok) j->unflushed = true;
   return appended;
@@ -219,8 +223,10 @@ int commit_change(PSP* h) {
     if (const int locked = lockread(h, true); locked != e_ok) return locked;
   }
   const log_mark before = j->log.at;
-  const group_link* decision = j->decision.there ? &j->decision : nullptr;
-  if (const int appended = append_change(h, nullptr, decision); appended != e_ok) return appended;
+  change_kind kind;
+  kind.open = defer;
+  if (j->decision.there) kind.decision = &j->decision;
+  if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {
     j->deferred = true;
     return e_ok;

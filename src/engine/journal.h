@@ -92,9 +92,17 @@ struct first_page {
   bool flag;
 };
 int read_first_page(PSP* h, first_page* out);   // 0, e_io
+// Whether the journal beside a record file has committed changes that the file does not show,
+// or was on the way to it with some.  For reports: nothing is changed, nobody is kept out.
+bool journal_is_ahead(const char* path);
 // ---- parts of an operation's end, journal.cpp
 int ready_log(PSP* h);
-int append_change(PSP* h, const group_link* promise, const group_link* decision);
+struct change_kind {
+  bool open = false;                        // inside a transaction, and not to be flushed
+  const group_link* promise = nullptr;
+  const group_link* decision = nullptr;
+};
+int append_change(PSP* h, const change_kind& kind);
 bool changes_something(const journal* j);
 int undo_operation(PSP* h, int result);
 void apply_committed(PSP* h);
@@ -110,6 +118,9 @@ bool others_alive(PSP* h);
 // are shut out meanwhile.  0 the file is as the log says; not_explained; or an error.
 inline constexpr int not_explained = 1;
 int repair_file(PSP* h, bool all);
+// Nobody else has the file open: takes back what a transaction, whose owner must be dead, left
+// in the log and nowhere else.  0, or an error of reading.
+int drop_unfinished(PSP* h);
 // The pending pages to the file: flag, header, nodes, flag.  0, e_write.
 int apply_pages(PSP* h);
 // The file alone is complete, and the journal begins anew, unless somebody works in a file

@@ -33,6 +33,7 @@ constexpr std::size_t nodes = 36;
 constexpr std::size_t kind = 40;
 constexpr std::size_t chain = 44;
 constexpr std::size_t random = 48;
+constexpr std::size_t open = 56;
 constexpr std::size_t crc = 60;
 }  // namespace group_at
 
@@ -347,6 +348,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::kind, kind);
   store_le32(at + group_at::chain, j->at.chain);
   store_le64(at + group_at::random, os().random());
+  store_le32(at + group_at::open, g.open ? 1 : 0);
   if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);
   group_read written = {};
@@ -372,6 +374,19 @@ void take_back_group(journal_file* j, const log_mark& before) {
   os().write_at(j->file, back.end, zeros, sizeof zeros);
   j->at = back;
   j->unsure = false;
+}
+
+int take_back_from(journal_file* j, std::uint64_t place) {
+  start_of_life(j);
+  j->window_length = 0;
+  while (j->at.end < place) {
+    group_read g;
+    const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, &g);
+    if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
+    step_over(j, g);
+  }
+  take_back_group(j, j->at);
+  return e_ok;
 }
 
 int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }
@@ -423,6 +438,7 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   if (at == nullptr) return 0;
   const std::size_t length = load_le32(at + group_at::length);
   out->bytes = at;
+  out->open = load_le32(at + group_at::open) != 0;
   const std::uint32_t kind = load_le32(at + group_at::kind);
   const bool change = kind != 0;
   out->promise = out->decision = group_link{};

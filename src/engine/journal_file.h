@@ -21,12 +21,15 @@
 //     24 generation before (4)  28 generation after (4)
 //     32 extent (4)  36 number of nodes (4)  40 kind (4)
 //     44 CRC-32C of the group before, of group 1 that of the head (4)
-//     48 a random number (8)  56 zero (4)  60 CRC-32C (4)
+//     48 a random number (8)  56 open (4)  60 CRC-32C (4)
 //     64 header of the record file (352), node numbers (4 each), nodes (1024 each)
 //
 // Kind 1 is a change.  Kind 0 is an operation that moved nothing but the generation: it has
 // no header and no nodes.  The CRC is over all `length` bytes, its own field taken as zero.
 // Header and nodes are as they lie in the record file.
+//
+// Open is 1 in a change inside a transaction that was not flushed: it counts for nothing before
+// the one that ends the transaction, or another that was flushed.
 //
 // Kinds 2 and 3 are changes of two record files that end together: a promise in the journal
 // of the one, which counts if the journal of the other holds the decision.  Both bear a link
@@ -111,6 +114,7 @@ struct group_to_write {
   // Number and bytes (1024) of node i, i from 0 to nodes - 1.
   const std::uint8_t* (*node_at)(const void* context, std::uint32_t i, std::int32_t* number);
   const void* context;
+  bool open;                          // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;    // at most one of these two, and then a header
   const group_link* decision = nullptr;
 };
@@ -128,6 +132,7 @@ struct group_read {
   const std::uint8_t* header;         // null: kind 0
   const std::uint8_t* numbers;
   const std::uint8_t* images;
+  bool open;
   group_link promise, decision;
   std::int32_t number(std::uint32_t i) const;
   const std::uint8_t* image(std::uint32_t i) const { return images + std::size_t{i} * page_size; }
@@ -165,6 +170,8 @@ int catch_up(journal_file* j, bool arbiter_held);
 int append_group(journal_file* j, const group_to_write& g);
 // Bytes that appending moves the end by, at most.
 std::uint64_t group_room(std::uint32_t nodes, bool change);
+// Takes all groups from a place on back; one begins there.  0, e_no_memory, e_io.
+int take_back_from(journal_file* j, std::uint64_t place);
 // Takes the last group back: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
 // 0, e_write.

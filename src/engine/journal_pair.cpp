@@ -120,7 +120,9 @@ int journal_promise(PSP* h, int result, const group_link& link) {
   if (result == e_ok && is_shared(h) && h->locklevel != 3) result = lockread(h, true);
   if (result != e_ok) return undo_operation(h, result);
   const log_mark before = j->log.at;
-  result = append_change(h, &link, nullptr);
+  change_kind kind;
+  kind.promise = &link;
+  result = append_change(h, kind);
   if (result == e_ok) {
     result = flush_log(j);
     if (result != e_ok) take_back_group(&j->log, before);

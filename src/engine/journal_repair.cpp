@@ -46,14 +46,14 @@ bool shows(const known_state& s, const first_page& page) {
          page.generation >= s.from && page.generation <= s.to;
 }
 
-// The place of the group whose state the header of the file shows: the first one's own place
-// for the base.  1 found, 0 none, or an error.
+// The place behind the group whose state the header of the file shows: the first place for the
+// base.  1 found, 0 none, or an error.
 int find_state(journal_file* log, const first_page& page, group_place* out) {
   known_state state;
   std::memcpy(state.header, log->base, header_size);
   state.from = log->settled_generation;
   state.to = log->base_generation;
-  group_place state_at = first_place(log);
+  group_place behind_state = first_place(log);
   bool found = false;
   for (group_place at = first_place(log); at.at < log->at.end;) {
     group_read g;
@@ -65,17 +65,17 @@ int find_state(journal_file* log, const first_page& page, group_place* out) {
     } else {
       if (shows(state, page)) {
         found = true;
-        *out = state_at;
+        *out = behind_state;
       }
       std::memcpy(state.header, g.header, header_size);
       state.from = state.to = g.generation_after;
-      state_at = at;
+      behind_state = place_behind(at, g);
     }
     at = place_behind(at, g);
   }
   if (shows(state, page)) {
     found = true;
-    *out = state_at;
+    *out = behind_state;
   }
   return found ? 1 : 0;
 }
@@ -103,10 +103,8 @@ int for_groups(PSP* h, group_place at, group_step step) {
   return e_ok;
 }
 
-// A flush that failed may have taken bytes that only look written.  Groups before the place
-// reached the record file, so they were flushed.
+// A flush that failed may have taken bytes that only look written.
 int write_groups_again(PSP* h, const group_place& at) {
-  if (at.at >= h->journal->log.at.end) return e_ok;
   const int written =
       for_groups(h, at, [](PSP* handle, const group_read& g) { return write_group_again(&handle->journal->log, g); });
   return written != e_ok ? written : flush_journal(&h->journal->log);
@@ -120,13 +118,46 @@ int write_through(PSP* h, std::uint64_t offset, const void* bytes, std::size_t n
   return e_write;
 }
 
-int read_first_page(PSP* h, first_page* out) {
-  const std::int64_t got = os().read_at(h->file, 0, out->bytes, sizeof out->bytes);
+namespace {
+int first_page_of(int file, first_page* out) {
+  const std::int64_t got = os().read_at(file, 0, out->bytes, sizeof out->bytes);
   if (got != static_cast<std::int64_t>(sizeof out->bytes)) return e_io;
   out->generation = load32(out->bytes + header_at::generation, order_of_marker(out->bytes + header_at::marker));
   const std::uint8_t* flag = out->bytes + flag_offset;
   out->flag = load_le16(flag) == flag_set || load_be16(flag) == flag_set;
   return e_ok;
+}
+
+// Whether changes that count lie behind the state that the page shows.  The answer may be out
+// of date when it is given.
+bool lacks_changes(journal_file* log, const first_page& page) {
+  group_place at;
+  if (find_state(log, page, &at) != 1) return false;
+  if (page.flag) return true;
+  for (group_read g; at.at < log->at.end; at = place_behind(at, g)) {
+    if (read_group(log, at, &g) != 1) return false;
+    if (g.header != nullptr && !g.open) return true;
+  }
+  return false;
+}
+}  // namespace
+
+int read_first_page(PSP* h, first_page* out) { return first_page_of(h->file, out); }
+
+bool journal_is_ahead(const char* path) {
+  char name[4096];
+  if (!journal_path(path, name, sizeof name)) return false;
+  const int file = os().open(path, {false, false, false});
+  if (file < 0) return false;
+  journal_file log;
+  log.identity = os().identity(file);
+  log.file = os().open(name, {false, false, false});
+  first_page page;
+  const bool known = log.file >= 0 && catch_up(&log, false) == e_ok && log.alive && log.at.any_change;
+  const bool ahead = known && first_page_of(file, &page) == e_ok && lacks_changes(&log, page);
+  close_journal(&log);
+  os().close(file);
+  return ahead;
 }
 
 bool in_step(const journal* j, const first_page& page) {
@@ -153,7 +184,12 @@ int repair_file(PSP* h, bool all) {
   purgefile(h);
   j->deferred = false;
   j->must_reload = true;
-  if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  // With the flag set all was flushed, or none would have been on its way to the file; so was
+  // a change that the file shows.  A generation that it shows and no change brought was not,
+  // and the journal has to explain it as soon as the flag is set.
+  if (!page.flag && !(in_step(j, page) && page.generation == j->log.at.changed_generation)) {
+    if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  }
   j->unflushed = false;
   const bool locks = is_shared(h) && h->locklevel != 3;
   if (locks) {
@@ -171,6 +207,29 @@ int repair_file(PSP* h, bool all) {
   }
   if (locks) result = leave_result(result, unlockread(h));
   return result;
+}
+
+int drop_unfinished(PSP* h) {
+  journal* j = h->journal;
+  if (const int settled = settle_promise(h); settled != e_ok) return settled;
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  // With the flag set, all groups were on their way to the file: they were flushed.
+  if (!j->log.alive || !j->log.at.any_change || page.flag) return e_ok;
+  group_place at;
+  const int found = find_state(&j->log, page, &at);
+  if (found <= 0) return found;
+  std::uint64_t keep = at.at;
+  bool unfinished = false;
+  for (group_read g; at.at < j->log.at.end; at = place_behind(at, g)) {
+    const int read = read_group(&j->log, at, &g);
+    if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
+    if (g.header != nullptr) unfinished = g.open;
+    if (!unfinished) keep = place_behind(at, g).at;
+  }
+  if (!unfinished) return e_ok;
+  h->took_back = 1;
+  return take_back_from(&j->log, keep);
 }
 
 int apply_pages(PSP* h) {

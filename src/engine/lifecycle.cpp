@@ -337,6 +337,8 @@ int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal)
 
 bool has_journal(const PSP* h) { return is_open(h) && h->journal != nullptr; }
 
+bool took_back_transaction(const PSP* h) { return is_open(h) && h->took_back != 0; }
+
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys,
             journal_use journal) {
   const one_thread alone;

@@ -113,6 +113,7 @@ struct PSP {
   const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
   struct journal* journal;  // null: the literal order of writes
+  std::uint8_t took_back;   // the open took back an unfinished transaction
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

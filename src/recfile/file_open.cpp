@@ -118,13 +118,14 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
-  if (block->use_count == 0) clear_flag_alone(task, entry->psp, path.text);
+  if (block->use_count == 0) clear_flag_alone(task, entry->psp, index, path.text);
   int code = open_or_create(task, entry, spec, index, path.text, with);
   if (code != engine::e_ok) {
     if (code != permissions_failed) issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_open);
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
+  note_taken_back(task, entry->psp, index);
   code = engine::csetfile(entry->psp, with == sharing::with_all ? transaction_level : unflushed_level);
   ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
   code = settle_transaction(task, entry->psp, index, path.text);

@@ -112,6 +112,7 @@ struct scenario {
   std::uint64_t checkpoint;   // length of the journal
   bool fresh_journal;         // the journal is made by the run's own open
 };
+void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 
 class Crash : public ::testing::TestWithParam<scenario> {
  protected:

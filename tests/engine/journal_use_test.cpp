@@ -518,6 +518,97 @@ TEST_F(JournalUse, AfterAKillAFileThatIsWholeIsNotWrittenAgain) {
   }
 }
 
+// What a dead owner's transaction left in the journal alone was nobody's business yet.
+TEST_F(JournalUse, AnUnfinishedTransactionThatTheFileNeverSawIsTakenOutOfTheJournal) {
+  for (const power how : {power::stays_on, power::was_off}) {
+    mount_memory_disk(image());
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    put(&a_, 101);
+    ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+    for (int i = 102; i < 112; i++) ASSERT_EQ(a_.insert(sample(i, 500)), 0);
+    engine::abandon(a_);
+    mount_memory_disk(disk_now(), how);
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    EXPECT_TRUE(engine::took_back_transaction(a_));
+    EXPECT_EQ(engine::transstat(a_), 0);
+    EXPECT_EQ(disk_flushes(), 0);
+    EXPECT_EQ(a_.find_name(sample(101).name), 0);
+    EXPECT_EQ(a_.find_name(sample(102).name), engine::e_not_found);
+    put(&a_, 102);
+    ASSERT_EQ(a_.close(), 0);
+    expect_sound();
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    EXPECT_FALSE(engine::took_back_transaction(a_));
+    EXPECT_EQ(a_.find_name(sample(102).name), 0);
+    ASSERT_EQ(a_.close(), 0);
+  }
+}
+
+// Others had it brought into the file in part: that part is rolled back, the rest taken out.
+TEST_F(JournalUse, AnUnfinishedTransactionThatTheFileSawInPartIsRolledBack) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  put(&a_, 101);
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(102, 500)), 0);
+  EXPECT_EQ(b_.find_name(sample(102).name), 0);
+  ASSERT_EQ(a_.insert(sample(103, 500)), 0);
+  engine::abandon(a_);
+  engine::abandon(b_);
+  mount_memory_disk(disk_now(), power::stays_on);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_TRUE(engine::took_back_transaction(a_));
+  ASSERT_EQ(engine::transstat(a_), engine::e_trans_interrupted);
+  ASSERT_EQ(engine::transroll(a_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  EXPECT_EQ(a_.find_name(sample(102).name), engine::e_not_found);
+  EXPECT_EQ(a_.find_name(sample(103).name), engine::e_not_found);
+  ASSERT_EQ(a_.close(), 0);
+  expect_sound();
+}
+
+// A transaction that the journal had to be flushed in: what was flushed is in the file.
+TEST_F(JournalUse, ALongUnfinishedTransactionIsRolledBackAsFarAsItWasWritten) {
+  engine::checkpoint_at = 16 * 1024;
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  put(&a_, 101);
+  const records before = all_records(&a_);
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  for (int i = 102; i < 160; i++) ASSERT_EQ(a_.insert(sample(i, 500)), 0);
+  engine::abandon(a_);
+  mount_memory_disk(disk_now(), power::stays_on);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  const int state = engine::transstat(a_);
+  ASSERT_EQ(state, engine::e_trans_interrupted);
+  ASSERT_EQ(engine::transroll(a_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(all_records(&a_), before);
+  ASSERT_EQ(a_.close(), 0);
+  expect_sound();
+}
+
+// A check of a file that a killed writer left says so.
+TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_FALSE(engine::journal_is_ahead(path));
+  std::size_t at = disk_events().size();
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  engine::abandon(a_);
+  EXPECT_FALSE(engine::journal_is_ahead(path));
+  while (disk_events()[at].what != disk_event::kind::flush) at++;
+  rewind_disk(image(), at + 1);   // committed, the file not yet changed
+  EXPECT_TRUE(engine::journal_is_ahead(path));
+  rewind_disk(image(), at + 3);   // among the pages
+  EXPECT_TRUE(engine::journal_is_ahead(path));
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_FALSE(engine::journal_is_ahead(path));
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(103)), 0);
+  EXPECT_FALSE(engine::journal_is_ahead(path)) << "a transaction that runs is none";
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  ASSERT_EQ(a_.close(), 0);
+  EXPECT_FALSE(engine::journal_is_ahead(path));
+}
+
 // ---- Nothing piles up
 
 TEST_F(JournalUse, OpensWithoutAChangeLeaveNoGroupsAndFlushNothing) {
