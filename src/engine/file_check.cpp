@@ -42,6 +42,7 @@ void check_header(survey* s) {
   auto wrong = [&](const char* field, std::int64_t value, const std::string& expected) {
     tell_problem(s, -1, "header", std::string(field) + " is " + std::to_string(value) + ", expected " + expected);
   };
+  if (h.generation == 0) wrong("generation", h.generation, "at least 1");
   if (h.depth < 1 || h.depth > max_depth) wrong("depth", h.depth, "1 to 20");
   if (h.nextnode < 1 || h.nextnode > h.extent) wrong("nextnode", h.nextnode, "1 to extent, " + std::to_string(h.extent));
   if (h.nextrec < 1) wrong("nextrec", h.nextrec, "at least 1");
