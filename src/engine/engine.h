@@ -68,7 +68,7 @@ enum result : int {
 
 // One field of a record.  The list is ended by ftype 'E'.
 struct field {
-  char ftype;           // 'B' 'D' 'F' 'H' 'I' 'L' 'M' 'S' 'U', 'X', 'E'; bit 7: taken out
+  char ftype;           // 'B' 'D' 'F' 'H' 'I' 'L' 'M' 'S' 'U', 'X' composite key, 'E'; bit 7: taken out
   char fkeytype;        // 'N' not a key; 'S' key of type 0; else the key type number
   char fdup;            // 'D' duplicates allowed; 'U' unique; 'N' not a key
   char spare1;
@@ -78,13 +78,31 @@ struct field {
   void* fdata;          // the value, may be null
 };
 
-// One part of a composite key.
+// A composite key, of type 8, has a value made of several fields of the record: a length byte,
+// then the segments that a table given at open names, in that order.  In a field list it is a
+// field of type 'X' without data, of key type 8.  The value is at most 241 bytes long behind
+// its length byte.
+//
+//   segment type    field    bytes
+//   0, 1            'S'      the string, at most max_length characters, and its NUL
+//   2, 16 to 20     'B'      a length byte, at most max_length bytes
+//   3, 5, 6         'F' 'I' 'L'   4, in the byte order of the machine where calls take or
+//   4, 10           'H' 'U'  2     give a value
+//   7               'D'      8
+//   9               'M'      6
+//
+// A field that is taken out or not stored counts as empty or zero.  A call on such a field
+// answers e_no_field where a field of the list has no data or isn't there, e_too_long, and
+// e_segments where a segment's type isn't one of these or doesn't fit its field.  dfind takes a
+// value that ends early as well: it equals all that begin with it.  A handle opened without
+// the table can neither find nor change such keys (e_key_type) nor roll back a transaction
+// that did (e_segments).
 struct segment {
   std::uint8_t type;         // key type 0 to 20; 31 ends the table
   std::uint8_t spare1[3];
   std::int32_t field;        // index in the field list
   std::uint8_t max_length;   // 0 means 242
-  std::uint8_t descending;
+  std::uint8_t descending;   // not 0: this segment sorts from high to low
   std::uint8_t spare2[6];
 };
 static_assert(sizeof(segment) == 16);

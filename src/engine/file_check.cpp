@@ -220,6 +220,7 @@ report_outcome verify_file(const char* path, const check_options& options, probl
   s.progress_context = options.progress_context;
   if (options.deep && !s.reader.guarded)
     tell_note(&s, -1, "file", "no reader byte could be had: the file was read as it lay, writers may have been at work");
+  s.segments = take_segments(s.header, options.keys);
   check_header(&s);
   deep_check deep;
   deep.s = &s;

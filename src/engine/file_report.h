@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/engine.h"
+
 namespace zvrdb::engine {
 
 enum class report_outcome { sound, problems, unreadable };
@@ -25,6 +27,9 @@ struct check_options {
   bool deep = false;    // also every record body against its key entries, free numbers, log chains
   void (*progress)(void* context, std::uint64_t done, std::uint64_t all) = nullptr;
   void* progress_context = nullptr;
+  // The key table that the file is opened with, or null.  With the segment tables in it the
+  // values of composite keys and their order are checked too; the file doesn't tell them.
+  const key_entry* keys = nullptr;
 };
 
 using problem_fn = void (*)(void* context, const problem&);

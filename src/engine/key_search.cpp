@@ -2,12 +2,17 @@
 
 #include <cstring>
 
+#include "engine/composite_key.h"
 #include "engine/key_compare.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 
 namespace zvrdb::engine {
 namespace {
+
+target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
+  return {key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order, segments_of(h, keyno)};
+}
 
 struct found_place {
   int index;
@@ -211,7 +216,7 @@ bool may_hop(PSP* h) {
 
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
   if (!make_cursor(h, keyno)) return false;
-  const target t{key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order};
+  const target t = target_of(h, keyno, key, recno, piece);
   h->hops = 0;
   if (found_behind_last_leaf(h, t)) return true;
   std::int32_t leaf = descend(h, t);
@@ -270,7 +275,7 @@ int locate(PSP* h, int piece) {
   if (c.cindex < main_buffer.image.count) {
     entry = main_buffer.image.entries + h->foundoffset;
   } else {
-    const target t{key, h->recno, h->keyno, type_of_key(h, h->keyno), piece & piece_number, h->edge, h->order};
+    const target t = target_of(h, h->keyno, key, h->recno, piece);
     const std::int32_t last = c.cnode;
     const int count = c.cindex;
     const int there = next_leaf(h);

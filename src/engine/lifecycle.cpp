@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/composite_key.h"
 #include "engine/header_page.h"
 #include "engine/journal.h"
 #include "engine/key_compare.h"
@@ -19,7 +20,6 @@ namespace {
 constexpr int max_key_table = 20;
 constexpr int max_application_key = 15;
 constexpr int max_segments = 243;
-constexpr std::uint8_t segment_end = 31;
 constexpr std::uint8_t max_stored_type = 20;
 
 void mark_block(PSP* h) {

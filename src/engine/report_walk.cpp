@@ -52,31 +52,31 @@ bool is_wrapped_piece(const entry_head& before, const entry_head& after) {
   return same_value(before, after) && (before.piece_byte & piece_number) == piece_number && after.piece_byte == last_piece;
 }
 
-bool sorts_before(const file_header& header, const entry_head& first, const entry_head& second) {
-  comparison c = compare_heads(header, first, second);
+bool sorts_before(const survey& s, const entry_head& first, const entry_head& second) {
+  comparison c = compare_heads(s.header, s.segments, first, second);
   return c.sign < 0 || c.unordered || is_wrapped_piece(first, second);
 }
 
 // At or below, as the left side of a separator is.  A separator that is a wrapped piece
 // has all other pieces of its value below it.
-bool within_high(const file_header& header, const entry_head& head, const entry_head& high) {
-  comparison c = compare_heads(header, head, high);
+bool within_high(const survey& s, const entry_head& head, const entry_head& high) {
+  comparison c = compare_heads(s.header, s.segments, head, high);
   if (c.sign <= 0 || c.unordered) return true;
   return high.piece_byte == last_piece && same_value(head, high);
 }
 
 void check_order(walk* w, const node& n, const bound& before, const entry_head& head, const bound& low,
                  const bound& high) {
-  const file_header& header = w->s->header;
+  const survey& s = *w->s;
   const char* kind = n.level ? "child" : "leaf";
-  if (before && !sorts_before(header, *before, head)) {
+  if (before && !sorts_before(s, *before, head)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") doesn't sort after the one before it (" + describe(*before) + ")");
-  } else if (!before && low && !sorts_before(header, *low, head)) {
+  } else if (!before && low && !sorts_before(s, *low, head)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") isn't above the separator to its left (" + describe(*low) + ")");
   }
-  if (high && !within_high(header, head, *high)) {
+  if (high && !within_high(s, head, *high)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") is above the separator to its right (" + describe(*high) + ")");
   }
@@ -90,6 +90,9 @@ bool check_entry_form(walk* w, const node& n, const entry& e) {
     text = "a key value is " + std::to_string(e.value_size) + " bytes long";
   } else if (n.level == 0 && e.size > max_entry_size) {
     text = "an entry is " + std::to_string(e.size) + " bytes long";
+  } else if (const segment* table = w->s->segments[static_cast<std::size_t>(e.key)];
+             table && !is_made_of(table, e.value, e.value_size)) {
+    text = "a composite value of key " + std::to_string(e.key) + " isn't made of the key's segments";
   } else {
     return true;
   }

@@ -16,6 +16,7 @@ enum class place : unsigned char { unseen, inner, leaf, free_node, log_node };
 struct survey {
   report_reader reader;
   file_header header = {};
+  segment_tables segments = {};
   std::vector<place> places;    // one a node that was allocated and lies in the file
   problem_fn tell = nullptr;    // may be null
   void* tell_context = nullptr;

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/composite_key.h"
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/header_page.h"
@@ -166,6 +167,26 @@ bool was_never_written(PSP* h, std::int32_t n) {
   if (physical_read(h, node_offset(n), head, sizeof head) != e_ok) return false;
   if (load16(head + offsetof(node, level), h->order) == level_free) return true;
   return std::all_of(head, head + sizeof head, [](std::uint8_t b) { return b == 0; });
+}
+
+// Whether the chain tells of composite keys whose order this handle doesn't know.
+int check_segments_known(PSP* h, std::int32_t n) {
+  for (std::int32_t steps = 0; n >= 1 && steps < h->nextnode; ++steps) {
+    if (steps > 0 && was_never_written(h, n)) return e_ok;
+    if (const int result = read_log_node(h, third_buffer, n); result != e_ok) return result;
+    const node& v = third_buffer.image;
+    int offsets[max_log_records];
+    if (!collect_log_records(v, offsets)) return raise_damage(h, n);
+    for (int i = 0; i < v.count; ++i) {
+      const log_view record = view_log_record(h, v, offsets[i]);
+      if (record.type != log_added && record.type != log_removed) continue;
+      const int key = record.entry[entry_at::length] == 0 ? 0 : record.entry[entry_at::key];
+      if (good_key_number(key) && type_of_key(h, key) == kt_composite && segments_of(h, key) == nullptr)
+        return e_segments;
+    }
+    n = v.next;
+  }
+  return e_ok;
 }
 
 // Counts the chain and lists its nodes under key 16, since it has no links back.
@@ -374,6 +395,7 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
   // All cursors up front: memory that runs out later would leave it half undone.
   for (int k = 1; k <= max_key_number; ++k)
     if (!make_cursor(h, k)) return e_no_memory;
+  if (result == e_ok && lacks_segments(h)) result = check_segments_known(h, h->transhead);
   if (result != e_ok) return result;
   const std::int32_t chain = h->transhead;
   h->transhead = -1;
