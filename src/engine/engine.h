@@ -37,7 +37,7 @@ enum result : int {
   e_too_long = -26,          // value or key too long
   e_key_number = -27,
   e_record_length = -28,     // record longer than the buffer
-  e_exists = -29,            // file to create exists
+  e_exists = -29,            // file to create exists, or entries of a key that must have none
   e_damaged = -30,           // tree damaged, or node overflow at write
   e_node_range = -31,        // node number out of range at a split
   e_byte_order = -32,
@@ -166,6 +166,28 @@ int transbeg(PSP* h, int type, PSP* companion);
 int transend(PSP* h, int mode);
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion);
 int transstat(PSP* h);
+
+// ---- Separate trees
+// A key can have a tree of its own instead of the one that all share: the header names it.
+// Gives a key number from 1 to 20 but 17 the tree 0 (shared) to 20, which is made when it
+// isn't there yet: one empty leaf.  Several keys may share a tree.  Not while the key has
+// entries (e_exists), nor while a transaction has log records of the file (e_trans_busy,
+// e_trans_interrupted).  e_bad_argument for a wrong number.
+int dkeytree(PSP* h, int key, int tree);
+// Gives back all nodes of a tree from 1 to 20, with the entries in it; its keys are in the
+// shared one again, empty.  Record bodies that belong to such entries stay.  e_not_found where
+// there is no such tree; e_trans_busy, e_trans_interrupted as above.  A node that fails is
+// told by last_fault, as fault_tree_read or fault_tree_write; the tree is gone then, and nodes
+// of it may be lost space.
+int dfreetree(PSP* h, int tree);
+
+// What was wrong with a node, and its number, as the last call that looked closely at one
+// found it; 0 and -1 for nothing.
+enum fault : int {
+  fault_tree_read = -201,     // of a tree that was to be freed: not read, or not of its level
+  fault_tree_write = -211,    // of a tree that was to be freed: not written
+};
+int last_fault(const PSP* h, std::int32_t* node);
 
 // ---- Process-wide
 // Number of cache blocks, made at the first use of the cache by any file; default 10.

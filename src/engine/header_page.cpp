@@ -4,6 +4,7 @@
 
 #include "engine/journal.h"
 #include "engine/os_file.h"
+#include "engine/separate_trees.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -147,6 +148,7 @@ int readhdr(PSP* h) {
   std::memcpy(h->info, image + header_at::info, static_cast<std::size_t>(h->infolen));
   std::memcpy(h->keytypes, image + header_at::keytypes, sizeof h->keytypes);
   std::memcpy(h->treetables, image + header_at::keytree, sizeof h->treetables);
+  look_for_trees(h);
   h->hdrdirty = 0;
   return e_ok;
 }

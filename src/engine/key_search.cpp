@@ -6,6 +6,7 @@
 #include "engine/key_compare.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/separate_trees.h"
 
 namespace zvrdb::engine {
 namespace {
@@ -120,10 +121,11 @@ void copy_leaf_to_main(PSP* h, std::int32_t n) {
 std::int32_t descend(PSP* h, const target& t) {
   clear_tag(main_buffer);
   for (std::int32_t& p : h->path_nodes) p = -1;
-  std::int32_t n = h->root;
+  const tree_place tree = place_of_key(h, t.keyno);
+  std::int32_t n = tree.root;
   if (nodeget(h, nullptr, n) != e_ok) return -1;
   int level = h->current->level;
-  if (level + 1 != h->depth || level >= max_depth) return -1;
+  if (level + 1 != tree.depth || level >= max_depth) return -1;
   if (level == 0) copy_leaf_to_main(h, n);
   while (level > 0) {
     const std::int32_t child = search_inner(h, &n, t);

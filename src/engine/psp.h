@@ -113,6 +113,11 @@ struct PSP {
   const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
   struct journal* journal;  // null: the literal order of writes
+
+  // Optional facilities, all zero where nobody asked for one.
+  std::uint8_t trees;           // a key has a tree of its own
+  std::int32_t fault_code;      // what was wrong with a node, see fault
+  std::int32_t fault_node;
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

@@ -11,6 +11,7 @@
 #include "engine/one_thread.h"
 #include "engine/record_locks.h"
 #include "engine/record_pack.h"
+#include "engine/separate_trees.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -40,7 +41,7 @@ int read_body(PSP* h, std::int32_t recno) {
 int make_room(PSP* h, const field* fields) {
   std::int64_t keys = 0;
   for (; !is_list_end(*fields); ++fields) keys += is_key_field(*fields) ? 1 : 0;
-  return ensurenodes(h, (std::int64_t{h->depth} + 1) * (keys + 1));
+  return ensurenodes(h, (std::int64_t{deepest_tree(h)} + 1) * (keys + 1));
 }
 
 // All cursors that changing the record will need, before anything is changed.

@@ -143,6 +143,9 @@ bool read_header(const report_reader& reader, file_header* header, std::string* 
   header->transhead = field(header_at::transhead);
   header->savedhead = field(header_at::savedhead);
   std::memcpy(header->key_types.data(), bytes + header_at::keytypes, header->key_types.size());
+  std::memcpy(header->key_trees.data(), bytes + header_at::keytree, header->key_trees.size());
+  std::memcpy(header->tree_depths.data(), bytes + header_at::treedepth, header->tree_depths.size());
+  for (std::size_t i = 0; i < header->tree_roots.size(); i++) header->tree_roots[i] = field(header_at::treeroot + 4 * i);
   header->size = reader.size;
   unsigned char flag[2] = {};
   if (read_bytes(reader, flag_offset, flag, sizeof flag))
@@ -162,6 +165,16 @@ bool read_node(const report_reader& reader, const file_header& header, std::int3
   out->count = load16(at + offsetof(engine::node, count), in_file);
   out->room = static_cast<std::int16_t>(load16(at + offsetof(engine::node, room), in_file));
   return true;
+}
+
+std::vector<int> trees_of(const file_header& header) {
+  const int last = header.key_trees[key_bodies - 1];
+  std::vector<int> trees;
+  for (int t = 0; t <= static_cast<int>(header.tree_depths.size()); t++)
+    if (t != last && (t == 0 || header.tree_depths[static_cast<std::size_t>(t) - 1] != 0)) trees.push_back(t);
+  if (last <= static_cast<int>(header.tree_depths.size()) && (last == 0 || header.tree_depths[static_cast<std::size_t>(last) - 1] != 0))
+    trees.push_back(last);
+  return trees;
 }
 
 int key_type_of(const file_header& header, int key) {

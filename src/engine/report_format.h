@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engine/engine.h"
 #include "engine/file_report.h"
@@ -19,6 +20,8 @@ inline byte_order order_of(const file_header& header) {
   return header.little_endian ? byte_order::little : byte_order::big;
 }
 
+// The trees that are there, in the order in which they are walked: the one with the bodies last.
+std::vector<int> trees_of(const file_header& header);
 // False, with a reason: too short, or the magic words don't stand.
 bool read_header(const report_reader& reader, file_header* header, std::string* reason);
 

@@ -45,6 +45,7 @@ struct visitor {
   bool (*entry_fn)(void* context, const node& leaf, const entry& found) = nullptr;
   void* context = nullptr;
 };
+// All trees, one after the other.
 void walk_tree(survey* s, const visitor& v);
 
 // What lies behind the entries: the rest of the node is zero and `room` tells its length.

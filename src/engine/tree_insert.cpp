@@ -9,6 +9,7 @@
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
 #include "engine/node_cache.h"
+#include "engine/separate_trees.h"
 
 namespace zvrdb::engine {
 namespace {
@@ -115,8 +116,9 @@ int nodesplit(PSP* h, node& v, int* kept) {
 }
 
 // A new root above the old one, in the main buffer.
-std::int32_t grow_root(PSP* h) {
-  if (h->depth >= max_depth) return raise_damage(h, h->root);
+std::int32_t grow_root(PSP* h, int tree) {
+  const tree_place old = place_of_tree(h, tree);
+  if (old.depth >= max_depth) return raise_damage(h, old.root);
   const std::int32_t n = nodealloc(h);
   if (n < 0) return n;
   clear_buffer(main_buffer);
@@ -124,18 +126,17 @@ std::int32_t grow_root(PSP* h) {
   v.next = -1;
   v.prev = -1;
   v.room = entry_area;
-  v.level = static_cast<std::uint16_t>(h->depth);
-  v.child0 = h->root;
-  ++h->depth;
-  h->root = n;
+  v.level = static_cast<std::uint16_t>(old.depth);
+  v.child0 = old.root;
+  set_place(h, tree, {n, old.depth + 1});
   if (nodeput(h, main_buffer, n) != e_ok || header_changed(h) != e_ok) return e_io;
   return n;
 }
 
 // Brings the parent of a node of that level into the main buffer; its number, negative
 // on failure.
-std::int32_t parentof(PSP* h, int level) {
-  if (level + 1 == h->depth) return grow_root(h);
+std::int32_t parentof(PSP* h, int tree, int level) {
+  if (level + 1 == place_of_tree(h, tree).depth) return grow_root(h, tree);
   if (level + 1 >= max_depth) return e_io;
   const std::int32_t n = h->path_nodes[level + 1];
   clear_tag(main_buffer);
@@ -207,9 +208,10 @@ int treeadd(PSP* h, int keyno, const std::uint8_t* entry, int offset, std::int32
   repair_after_insert(h, keyno, v, i);
 
   bool split = false;
+  const int tree = tree_of_key(h, keyno);
   std::int32_t number = v;
   while (m.room < 0) {
-    int result = ensurenodes(h);
+    int result = ensurenodes(h, std::int64_t{place_of_tree(h, tree).depth} + 1);
     if (split) result = e_ok;
     std::uint8_t separator[entry_buffer_size];
     const int level = m.level;
@@ -227,7 +229,7 @@ int treeadd(PSP* h, int keyno, const std::uint8_t* entry, int offset, std::int32
     split = true;
     h->lastkey = -1;
     h->hdrdirty = 1;
-    const std::int32_t parent = parentof(h, level);
+    const std::int32_t parent = parentof(h, tree, level);
     if (parent < 0) {
       clear_tag(main_buffer);
       return e_io;
