@@ -124,11 +124,16 @@ enum direction { seq_next = 1, seq_previous = 2, seq_first = 3, seq_last = 4 };
 // does as the others do.  Either way an open brings the file up to date first if it finds
 // that a journal is ahead of it.
 enum class journal_use { off, on };
+//
+// Options of an open, added up; each is the handle's own and off where nobody asks for it.
+//   option_merge   a leaf that a delete empties leaves the tree, and its node is free again
+enum open_option : unsigned { option_merge = 1 };
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int byte_order, const key_entry* keys,
-            journal_use journal = journal_use::off);
+            journal_use journal = journal_use::off, unsigned options = 0);
 int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys,
-          journal_use journal = journal_use::off);
-int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal = journal_use::off);
+          journal_use journal = journal_use::off, unsigned options = 0);
+int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal = journal_use::off,
+           unsigned options = 0);
 // Whether an open handle uses a journal.
 bool has_journal(const PSP* h);
 int clrwrit(PSP* h);

@@ -116,6 +116,7 @@ struct PSP {
 
   // Optional facilities, all zero where nobody asked for one.
   std::uint8_t trees;           // a key has a tree of its own
+  std::uint8_t options;         // open_option
   std::int32_t fault_code;      // what was wrong with a node, see fault
   std::int32_t fault_node;
 };
