@@ -55,7 +55,7 @@ enum result : int {
   e_locked_by_self = -105,   // a state, not an error
   e_not_locked = -106,       // a state
   e_lock_needed = -107,      // update or delete without a lock
-  e_no_slot = -109,
+  e_no_slot = -109,          // no free slot, or no place in the queue
   e_queue = -110,
   e_trans_busy = -111,       // transaction busy under another handle
   e_trans_interrupted = -112,
@@ -127,7 +127,9 @@ enum class journal_use { off, on };
 //
 // Options of an open, added up; each is the handle's own and off where nobody asks for it.
 //   option_merge   a leaf that a delete empties leaves the tree, and its node is free again
-enum open_option : unsigned { option_merge = 1 };
+//   option_queue   writers that wait come in the order of their coming; the calls may then
+//                  answer e_no_slot (no place in the queue) and e_queue (it cannot be used)
+enum open_option : unsigned { option_merge = 1, option_queue = 2 };
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int byte_order, const key_entry* keys,
             journal_use journal = journal_use::off, unsigned options = 0);
 int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys,

@@ -20,7 +20,7 @@ namespace {
 constexpr int max_key_table = 20;
 constexpr int max_application_key = 15;
 constexpr int max_segments = 243;
-constexpr unsigned known_options = option_merge;
+constexpr unsigned known_options = option_merge | option_queue;
 constexpr std::uint8_t max_stored_type = 20;
 
 void mark_block(PSP* h) {
@@ -109,7 +109,7 @@ int enter_shared_file(PSP* h, bool slot_as_writer) {
   if (is_shared(h)) {
     result = waitarbiter(h);
     if (result == e_ok) result = lockread(h, false);
-    if (result != e_ok) return e_byte_lock;
+    if (result != e_ok) return result == e_queue ? result : static_cast<int>(e_byte_lock);
   }
   ++h->rdnest;
   return e_ok;

@@ -28,6 +28,7 @@
 #include "engine/os_file.h"
 #include "engine/record_locks.h"
 #include "engine/trans_log.h"
+#include "engine/waiting_queue.h"
 
 namespace zvrdb::engine {
 namespace {
@@ -155,7 +156,7 @@ int lockread(PSP* h, bool all) {
 
 int getarbiter(PSP* h) {
   if (is_exclusive(h) || h->arbiter != 'U') return e_ok;
-  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
+  const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken == e_ok) h->arbiter = 'L';
   return taken;
 }
@@ -168,7 +169,7 @@ int relarbiter(PSP* h) {
 
 int waitarbiter(PSP* h) {
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
-  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
+  const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
 }
@@ -237,7 +238,7 @@ int wrenter(PSP* h) {
   int result = e_ok;
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok && getarbiter(h) != e_ok) result = e_byte_lock;
+    if (result == e_ok) result = getarbiter(h);
     if (result == e_ok && h->journal != nullptr) result = journal_enter(h);
     if (result == e_ok && gencheck(h) != e_ok) result = e_byte_lock;
   }
