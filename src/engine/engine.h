@@ -188,10 +188,37 @@ int dkeytree(PSP* h, int key, int tree);
 // of it may be lost space.
 int dfreetree(PSP* h, int tree);
 
+// ---- Before-image journal
+// From now on the image of each node before its first change in a write operation goes to a
+// second file (made when it isn't there), ahead of the change, so that an operation that a
+// crash cut short can be undone.  path null: no more.  A record of 1048 bytes passes through
+// `out` on its way, in place, where one is given.  Every writer of the file has to use the
+// same journal.  0; e_level below integrity level 4; e_bad_argument with a commit journal,
+// which makes this one needless; e_read_only; e_not_found where the file cannot be opened;
+// e_no_memory.
+using image_transform = void (*)(unsigned char* record, std::size_t n);
+int dimages(PSP* h, const char* path, image_transform out = nullptr);
+// Undoes the operation that a crash cut short, for a handle of _bopen with access 'E' and mode
+// 2: images that are whole are written back, header and generation are as before the
+// operation, nodes never used are zero, and the write-in-progress flag is clear.  `in` takes
+// back what `out` did.  Doing it again after another crash does no harm.  e_trans_none: the
+// flag is clear, so there is nothing to undo; e_foreign_file: the journal is none, or of
+// another operation; e_bad_argument: another kind of handle; e_not_found, e_io, e_write.
+// last_fault names the image that ended the journal where that one is damaged.
+int drestore(PSP* h, const char* path, image_transform in = nullptr);
+
 // What was wrong with a node, and its number, as the last call that looked closely at one
 // found it; 0 and -1 for nothing.
 enum fault : int {
   fault_tree_read = -201,     // of a tree that was to be freed: not read, or not of its level
+  fault_room = -202,          // room negative or above 1006
+  fault_entries = -203,       // more entries than a node can hold, or bytes that are none
+  fault_neighbours = -204,    // both neighbours the same
+  fault_next = -205,
+  fault_prev = -206,
+  fault_data = -207,          // an entry is shorter than its key value
+  fault_child = -208,         // a child below 0
+  fault_entry = -210,         // a key number outside 1 to 20, or too short for an entry
   fault_tree_write = -211,    // of a tree that was to be freed: not written
 };
 int last_fault(const PSP* h, std::int32_t* node);

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/os_file.h"
 #include "engine/separate_trees.h"
@@ -11,6 +12,9 @@ namespace zvrdb::engine {
 
 int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
   if (h->journal != nullptr) return journal_write(h, kind, offset, bytes, n);
+  if (keeps_images(h)) {
+    if (const int ready = images_before_write(h); ready != e_ok) return ready;
+  }
   const std::int64_t put = os().write_at(h->file, offset, bytes, n);
   if (put == static_cast<std::int64_t>(n)) return e_ok;
   h->errdetail = e_write;

@@ -4,6 +4,7 @@
 
 #include "engine/composite_key.h"
 #include "engine/header_page.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
@@ -45,6 +46,7 @@ void prepare_block(PSP* h, const char* path) {
   if (forget_handle(h) && is_marked(h) && h->state == 'O') {
     os().close(h->file);
     journal_let_go(h);
+    images_let_go(h);
     free_cursors(h);
   }
   purgefile(h);
@@ -80,6 +82,7 @@ void close_block(PSP* h) {
   h->file = -1;
   h->slot = -1;
   journal_let_go(h);
+  images_let_go(h);
   free_cursors(h);
   h->state = 'C';
 }

@@ -119,6 +119,7 @@ struct PSP {
   std::uint8_t options;         // open_option
   std::int32_t fault_code;      // what was wrong with a node, see fault
   std::int32_t fault_node;
+  struct image_journal* images;     // before-images
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

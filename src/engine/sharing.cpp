@@ -23,6 +23,7 @@
 
 #include "engine/byte_wait.h"
 #include "engine/header_page.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
@@ -63,6 +64,7 @@ int begin_write_operation(PSP* h) {
   if (h->journal != nullptr) journal_begin_operation(h);
   ++h->generation;
   h->hdrdirty = 1;
+  if (keeps_images(h)) images_begin_operation(h);
   return e_ok;
 }
 
@@ -89,6 +91,8 @@ int end_write_operation(PSP* h) {
     result = checked_flush(h);
     if (result == e_ok) h->grown = 0;
   }
+  // Once the flag is clear nothing is restored: the log has to tell of the operation by then.
+  if (result == e_ok && keeps_images(h) && h->lognode >= 1) plain_flush(h);
   if (result == e_ok && h->flush_failed) result = e_write;
   if (result == e_ok && h->intlevel == 4 && h->flagclear) {
     result = clrwrit(h);
