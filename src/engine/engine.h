@@ -83,17 +83,19 @@ struct field {
 // field of type 'X' without data, of key type 8.  The value is at most 241 bytes long behind
 // its length byte.
 //
-//   segment type    field    bytes
-//   0, 1            'S'      the string, at most max_length characters, and its NUL
-//   2, 16 to 20     'B'      a length byte, at most max_length bytes
-//   3, 5, 6         'F' 'I' 'L'   4, in the byte order of the machine where calls take or
-//   4, 10           'H' 'U'  2     give a value
-//   7               'D'      8
-//   9               'M'      6
+//   segment type    field          bytes
+//   0, 1            'S'            the string, at most max_length characters, and its NUL
+//   2, 16 to 20     'B'            a length byte, at most max_length bytes
+//   3, 5, 6         'F', 'I', 'L'  4
+//   4, 10           'H', 'U'       2
+//   7               'D'            8
+//   9               'M'            6
 //
-// A field that is taken out or not stored counts as empty or zero.  A call on such a field
-// answers e_no_field where a field of the list has no data or isn't there, e_too_long, and
-// e_segments where a segment's type isn't one of these or doesn't fit its field.  dfind takes a
+// Numbers are in the machine's byte order where a call takes or gives a value.  A field that is
+// taken out or not stored counts as empty or zero.  A call that builds a value answers
+// e_no_field where a field of the list has no data or isn't there, e_too_long, and e_segments
+// where a segment's type isn't one of these or doesn't fit its field.  The table stays the
+// caller's and must be there as long as the file is open.  dfind takes a
 // value that ends early as well: it equals all that begin with it.  A handle opened without
 // the table can neither find nor change such keys (e_key_type) nor roll back a transaction
 // that did (e_segments).
@@ -169,6 +171,16 @@ int last_status(const PSP* h);
 // ---- Transactions
 struct log_view;  // one log record as the progress function sees it
 using progress_fn = int (*)(PSP* h, double done, const log_view* record);
+// Type 3 is a plain transaction.  Types 1 and 2 keep the file of another open handle, the
+// companion, as a copy: what a write operation changed is written there too at its end, but
+// for the log of the transaction, which follows when that ends.  A type 2 logs no changes and
+// cannot be rolled back (e_trans_none); of a type 1 the companion goes back with the file.
+// The companion has to be a copy of the file when the transaction begins, opened read-write
+// and used by this transaction alone: e_bad_handle where it isn't such a handle (or none is
+// given), e_key_table where the other file can't be a copy, e_bad_argument for one with type
+// 3.  Either file may have a commit journal.  When the companion cannot be written, the call
+// and all that follow in the transaction answer why; the file itself is whole, and the
+// companion no copy any more.  Nor is it one when the transaction was left behind by a death.
 int transbeg(PSP* h, int type, PSP* companion);
 int transend(PSP* h, int mode);
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion);

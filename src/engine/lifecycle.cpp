@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/companion.h"
 #include "engine/composite_key.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
@@ -47,6 +48,7 @@ void prepare_block(PSP* h, const char* path) {
     os().close(h->file);
     journal_let_go(h);
     images_let_go(h);
+    companion_let_go(h);
     free_cursors(h);
   }
   purgefile(h);
@@ -83,6 +85,7 @@ void close_block(PSP* h) {
   h->slot = -1;
   journal_let_go(h);
   images_let_go(h);
+  companion_let_go(h);
   free_cursors(h);
   h->state = 'C';
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/companion.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
 #include "engine/key_compare.h"
@@ -325,6 +326,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   own_block(found, h, n);
   found->imaged = h->generation;
   std::memcpy(&found->image, &b.image, page_size);
+  if (has_companion(h)) note_node_write(h, n);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
   set_dirty(found, true);

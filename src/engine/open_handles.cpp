@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "engine/companion.h"
 #include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
@@ -25,6 +26,7 @@ void let_go_in_child() {
     h->state = 'C';
     journal_let_go(h);
     images_let_go(h);
+    companion_let_go(h);
     free_cursors(h);
   }
   forget_cache();

@@ -90,7 +90,7 @@ struct PSP {
   std::int32_t recno_cur, recno_locked;
 
   // Transaction.
-  std::int32_t transtype;   // 0 none, 3 plain
+  std::int32_t transtype;   // 0 none, 3 plain, 1 and 2 with a companion
   std::int32_t lognode;     // log node being filled, -1 for none
   std::int32_t logpos;      // where its next record goes
   std::int32_t opnode, oppos;   // where the records of the running operation begin
@@ -120,6 +120,7 @@ struct PSP {
   std::int32_t fault_code;      // what was wrong with a node, see fault
   std::int32_t fault_node;
   struct image_journal* images;     // before-images
+  struct companion_copy* companion; // the other file of the transaction
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

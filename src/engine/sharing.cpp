@@ -22,6 +22,7 @@
 #include <cassert>
 
 #include "engine/byte_wait.h"
+#include "engine/companion.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
 #include "engine/journal.h"
@@ -71,6 +72,7 @@ int begin_write_operation(PSP* h) {
 // The same with a journal: what changed becomes a group of it.
 int end_journalled_operation(PSP* h) {
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
+  if (has_companion(h)) result = leave_result(result, log_node_writes(h));
   result = leave_result(flushfile(h), result);
   if (result == e_ok && h->lognode >= 1) result = translog(h, log_op_finished, nullptr);
   return journal_end_operation(h, result);
@@ -81,6 +83,7 @@ int end_journalled_operation(PSP* h) {
 int end_write_operation(PSP* h) {
   if (h->journal != nullptr) return end_journalled_operation(h);
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
+  if (has_companion(h)) result = leave_result(result, log_node_writes(h));
   if (is_shared(h) || h->intlevel >= 4) {
     result = leave_result(flushfile(h), result);
   } else if (h->intlevel >= 1) {
@@ -273,6 +276,7 @@ int wrleave(PSP* h) {
   int result = e_ok;
   if (h->wrnest == 1) {
     result = end_write_operation(h);
+    if (has_companion(h)) result = keep_companion(h, result);
     if (h->journal != nullptr && h->journal->closing && result == e_ok) result = journal_finish(h);
     const int released = release_writer(h);
     if (result == e_ok) result = released;
