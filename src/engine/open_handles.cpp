@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include "engine/companion.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/one_thread.h"
@@ -23,6 +25,8 @@ void let_go_in_child() {
     h->file = -1;
     h->state = 'C';
     journal_let_go(h);
+    images_let_go(h);
+    companion_let_go(h);
     free_cursors(h);
   }
   forget_cache();
