@@ -370,7 +370,7 @@ int journal_follow(PSP* h) {
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   // A change that the file shows is committed: nobody takes it back.
-  if (!page.flag && page.generation == j->log.at.generation) j->log.unsure = false;
+  if (!page.flag && in_step(j, page)) j->log.unsure = false;
   if (j->deferred && !page.flag && page.generation == j->disk_generation) return e_ok;
   const bool behind = j->log.alive && j->log.at.any_change && (page.flag || !in_step(j, page));
   if (!behind && !j->must_repair && !j->must_reload) return e_ok;

@@ -297,7 +297,8 @@ int catch_up(journal_file* j, bool arbiter_held) {
     const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, &g);
     if (found <= 0) return found;
     step_over(j, g);
-    j->unsure = !arbiter_held || g.promise.there;
+    // What has a group behind it is there to stay, and so is what changes nothing.
+    j->unsure = g.header != nullptr && (!arbiter_held || g.promise.there);
   }
 }
 

@@ -595,9 +595,9 @@ TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
   engine::abandon(a_);
   EXPECT_FALSE(engine::journal_is_ahead(path));
   while (disk_events()[at].what != disk_event::kind::flush) at++;
-  rewind_disk(image(), at + 1);   // committed, the file not yet changed
-  EXPECT_TRUE(engine::journal_is_ahead(path));
   rewind_disk(image(), at + 3);   // among the pages
+  EXPECT_TRUE(engine::journal_is_ahead(path));
+  rewind_disk(image(), at + 1);   // committed, the file not yet changed
   EXPECT_TRUE(engine::journal_is_ahead(path));
   ASSERT_EQ(a_.open_for_work(path), 0);
   EXPECT_FALSE(engine::journal_is_ahead(path));
