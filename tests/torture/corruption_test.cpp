@@ -270,9 +270,9 @@ class Corruption : public ::testing::Test {
     std::vector<std::uint64_t> telling;  // bytes that are not zero: damage of others says less
     for (std::uint64_t i = 0; i < whole.size(); ++i)
       if (whole[i]) telling.push_back(i);
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 60; ++i)
       damages.push_back({telling[random() % telling.size()] * 8 + random() % 8, whole.size()});
-    for (int i = 0; i < 25; ++i) damages.push_back({0, random() % whole.size()});
+    for (int i = 0; i < 15; ++i) damages.push_back({0, random() % whole.size()});
     return damages;
   }
 
