@@ -8,7 +8,7 @@ namespace bench {
 struct CallCounts {
   bool known;  // false when this process may not trace its children
   long calls;
-  long flushes;  // fsync, fdatasync, msync, sync_file_range
+  long flushes;  // fsync, fdatasync, msync, sync_file_range, writes to what is open with O_DSYNC
 };
 
 // Runs prepare and then work in a child process that is traced from the end of prepare

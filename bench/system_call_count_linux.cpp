@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -6,15 +7,34 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "system_call_count.h"
 
 namespace bench {
 namespace {
 
-bool is_flush(unsigned long long number) {
-  return number == SYS_fsync || number == SYS_fdatasync || number == SYS_msync ||
-         number == SYS_sync_file_range;
+bool is_write(unsigned long long number) {
+  return number == SYS_write || number == SYS_pwrite64 || number == SYS_writev || number == SYS_pwritev ||
+         number == SYS_pwritev2;
+}
+
+// Whether a descriptor of the child was opened so that each write is flushed.
+bool writes_are_flushed(pid_t child, unsigned long long file) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%d/fdinfo/%llu", static_cast<int>(child), file);
+  std::FILE* info = std::fopen(path, "r");
+  if (!info) return false;
+  unsigned flags = 0;
+  const bool known = std::fscanf(info, "pos: %*d flags: %o", &flags) == 1;
+  std::fclose(info);
+  return known && (flags & O_DSYNC) != 0;
+}
+
+bool is_flush(pid_t child, const user_regs_struct& regs) {
+  const unsigned long long number = regs.orig_rax;
+  return number == SYS_fsync || number == SYS_fdatasync || number == SYS_msync || number == SYS_sync_file_range ||
+         (is_write(number) && writes_are_flushed(child, regs.rdi));
 }
 
 // The work stands between two calls of getppid: the system call that does nothing.
@@ -44,7 +64,7 @@ void count(pid_t child, CallCounts& counts) {
         ++markers;
       } else if (markers == 1) {
         ++counts.calls;
-        if (is_flush(regs.orig_rax)) ++counts.flushes;
+        if (is_flush(child, regs)) ++counts.flushes;
       }
     }
     at_entry = !at_entry;
