@@ -190,7 +190,7 @@ int append_change(PSP* h, const change_kind& kind) {
 }
 
 int flush_log(journal* j) {
-  const int flushed = planted(fault::flush_left_out) ? static_cast<int>(e_ok) : flush_journal(&j->log);
+  const int flushed = planted(planted_fault::flush_left_out) ? static_cast<int>(e_ok) : flush_journal(&j->log);
   if (flushed == e_ok) j->unflushed = false;
   return flushed;
 }

@@ -139,7 +139,7 @@ void start_of_life(journal_file* j) {
 void take_head(journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
   j->alive = std::memcmp(head, head_magic, sizeof head_magic - 1) == 0 &&
              load_le32(head + head_at::crc) == crc32c(0, head, head_at::crc) &&
-             (load_le64(head + head_at::identity) == j->identity || planted(fault::identity_ignored));
+             (load_le64(head + head_at::identity) == j->identity || planted(planted_fault::identity_ignored));
   j->salt = load_le64(head + head_at::salt);
   std::memcpy(j->base, head + head_at::header, header_size);
   j->base_generation = load_le32(head + head_at::generation);
@@ -167,7 +167,7 @@ void step_over(journal_file* j, const group_read& g) {
 bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_place& place) {
   if (std::memcmp(head, group_magic, 4) != 0) return false;
   if (load_le64(head + group_at::salt) != j->salt || load_le64(head + group_at::sequence) != place.sequence) return false;
-  if (load_le32(head + group_at::chain) != place.chain && !planted(fault::chain_ignored)) return false;
+  if (load_le32(head + group_at::chain) != place.chain && !planted(planted_fault::chain_ignored)) return false;
   const std::uint32_t kind = load_le32(head + group_at::kind);
   const std::uint32_t nodes = load_le32(head + group_at::nodes);
   if (kind > kind_decision || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
@@ -360,7 +360,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   if (g.promise != nullptr) written.promise = *g.promise;
   if (g.decision != nullptr) written.decision = *g.decision;
   store_le32(at + group_at::crc, written.crc);
-  const std::uint64_t kept = padded - (planted(fault::group_cut) ? journal_sector : 0);
+  const std::uint64_t kept = padded - (planted(planted_fault::group_cut) ? journal_sector : 0);
   const bool good = os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept);
   give_back_room(j);
   if (!good) return e_write;
@@ -428,7 +428,7 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
     // What was read now may not be what the head was read from: another one may be writing.
     if (at == nullptr || !head_is_good(j, at, place) || load_le32(at + group_at::length) != length) return e_ok;
   }
-  if (load_le32(at + group_at::crc) == group_crc(at, length) || planted(fault::crc_ignored)) *out = at;
+  if (load_le32(at + group_at::crc) == group_crc(at, length) || planted(planted_fault::crc_ignored)) *out = at;
   return e_ok;
 }
 }  // namespace

@@ -83,7 +83,7 @@ int settle_promise(PSP* h) {
   journal* j = h->journal;
   if (!j->log.alive || !j->log.at.promise.there) return e_ok;
   int counts = shows_promise(h);
-  if (counts == 0 && planted(fault::promise_believed)) counts = 1;
+  if (counts == 0 && planted(planted_fault::promise_believed)) counts = 1;
   if (counts == 0) counts = was_decided(h, j->log.at.promise);
   if (counts < 0) return counts;
   if (counts > 0) {
@@ -97,7 +97,7 @@ int settle_promise(PSP* h) {
 int settle_partner(PSP* h) {
   journal* j = h->journal;
   const group_link& decision = j->log.at.decision;
-  if (!decision.there || planted(fault::partner_forgotten)) return e_ok;
+  if (!decision.there || planted(planted_fault::partner_forgotten)) return e_ok;
   char record[path_limit];
   if (!path_beside(j, decision.name, record)) return e_ok;
   const int file = os().open(record, {true, false, false});

@@ -22,7 +22,7 @@ int write_flag(PSP* h, bool set) {
 // Nodes that a group takes for there: a power cut may have taken the file's growth.
 int extend_file(PSP* h, std::uint32_t extent) {
   static const std::uint8_t zeros[64 * 1024] = {};
-  if (planted(fault::growth_not_restored)) return e_ok;
+  if (planted(planted_fault::growth_not_restored)) return e_ok;
   const std::int64_t size = os().size(h->file);
   if (size < 0) return e_io;
   const std::uint64_t end = node_offset(static_cast<std::int32_t>(extent));
@@ -198,7 +198,7 @@ int repair_file(PSP* h, bool all) {
   int result = write_flag(h, true);
   // A death while pages went to the file: the header is written first, and what groups of a
   // transaction before it deferred may be missing.
-  const bool any_may_miss = (all || page.flag) && !planted(fault::repair_begins_late);
+  const bool any_may_miss = (all || page.flag) && !planted(planted_fault::repair_begins_late);
   if (result == e_ok) result = for_groups(h, any_may_miss ? first_place(&j->log) : from, apply_group);
   if (result == e_ok) result = write_flag(h, false);
   if (result == e_ok) {
@@ -234,11 +234,11 @@ int drop_unfinished(PSP* h) {
 
 int apply_pages(PSP* h) {
   const pending_pages& p = h->journal->pages;
-  int result = planted(fault::flag_late) ? static_cast<int>(e_ok) : write_flag(h, true);
+  int result = planted(planted_fault::flag_late) ? static_cast<int>(e_ok) : write_flag(h, true);
   if (result == e_ok && p.has_header) result = write_through(h, 0, p.header, header_size);
-  if (planted(fault::flag_late)) result = write_flag(h, true);
+  if (planted(planted_fault::flag_late)) result = write_flag(h, true);
   for (std::uint32_t i = 0; result == e_ok && i < p.count; ++i) {
-    if (planted(fault::writes_swapped) && i + 1 == p.count) write_flag(h, false);
+    if (planted(planted_fault::writes_swapped) && i + 1 == p.count) write_flag(h, false);
     result = write_through(h, node_offset(p.nodes[i].number), p.nodes[i].bytes, page_size);
   }
   return result == e_ok ? write_flag(h, false) : result;
@@ -250,7 +250,7 @@ namespace {
 int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
   journal* j = h->journal;
   if (const int settled = settle_partner(h); settled != e_ok) return settled;
-  if (!planted(fault::checkpoint_before_flush) && os().flush(h->file) != 0) {
+  if (!planted(planted_fault::checkpoint_before_flush) && os().flush(h->file) != 0) {
     j->pages_lost = true;
     forget_mount(&j->log);
     return e_write;

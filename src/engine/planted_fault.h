@@ -6,7 +6,7 @@
 
 namespace zvrdb::engine {
 
-enum class fault : int {
+enum class planted_fault : int {
   flush_left_out = 1,            // a commit does not wait for the disk
   flag_late = 2,                 // the write flag is set when the header is written already
   writes_swapped = 3,            // the flag is cleared before the last node is written
@@ -24,9 +24,9 @@ enum class fault : int {
 };
 
 #ifdef ZVR_PLANTED_FAULTS
-bool planted(fault which);
+bool planted(planted_fault which);
 #else
-constexpr bool planted(fault) { return false; }
+constexpr bool planted(planted_fault) { return false; }
 #endif
 
 }  // namespace zvrdb::engine

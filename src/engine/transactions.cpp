@@ -353,7 +353,7 @@ int undo_node(PSP* h, rollback_progress* progress, undo_state* s) {
   const node& v = third_buffer.image;
   int offsets[max_log_records];
   if (!collect_log_records(v, offsets)) return raise_damage(h, third_buffer.number);
-  const int oldest = planted(fault::undo_one_short) ? 1 : 0;
+  const int oldest = planted(planted_fault::undo_one_short) ? 1 : 0;
   for (int i = v.count - 1; i >= oldest; --i) {
     const log_view record = view_log_record(h, v, offsets[i]);
     ++progress->done;

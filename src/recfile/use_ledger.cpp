@@ -66,7 +66,7 @@ void give_back_row(DBR_CNTL* cntl, use_ledger* ledger, std::uint32_t place) {
     const std::uint32_t bit = 1u << file;
     if ((row.open_files & bit) == 0) continue;
     const std::uint16_t count = cntl->files[file].use_count;
-    const std::uint32_t left = engine::planted(engine::fault::use_count_leaked) ? count : lowered(count);
+    const std::uint32_t left = engine::planted(engine::planted_fault::use_count_leaked) ? count : lowered(count);
     take_step(cntl, ledger,
               {file, left, place, {row.incarnation, row.open_files & ~bit}});
   }

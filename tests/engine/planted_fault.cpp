@@ -4,7 +4,7 @@
 
 namespace zvrdb::engine {
 
-bool planted(fault which) {
+bool planted(planted_fault which) {
   static const char* number = std::getenv("ZVR_PLANTED_FAULT");
   return number != nullptr && std::atoi(number) == static_cast<int>(which);
 }

@@ -229,7 +229,8 @@ std::string Worker::name_of(Thing thing) {
 }
 
 // Each of the worker's own things is listed once if it is there, and no other of its own.
-bool Worker::compare_list(std::vector<std::string> found, Kind kind) {
+// "" or what is wrong.
+std::string Worker::fault_of_list(const std::vector<std::string>& found, Kind kind) {
   std::multiset<std::string> wanted;
   for (unsigned i = 0; i < things[static_cast<unsigned>(kind)]; ++i)
     if (cell({kind, i})) wanted.insert(name_of({kind, i}));
@@ -241,18 +242,28 @@ bool Worker::compare_list(std::vector<std::string> found, Kind kind) {
                                                   : name.starts_with(request_user(self_) + " ");
     if (mine) own.insert(name);
   }
-  if (own == wanted) return true;
-  return fail("a list of " + std::string(kind_names[static_cast<unsigned>(kind)]) + "s has " +
-              std::to_string(own.size()) + " of its own and not " + std::to_string(wanted.size()));
+  if (own == wanted) return {};
+  return "a list of " + std::string(kind_names[static_cast<unsigned>(kind)]) + "s has " + std::to_string(own.size()) +
+         " of its own and not " + std::to_string(wanted.size());
 }
 
+// A list of change files does not outlive the tables in memory, which are built anew after
+// deaths: its entries then stand for others.  Such a list is begun again; lists that are wrong
+// with no death between them are wrong for good.
 bool Worker::look_at_list(Kind kind) {
-  std::string fault;
-  std::vector<std::string> found;
-  if (kind == Kind::target) found = all_targets(task_, &fault);
-  if (kind == Kind::change_file) found = all_change_files(task_, &fault);
-  if (kind == Kind::request) found = all_requests(task_, request_user(self_), &fault);
-  return fault.empty() ? compare_list(std::move(found), kind) : fail(fault);
+  const unsigned attempts = kind == Kind::change_file ? 10 : 1;
+  std::string wrong;
+  for (unsigned i = 0; i < attempts; ++i) {
+    std::string fault;
+    std::vector<std::string> found;
+    if (kind == Kind::target) found = all_targets(task_, &fault);
+    if (kind == Kind::change_file) found = all_change_files(task_, &fault);
+    if (kind == Kind::request) found = all_requests(task_, request_user(self_), &fault);
+    if (!fault.empty()) return fail(fault);
+    wrong = fault_of_list(found, kind);
+    if (wrong.empty()) return true;
+  }
+  return fail(wrong);
 }
 
 bool Worker::look_at_everything() {

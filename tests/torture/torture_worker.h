@@ -51,7 +51,7 @@ class Worker {
   bool transaction_on_targets();
   bool change_in_transaction(const Wanted& wanted);
   bool status_of_a_target();
-  bool compare_list(std::vector<std::string> found, Kind kind);
+  std::string fault_of_list(const std::vector<std::string>& found, Kind kind);
   bool look_at_list(Kind kind);
   std::string name_of(Thing thing);
 
