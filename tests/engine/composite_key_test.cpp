@@ -293,13 +293,21 @@ TEST_P(CompositeKey, ComesBackWithARollBackAndOnlyWhereItsOrderIsKnown) {
   engine::abandon(h_);
   ASSERT_EQ(h_.open(path_, GetParam().access, 2, keys_without_tables), 0);
   ASSERT_EQ(engine::csetfile(h_, 4), 0);
-  ASSERT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
-  EXPECT_EQ(engine::transroll(h_, nullptr, 0, nullptr), engine::e_segments);
-  EXPECT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
+  // With a journal the file never had the transaction, so there is nothing to roll back.
+  const bool taken_back = GetParam().journal == engine::journal_use::on;
+  if (taken_back) {
+    EXPECT_EQ(engine::transstat(h_), 0);
+  } else {
+    ASSERT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
+    EXPECT_EQ(engine::transroll(h_, nullptr, 0, nullptr), engine::e_segments);
+    EXPECT_EQ(engine::transstat(h_), engine::e_trans_interrupted);
+  }
   ASSERT_EQ(h_.close(), 0);
   ASSERT_EQ(h_.open(path_, GetParam().access, 2, keys), 0);
   ASSERT_EQ(engine::csetfile(h_, 4), 0);
-  EXPECT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
+  if (!taken_back) {
+    EXPECT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
+  }
   EXPECT_EQ(walk(1), before);
 }
 
