@@ -26,7 +26,7 @@ class Engine final : public Rival {
  public:
   std::string name() const override { return "zvrdb engine"; }
   std::string settings() const override {
-    return "record file shared by processes, integrity level 4, commit journal, reads from the cache without locks, cache of 65,536 nodes";
+    return "record file shared by processes, integrity level 4, commit journal, cache of 65,536 nodes";
   }
   bool is_ours() const override { return true; }
 
