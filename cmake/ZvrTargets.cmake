@@ -12,12 +12,15 @@ if(ZVR_SANITIZE)
     -fsanitize=${ZVR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(zvr_compile_rules INTERFACE -fsanitize=${ZVR_SANITIZE})
 endif()
-
 # The libraries take no exceptions and no run-time types: a failure is a code.
 add_library(zvr_library_rules INTERFACE)
 target_link_libraries(zvr_library_rules INTERFACE zvr_compile_rules)
 target_compile_options(zvr_library_rules INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+if(ZVR_FUZZ)
+  # The coverage that steers libFuzzer: that of the libraries, not of what drives them.
+  target_compile_options(zvr_library_rules INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 target_include_directories(zvr_library_rules INTERFACE
   ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
 
@@ -47,4 +50,22 @@ function(zvr_test name)
   # Parsed once a program and not once a source: half of what building the tests takes.
   target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT})
+endfunction()
+
+# zvr_planted_test(NAME TESTS PROGRAM SOURCES ... USES ...): the tests of a program once more,
+# on libraries whose SOURCES are compiled with planted faults (src/engine/planted_fault.h).
+# They take the place of the same sources in the libraries of USES.
+function(zvr_planted_test name)
+  cmake_parse_arguments(arg "" "TESTS" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${PROJECT_SOURCE_DIR}/tests/engine/planted_fault.cpp ${arg_SOURCES})
+  target_sources(${name} PRIVATE $<TARGET_OBJECTS:${arg_TESTS}>)
+  target_compile_definitions(${name} PRIVATE ZVR_PLANTED_FAULTS)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE zvr_compile_rules ${arg_USES} GTest::gtest_main GTest::gmock)
+endfunction()
+
+# The tests of a program once more, in one go, by the literal order of writes.
+function(zvr_test_without_journals name)
+  add_test(NAME WithoutJournals.${name} COMMAND ${name})
+  set_tests_properties(WithoutJournals.${name} PROPERTIES ENVIRONMENT ZVR_JOURNAL=off TIMEOUT 300)
 endfunction()

@@ -7,7 +7,8 @@
  *
  * Each answers through a pipe whose number it is given as an argument.
  *
- *   ln -s courier sorter && PATH=.:$PATH ./courier OSLO
+ *   cc -std=c99 -D_GNU_SOURCE courier.c -o courier $(pkg-config --cflags --libs zvrtask zvrdb)
+ *   ln -s courier sorter && ORVO_PATH=/srv/zvr PATH=.:$PATH ./courier OSLO
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -20,9 +21,10 @@ static void answer(const char *descriptor, const char *name, const char *target,
   char line[160];
   uint32_t number = 0;
   const int16_t rc = db_get_trg_index(task, target, &number);
-  const int length = rc == DBE_OK
-                         ? snprintf(line, sizeof line, "%s: %s is target %u\n", name, target, (unsigned)number)
-                         : snprintf(line, sizeof line, "%s: %s: %s\n", name, target, "no such target");
+  const int length =
+      rc == DBE_OK          ? snprintf(line, sizeof line, "%s: %s is target %u\n", name, target, (unsigned)number)
+      : rc == DBE_NO_TARGET ? snprintf(line, sizeof line, "%s: %s: no such target\n", name, target)
+                            : snprintf(line, sizeof line, "%s: %s: code %d, see log/messages.log\n", name, target, rc);
   const int out = atoi(descriptor);
   if (write(out, line, (size_t)length) != (ssize_t)length) perror(name);
   close(out);

@@ -390,6 +390,9 @@ enum {
   DB_MIG_COUNT = 4,    /* done: how many records of the kind that text names were converted */
   DB_MIG_END = 5       /* the stage has ended with rc */
 };
+/* Text of the count of targets that MAX TARGETS has no room for: they are not converted, and
+ * their texts go with those of the others. */
+#define DB_MIG_LEFT_OUT "targets left out"
 typedef struct db_mig_event {
   uint32_t kind;
   uint32_t stage;

@@ -53,7 +53,7 @@ std::int16_t enter_all(loading& load, unsigned char* stored) {
   file_entry* file = load.tcb->cat_file;
   catalog_key key = {};
   for (std::int16_t option = recfile::KEY_FIRST;; option = recfile::KEY_GT) {
-    std::int16_t rc = recfile::db_locate(load.task, file, &key, option);
+    std::int16_t rc = recfile::db_locate_surely(load.task, file, &key, option);
     if (rc == DBE_NOT_FOUND || (rc == DBE_OK && key.db_id != DB_CAT)) return DBE_OK;
     if (rc != DBE_OK) return rc;
     std::uint32_t stored_len = keyed::external_capacity;

@@ -28,6 +28,9 @@ std::int16_t del_cms(void* task, std::uint16_t num_keys, const void* const* keys
 
 // All pairs of a target.  0, also when there is none; 8455.
 std::int16_t del_target_cms(void* task, const char* target);
+// The same without its end: when there were pairs, and 0 is answered, *begun is true and the
+// transaction on "cmstatus" is the caller's to end.
+std::int16_t begin_del_target_cms(void* task, const char* target, bool* begun);
 // Whether any target has status of a change file.  0 none; 8212; 8455 not readable.
 std::int16_t any_cm_by_cat(void* task, std::uint16_t cf_number);
 

@@ -31,19 +31,20 @@ std::int16_t leave_targets(void* task, std::uint16_t cf_number, const record_bod
   return DBE_OK;
 }
 
-// The target's record goes with all of its pairs.  0 also when there is none.
-std::int16_t delete_of_target(void* task, std::uint32_t trg_index) {
+// The target's record goes with all of its pairs, in a transaction that is under way when
+// *begun is true.  0 also when there is none.
+std::int16_t delete_of_target(void* task, std::uint32_t trg_index, bool* begun) {
   std::int16_t rc = locate(task, by_trg, trg_index);
   if (rc != DBE_OK) return rc == DBE_NOT_FOUND ? static_cast<std::int16_t>(DBE_OK) : rc;
   image_area image = target_area(task, "DELTRG_CMS");
   rc = read_image(task, &image);
   if (rc == DBE_OK) rc = recfile::start_trans(task, DB_CMS);
   if (rc != DBE_OK) return rc;
+  *begun = true;
   // The frame counts this call as a change of targets alone.
   ++memory::tcb_of(task)->cntl->gen[DB_CMS];
   rc = leave_change_files(task, trg_index, image.body);
-  if (rc == DBE_OK) rc = delete_record(task, by_trg, trg_index);
-  return end_change(task, rc);
+  return rc == DBE_OK ? delete_record(task, by_trg, trg_index) : rc;
 }
 
 // The change file's record goes with all of its pairs.  0 also when there is none.
@@ -67,11 +68,19 @@ std::int16_t delete_of_change_file(void* task, std::uint16_t cf_number) {
 std::int16_t del_target_cms(void* task, const char* target) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
-  std::uint32_t trg_index = 0;
-  if (memory::get_trg_index(task, target, &trg_index) != DBE_OK) return rc;
-  rc = delete_of_target(task, trg_index);
+  bool begun = false;
+  rc = begin_del_target_cms(task, target, &begun);
+  if (begun && rc == DBE_OK) rc = end_change(task, rc);
   if (rc != DBE_OK) bracket.quitting();
   return rc;
+}
+
+std::int16_t begin_del_target_cms(void* task, const char* target, bool* begun) {
+  *begun = false;
+  std::uint32_t trg_index = 0;
+  if (memory::get_trg_index(task, target, &trg_index) != DBE_OK) return DBE_OK;
+  const std::int16_t rc = delete_of_target(task, trg_index, begun);
+  return *begun && rc != DBE_OK ? end_change(task, rc) : rc;
 }
 
 std::int16_t del_cf_cms(void* task, const void* cf_name) {

@@ -41,6 +41,7 @@ bool append_unescaped(char* out, size_t size, const char* name) {
   size_t length = strlen(out);
   for (const char* c = name; *c != '\0'; ++c) {
     char plain = *c;
+    if (plain == CO_SEPARATOR) return false;
     if (plain == '%') {
       if (strncmp(c, "%2F", 3) == 0)
         plain = CO_SEPARATOR;

@@ -1,7 +1,6 @@
 #include "engine/byte_wait.h"
 
 #include "engine/engine.h"
-#include "engine/format.h"
 #include "engine/os_file.h"
 
 namespace zvrdb::engine {
@@ -18,14 +17,6 @@ int wait_for_bytes(int file, std::uint64_t offset, std::uint64_t length) {
         break;
     }
   }
-}
-
-writers_held::writers_held(const char* path) : file_(os().open(path, {true, false, false})), result_(e_not_found) {
-  if (file_ >= 0) result_ = wait_for_bytes(file_, arbiter_byte, 1);
-}
-
-writers_held::~writers_held() {
-  if (file_ >= 0) os().close(file_);
 }
 
 }  // namespace zvrdb::engine

@@ -103,14 +103,14 @@ int lock_quiet_read(PSP* h) {
   if (c->state == quiet::broken) return e_not_cached;
   int result = waitarbiter(h);
   if (result == e_ok) result = lockread(h, false);
-  if (result != e_ok) return result;
-  if (!something_moved(h)) {
+  if (result == e_ok && !something_moved(h)) {
     c->state = quiet::no;
     return e_ok;
   }
+  // What a lock failed for is told by the read that is made anew.
   c->state = quiet::broken;
-  result = unlockread(h);
-  return result != e_ok ? result : static_cast<int>(e_not_cached);
+  if (result == e_ok) unlockread(h);
+  return e_not_cached;
 }
 
 int leave_quiet_read(PSP* h) {

@@ -43,7 +43,7 @@ bool begin_quiet_read(PSP* h, int keyno);
 bool end_quiet_read(PSP* h, int* result);
 
 // A node must be read from the file: takes the own reader byte.  0; e_not_cached, the read is
-// broken; e_byte_lock.
+// broken.
 int lock_quiet_read(PSP* h);
 // A write operation begins inside a read: what follows is under its locks.
 int leave_quiet_read(PSP* h);

@@ -43,7 +43,8 @@ bool follows_in_order(PSP* h, const cursor& left, const std::uint8_t* entry, int
   if (left.ckeyno != found) return side * (found - left.ckeyno) > 0 || !good_key_number(left.ckeyno);
   const int type = type_of_key(h, found);
   if (!is_totally_ordered(type) || left.crecno == ~std::uint32_t{0}) return true;
-  const target t{left.ckey, static_cast<std::int32_t>(left.crecno), found, type, piece_of(left.cpiece), 0, h->order};
+  const target t{left.ckey, static_cast<std::int32_t>(left.crecno), found, type, piece_of(left.cpiece), 0, h->order,
+                 nullptr};
   const entry_sign s = entrycmp(entry, t, true);
   const std::uint8_t byte = entry[entry_at::piece];
   return side * s.full > 0 || (side < 0 && is_piece_128(byte, left.cpiece));

@@ -6,6 +6,7 @@
 #include "engine/cursor.h"
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
+#include "engine/leaf_merge.h"
 #include "engine/node_cache.h"
 #include "engine/record_locks.h"
 #include "engine/sharing.h"
@@ -93,6 +94,7 @@ int delpieces(PSP* h, std::int32_t v, int i, removal* r) {
     r->recno = entry_record(copy, h->order);
     r->piece = copy[entry_at::piece];
     remove_entry(h, r->keyno, offset, v, i);
+    if (merges_on_delete(h) && m.count == 0) note_emptied_leaf(h, v, copy);
     if ((r->piece & last_piece) != 0) {
       r->done = true;
       return e_ok;
@@ -113,6 +115,7 @@ int delvalue(PSP* h, int keyno) {
   bool moved = false;
   int result = e_ok;
   h->lastkey = -1;
+  if (merges_on_delete(h)) forget_emptied_leaves();
   for (;;) {
     result = delpieces(h, c.cnode, index, &r);
     const int written = nodeput(h, main_buffer, c.cnode);
@@ -220,7 +223,7 @@ int delete_entry(PSP* h, const value_at& v) {
   if (h->cmpfull != 0 || c.cindex >= main_buffer.image.count) return e_not_found;
   c.cdeleted = 0;
   const int removed = delvalue(h, v.keyno);
-  if (removed >= 0) return e_ok;
+  if (removed >= 0) return merge_emptied_leaves(h);
   return removed == e_write ? removed : static_cast<int>(e_io);
 }
 
@@ -256,7 +259,7 @@ int delete_at_cursor(PSP* h, int keyno) {
   if (got != e_ok) return got;
   if (c.cdeleted || entry_at_index(main_buffer.image, c.cindex) == nullptr) return e_not_found;
   const int removed = delvalue(h, keyno);
-  return removed < 0 ? removed : static_cast<int>(e_ok);
+  return removed < 0 ? removed : merge_emptied_leaves(h);
 }
 
 }  // namespace
@@ -283,6 +286,8 @@ int bstore(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, const
     if (result == e_ok) {
       h->keyno = keyno;
       for (; pieces > 1 && result == e_ok; --pieces) result = stepback(h);
+      // What a longer value before it left empty; a leaf that was filled again stays.
+      if (result == e_ok) result = merge_emptied_leaves(h);
     } else if (result == e_write) {
       const int removed = delete_entry(h, v);
       if (removed != e_ok && removed != e_not_found) result = removed;

@@ -4,24 +4,39 @@
 #include <string>
 
 #include "engine/file_check_records.h"
+#include "engine/journal.h"
 #include "engine/report_walk.h"
 
 namespace zvrdb::engine {
 namespace report {
 namespace {
 
-// Fields that stay zero in a file with one tree.
+// Trees beside the shared one: those that keys name are there, and what isn't named is zero.
 void check_tree_tables(survey* s) {
+  const file_header& h = s->header;
+  for (std::size_t k = 0; k < h.key_trees.size(); k++) {
+    const int tree = h.key_trees[k];
+    const std::string key = "key " + std::to_string(k + 1);
+    if (tree > static_cast<int>(h.tree_depths.size()) || (tree != 0 && k >= max_key_number)) {
+      tell_problem(s, -1, "header", key + " lies in tree " + std::to_string(tree) + ", which can't be");
+    } else if (tree != 0 && h.tree_depths[static_cast<std::size_t>(tree) - 1] == 0) {
+      tell_problem(s, -1, "header", key + " lies in tree " + std::to_string(tree) + ", which isn't there");
+    }
+  }
+  for (std::size_t t = 0; t < h.tree_depths.size(); t++) {
+    const std::string tree = "tree " + std::to_string(t + 1);
+    if (h.tree_depths[t] > max_depth) {
+      tell_problem(s, -1, "header", tree + " has a depth of " + std::to_string(h.tree_depths[t]));
+    } else if (h.tree_depths[t] == 0 && h.tree_roots[t] != 0) {
+      tell_problem(s, -1, "header", tree + " isn't there, and its root is " + std::to_string(h.tree_roots[t]));
+    }
+  }
+}
+
+void check_marker(survey* s) {
   unsigned char bytes[header_size];
   if (!read_bytes(s->reader, 0, bytes, sizeof bytes)) return;
-  for (std::size_t i = header_at::keytree; i < header_at::transhead; i++) {
-    bool undefined = i == header_at::treeroot - 2 || i == header_at::treeroot - 1;
-    if (bytes[i] == 0 || undefined) continue;
-    tell_problem(s, -1, "header", "byte " + std::to_string(i) + ", of the tables of further trees, isn't zero");
-    return;
-  }
-  byte_order in_file = order_of(s->header);
-  if (load32(bytes + header_at::marker, in_file) != 1)
+  if (load32(bytes + header_at::marker, order_of(s->header)) != 1)
     tell_problem(s, -1, "header", "the byte-order marker is neither of the two");
 }
 
@@ -41,6 +56,7 @@ void check_header(survey* s) {
   auto wrong = [&](const char* field, std::int64_t value, const std::string& expected) {
     tell_problem(s, -1, "header", std::string(field) + " is " + std::to_string(value) + ", expected " + expected);
   };
+  if (h.generation == 0) wrong("generation", h.generation, "at least 1");
   if (h.depth < 1 || h.depth > max_depth) wrong("depth", h.depth, "1 to 20");
   if (h.nextnode < 1 || h.nextnode > h.extent) wrong("nextnode", h.nextnode, "1 to extent, " + std::to_string(h.extent));
   if (h.nextrec < 1) wrong("nextrec", h.nextrec, "at least 1");
@@ -53,6 +69,7 @@ void check_header(survey* s) {
   if (h.write_flag)
     tell_problem(s, -1, "header", "the write-in-progress flag is set: a write was interrupted");
   check_tree_tables(s);
+  check_marker(s);
   check_key_types(s);
 }
 
@@ -220,6 +237,11 @@ report_outcome verify_file(const char* path, const check_options& options, probl
   s.progress_context = options.progress_context;
   if (options.deep && !s.reader.guarded)
     tell_note(&s, -1, "file", "no reader byte could be had: the file was read as it lay, writers may have been at work");
+  if (journal_is_ahead(path))
+    tell_note(&s, -1, "file",
+              "its journal has changes that it does not have yet, or only in part: the next opening brings them in, and "
+              "what is told here may be over then");
+  s.segments = take_segments(s.header, options.keys);
   check_header(&s);
   deep_check deep;
   deep.s = &s;

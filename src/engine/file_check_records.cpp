@@ -147,8 +147,7 @@ void lock_entry(deep_check* deep, const node& leaf, const entry& e) {
   int slot = load16(e.data, order_of(deep->s->header));
   if (slot >= slot_count) tell_entry(deep, leaf, e, "a record lock names slot " + std::to_string(slot));
   bool on_body = e.value_size >= 2 && e.value[1] == key_bodies;
-  if (on_body && !std::binary_search(deep->bodies.begin(), deep->bodies.end(), e.rec))
-    tell_note(deep->s, leaf.number, leaf_path(leaf), "a lock is left on record " + std::to_string(e.rec) + ", which doesn't exist");
+  if (on_body) deep->locks.push_back({e.rec, leaf.number});
 }
 
 void check_number(deep_check* deep, const node& leaf, const entry& e) {
@@ -200,6 +199,11 @@ void finish_deep(deep_check* deep) {
     if (!members.any_with_keys) continue;
     for (std::int32_t rec : members.without_keys)
       tell_problem(s, -1, "tree", "record " + std::to_string(rec) + " has no key entry");
+  }
+  for (const lock_reference& lock : deep->locks) {
+    if (std::binary_search(deep->bodies.begin(), deep->bodies.end(), lock.rec)) continue;
+    tell_note(s, lock.node, "leaf " + std::to_string(lock.node),
+              "a lock is left on record " + std::to_string(lock.rec) + ", which doesn't exist");
   }
   // Header counters are not undone by a roll-back, so only the impossible is a problem.
   if (s->header.freerecs < 0) tell_problem(s, -1, "header", "freerecs is " + std::to_string(s->header.freerecs));

@@ -1,5 +1,6 @@
 // The deep check: what the entries say to one another.  Fed with the leaf entries in tree
-// order, so key entries come before the bodies, and bodies before the locks.
+// order, and of several trees with that of the bodies last, so key entries and free numbers
+// come before the bodies.
 #pragma once
 
 #include <cstdint>
@@ -19,6 +20,12 @@ struct key_reference {
 };
 
 // Bodies written through one field list.
+// A lock on a body.
+struct lock_reference {
+  std::int32_t rec;
+  std::int32_t node;
+};
+
 struct list_members {
   bool any_with_keys = false;
   std::vector<std::int32_t> without_keys;
@@ -32,6 +39,7 @@ struct deep_check {
   bool sorted = false;
   std::vector<std::int32_t> free_numbers;
   std::vector<std::int32_t> bodies;
+  std::vector<lock_reference> locks;
   std::map<std::uint16_t, list_members> lists;
   // The value whose pieces are being gathered.
   bool gathering = false;

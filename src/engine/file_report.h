@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/engine.h"
+
 namespace zvrdb::engine {
 
 enum class report_outcome { sound, problems, unreadable };
@@ -25,6 +27,9 @@ struct check_options {
   bool deep = false;    // also every record body against its key entries, free numbers, log chains
   void (*progress)(void* context, std::uint64_t done, std::uint64_t all) = nullptr;
   void* progress_context = nullptr;
+  // The key table that the file is opened with, or null.  With the segment tables in it the
+  // values of composite keys and their order are checked too; the file doesn't tell them.
+  const key_entry* keys = nullptr;
 };
 
 using problem_fn = void (*)(void* context, const problem&);
@@ -37,6 +42,9 @@ struct file_header {
   bool little_endian;
   std::int32_t root, depth, nextnode, nextrec, extent, freenode, freerecs, reccount, infolen, transhead, savedhead;
   std::array<std::uint8_t, 22> key_types;
+  std::array<std::uint8_t, 22> key_trees;     // of keys 1 to 22: the tree they lie in, 0 the shared one
+  std::array<std::uint8_t, 20> tree_depths;   // of trees 1 to 20, 0 for none
+  std::array<std::int32_t, 20> tree_roots;
   bool write_flag;      // write-in-progress flag set
   std::uint64_t size;   // bytes of the file
 };
@@ -50,14 +58,16 @@ struct dump_entry {
   std::vector<unsigned char> data;
 };
 
-// header_fn once, then entry_fn for each leaf entry in tree order; either may stop
-// the walk by returning false.
+// header_fn once, then entry_fn for each leaf entry in tree order, one tree after the other
+// where there are more than the shared one, the one with the record bodies last; either
+// function may stop the walk by returning false.
 report_outcome dump_file(const char* path, bool (*header_fn)(void*, const file_header&),
                          bool (*entry_fn)(void*, const dump_entry&), void* context, std::string* reason);
 
 struct file_summary {
   file_header header;
   std::uint64_t inner_nodes, leaves, empty_leaves, free_nodes, log_nodes, unused_nodes, unreachable_nodes;
+  std::uint64_t trees;                            // the shared one among them
   std::uint64_t records, free_numbers, locks;
   double leaf_fill, inner_fill;                   // 0 to 1, mean share of the entry area in use
   std::array<std::uint64_t, 22> entries_by_key, bytes_by_key;

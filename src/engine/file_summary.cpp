@@ -71,6 +71,7 @@ report_outcome summarize_file(const char* path, file_summary* summary, std::stri
   summary_context context{summary};
   visitor v{count_tree_node, count_entry, &context};
   walk_tree(&s, v);
+  summary->trees = trees_of(s.header).size();
   summary->free_nodes = count_chain(&s, s.header.freenode, -1, place::free_node, nullptr);
   if (s.header.transhead >= 0) summary->log_nodes = count_chain(&s, s.header.transhead, 0, place::log_node, nullptr);
   std::int32_t saved = s.header.savedhead;

@@ -11,7 +11,7 @@
 //    353 | slot bytes, one a handle  209     |  locked only: handle s is alive
 //    562 | reader bytes, one a slot  209     |  locked only: slot s reads; all: a writer
 //    771 | writer arbiter            1       |  locked only: a write operation is under way
-//    772 | waiting queue             209     |  locked only, unused here
+//    772 | waiting queue             209     |  locked only: writers that wait in turn
 //    981 | unused                    29      |
 //   1010 | write-in-progress flag    2       |  0 or 13245; not part of the header
 //   1012 | unused                    12      |
@@ -113,7 +113,7 @@ inline constexpr int slot_count = 209;
 inline constexpr std::uint32_t slot_bytes = 353;      // slot_count bytes
 inline constexpr std::uint32_t reader_bytes = 562;    // slot_count bytes
 inline constexpr std::uint32_t arbiter_byte = 771;
-inline constexpr std::uint32_t queue_bytes = 772;     // slot_count bytes, unused
+inline constexpr std::uint32_t queue_bytes = 772;     // slot_count bytes
 inline constexpr std::uint32_t flag_offset = 1010;
 inline constexpr std::uint16_t flag_set = 13245;      // 0x33BD
 

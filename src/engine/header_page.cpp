@@ -2,14 +2,19 @@
 
 #include <cstring>
 
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/os_file.h"
+#include "engine/separate_trees.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
 
 int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
   if (h->journal != nullptr) return journal_write(h, kind, offset, bytes, n);
+  if (keeps_images(h)) {
+    if (const int ready = images_before_write(h); ready != e_ok) return ready;
+  }
   const std::int64_t put = os().write_at(h->file, offset, bytes, n);
   if (put == static_cast<std::int64_t>(n)) return e_ok;
   h->errdetail = e_write;
@@ -150,6 +155,7 @@ int take_header(PSP* h, const std::uint8_t* image) {
   std::memcpy(h->info, image + header_at::info, static_cast<std::size_t>(h->infolen));
   std::memcpy(h->keytypes, image + header_at::keytypes, sizeof h->keytypes);
   std::memcpy(h->treetables, image + header_at::keytree, sizeof h->treetables);
+  look_for_trees(h);
   h->hdrdirty = 0;
   return e_ok;
 }

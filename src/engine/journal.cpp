@@ -17,6 +17,7 @@
 
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/planted_fault.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -51,7 +52,7 @@ bool take_user_byte(PSP* h) {
 }
 
 bool is_at_last_change(const journal* j, std::uint32_t generation) {
-  return generation >= j->log.changed_generation && generation <= j->log.generation;
+  return generation >= j->log.at.changed_generation && generation <= j->log.at.generation;
 }
 
 // Nodes in the cache are kept true by what the groups say of them.
@@ -73,17 +74,20 @@ void on_group(void* context, const group_read& g) {
   forget_buffers(h);
 }
 
-journal_watcher watcher_of(PSP* h) { return {h, on_new_life, on_group}; }
+void on_taken_back(void* context) { static_cast<PSP*>(context)->journal->follows = false; }
+
+journal_watcher watcher_of(PSP* h) { return {h, on_new_life, on_group, on_taken_back}; }
 
 // What others did meanwhile.
-int catch_up(PSP* h) { return catch_up(&h->journal->log, watcher_of(h)); }
+int catch_up(PSP* h, bool arbiter_held) { return catch_up(&h->journal->log, arbiter_held, watcher_of(h)); }
 
 // The file is brought to what the log says, if it is not there already.
 int settle_file(PSP* h, bool all) {
   journal* j = h->journal;
+  if (const int settled = settle_promise(h); settled != e_ok) return settled;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
-  const bool behind = j->log.alive && j->log.any_change && (page.flag || all || !in_step(j, page));
+  const bool behind = j->log.alive && j->log.at.any_change && (page.flag || all || !in_step(j, page));
   if (behind || j->must_repair) {
     const int repaired = repair_file(h, all);
     if (repaired != not_explained) return repaired;
@@ -105,10 +109,14 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
     if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) take_user_byte(h);
     return e_ok;   // what failed is tried again when there is something to write
   }
-  if (const int caught = catch_up(h); caught != e_ok) return caught;
+  if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
   if (others && !users) return e_ok;
-  const int settled = settle_file(h, !others);
+  if (!others) {
+    if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
+  }
+  // Without others the machine may have been off, and what was not flushed is gone.
+  const int settled = settle_file(h, !others && !still_mounted(&j->log));
   if (settled == e_write_flag) return e_ok;   // told by who opens
   if (settled != e_ok) return settled;
   if (asked == journal_use::on || users) {
@@ -151,6 +159,8 @@ int reload(PSP* h) {
   return e_ok;
 }
 
+}  // namespace
+
 // The operation never was.  Those before it in its transaction are in the log.
 int undo_operation(PSP* h, int result) {
   journal* j = h->journal;
@@ -162,7 +172,7 @@ int undo_operation(PSP* h, int result) {
   h->grown = 0;
   if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
   reload(h);
-  if (j->log.alive) h->generation = j->log.generation;
+  if (j->log.alive) h->generation = j->log.at.generation;
   if (h->transtype != 0) {
     h->lognode = h->opnode;
     h->logpos = h->oppos;
@@ -184,24 +194,34 @@ int ready_log(PSP* h) {
   return begin_anew(h);
 }
 
-int append_operation(PSP* h, bool change, bool waits = false) {
-  journal* j = h->journal;
+namespace {
+group_to_write group_of(PSP* h) {
+  const journal* j = h->journal;
   group_to_write g = {};
   g.generation_before = load32(j->before + header_at::generation, h->order);
   g.generation_after = h->generation;
   g.extent = h->extent < 0 ? 0 : static_cast<std::uint32_t>(h->extent);
-  if (change) {
-    g.waits = waits;
-    g.header = j->pages.header;
-    g.nodes = j->pages.touched_count;
-    g.node_at = touched_node;
-    g.context = &j->pages;
-  }
-  return append_group(&j->log, g);
+  return g;
+}
+}  // namespace
+
+int append_change(PSP* h, const change_kind& kind) {
+  journal* j = h->journal;
+  group_to_write g = group_of(h);
+  g.header = j->pages.header;
+  g.nodes = j->pages.touched_count;
+  g.node_at = touched_node;
+  g.context = &j->pages;
+  g.open = kind.open;
+  g.promise = kind.promise;
+  g.decision = kind.decision;
+  const int appended = append_group(&j->log, g);
+  if (appended == e_ok) j->unflushed = true;
+  return appended;
 }
 
 int flush_log(journal* j) {
-  const int flushed = flush_journal(&j->log);
+  const int flushed = planted(planted_fault::flush_left_out) ? static_cast<int>(e_ok) : flush_journal(&j->log);
   if (flushed == e_ok) j->unflushed = false;
   return flushed;
 }
@@ -219,22 +239,25 @@ void apply_committed(PSP* h) {
   }
   j->must_repair = true;
   if (repair_file(h, false) == e_ok) reload(h);
-  if (j->log.alive) h->generation = j->log.generation;
+  if (j->log.alive) h->generation = j->log.at.generation;
 }
 
+namespace {
 int commit_change(PSP* h) {
   journal* j = h->journal;
   if (const int ready = ready_log(h); ready != e_ok) return ready;
   const bool more = (h->transtype != 0 || j->transaction_begins) && !j->closing;
   const std::uint64_t room = group_room(j->pages.touched_count, true);
-  const bool defer = more && j->log.end + room <= 4 * checkpoint_at;
+  const bool defer = more && j->log.at.end + room <= 4 * checkpoint_at;
   // Before the commit: a lock that fails afterwards would leave it between two states.
   if (!defer && is_shared(h) && h->locklevel != 3) {
     if (const int locked = lockread(h, true); locked != e_ok) return locked;
   }
-  const journal_file before = j->log;
-  if (const int appended = append_operation(h, true, defer); appended != e_ok) return appended;
-  j->unflushed = true;
+  const log_mark before = j->log.at;
+  change_kind kind;
+  kind.open = defer;
+  if (j->decision.there) kind.decision = &j->decision;
+  if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {
     j->deferred = true;
     return e_ok;
@@ -243,6 +266,7 @@ int commit_change(PSP* h) {
     take_back_group(&j->log, before);
     return flushed;
   }
+  j->committed = true;
   apply_committed(h);
   return e_ok;
 }
@@ -258,7 +282,7 @@ int note_generation(PSP* h) {
     forget_pages(&j->pages);
     return e_ok;
   }
-  if (const int appended = append_operation(h, false); appended != e_ok) return appended;
+  if (const int appended = append_group(&j->log, group_of(h)); appended != e_ok) return appended;
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
   }
@@ -360,7 +384,7 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 int journal_enter(PSP* h) {
   journal* j = h->journal;
   if (is_shared(h) && j->log.file >= 0) {
-    if (const int caught = catch_up(h); caught != e_ok) return caught;
+    if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   }
   first_page page;
   const bool look = is_shared(h) || j->must_repair;
@@ -380,11 +404,13 @@ int journal_enter(PSP* h) {
 int journal_follow(PSP* h) {
   journal* j = h->journal;
   if (j->log.file < 0) return e_ok;
-  if (const int caught = catch_up(h); caught != e_ok) return caught;
+  if (const int caught = catch_up(h, false); caught != e_ok) return caught;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  // A change that the file shows is committed: nobody takes it back.
+  if (!page.flag && in_step(j, page)) j->log.unsure = false;
   if (j->deferred && !page.flag && page.generation == j->disk_generation) return e_ok;
-  const bool behind = j->log.alive && j->log.any_change && (page.flag || !in_step(j, page));
+  const bool behind = j->log.alive && j->log.at.any_change && (page.flag || !in_step(j, page));
   if (!behind && !j->must_repair && !j->must_reload) return e_ok;
   int result = unlockread(h);
   if (result == e_ok) result = getarbiter(h);
@@ -417,12 +443,14 @@ bool journal_take_seen(PSP* h, std::uint32_t generation) {
   mark_cursors_stale(h);
   j->disk_generation = generation;
   j->ahead = false;
+  j->log.unsure = false;   // the file shows it: nobody takes it back
   return true;
 }
 
 bool journal_follow_quietly(PSP* h, std::uint32_t generation) {
   journal* j = h->journal;
   if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
+  if (j->log.unsure) return false;
   if (catch_up_to(&j->log, generation, watcher_of(h)) == 1) return true;
   // What was taken on the way may be taken back yet by its writer.
   if (j->ahead) j->follows = false;
@@ -445,10 +473,12 @@ int journal_gencheck(PSP* h) {
 
 void journal_begin_operation(PSP* h) {
   journal* j = h->journal;
-  if (j->log.alive) h->generation = j->log.generation;
+  if (j->log.alive) h->generation = j->log.at.generation;
   build_header(h, j->before);
   next_operation(&j->pages);
   j->broken = 0;
+  j->committed = false;
+  j->decision.there = false;
   j->transaction_begins = false;
   j->flush_wanted = false;
 }
@@ -460,7 +490,7 @@ int journal_end_operation(PSP* h, int result) {
   if (result != e_ok) return undo_operation(h, result);
   h->grown = 0;
   // A checkpoint that fails is tried again after the next operation: nothing is lost.
-  if (!j->deferred && !j->closing && j->log.end > checkpoint_at) check_point(h);
+  if (!j->deferred && !j->closing && j->log.at.end > checkpoint_at) check_point(h);
   return e_ok;
 }
 

@@ -24,6 +24,8 @@ struct journal {
   bool closing;              // the operation at hand closes the handle
   bool must_repair;          // a group that counts did not reach the record file whole
   bool must_reload;          // header fields of the block are not those of the file
+  bool committed;            // the operation at hand is flushed: it cannot fail any more
+  group_link decision;       // the operation at hand decides a promise
   bool pages_lost;           // a flush of the record file failed: all groups must go there again
   bool follows;              // the nodes in the cache are those of the last change known of the log
   bool ahead;                // some were taken from groups that the block's header is older than
@@ -74,6 +76,26 @@ int journal_end_operation(PSP* h, int result);
 // The last steps of a close, the arbiter held; lets the slot go.
 int journal_finish(PSP* h);
 
+// ---- journal_pair.cpp: transactions of two files that end together
+
+// What an end of a transaction came to, without its commit: it is a promise in the journal,
+// flushed, readers shut out, pages pending, the operation still open.  On an error it never
+// was.  `result` as in journal_end_operation.
+int journal_promise(PSP* h, int result, const group_link& link);
+// The end of that operation: it counts, or it never was.
+void journal_keep_promise(PSP* h);
+int journal_break_promise(PSP* h, int result);
+// The arbiter held, the log read to its end: what became of a promise that stands there.
+// 0, e_io, e_no_memory, e_write.
+int settle_promise(PSP* h);
+// The file that the last decision of this life is about bears it in its own journal, so that
+// this life may end.  0; partner_busy: somebody works there; e_io, e_no_memory, e_write.
+inline constexpr int partner_busy = 2;
+int settle_partner(PSP* h);
+// Runs `end` as a write operation on each and commits both.  0, or an error: then neither has
+// changed, but transactions that were ended are the handle's no more, and are rolled back.
+int end_pair(PSP* decides, PSP* promises, int (*end)(PSP* h));
+
 // ---- journal_repair.cpp
 
 // The part of the first page that matters.
@@ -83,6 +105,22 @@ struct first_page {
   bool flag;
 };
 int read_first_page(PSP* h, first_page* out);   // 0, e_io
+// Whether the journal beside a record file has committed changes that the file does not show,
+// or was on the way to it with some.  For reports: nothing is changed, nobody is kept out.
+bool journal_is_ahead(const char* path);
+// ---- parts of an operation's end, journal.cpp
+int ready_log(PSP* h);
+struct change_kind {
+  bool open = false;                        // inside a transaction, and not to be flushed
+  const group_link* promise = nullptr;
+  const group_link* decision = nullptr;
+};
+int append_change(PSP* h, const change_kind& kind);
+bool changes_something(const journal* j);
+int undo_operation(PSP* h, int result);
+void apply_committed(PSP* h);
+int flush_log(journal* j);
+
 // Bytes to the record file itself.  0, e_write.
 int write_through(PSP* h, std::uint64_t offset, const void* bytes, std::size_t n);
 // Whether the file is as the log says.
@@ -93,9 +131,13 @@ bool others_alive(PSP* h);
 // are shut out meanwhile.  0 the file is as the log says; not_explained; or an error.
 inline constexpr int not_explained = 1;
 int repair_file(PSP* h, bool all);
+// Nobody else has the file open: takes back what a transaction, whose owner must be dead, left
+// in the log and nowhere else.  0, or an error of reading.
+int drop_unfinished(PSP* h);
 // The pending pages to the file: flag, header, nodes, flag.  0, e_write.
 int apply_pages(PSP* h);
-// The file alone is complete, and the journal begins anew.  0, e_write, e_io.
+// The file alone is complete, and the journal begins anew, unless somebody works in a file
+// whose promise this journal decided.  0, e_write, e_io.
 int check_point(PSP* h);
 // Begins a life with the file as it is.  0, e_write, e_io.
 int begin_anew(PSP* h);

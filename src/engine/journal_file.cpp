@@ -6,6 +6,7 @@
 #include "engine/crc32c.h"
 #include "engine/engine.h"
 #include "engine/os_file.h"
+#include "engine/planted_fault.h"
 
 namespace zvrdb::engine {
 namespace {
@@ -32,31 +33,45 @@ constexpr std::size_t nodes = 36;
 constexpr std::size_t kind = 40;
 constexpr std::size_t chain = 44;
 constexpr std::size_t random = 48;
+constexpr std::size_t open = 56;
 constexpr std::size_t crc = 60;
 }  // namespace group_at
+
+namespace link_at {
+constexpr std::size_t number = 0;
+constexpr std::size_t salt = 8;
+constexpr std::size_t name = 16;
+}  // namespace link_at
+static_assert(link_at::name + sizeof(group_link::name) == link_size);
 static_assert(head_at::header + header_size <= head_at::crc && head_at::crc + 4 == journal_head_size);
 static_assert(group_at::crc + 4 == group_head_size);
 
 constexpr char head_magic[] = "ZVRJRNL1";
 constexpr char group_magic[] = "ZVRG";
 constexpr std::uint32_t kind_change = 1;
-constexpr std::uint32_t kind_waiting_change = 2;
+constexpr std::uint32_t kind_promise = 2;
+constexpr std::uint32_t kind_decision = 3;
 constexpr std::size_t buffer_kept = 1024 * 1024;
+constexpr std::size_t window_size = 64 * 1024;   // read at once
 
 std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
 void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::little); }
 
-std::uint64_t length_of(std::uint32_t nodes, bool change) {
-  return group_head_size + (change ? header_size : 0) + std::uint64_t{nodes} * (4 + page_size);
+bool is_linked(std::uint32_t kind) { return kind >= kind_promise; }
+
+std::uint64_t length_of(std::uint32_t nodes, std::uint32_t kind) {
+  return group_head_size + (is_linked(kind) ? link_size : 0) + (kind != 0 ? header_size : 0) +
+         std::uint64_t{nodes} * (4 + page_size);
 }
 
 std::uint64_t to_sectors(std::uint64_t n) { return (n + journal_sector - 1) / journal_sector * journal_sector; }
 
 bool make_room(journal_file* j, std::size_t n) {
+  j->window_length = 0;
   if (j->capacity >= n) return true;
   os().release(j->buffer);
   j->capacity = 0;
-  const std::size_t wanted = n < 64 * 1024 ? 64 * 1024 : n;
+  const std::size_t wanted = n < window_size ? window_size : n;
   j->buffer = static_cast<std::uint8_t*>(os().allocate(wanted));
   if (j->buffer == nullptr) return false;
   j->capacity = wanted;
@@ -69,6 +84,24 @@ void give_back_room(journal_file* j) {
   os().release(j->buffer);
   j->buffer = nullptr;
   j->capacity = 0;
+  j->window_length = 0;
+}
+
+// The bytes of the journal from a place on, if the buffer holds as many as that; or null.
+const std::uint8_t* in_window(const journal_file* j, std::uint64_t at, std::size_t n) {
+  if (at < j->window_at || at - j->window_at > j->window_length) return nullptr;
+  const auto from = static_cast<std::size_t>(at - j->window_at);
+  return j->window_length - from >= n ? j->buffer + from : nullptr;
+}
+
+// Reads up to n bytes from a place on into the buffer.  0, e_no_memory, e_io.
+int fill_window(journal_file* j, std::uint64_t at, std::size_t n) {
+  if (!make_room(j, n)) return e_no_memory;
+  const std::int64_t got = os().read_at(j->file, at, j->buffer, n);
+  if (got < 0) return e_io;
+  j->window_at = at;
+  j->window_length = static_cast<std::size_t>(got);
+  return e_ok;
 }
 
 // CRC of a group, its own field taken as zero.
@@ -79,19 +112,34 @@ std::uint32_t group_crc(const std::uint8_t* bytes, std::size_t length) {
   return crc32c(crc, bytes + group_head_size, length - group_head_size);
 }
 
+void store_link(std::uint8_t* to, const group_link& link) {
+  store_le64(to + link_at::number, link.number);
+  store_le64(to + link_at::salt, link.salt);
+  std::memcpy(to + link_at::name, link.name, sizeof link.name);
+}
+
+// False when the name is none of a file in the same folder.
+bool load_link(const std::uint8_t* from, group_link* out) {
+  out->there = true;
+  out->number = load_le64(from + link_at::number);
+  out->salt = load_le64(from + link_at::salt);
+  std::memcpy(out->name, from + link_at::name, sizeof out->name);
+  const void* end = std::memchr(out->name, 0, sizeof out->name);
+  return end != nullptr && out->name[0] != 0 && std::strchr(out->name, '/') == nullptr;
+}
+
 void start_of_life(journal_file* j) {
-  j->end = journal_groups;
-  j->sequence = 1;
-  j->any_change = false;
-  j->changed_generation = j->settled_generation;
-  j->generation = j->base_generation;
-  j->chain = j->head_crc;
+  j->at = log_mark{};
+  j->at.changed_generation = j->settled_generation;
+  j->at.generation = j->base_generation;
+  j->at.chain = j->head_crc;
+  j->unsure = false;
 }
 
 void take_head(journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
   j->alive = std::memcmp(head, head_magic, sizeof head_magic - 1) == 0 &&
              load_le32(head + head_at::crc) == crc32c(0, head, head_at::crc) &&
-             load_le64(head + head_at::identity) == j->identity;
+             (load_le64(head + head_at::identity) == j->identity || planted(planted_fault::identity_ignored));
   j->salt = load_le64(head + head_at::salt);
   std::memcpy(j->base, head + head_at::header, header_size);
   j->base_generation = load_le32(head + head_at::generation);
@@ -100,27 +148,32 @@ void take_head(journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
   start_of_life(j);
 }
 
-void step_over(journal_file* j, std::uint64_t length, std::uint32_t crc, std::uint32_t generation, bool change) {
-  j->end += to_sectors(length);
-  ++j->sequence;
-  j->chain = crc;
-  j->generation = generation;
-  if (!change) return;
-  j->any_change = true;
-  j->changed_generation = generation;
+void step_over(journal_file* j, const group_read& g) {
+  log_mark& at = j->at;
+  if (g.promise.there) j->before = at;
+  at.last = at.end;
+  at.end += to_sectors(g.length);
+  ++at.sequence;
+  at.chain = g.crc;
+  at.generation = g.generation_after;
+  at.promise = g.promise;
+  if (g.decision.there) at.decision = g.decision;
+  if (g.header == nullptr) return;
+  at.any_change = true;
+  at.changed_generation = g.generation_after;
 }
 
 // Whether the head of a group says what can be: bytes that are none of this life's end it.
-bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_place& place, std::uint64_t room) {
+bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_place& place) {
   if (std::memcmp(head, group_magic, 4) != 0) return false;
   if (load_le64(head + group_at::salt) != j->salt || load_le64(head + group_at::sequence) != place.sequence) return false;
-  if (load_le32(head + group_at::chain) != place.chain) return false;
+  if (load_le32(head + group_at::chain) != place.chain && !planted(planted_fault::chain_ignored)) return false;
   const std::uint32_t kind = load_le32(head + group_at::kind);
   const std::uint32_t nodes = load_le32(head + group_at::nodes);
-  if (kind > kind_waiting_change || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
+  if (kind > kind_decision || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
   if (load_le32(head + group_at::extent) > static_cast<std::uint32_t>(max_node) + 1) return false;
   const std::uint64_t length = load_le32(head + group_at::length);
-  return length == length_of(nodes, kind != 0) && length <= room;
+  return length == length_of(nodes, kind);
 }
 
 bool numbers_are_good(const group_read& g) {
@@ -175,10 +228,11 @@ void close_journal(journal_file* j) {
   os().release(j->buffer);
   j->buffer = nullptr;
   j->capacity = 0;
+  j->window_length = 0;
 }
 
 int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
-               std::uint32_t generation) {
+               std::uint32_t generation, begun how) {
   std::uint8_t head[journal_head_size] = {};
   std::memcpy(head + head_at::magic, head_magic, sizeof head_magic - 1);
   store_le64(head + head_at::salt, os().random());
@@ -188,38 +242,68 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   std::memcpy(head + head_at::header, header, header_size);
   store_le32(head + head_at::crc, crc32c(0, head, head_at::crc));
   j->alive = false;
-  if (os().write_at(j->file, 0, head, sizeof head) != static_cast<std::int64_t>(sizeof head)) return e_write;
-  if (os().flush(j->file) != 0) return e_write;
+  std::uint8_t begin[journal_head_size + sizeof(std::uint64_t)];
+  static_assert(journal_mount_at == journal_head_size);
+  std::memcpy(begin, head, sizeof head);
+  store_le64(begin + journal_mount_at, os().mount(j->file));
+  if (os().write_at(j->file, 0, begin, sizeof begin) != static_cast<std::int64_t>(sizeof begin)) return e_write;
+  if (how == begun::flushed && os().flush(j->file) != 0) return e_write;
   take_head(j, head);
   return e_ok;
 }
 
+bool still_mounted(const journal_file* j) {
+  std::uint8_t bytes[sizeof(std::uint64_t)];
+  const std::int64_t got = os().read_at(j->file, journal_mount_at, bytes, sizeof bytes);
+  if (got != static_cast<std::int64_t>(sizeof bytes)) return false;
+  const std::uint64_t then = load_le64(bytes);
+  return then != 0 && then == os().mount(j->file);
+}
+
+void forget_mount(const journal_file* j) {
+  static constexpr std::uint8_t zeros[sizeof(std::uint64_t)] = {};
+  os().write_at(j->file, journal_mount_at, zeros, sizeof zeros);
+}
+
+namespace {
+// Whether the last group known was taken back meanwhile.  1 it was, 0 not, e_io.
+int was_taken_back(journal_file* j) {
+  if (!j->unsure || j->at.last == 0) return 0;
+  std::uint8_t head[group_head_size];
+  const std::int64_t got = os().read_at(j->file, j->at.last, head, sizeof head);
+  if (got < 0) return e_io;
+  return got != static_cast<std::int64_t>(sizeof head) || std::memcmp(head, group_magic, 4) != 0 ||
+         load_le32(head + group_at::crc) != j->at.chain;
+}
+}  // namespace
+
 namespace {
 // The next group, made known.  1, 0 there is none, or an error.
-int take_next_group(journal_file* j, const journal_watcher& watcher) {
-  group_read g;
-  const int found = read_group(j, {j->end, j->sequence, j->chain}, &g);
+int take_next_group(journal_file* j, const journal_watcher& watcher, group_read* g) {
+  const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, g);
   if (found <= 0) return found;
-  watcher.group(watcher.context, g);
-  step_over(j, g.length, g.crc, g.generation_after, g.header != nullptr);
+  watcher.group(watcher.context, *g);
+  step_over(j, *g);
   return 1;
 }
 }  // namespace
 
 int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher) {
-  const journal_file before = *j;
+  const log_mark before = j->at;
+  const log_mark before_promise = j->before;
+  j->window_length = 0;
   int found = 1;
-  while (found == 1 && !(j->any_change && j->changed_generation == generation)) found = take_next_group(j, watcher);
-  if (found == 1) return 1;
-  std::uint8_t* buffer = j->buffer;
-  const std::size_t capacity = j->capacity;
-  *j = before;
-  j->buffer = buffer;
-  j->capacity = capacity;
+  group_read g;
+  while (found == 1 && !(j->at.any_change && j->at.changed_generation == generation))
+    found = take_next_group(j, watcher, &g);
+  if (found != 1) {
+    j->at = before;
+    j->before = before_promise;
+  }
   return found;
 }
 
-int catch_up(journal_file* j, const journal_watcher& watcher) {
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -232,9 +316,21 @@ int catch_up(journal_file* j, const journal_watcher& watcher) {
     watcher.new_life(watcher.context, *j);
   }
   if (!j->alive) return e_ok;
-  int found = 1;
-  while (found == 1) found = take_next_group(j, watcher);
-  return found;
+  const int taken_back = was_taken_back(j);
+  if (taken_back < 0) return taken_back;
+  if (taken_back != 0) {
+    start_of_life(j);
+    watcher.taken_back(watcher.context);
+  }
+  if (arbiter_held) j->unsure = j->at.promise.there;
+  j->window_length = 0;
+  for (;;) {
+    group_read g;
+    const int found = take_next_group(j, watcher, &g);
+    if (found <= 0) return found;
+    // What has a group behind it is there to stay, and so is what changes nothing.
+    j->unsure = g.header != nullptr && (!arbiter_held || g.promise.there);
+  }
 }
 
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
@@ -242,18 +338,46 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
     const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view + at), __ATOMIC_ACQUIRE);
     return native_order == byte_order::little ? v : swap_bytes(v);
   };
-  if (look(head_at::salt) != j->salt || j->end + group_head_size > journal_size) return journal_news::some;
-  if (look(j->end + group_at::sequence) != j->sequence || look(j->end + group_at::salt) != j->salt)
+  const std::uint64_t end = j->at.end;
+  if (look(head_at::salt) != j->salt || end + group_head_size > journal_size) return journal_news::some;
+  if (look(end + group_at::sequence) != j->at.sequence || look(end + group_at::salt) != j->salt)
     return journal_news::none;
-  const auto kind = static_cast<std::uint32_t>(look(j->end + group_at::kind));
-  return kind == kind_change ? journal_news::change_under_way : journal_news::some;
+  const auto kind = static_cast<std::uint32_t>(look(end + group_at::kind));
+  const auto open = static_cast<std::uint32_t>(look(end + group_at::open));
+  return kind != 0 && open == 0 ? journal_news::change_under_way : journal_news::some;
 }
 
-std::uint64_t group_room(std::uint32_t nodes, bool change) { return to_sectors(length_of(nodes, change)); }
+std::uint64_t group_room(std::uint32_t nodes, bool change) {
+  return to_sectors(length_of(nodes, change ? kind_decision : 0));
+}
+
+namespace {
+std::uint32_t kind_of(const group_to_write& g) {
+  if (g.header == nullptr) return 0;
+  return g.promise != nullptr ? kind_promise : g.decision != nullptr ? kind_decision : kind_change;
+}
+
+// The bytes behind the head of a group.
+void fill_content(std::uint8_t* at, const group_to_write& g) {
+  if (const group_link* link = g.promise != nullptr ? g.promise : g.decision; link != nullptr) {
+    store_link(at, *link);
+    at += link_size;
+  }
+  std::memcpy(at, g.header, header_size);
+  std::uint8_t* numbers = at + header_size;
+  std::uint8_t* images = numbers + std::size_t{g.nodes} * 4;
+  for (std::uint32_t i = 0; i < g.nodes; ++i) {
+    std::int32_t n = -1;
+    const std::uint8_t* bytes = g.node_at(g.context, i, &n);
+    store32s(numbers + std::size_t{i} * 4, n, byte_order::little);
+    std::memcpy(images + std::size_t{i} * page_size, bytes, page_size);
+  }
+}
+}  // namespace
 
 int append_group(journal_file* j, const group_to_write& g) {
-  const bool change = g.header != nullptr;
-  const std::uint64_t length = length_of(g.nodes, change);
+  const std::uint32_t kind = kind_of(g);
+  const std::uint64_t length = length_of(g.nodes, kind);
   const std::uint64_t padded = to_sectors(length);
   if (length > 0xFFFFFFFFu) return e_write;
   if (!make_room(j, padded)) return e_no_memory;
@@ -262,73 +386,113 @@ int append_group(journal_file* j, const group_to_write& g) {
   std::memcpy(at + group_at::magic, group_magic, 4);
   store_le32(at + group_at::length, static_cast<std::uint32_t>(length));
   store_le64(at + group_at::salt, j->salt);
-  store_le64(at + group_at::sequence, j->sequence);
+  store_le64(at + group_at::sequence, j->at.sequence);
   store_le32(at + group_at::before, g.generation_before);
   store_le32(at + group_at::after, g.generation_after);
   store_le32(at + group_at::extent, g.extent);
   store_le32(at + group_at::nodes, g.nodes);
-  store_le32(at + group_at::kind, !change ? 0 : g.waits ? kind_waiting_change : kind_change);
-  store_le32(at + group_at::chain, j->chain);
+  store_le32(at + group_at::kind, kind);
+  store_le32(at + group_at::chain, j->at.chain);
   store_le64(at + group_at::random, os().random());
-  std::uint8_t* numbers = at + group_head_size;
-  if (change) {
-    std::memcpy(numbers, g.header, header_size);
-    numbers += header_size;
-  }
-  std::uint8_t* images = numbers + std::size_t{g.nodes} * 4;
-  for (std::uint32_t i = 0; i < g.nodes; ++i) {
-    std::int32_t n = -1;
-    const std::uint8_t* bytes = g.node_at(g.context, i, &n);
-    store32s(numbers + std::size_t{i} * 4, n, byte_order::little);
-    std::memcpy(images + std::size_t{i} * page_size, bytes, page_size);
-  }
+  store_le32(at + group_at::open, g.open ? 1 : 0);
+  if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);
-  const std::uint32_t crc = group_crc(at, length);
-  store_le32(at + group_at::crc, crc);
-  const bool written = os().write_at(j->file, j->end, at, padded) == static_cast<std::int64_t>(padded);
+  group_read written = {};
+  written.length = length;
+  written.crc = group_crc(at, length);
+  written.generation_after = g.generation_after;
+  written.header = g.header;
+  if (g.promise != nullptr) written.promise = *g.promise;
+  if (g.decision != nullptr) written.decision = *g.decision;
+  store_le32(at + group_at::crc, written.crc);
+  const std::uint64_t kept = padded - (planted(planted_fault::group_cut) ? journal_sector : 0);
+  const bool good = os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept);
   give_back_room(j);
-  if (!written) return e_write;
-  step_over(j, length, crc, g.generation_after, change);
+  if (!good) return e_write;
+  step_over(j, written);
+  j->unsure = false;
   return e_ok;
 }
 
-void take_back_group(journal_file* j, const journal_file& before) {
+void take_back_group(journal_file* j, const log_mark& before) {
   static constexpr std::uint8_t zeros[journal_sector] = {};
-  os().write_at(j->file, before.end, zeros, sizeof zeros);
-  j->end = before.end;
-  j->sequence = before.sequence;
-  j->any_change = before.any_change;
-  j->changed_generation = before.changed_generation;
-  j->generation = before.generation;
-  j->chain = before.chain;
+  const log_mark back = before;   // it may be one of the journal's own
+  os().write_at(j->file, back.end, zeros, sizeof zeros);
+  j->at = back;
+  j->unsure = false;
+}
+
+int take_back_from(journal_file* j, std::uint64_t place) {
+  start_of_life(j);
+  j->window_length = 0;
+  while (j->at.end < place) {
+    group_read g;
+    const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, &g);
+    if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
+    step_over(j, g);
+  }
+  take_back_group(j, j->at);
+  return e_ok;
 }
 
 int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }
 
-group_place first_place(const journal_file* j) { return {journal_groups, 1, j->head_crc}; }
+group_place first_place(journal_file* j) {
+  j->window_length = 0;
+  return {journal_groups, 1, j->head_crc};
+}
 
 group_place place_behind(const group_place& p, const group_read& g) {
   return {p.at + to_sectors(g.length), p.sequence + 1, g.crc};
 }
 
+namespace {
+// The whole group at a place in the buffer, or null when there is none.  0, e_no_memory, e_io.
+int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** out) {
+  *out = nullptr;
+  const std::uint8_t* at = in_window(j, place.at, group_head_size);
+  if (at == nullptr) {
+    // Most often nothing has been appended: that costs one short read.
+    std::uint8_t head[group_head_size];
+    const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
+    if (got < 0) return e_io;
+    if (got != static_cast<std::int64_t>(sizeof head) || std::memcmp(head, group_magic, 4) != 0) return e_ok;
+    if (const int filled = fill_window(j, place.at, window_size); filled != e_ok) return filled;
+    at = in_window(j, place.at, group_head_size);
+  }
+  if (at == nullptr || !head_is_good(j, at, place)) return e_ok;
+  const std::size_t length = load_le32(at + group_at::length);
+  if (in_window(j, place.at, length) == nullptr) {
+    const std::int64_t size = os().size(j->file);
+    if (size < 0) return e_io;
+    const auto bytes = static_cast<std::uint64_t>(size);
+    if (place.at >= bytes || length > bytes - place.at) return e_ok;
+    const std::size_t wanted = length < window_size ? window_size : length;
+    if (const int filled = fill_window(j, place.at, wanted); filled != e_ok) return filled;
+    at = in_window(j, place.at, length);
+    // What was read now may not be what the head was read from: another one may be writing.
+    if (at == nullptr || !head_is_good(j, at, place) || load_le32(at + group_at::length) != length) return e_ok;
+  }
+  if (load_le32(at + group_at::crc) == group_crc(at, length) || planted(planted_fault::crc_ignored)) *out = at;
+  return e_ok;
+}
+}  // namespace
+
 int read_group(journal_file* j, const group_place& place, group_read* out) {
-  std::uint8_t head[group_head_size];
-  std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
-  if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(sizeof head) || std::memcmp(head, group_magic, 4) != 0) return 0;
-  const std::int64_t size = os().size(j->file);
-  if (size < 0) return e_io;
-  const auto bytes = static_cast<std::uint64_t>(size);
-  if (place.at >= bytes || !head_is_good(j, head, place, bytes - place.at)) return 0;
-  const std::size_t length = load_le32(head + group_at::length);
-  if (!make_room(j, length)) return e_no_memory;
-  got = os().read_at(j->file, place.at, j->buffer, length);
-  if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(length)) return 0;
-  // What was read now may not be what the head was read from: another one may be writing.
-  const std::uint8_t* at = j->buffer;
-  if (std::memcmp(at, head, sizeof head) != 0 || load_le32(at + group_at::crc) != group_crc(at, length)) return 0;
-  const bool change = load_le32(at + group_at::kind) != 0;
+  const std::uint8_t* at = nullptr;
+  if (const int found = find_bytes(j, place, &at); found != e_ok) return found;
+  if (at == nullptr) return 0;
+  const std::size_t length = load_le32(at + group_at::length);
+  out->bytes = at;
+  out->open = load_le32(at + group_at::open) != 0;
+  const std::uint32_t kind = load_le32(at + group_at::kind);
+  const bool change = kind != 0;
+  out->promise = out->decision = group_link{};
+  const std::uint8_t* content = at + group_head_size;
+  if (is_linked(kind)) {
+    if (!load_link(content, kind == kind_promise ? &out->promise : &out->decision)) return 0;
+    content += link_size;
+  }
   out->place = place.at;
   out->crc = load_le32(at + group_at::crc);
   out->length = length;
@@ -336,16 +500,36 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   out->generation_after = load_le32(at + group_at::after);
   out->extent = load_le32(at + group_at::extent);
   out->nodes = load_le32(at + group_at::nodes);
-  out->header = change ? at + group_head_size : nullptr;
-  out->numbers = at + group_head_size + (change ? header_size : 0);
+  out->header = change ? content : nullptr;
+  out->numbers = content + (change ? header_size : 0);
   out->images = out->numbers + std::size_t{out->nodes} * 4;
   return numbers_are_good(*out) ? 1 : 0;
 }
 
 int write_group_again(journal_file* j, const group_read& g) {
-  const bool written =
-      os().write_at(j->file, g.place, j->buffer, g.length) == static_cast<std::int64_t>(g.length);
+  const bool written = os().write_at(j->file, g.place, g.bytes, g.length) == static_cast<std::int64_t>(g.length);
   return written ? e_ok : e_write;
+}
+
+int find_decision(journal_file* j, const group_link& promise) {
+  std::uint8_t head[journal_head_size];
+  const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
+  if (got < 0) return e_io;
+  if (got != static_cast<std::int64_t>(sizeof head)) return 0;
+  j->identity = load_le64(head + head_at::identity);
+  take_head(j, head);
+  if (!j->alive || j->salt != promise.salt) return 0;
+  for (group_place place = first_place(j);;) {
+    group_read g;
+    const int found = read_group(j, place, &g);
+    if (found <= 0) return found;
+    // A flush that failed may have taken groups that only look written.
+    if (const int again = write_group_again(j, g); again != e_ok) return again;
+    if (g.decision.there && g.decision.number == promise.number) break;
+    place = place_behind(place, g);
+  }
+  const int flushed = flush_journal(j);
+  return flushed == e_ok ? 1 : flushed;
 }
 
 }  // namespace zvrdb::engine

@@ -9,7 +9,8 @@
 //        |  32 header of the record file (352)         |
 //        | 384 zero (124)  508 CRC-32C of 0 to 507 (4) |
 //    512 +---------------------------------------------+
-//        | zero                                        |
+//        | mount (8): where the life began, see below  |
+//    520 | zero                                        |
 //   4096 +---------------------------------------------+
 //        | group 1, group 2, ...                       |  each begins at a multiple of 512
 //        +---------------------------------------------+
@@ -20,13 +21,25 @@
 //     24 generation before (4)  28 generation after (4)
 //     32 extent (4)  36 number of nodes (4)  40 kind (4)
 //     44 CRC-32C of the group before, of group 1 that of the head (4)
-//     48 a random number (8)  56 zero (4)  60 CRC-32C (4)
+//     48 a random number (8)  56 open (4)  60 CRC-32C (4)
 //     64 header of the record file (352), node numbers (4 each), nodes (1024 each)
 //
-// Kind 1 is a change that the record file bears when its operation has ended, kind 2 one that
-// waits for the end of its transaction.  Kind 0 is an operation that moved nothing but the generation: it has
+// Kind 1 is a change.  Kind 0 is an operation that moved nothing but the generation: it has
 // no header and no nodes.  The CRC is over all `length` bytes, its own field taken as zero.
 // Header and nodes are as they lie in the record file.
+//
+// Open is 1 in a change inside a transaction that was not flushed: it counts for nothing before
+// the one that ends the transaction, or another that was flushed.
+//
+// Kinds 2 and 3 are changes of two record files that end together: a promise in the journal
+// of the one, which counts if the journal of the other holds the decision.  Both bear a link
+// of 64 bytes between the group's head and the record file's header:
+//
+//      0 number of the pair, random (8)   8 salt of the other journal (8)
+//     16 name of the other record file (48, NULs behind)
+//
+// While the file system stays mounted that the life began on, the record file has all that was
+// written to it, and a repair need not write again what it shows.  A mount of 0 is none.
 //
 // A life is what was appended since the journal was begun: its groups bear its salt and the
 // sequence 1, 2, 3...  The first place that holds no such group, whole, is the end.  Each
@@ -42,10 +55,33 @@
 namespace zvrdb::engine {
 
 inline constexpr std::uint64_t journal_sector = 512;
+inline constexpr std::uint64_t journal_mount_at = 512;
 inline constexpr std::uint64_t journal_groups = 4096;          // where group 1 begins
 inline constexpr std::uint64_t journal_size = 1024 * 1024;     // bytes made ahead
 inline constexpr std::size_t journal_head_size = 512;
 inline constexpr std::size_t group_head_size = 64;
+
+// What a promise and its decision say of each other.
+inline constexpr std::size_t link_size = 64;
+struct group_link {
+  bool there = false;
+  std::uint64_t number = 0;   // the same in both
+  std::uint64_t salt = 0;     // of the other journal
+  char name[48] = {};         // of the other record file, in the same folder, with its NUL
+};
+
+// A place behind a group, and what is known there.
+struct log_mark {
+  std::uint64_t end = journal_groups;
+  std::uint64_t sequence = 1;            // of the next group
+  bool any_change = false;               // a change is there
+  std::uint32_t changed_generation = 0;  // after the last change; without one the settled one
+  std::uint32_t generation = 0;          // after the last group of any kind
+  std::uint32_t chain = 0;               // CRC of the last group, or of the head
+  std::uint64_t last = 0;                // where the last group begins; 0: there is none
+  group_link promise;                    // of the last group: nothing was appended behind it
+  group_link decision;                   // the last one of this life
+};
 
 // A journal and how far it was read.
 struct journal_file {
@@ -58,21 +94,18 @@ struct journal_file {
   std::uint32_t base_generation = 0;
   std::uint32_t settled_generation = 0;  // the header may bear this one to the base's
 
-  // Behind the last group known:
-  std::uint64_t end = journal_groups;
-  std::uint64_t sequence = 1;            // of the next group
-  bool any_change = false;               // a group of kind 1 is there
-  std::uint32_t changed_generation = 0;  // after the last change; without one the settled one
-  std::uint32_t generation = 0;          // after the last group of any kind
-  std::uint32_t chain = 0;               // CRC of the last group, or of the head
+  log_mark at;                    // behind the last group known
+  log_mark before;                // behind the one before it, while the last is a promise
+  bool unsure = false;            // the last group may be taken back: its writer was at work
 
-  std::uint8_t* buffer = nullptr;        // of the group at hand
+  std::uint8_t* buffer = nullptr;        // of the group at hand, or a piece of the journal
   std::size_t capacity = 0;
+  std::uint64_t window_at = 0;           // which piece the buffer holds
+  std::size_t window_length = 0;         // 0: none
 };
 
 // What is appended.
 struct group_to_write {
-  bool waits;                         // the record file follows later
   std::uint32_t generation_before;
   std::uint32_t generation_after;
   std::uint32_t extent;               // nodes that exist in the record file
@@ -81,10 +114,14 @@ struct group_to_write {
   // Number and bytes (1024) of node i, i from 0 to nodes - 1.
   const std::uint8_t* (*node_at)(const void* context, std::uint32_t i, std::int32_t* number);
   const void* context;
+  bool open;                          // inside a transaction, and not to be flushed
+  const group_link* promise = nullptr;    // at most one of these two, and then a header
+  const group_link* decision = nullptr;
 };
 
 // A group that was read.  Points into the buffer of the journal until its next use.
 struct group_read {
+  const std::uint8_t* bytes;
   std::uint64_t place;
   std::uint32_t crc;
   std::uint64_t length;
@@ -95,6 +132,8 @@ struct group_read {
   const std::uint8_t* header;         // null: kind 0
   const std::uint8_t* numbers;
   const std::uint8_t* images;
+  bool open;
+  group_link promise, decision;
   std::int32_t number(std::uint32_t i) const;
   const std::uint8_t* image(std::uint32_t i) const { return images + std::size_t{i} * page_size; }
 };
@@ -111,9 +150,16 @@ void close_journal(journal_file* j);
 
 // Begins a life: whatever was there counts no more.  The journal is flushed.  `settled` is a
 // generation that is on the disk for sure, `generation` what the record file bears now.
-// 0, e_write; then the journal has no life.
+// 0, e_write; then the journal has no life.  Unflushed it is for a life that follows one
+// without a change: whichever is found after a power cut says the same of the record file.
+enum class begun { flushed, unflushed };
 int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
-               std::uint32_t generation);
+               std::uint32_t generation, begun how = begun::flushed);
+
+// Whether the file system is mounted as it was when the life began.
+bool still_mounted(const journal_file* j);
+// It is as if it were not, for good: a flush of the record file failed.
+void forget_mount(const journal_file* j);
 
 // Told of what is met on the way.
 struct group_read;
@@ -121,32 +167,36 @@ struct journal_watcher {
   void* context;
   void (*new_life)(void* context, const journal_file& j);
   void (*group)(void* context, const group_read& g);
+  void (*taken_back)(void* context);   // what was told of a group does not hold; all are told anew
 };
 inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal_file&) {},
-                                               [](void*, const group_read&) {}};
-// Reads what others did since: a new life, or groups behind the last known one.
+                                               [](void*, const group_read&) {}, [](void*) {}};
+// Reads what others did since: a new life, or groups behind the last known one.  A caller
+// who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
-int catch_up(journal_file* j, const journal_watcher& watcher = nobody_watches);
-// Reads groups of the same life as far as the change that led to a generation.  No lock need
-// be held.  1 it is the last one known now; 0 it was not met and nothing is known beyond what
-// was; e_no_memory, e_io.
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
+// Reads groups of the same life as far as the change that led to a generation, which the record
+// file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
+// nothing is known beyond what was; e_no_memory, e_io.
 int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher);
 
 // Whether the journal goes on behind what is known.  `view` shows the first journal_size bytes
 // of the journal as they are now.
 enum class journal_news {
   none,
-  change_under_way,   // one group of kind 1: while its operation lasts the record file is ahead of nobody
+  change_under_way,   // one change that is not open: while its operation lasts the record file is ahead of nobody
   some,
 };
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
 
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);
-// Bytes that appending moves the end by.
+// Bytes that appending moves the end by, at most.
 std::uint64_t group_room(std::uint32_t nodes, bool change);
-// Takes the last group back: `before` is the journal as it was before the appending.
-void take_back_group(journal_file* j, const journal_file& before);
+// Takes all groups from a place on back; one begins there.  0, e_no_memory, e_io.
+int take_back_from(journal_file* j, std::uint64_t place);
+// Takes the last group back: `before` is the mark as it was before the appending.
+void take_back_group(journal_file* j, const log_mark& before);
 // 0, e_write.
 int flush_journal(journal_file* j);
 
@@ -156,10 +206,14 @@ struct group_place {
   std::uint64_t sequence;
   std::uint32_t chain;
 };
-group_place first_place(const journal_file* j);
+// Of the first one; to be asked at the head of each walk, which then reads the journal anew.
+group_place first_place(journal_file* j);
 group_place place_behind(const group_place& p, const group_read& g);
 // The group at a place: 1 found, 0 there is none; e_no_memory, e_io.
 int read_group(journal_file* j, const group_place& place, group_read* out);
+// Whether the groups of an open journal hold the decision on a promise; then they are flushed
+// up to it.  For a journal of any record file.  1 or 0; e_no_memory, e_io, e_write.
+int find_decision(journal_file* j, const group_link& promise);
 // Writes a group that was read to its place once more.  0, e_write.
 int write_group_again(journal_file* j, const group_read& g);
 

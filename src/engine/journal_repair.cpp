@@ -5,6 +5,7 @@
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/planted_fault.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -21,6 +22,7 @@ int write_flag(PSP* h, bool set) {
 // Nodes that a group takes for there: a power cut may have taken the file's growth.
 int extend_file(PSP* h, std::uint32_t extent) {
   static const std::uint8_t zeros[64 * 1024] = {};
+  if (planted(planted_fault::growth_not_restored)) return e_ok;
   const std::int64_t size = os().size(h->file);
   if (size < 0) return e_io;
   const std::uint64_t end = node_offset(static_cast<std::int32_t>(extent));
@@ -44,16 +46,16 @@ bool shows(const known_state& s, const first_page& page) {
          page.generation >= s.from && page.generation <= s.to;
 }
 
-// The place of the group whose state the header of the file shows: the first one's own place
-// for the base.  1 found, 0 none, or an error.
+// The place behind the group whose state the header of the file shows: the first place for the
+// base.  1 found, 0 none, or an error.
 int find_state(journal_file* log, const first_page& page, group_place* out) {
   known_state state;
   std::memcpy(state.header, log->base, header_size);
   state.from = log->settled_generation;
   state.to = log->base_generation;
-  group_place state_at = first_place(log);
+  group_place behind_state = first_place(log);
   bool found = false;
-  for (group_place at = first_place(log); at.at < log->end;) {
+  for (group_place at = first_place(log); at.at < log->at.end;) {
     group_read g;
     const int read = read_group(log, at, &g);
     if (read < 0) return read;
@@ -63,17 +65,17 @@ int find_state(journal_file* log, const first_page& page, group_place* out) {
     } else {
       if (shows(state, page)) {
         found = true;
-        *out = state_at;
+        *out = behind_state;
       }
       std::memcpy(state.header, g.header, header_size);
       state.from = state.to = g.generation_after;
-      state_at = at;
+      behind_state = place_behind(at, g);
     }
     at = place_behind(at, g);
   }
   if (shows(state, page)) {
     found = true;
-    *out = state_at;
+    *out = behind_state;
   }
   return found ? 1 : 0;
 }
@@ -91,7 +93,7 @@ using group_step = int (*)(PSP* h, const group_read& g);
 
 int for_groups(PSP* h, group_place at, group_step step) {
   journal_file* log = &h->journal->log;
-  while (at.at < log->end) {
+  while (at.at < log->at.end) {
     group_read g;
     const int read = read_group(log, at, &g);
     if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
@@ -116,8 +118,9 @@ int write_through(PSP* h, std::uint64_t offset, const void* bytes, std::size_t n
   return e_write;
 }
 
-int read_first_page(PSP* h, first_page* out) {
-  const std::int64_t got = os().read_at(h->file, 0, out->bytes, sizeof out->bytes);
+namespace {
+int first_page_of(int file, first_page* out) {
+  const std::int64_t got = os().read_at(file, 0, out->bytes, sizeof out->bytes);
   if (got != static_cast<std::int64_t>(sizeof out->bytes)) return e_io;
   out->generation = load32(out->bytes + header_at::generation, order_of_marker(out->bytes + header_at::marker));
   const std::uint8_t* flag = out->bytes + flag_offset;
@@ -125,8 +128,40 @@ int read_first_page(PSP* h, first_page* out) {
   return e_ok;
 }
 
+// Whether changes that count lie behind the state that the page shows.  The answer may be out
+// of date when it is given.
+bool lacks_changes(journal_file* log, const first_page& page) {
+  group_place at;
+  if (find_state(log, page, &at) != 1) return false;
+  if (page.flag) return true;
+  for (group_read g; at.at < log->at.end; at = place_behind(at, g)) {
+    if (read_group(log, at, &g) != 1) return false;
+    if (g.header != nullptr && !g.open) return true;
+  }
+  return false;
+}
+}  // namespace
+
+int read_first_page(PSP* h, first_page* out) { return first_page_of(h->file, out); }
+
+bool journal_is_ahead(const char* path) {
+  char name[4096];
+  if (!journal_path(path, name, sizeof name)) return false;
+  const int file = os().open(path, {false, false, false});
+  if (file < 0) return false;
+  journal_file log;
+  log.identity = os().identity(file);
+  log.file = os().open(name, {false, false, false});
+  first_page page;
+  const bool known = log.file >= 0 && catch_up(&log, false) == e_ok && log.alive && log.at.any_change;
+  const bool ahead = known && first_page_of(file, &page) == e_ok && lacks_changes(&log, page);
+  close_journal(&log);
+  os().close(file);
+  return ahead;
+}
+
 bool in_step(const journal* j, const first_page& page) {
-  return page.generation >= j->log.changed_generation && page.generation <= j->log.generation;
+  return page.generation >= j->log.at.changed_generation && page.generation <= j->log.at.generation;
 }
 
 bool others_alive(PSP* h) {
@@ -140,7 +175,7 @@ int repair_file(PSP* h, bool all) {
   journal* j = h->journal;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
-  if (!j->log.alive || !j->log.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
+  if (!j->log.alive || !j->log.at.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
   group_place from;
   const int found = find_state(&j->log, page, &from);
   if (found < 0) return found;
@@ -149,7 +184,12 @@ int repair_file(PSP* h, bool all) {
   purgefile(h);
   j->deferred = false;
   j->must_reload = true;
-  if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  // With the flag set all was flushed, or none would have been on its way to the file; so was
+  // a change that the file shows.  A generation that it shows and no change brought was not,
+  // and the journal has to explain it as soon as the flag is set.
+  if (!page.flag && !(in_step(j, page) && page.generation == j->log.at.changed_generation)) {
+    if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  }
   j->unflushed = false;
   const bool locks = is_shared(h) && h->locklevel != 3;
   if (locks) {
@@ -158,23 +198,49 @@ int repair_file(PSP* h, bool all) {
   int result = write_flag(h, true);
   // A death while pages went to the file: the header is written first, and what groups of a
   // transaction before it deferred may be missing.
-  const bool any_may_miss = all || page.flag;
+  const bool any_may_miss = (all || page.flag) && !planted(planted_fault::repair_begins_late);
   if (result == e_ok) result = for_groups(h, any_may_miss ? first_place(&j->log) : from, apply_group);
   if (result == e_ok) result = write_flag(h, false);
   if (result == e_ok) {
     j->must_repair = false;
-    j->disk_generation = j->log.changed_generation;
+    j->disk_generation = j->log.at.changed_generation;
   }
   if (locks) result = leave_result(result, unlockread(h));
   return result;
 }
 
+int drop_unfinished(PSP* h) {
+  journal* j = h->journal;
+  if (const int settled = settle_promise(h); settled != e_ok) return settled;
+  first_page page;
+  if (const int got = read_first_page(h, &page); got != e_ok) return got;
+  // With the flag set, all groups were on their way to the file: they were flushed.
+  if (!j->log.alive || !j->log.at.any_change || page.flag) return e_ok;
+  group_place at;
+  const int found = find_state(&j->log, page, &at);
+  if (found <= 0) return found;
+  std::uint64_t keep = at.at;
+  bool unfinished = false;
+  for (group_read g; at.at < j->log.at.end; at = place_behind(at, g)) {
+    const int read = read_group(&j->log, at, &g);
+    if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
+    if (g.header != nullptr) unfinished = g.open;
+    if (!unfinished) keep = place_behind(at, g).at;
+  }
+  if (!unfinished) return e_ok;
+  h->took_back = 1;
+  return take_back_from(&j->log, keep);
+}
+
 int apply_pages(PSP* h) {
   const pending_pages& p = h->journal->pages;
-  int result = write_flag(h, true);
+  int result = planted(planted_fault::flag_late) ? static_cast<int>(e_ok) : write_flag(h, true);
   if (result == e_ok && p.has_header) result = write_through(h, 0, p.header, header_size);
-  for (std::uint32_t i = 0; result == e_ok && i < p.count; ++i)
+  if (planted(planted_fault::flag_late)) result = write_flag(h, true);
+  for (std::uint32_t i = 0; result == e_ok && i < p.count; ++i) {
+    if (planted(planted_fault::writes_swapped) && i + 1 == p.count) write_flag(h, false);
     result = write_through(h, node_offset(p.nodes[i].number), p.nodes[i].bytes, page_size);
+  }
   return result == e_ok ? write_flag(h, false) : result;
 }
 
@@ -183,8 +249,10 @@ namespace {
 // changes with it: the new life knows the file by the one and by the other.
 int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
   journal* j = h->journal;
-  if (os().flush(h->file) != 0) {
+  if (const int settled = settle_partner(h); settled != e_ok) return settled;
+  if (!planted(planted_fault::checkpoint_before_flush) && os().flush(h->file) != 0) {
     j->pages_lost = true;
+    forget_mount(&j->log);
     return e_write;
   }
   j->pages_lost = false;
@@ -202,8 +270,21 @@ int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
 int begin_anew(PSP* h) {
   first_page page;
   const int got = read_first_page(h, &page);
-  return got != e_ok ? got : settle_and_begin(h, page, page.generation);
+  if (got != e_ok) return got;
+  const int begun = settle_and_begin(h, page, page.generation);
+  return begun == partner_busy ? static_cast<int>(e_io) : begun;
 }
+
+namespace {
+// The generation alone, which needs no flush: nothing hangs on it.
+int note_in_file(PSP* h, const first_page& page, std::uint32_t generation) {
+  std::uint8_t bytes[sizeof generation];
+  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
+  const int written = write_through(h, 0, bytes, sizeof bytes);
+  if (written == e_ok) h->journal->disk_generation = generation;
+  return written;
+}
+}  // namespace
 
 int check_point(PSP* h) {
   journal* j = h->journal;
@@ -214,14 +295,19 @@ int check_point(PSP* h) {
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   // Operations that changed nothing moved the generation on in the log alone.
-  const std::uint32_t generation = j->log.alive && in_step(j, page) ? j->log.generation : page.generation;
-  if (j->log.any_change || j->log.end > checkpoint_at) return settle_and_begin(h, page, generation);
-  if (generation == page.generation) return e_ok;
-  std::uint8_t bytes[sizeof generation];
-  store32(bytes, generation, order_of_marker(page.bytes + header_at::marker));
-  const int written = write_through(h, 0, bytes, sizeof bytes);
-  if (written == e_ok) j->disk_generation = generation;
-  return written;
+  const bool known = j->log.alive && in_step(j, page);
+  const std::uint32_t generation = known ? j->log.at.generation : page.generation;
+  if (j->log.at.any_change || j->log.at.end > checkpoint_at) {
+    const int begun = settle_and_begin(h, page, generation);
+    // The journal stays as it is, and the file is not flushed: it will be at the next one.
+    return begun == partner_busy ? static_cast<int>(e_ok) : begun;
+  }
+  if (generation != page.generation) {
+    if (const int noted = note_in_file(h, page, generation); noted != e_ok) return noted;
+  }
+  // Groups without a change only cost who reads them.
+  if (!known || j->log.at.last == 0) return e_ok;
+  return begin_life(&j->log, j->log.base, j->log.settled_generation, generation, begun::unflushed);
 }
 
 }  // namespace zvrdb::engine

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "engine/composite_key.h"
+
 namespace zvrdb::engine {
 namespace {
 
@@ -11,33 +13,6 @@ int sign_of(T a, T b) {
 }
 
 int sign(int v) { return v < 0 ? -1 : v > 0 ? 1 : 0; }
-
-bool has_length_byte(int type) {
-  return type == kt_bytes || type == kt_composite || (type >= kt_bytes_16 && type <= kt_bytes_20);
-}
-
-// Size of a value of fixed length, 0 for the others.
-int fixed_length(int type) {
-  switch (type) {
-    case kt_int32:
-    case kt_int32_too:
-    case kt_float:
-      return 4;
-    case kt_int16:
-    case kt_uint16:
-      return 2;
-    case kt_double:
-      return 8;
-    case kt_six:
-      return 6;
-    default:
-      return 0;
-  }
-}
-
-std::uint8_t folded(std::uint8_t c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<std::uint8_t>(c + ('a' - 'A')) : c;
-}
 
 int compare_without_case(const std::uint8_t* a, const std::uint8_t* b) {
   for (;; ++a, ++b) {
@@ -62,14 +37,40 @@ int compare_floats(const std::uint8_t* a, const std::uint8_t* b, byte_order o) {
 
 }  // namespace
 
-bool key_type_is_known(int type) { return fixed_length(type) != 0 || has_length_byte(type) || type <= kt_string_nocase; }
+bool has_length_byte(int type) {
+  return type == kt_bytes || type == kt_composite || (type >= kt_bytes_16 && type <= kt_bytes_20);
+}
 
-bool key_type_is_numeric(int type) { return fixed_length(type) != 0 && type != kt_six; }
+int fixed_key_length(int type) {
+  switch (type) {
+    case kt_int32:
+    case kt_int32_too:
+    case kt_float:
+      return 4;
+    case kt_int16:
+    case kt_uint16:
+      return 2;
+    case kt_double:
+      return 8;
+    case kt_six:
+      return 6;
+    default:
+      return 0;
+  }
+}
+
+std::uint8_t folded(std::uint8_t c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<std::uint8_t>(c + ('a' - 'A')) : c;
+}
+
+bool key_type_is_known(int type) { return fixed_key_length(type) != 0 || has_length_byte(type) || type <= kt_string_nocase; }
+
+bool key_type_is_numeric(int type) { return fixed_key_length(type) != 0 && type != kt_six; }
 
 bool is_totally_ordered(int type) { return type != kt_float && type != kt_double && type != kt_composite; }
 
 int key_value_length(int type, const std::uint8_t* value, int avail) {
-  const int fixed = fixed_length(type);
+  const int fixed = fixed_key_length(type);
   if (fixed != 0) return fixed <= avail ? fixed : -1;
   if (avail < 1) return -1;
   if (has_length_byte(type)) return value[0] + 1 <= avail ? value[0] + 1 : -1;
@@ -126,7 +127,9 @@ void convert_value(int type, const std::uint8_t* from, std::uint8_t* to, int len
 entry_sign entrycmp(const std::uint8_t* entry, const target& t, bool in_leaf) {
   if (const int d = entry[entry_at::key] - t.keyno; d != 0) return {sign(d), sign(d)};
   if (t.edge != 0) return {-t.edge, -t.edge};
-  const int by_value = compare_values(t.type, t.order, entry + entry_at::value, t.key);
+  const std::uint8_t* value = entry + entry_at::value;
+  const int by_value = t.segments == nullptr ? compare_values(t.type, t.order, value, t.key)
+                                             : compare_composite(t.segments, t.order, value, t.key);
   if (by_value != 0) return {by_value, by_value};
   const int by_record = sign_of(entry_record(entry, t.order), t.recno);
   if (by_record != 0) return {by_record, 0};
@@ -140,8 +143,7 @@ entry_sign entrycmp(const std::uint8_t* entry, const target& t, bool in_leaf) {
 
 int compare_entries(const PSP* h, const std::uint8_t* a, const std::uint8_t* b) {
   if (const int d = a[entry_at::key] - b[entry_at::key]; d != 0) return sign(d);
-  const int type = type_of_key(h, a[entry_at::key]);
-  const int by_value = compare_values(type, h->order, a + entry_at::value, b + entry_at::value);
+  const int by_value = compare_key_values(h, a[entry_at::key], a + entry_at::value, b + entry_at::value);
   if (by_value != 0) return by_value;
   return sign_of(entry_record(a, h->order), entry_record(b, h->order));
 }

@@ -9,6 +9,12 @@
 namespace zvrdb::engine {
 
 bool key_type_is_known(int type);
+// Whether a value begins with a byte that tells how many follow.
+bool has_length_byte(int type);
+// Bytes of a value of fixed length, 0 for the others.
+int fixed_key_length(int type);
+// A letter as values without regard to case are compared.
+std::uint8_t folded(std::uint8_t c);
 // Whether values of the type are held in the byte order of the file.
 bool key_type_is_numeric(int type);
 
@@ -36,6 +42,7 @@ struct target {
   int piece;                 // bits 0 to 6
   int edge;                  // -1 below every value of keyno, 1 above, 0 none
   byte_order order;
+  const segment* segments;   // of a composite key, null if unknown
 };
 
 // Sign of an entry against the target: on all parts, and on key number and value only.

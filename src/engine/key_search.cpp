@@ -2,12 +2,18 @@
 
 #include <cstring>
 
+#include "engine/composite_key.h"
 #include "engine/key_compare.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/separate_trees.h"
 
 namespace zvrdb::engine {
 namespace {
+
+target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
+  return {key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order, segments_of(h, keyno)};
+}
 
 struct found_place {
   int index;
@@ -115,10 +121,11 @@ void copy_leaf_to_main(PSP* h, std::int32_t n) {
 std::int32_t descend(PSP* h, const target& t) {
   clear_tag(main_buffer);
   for (std::int32_t& p : h->path_nodes) p = -1;
-  std::int32_t n = h->root;
+  const tree_place tree = place_of_key(h, t.keyno);
+  std::int32_t n = tree.root;
   if (nodeget(h, nullptr, n) != e_ok) return -1;
   int level = h->current->level;
-  if (level + 1 != h->depth || level >= max_depth) return -1;
+  if (level + 1 != tree.depth || level >= max_depth) return -1;
   if (level == 0) copy_leaf_to_main(h, n);
   while (level > 0) {
     const std::int32_t child = search_inner(h, &n, t);
@@ -211,7 +218,7 @@ bool may_hop(PSP* h) {
 
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
   if (!make_cursor(h, keyno)) return false;
-  const target t{key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order};
+  const target t = target_of(h, keyno, key, recno, piece);
   h->hops = 0;
   if (found_behind_last_leaf(h, t)) return true;
   std::int32_t leaf = descend(h, t);
@@ -270,7 +277,7 @@ int locate(PSP* h, int piece) {
   if (c.cindex < main_buffer.image.count) {
     entry = main_buffer.image.entries + h->foundoffset;
   } else {
-    const target t{key, h->recno, h->keyno, type_of_key(h, h->keyno), piece & piece_number, h->edge, h->order};
+    const target t = target_of(h, h->keyno, key, h->recno, piece);
     const std::int32_t last = c.cnode;
     const int count = c.cindex;
     const int there = next_leaf(h);

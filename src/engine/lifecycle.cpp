@@ -3,7 +3,10 @@
 #include <cstring>
 
 #include "engine/cached_reads.h"
+#include "engine/companion.h"
+#include "engine/composite_key.h"
 #include "engine/header_page.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
@@ -20,7 +23,7 @@ namespace {
 constexpr int max_key_table = 20;
 constexpr int max_application_key = 15;
 constexpr int max_segments = 243;
-constexpr std::uint8_t segment_end = 31;
+constexpr unsigned known_options = option_merge | option_queue;
 constexpr std::uint8_t max_stored_type = 20;
 
 void mark_block(PSP* h) {
@@ -46,6 +49,8 @@ void prepare_block(PSP* h, const char* path) {
     os().close(h->file);
     end_cached_reads(h);
     journal_let_go(h);
+    images_let_go(h);
+    companion_let_go(h);
     free_cursors(h);
   }
   purge_memory_of(h);
@@ -82,6 +87,8 @@ void close_block(PSP* h) {
   h->slot = -1;
   end_cached_reads(h);
   journal_let_go(h);
+  images_let_go(h);
+  companion_let_go(h);
   free_cursors(h);
   h->state = 'C';
 }
@@ -111,15 +118,17 @@ int enter_shared_file(PSP* h, bool slot_as_writer) {
   if (is_shared(h)) {
     result = waitarbiter(h);
     if (result == e_ok) result = lockread(h, false);
-    if (result != e_ok) return e_byte_lock;
+    if (result != e_ok) return result == e_queue ? result : static_cast<int>(e_byte_lock);
   }
   ++h->rdnest;
   return e_ok;
 }
 
 // The steps common to all opens.  Answers inside a read nesting.
-int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_writer, journal_use use) {
+int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_writer, journal_use use, unsigned options) {
   prepare_block(h, path);
+  if ((options & ~known_options) != 0) return e_bad_argument;
+  h->options = static_cast<std::uint8_t>(options);
   if ((access != 'S' && access != 'E' && access != 'D') || (mode != 1 && mode != 2)) return e_bad_argument;
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   h->rw = mode;
@@ -304,10 +313,10 @@ char checkpsp(const PSP* h) {
 }
 
 int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int mode, const key_entry* keys,
-          journal_use journal) {
+          journal_use journal, unsigned options) {
   const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
-  int result = openfile(h, path, access, mode, false, journal);
+  int result = openfile(h, path, access, mode, false, journal, options);
   if (result != e_ok) return result;
   result = tstwrit(h);
   if (result != e_ok) {
@@ -331,19 +340,21 @@ int dopen(PSP* h, const char* path, void* recbuf, int reclen, char access, int m
   return e_ok;
 }
 
-int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal) {
+int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal, unsigned options) {
   const one_thread alone;
   if (h == nullptr || path == nullptr) return e_bad_argument;
-  const int result = openfile(h, path, access, mode, true, journal);
+  const int result = openfile(h, path, access, mode, true, journal, options);
   return result == e_ok ? leave_open(h) : result;
 }
 
 bool has_journal(const PSP* h) { return is_open(h) && h->journal != nullptr; }
 
+bool took_back_transaction(const PSP* h) { return is_open(h) && h->took_back != 0; }
+
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys,
-            journal_use journal) {
+            journal_use journal, unsigned options) {
   const one_thread alone;
-  if (h == nullptr || path == nullptr) return e_bad_argument;
+  if (h == nullptr || path == nullptr || (options & ~known_options) != 0) return e_bad_argument;
   if (order < 1 || order > 3) return e_byte_order;
   prepare_block(h, path);
   h->order = order == 1 ? byte_order::little : order == 2 ? byte_order::big : native_order;
@@ -359,7 +370,7 @@ int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int
   remove_journal(path);
   const int made = make_file(h, path, keys);
   if (made != e_ok) return made;
-  const int opened = dopen(h, path, recbuf, reclen, access, 2, keys, journal);
+  const int opened = dopen(h, path, recbuf, reclen, access, 2, keys, journal, options);
   if (opened != e_ok) os().remove(path);
   return opened;
 }

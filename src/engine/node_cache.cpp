@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "engine/cached_reads.h"
+#include "engine/companion.h"
 #include "engine/header_page.h"
+#include "engine/image_journal.h"
 #include "engine/key_compare.h"
 #include "engine/one_thread.h"
 #include "engine/open_handles.h"
@@ -28,6 +30,7 @@ struct block {
   std::int32_t number;  // -1 when free
   bool dirty;           // the node must still be written
   std::uint64_t moved;  // when it came to the front last
+  std::uint32_t imaged; // generation in which its before-image was kept
   block* newer;         // neighbours in order of use
   block* older;
   block* chain;         // next of the same hash
@@ -96,6 +99,7 @@ void own_block(block* b, PSP* h, std::int32_t n) {
   b->owner = h;
   b->file = h->file;
   b->number = n;
+  b->imaged = 0;
   block** head = &cache.table[hash_of(h, h->file, n)];
   b->chain = *head;
   *head = b;
@@ -132,16 +136,6 @@ block* find_block(const PSP* h, std::int32_t n) {
   for (block* b = cache.table[hash_of(h, h->file, n)]; b != nullptr; b = b->chain)
     if (b->owner == h && b->file == h->file && b->number == n) return b;
   return nullptr;
-}
-
-void convert_head(node& v, byte_order order) {
-  if (order == native_order) return;
-  v.child0 = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.child0)));
-  v.next = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.next)));
-  v.prev = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.prev)));
-  v.level = swap_bytes(v.level);
-  v.count = swap_bytes(v.count);
-  v.room = static_cast<std::int16_t>(swap_bytes(static_cast<std::uint16_t>(v.room)));
 }
 
 int write_image(PSP* h, node& v, std::int32_t n) {
@@ -232,6 +226,16 @@ bool entry_is_sound(const PSP* h, const std::uint8_t* entry, int left, bool inne
 }
 
 }  // namespace
+
+void convert_head(node& v, byte_order order) {
+  if (order == native_order) return;
+  v.child0 = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.child0)));
+  v.next = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.next)));
+  v.prev = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.prev)));
+  v.level = swap_bytes(v.level);
+  v.count = swap_bytes(v.count);
+  v.room = static_cast<std::int16_t>(swap_bytes(static_cast<std::uint16_t>(v.room)));
+}
 
 bool leaf_entry_is_sound(const PSP* h, const std::uint8_t* entry, int left) {
   return left >= entry_head_size && entry_is_sound(h, entry, left, false);
@@ -344,8 +348,14 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   block* found = nullptr;
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
+  if (keeps_images(h) && !(hit && found->imaged == h->generation)) {
+    const int kept = keep_image(h, n, hit ? found->image : nullptr);
+    if (kept != e_ok) return kept;
+  }
   own_block(found, h, n);
+  found->imaged = h->generation;
   std::memcpy(found->image, &b.image, page_size);
+  if (has_companion(h)) note_node_write(h, n);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
   set_dirty(found, true);
@@ -355,6 +365,11 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (b.image.room < 0 || (b.image.count & 0x8000) != 0) return raise_damage(h, n);
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
+  if (keeps_images(h)) {
+    const block* cached = find_block(h, n);
+    const int kept = keep_image(h, n, cached != nullptr ? cached->image : nullptr);
+    if (kept != e_ok) return kept;
+  }
   drop_cached(h, n);
   set_tag(b, h, n);
   forget_other_copies(b, h, n);

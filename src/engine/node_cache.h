@@ -51,6 +51,9 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n);
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n);
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 
+// The head of a node from the file's order to the machine's or back.
+void convert_head(node& v, byte_order order);
+
 // Header if dirty, each dirty block, flush of the system.  The first error.
 int flushfile(PSP* h);
 // At close: as flushfile for blocks alone, and forgets them.  The first error.

@@ -3,6 +3,8 @@
 #include <pthread.h>
 
 #include "engine/cached_reads.h"
+#include "engine/companion.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/one_thread.h"
@@ -25,6 +27,8 @@ void let_go_in_child() {
     h->state = 'C';
     end_cached_reads(h);
     journal_let_go(h);
+    images_let_go(h);
+    companion_let_go(h);
     free_cursors(h);
   }
   forget_cache();

@@ -41,9 +41,12 @@ struct os_ops {
   // A number that tells this file from others and from a later one of its name; 0 unknown.
   std::uint64_t (*identity)(int file);
   std::uint64_t (*random)();                   // a number that nobody can foretell
+  // A number for as long as what was written to the file without a flush is there for sure:
+  // while this machine runs and the file system stays mounted.  0 unknown.
+  std::uint64_t (*mount)(int file);
 
   // The first bytes of a file to look at, changing as others write them; null when that is
-  // not to be had here.  The file must stay as long as that.
+  // not to be had here.  Zeros from when the file was found to be cut shorter.
   const void* (*map)(int file, std::size_t n);
   void (*unmap)(const void* mapped, std::size_t n);
 

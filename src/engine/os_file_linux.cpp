@@ -20,7 +20,6 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -30,6 +29,7 @@
 #include <cstring>
 
 #include "engine/format.h"
+#include "engine/mapped_pages.h"
 #include "engine/os_file.h"
 
 namespace zvrdb::engine {
@@ -273,6 +273,29 @@ std::uint64_t linux_identity(int file) {
   return v;
 }
 
+// A fingerprint of the running kernel, made once.
+std::uint64_t running_kernel() {
+  static const std::uint64_t fingerprint = [] {
+    char text[64] = {};
+    const int file = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+    const ssize_t got = file < 0 ? -1 : read(file, text, sizeof text);
+    if (file >= 0) close(file);
+    std::uint64_t v = 0xCBF29CE484222325u;
+    for (ssize_t i = 0; i < got; ++i) v = (v ^ static_cast<unsigned char>(text[i])) * 0x100000001B3u;
+    return got > 0 ? v : 0;
+  }();
+  return fingerprint;
+}
+
+std::uint64_t linux_mount(int file) {
+  struct statx st;
+  if (running_kernel() == 0 || statx(file, "", AT_EMPTY_PATH, STATX_MNT_ID, &st) != 0) return 0;
+  if ((st.stx_mask & STATX_MNT_ID) == 0) return 0;
+  const std::uint64_t device = (std::uint64_t{st.stx_dev_major} << 32) | st.stx_dev_minor;
+  const std::uint64_t v = running_kernel() ^ device * 0x9E3779B97F4A7C15u ^ st.stx_mnt_id * 0xC2B2AE3D27D4EB4Fu;
+  return v != 0 ? v : 1;
+}
+
 std::uint64_t linux_random() {
   std::uint64_t v = 0;
   if (getrandom(&v, sizeof v, 0) == static_cast<ssize_t>(sizeof v)) return v;
@@ -281,26 +304,6 @@ std::uint64_t linux_random() {
   return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'007u + static_cast<std::uint64_t>(now.tv_nsec) +
          (static_cast<std::uint64_t>(getpid()) << 40);
 }
-
-// Whether what another machine writes shows in a mapping at all is not sure there.
-bool is_remote(int file) {
-  constexpr unsigned long remote[] = {0x6969, 0x517B, 0xFE534D42, 0xFF534D42, 0x65735546, 0x01021997, 0x5346414F,
-                                      0x00C36400};   // NFS, SMB, SMB2, CIFS, FUSE, 9P, AFS, Ceph
-  struct statfs st;
-  if (fstatfs(file, &st) != 0) return true;
-  for (const unsigned long kind : remote)
-    if (static_cast<unsigned long>(st.f_type) == kind) return true;
-  return false;
-}
-
-const void* linux_map(int file, std::size_t n) {
-  struct stat st;
-  if (is_remote(file) || fstat(file, &st) != 0 || static_cast<std::uint64_t>(st.st_size) < n) return nullptr;
-  const void* mapped = mmap(nullptr, n, PROT_READ, MAP_SHARED, file, 0);
-  return mapped == MAP_FAILED ? nullptr : mapped;
-}
-
-void linux_unmap(const void* mapped, std::size_t n) { munmap(const_cast<void*>(mapped), n); }
 
 // What is long comes in long pages where the system has them: fewer of them to be looked up.
 void* linux_allocate(std::size_t bytes) {
@@ -329,8 +332,9 @@ const os_ops linux_ops = {
     .size = linux_size,
     .identity = linux_identity,
     .random = linux_random,
-    .map = linux_map,
-    .unmap = linux_unmap,
+    .mount = linux_mount,
+    .map = map_pages,
+    .unmap = unmap_pages,
     .lock = linux_lock,
     .unlock = linux_unlock,
     .probe = linux_probe,

@@ -90,7 +90,7 @@ struct PSP {
   std::int32_t recno_cur, recno_locked;
 
   // Transaction.
-  std::int32_t transtype;   // 0 none, 3 plain
+  std::int32_t transtype;   // 0 none, 3 plain, 1 and 2 with a companion
   std::int32_t lognode;     // log node being filled, -1 for none
   std::int32_t logpos;      // where its next record goes
   std::int32_t opnode, oppos;   // where the records of the running operation begin
@@ -114,6 +114,15 @@ struct PSP {
   const char* damaged_source;
   PSP* next_open;           // chain of open blocks of the process
   struct journal* journal;  // null: the literal order of writes
+  std::uint8_t took_back;   // the open took back an unfinished transaction
+
+  // Optional facilities, all zero where nobody asked for one.
+  std::uint8_t trees;           // a key has a tree of its own
+  std::uint8_t options;         // open_option
+  std::int32_t fault_code;      // what was wrong with a node, see fault
+  std::int32_t fault_node;
+  struct image_journal* images;     // before-images
+  struct companion_copy* companion; // the other file of the transaction
   struct cached_reads* cached;   // null: every read takes its lock
 };
 static_assert(sizeof(PSP) <= psp_size);

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "engine/cached_reads.h"
+#include "engine/composite_key.h"
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/header_page.h"
@@ -11,6 +12,7 @@
 #include "engine/one_thread.h"
 #include "engine/record_locks.h"
 #include "engine/record_pack.h"
+#include "engine/separate_trees.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -40,7 +42,7 @@ int read_body(PSP* h, std::int32_t recno) {
 int make_room(PSP* h, const field* fields) {
   std::int64_t keys = 0;
   for (; !is_list_end(*fields); ++fields) keys += is_key_field(*fields) ? 1 : 0;
-  return ensurenodes(h, (std::int64_t{h->depth} + 1) * (keys + 1));
+  return ensurenodes(h, (std::int64_t{deepest_tree(h)} + 1) * (keys + 1));
 }
 
 // All cursors that changing the record will need, before anything is changed.
@@ -78,6 +80,15 @@ int add_key(PSP* h, const field& f, const std::uint8_t* key, std::int32_t recno)
   return f.fdup == 'D' ? badd(h, f.fkey, key, recno, nothing, 0) : baddu(h, f.fkey, key, recno, nothing, 0);
 }
 
+// Key value of a stored field in file order: 0, e_too_long, errors of composite keys.
+int stored_key(PSP* h, const std::uint8_t* record, std::int32_t length, const field* fields, const stored_field& s,
+               bool cut, key_value out) {
+  const field& f = fields[s.index];
+  if (type_char(f) != 'X') return key_of_stored(f, s, cut, out) ? e_ok : e_too_long;
+  std::memset(out, 0, key_value_buffer);
+  return composite_of_record(h, f.fkey, record, length, fields, out);
+}
+
 int addkeys(PSP* h, const std::uint8_t* record, std::int32_t length, std::int32_t recno, const field* fields) {
   packed_reader r = read_packed(h, record, length, fields);
   for (;;) {
@@ -87,8 +98,8 @@ int addkeys(PSP* h, const std::uint8_t* record, std::int32_t length, std::int32_
     const field& f = fields[s.index];
     if (!is_key_field(f)) continue;
     key_value key;
-    if (!key_of_stored(f, s, false, key)) return e_too_long;
-    result = add_key(h, f, key, recno);
+    result = stored_key(h, record, length, fields, s, false, key);
+    if (result == e_ok) result = add_key(h, f, key, recno);
     if (result != e_ok) return result;
   }
 }
@@ -104,8 +115,9 @@ int delkeys(PSP* h, const std::uint8_t* record, std::int32_t length, std::int32_
     const field& f = fields[s.index];
     if (!is_key_field(f)) continue;
     key_value key;
-    key_of_stored(f, s, true, key);
-    result = bdelete(h, f.fkey, key, recno);
+    result = stored_key(h, record, length, fields, s, true, key);
+    if (result == e_too_long) continue;   // so it was never added
+    if (result == e_ok) result = bdelete(h, f.fkey, key, recno);
     if (result != e_ok && result != e_not_found) return result;
   }
 }
@@ -119,12 +131,12 @@ int new_key(PSP* h, const field* fields, int i, key_value out) {
   const int type = type_of_key(h, fields[i].fkey);
   const int n = caller_key_length(type, native);
   if (n < 0) return e_key_type;
-  convert_value(type, native, out, n, native_order, h->order);
+  convert_key_value(h, fields[i].fkey, native, out, n, native_order, h->order);
   return e_ok;
 }
 
 bool equal_keys(const PSP* h, const field& f, const std::uint8_t* a, const std::uint8_t* b) {
-  return compare_values(type_of_key(h, f.fkey), h->order, a, b) == 0;
+  return compare_key_values(h, f.fkey, a, b) == 0;
 }
 
 // Puts the old keys back, up to field index `last`.
@@ -139,7 +151,8 @@ int keyrestore(PSP* h, const std::uint8_t* record, std::int32_t length, std::int
     if (!is_key_field(f)) continue;
     key_value old_key;
     key_value added;
-    key_of_stored(f, s, true, old_key);
+    result = stored_key(h, record, length, fields, s, true, old_key);
+    if (result != e_ok) return result;
     const bool has_new = !is_taken_out(f) && new_key(h, fields, s.index, added) == e_ok;
     if (has_new && equal_keys(h, f, old_key, added)) continue;
     if (has_new) {
@@ -181,9 +194,9 @@ int updkeys(PSP* h, const std::uint8_t* record, std::int32_t length, std::int32_
     const bool stored = s.index == i;
     if (is_key_field(fields[i])) {
       key_value old_key;
-      if (stored) key_of_stored(fields[i], s, true, old_key);
-      int undo_to = -1;
-      result = update_key(h, fields, i, stored ? old_key : nullptr, recno, &undo_to);
+      int undo_to = i - 1;
+      if (stored) result = stored_key(h, record, length, fields, s, true, old_key);
+      if (result == e_ok) result = update_key(h, fields, i, stored ? old_key : nullptr, recno, &undo_to);
       if (result != e_ok) {
         keyrestore(h, record, length, recno, fields, undo_to);
         return result;
@@ -294,22 +307,22 @@ int read_record(PSP* h, field* fields) {
 }
 
 // Steps over all duplicates of the value asked for.
-int skip_equal(PSP* h, int key, int type, const std::uint8_t* value) {
+int skip_equal(PSP* h, int key, const std::uint8_t* value) {
   for (;;) {
     const int result = bnext(h, key, nullptr, 0);
     if (result != e_ok) return result;
-    if (compare_values(type, h->order, h->keybuf, value) != 0) return e_ok;
+    if (compare_key_values(h, key, h->keybuf, value) != 0) return e_ok;
   }
 }
 
-int find_by_option(PSP* h, int key, int type, const std::uint8_t* value, int option) {
+int find_by_option(PSP* h, int key, const std::uint8_t* value, int option) {
   const int r = bfind(h, key, value, 0, nullptr, 0);
   switch (option) {
     case find_equal:
       return r == 1 ? e_ok : e_not_found;
     case find_greater:
       if (r == 2) return e_ok;
-      return r == 1 || r == 0 ? skip_equal(h, key, type, value) : r;
+      return r == 1 || r == 0 ? skip_equal(h, key, value) : r;
     case find_greater_equal:
       if (r == 1) return e_ok;
       return r == 2 ? 2 : static_cast<int>(e_not_found);
@@ -322,9 +335,10 @@ int find_by_option(PSP* h, int key, int type, const std::uint8_t* value, int opt
 }
 
 // A caller's value, with zeros behind it.
-void value_in_file_order(const PSP* h, int type, const std::uint8_t* given, key_value out) {
+void value_in_file_order(const PSP* h, int key, const std::uint8_t* given, key_value out) {
+  const int type = type_of_key(h, key);
   const int n = caller_key_length(type, given);
-  convert_value(type, given, out, n, native_order, h->order);
+  convert_key_value(h, key, given, out, n, native_order, h->order);
   if (n > max_key_value && type <= kt_string_nocase) out[n - 1] = 0;
   std::memset(out + n, 0, static_cast<std::size_t>(key_value_buffer - n));
 }
@@ -338,12 +352,12 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
   if (!good_key_number(key) || value == nullptr || option < find_equal || option > find_less_equal)
     return keep_status(h, e_bad_argument);
   const int type = type_of_key(h, key);
-  if (!key_type_fits(h, key, key_type) || !key_type_is_known(type) || type == kt_composite)
-    return keep_status(h, e_key_type);
+  const bool usable = key_type_is_known(type) && (type != kt_composite || segments_of(h, key) != nullptr);
+  if (!key_type_fits(h, key, key_type) || !usable) return keep_status(h, e_key_type);
   key_value file;
-  value_in_file_order(h, type, static_cast<const std::uint8_t*>(value), file);
+  value_in_file_order(h, key, static_cast<const std::uint8_t*>(value), file);
   const auto find = [&] {
-    const int found = find_by_option(h, key, type, file, option);
+    const int found = find_by_option(h, key, file, option);
     h->recno_cur = found == 0 || found == 2 || found == 3 ? h->recno : -1;
     return found;
   };
@@ -400,6 +414,10 @@ int dkeyval(PSP* h, int key, const field* fields, int index, void* out) {
   for (; !is_list_end(fields[i]); ++i)
     if (index >= 0 ? i == index : fields[i].fkey == key) break;
   const field& f = fields[i];
+  if (!is_list_end(f) && type_char(f) == 'X') {
+    if (!good_key_number(f.fkey)) return e_no_field;
+    return composite_of_list(h, f.fkey, fields, static_cast<std::uint8_t*>(out));
+  }
   if (is_list_end(f) || f.fdata == nullptr) return e_no_field;
   auto* to = static_cast<std::uint8_t*>(out);
   switch (type_char(f)) {

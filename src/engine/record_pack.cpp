@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/composite_key.h"
 #include "engine/key_compare.h"
 
 namespace zvrdb::engine {
@@ -12,29 +13,11 @@ constexpr int longest_field = 31232;
 constexpr int longest_key_field = 242;
 constexpr int longest_binary_key = 241;
 
-// Size of a value of that type, 0 where it varies.
-int value_size(char type) {
-  switch (type) {
-    case 'D':
-      return 8;
-    case 'F':
-    case 'I':
-    case 'L':
-      return 4;
-    case 'H':
-    case 'U':
-      return 2;
-    case 'M':
-      return 6;
-    default:
-      return 0;
-  }
-}
-
 bool is_field_type(char type) { return type != 0 && std::strchr("ESBMXIHULFD", type) != nullptr; }
 
 void convert_number(const std::uint8_t* from, std::uint8_t* to, char type, byte_order a, byte_order b) {
   const int n = value_size(type);
+  if (n == 0) return;   // a composite key has no bytes of its own
   if (a == b || type == 'M') {
     std::memcpy(to, from, static_cast<std::size_t>(n));
   } else if (n == 2) {
@@ -105,6 +88,7 @@ int check_descriptor(const PSP* h, const field& f, bool writing) {
   const char type = type_char(f);
   if (!is_field_type(type)) return e_field_type;
   if (f.fkey < keytypes_size && !key_type_fits(h, f.fkey, f.fkeytype)) return e_key_type;
+  if (f.fkeytype != 'N' && f.fkeytype != 'E' && (type == 'X') != (f.fkeytype == kt_composite)) return e_field_type;
   if (f.fdup != 'D' && f.fdup != 'U' && f.fdup != 'N') return e_duplicates_flag;
   if (writing) {
     const bool key = f.fkeytype != 'N' && f.fkeytype != 'E';
@@ -148,11 +132,28 @@ void copy_out(const PSP* h, field& f, const stored_field& s) {
 
 }  // namespace
 
+int value_size(char type) {
+  switch (type) {
+    case 'D':
+      return 8;
+    case 'F':
+    case 'I':
+    case 'L':
+      return 4;
+    case 'H':
+    case 'U':
+      return 2;
+    case 'M':
+      return 6;
+    default:
+      return 0;
+  }
+}
+
 bool key_type_fits(const PSP* h, int key, char key_type) {
   if (key_type == 'N' || key_type == 'E') return true;
   const std::uint8_t stored = h->keytypes[key];
-  // Composite keys are not built here.
-  if ((stored & key_type_mask) == kt_composite) return false;
+  if ((stored & key_type_mask) == kt_composite && (key < 1 || segments_of(h, key) == nullptr)) return false;
   if (key_type == 'S') return stored == 0;
   return static_cast<std::uint8_t>(key_type) == stored && key_type_is_known(stored & key_type_mask);
 }

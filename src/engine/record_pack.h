@@ -8,6 +8,8 @@
 
 namespace zvrdb::engine {
 
+// Bytes of a field's value of that type, 0 where they vary.
+int value_size(char type);
 constexpr char type_char(const field& f) { return static_cast<char>(f.ftype & 0x7F); }
 constexpr bool is_taken_out(const field& f) { return (static_cast<unsigned char>(f.ftype) & 0x80) != 0; }
 constexpr bool is_list_end(const field& f) { return f.ftype == 'E'; }

@@ -47,8 +47,7 @@ comparison compare_floats(T first, T second) {
   return {unordered ? 1 : sign_of(first, second), unordered};
 }
 
-comparison compare_values(const file_header& header, int type, const entry_head& first, const entry_head& second) {
-  byte_order bytes = order_of(header);
+comparison compare_values(byte_order bytes, int type, const entry_head& first, const entry_head& second) {
   const unsigned char* a = first.value.data();
   const unsigned char* b = second.value.data();
   switch (type) {
@@ -60,7 +59,7 @@ comparison compare_values(const file_header& header, int type, const entry_head&
       return {sign_of(static_cast<std::int16_t>(load16(a, bytes)), static_cast<std::int16_t>(load16(b, bytes))), false};
     case 6: return compare_floats(from_bits<float>(load32(a, bytes)), from_bits<float>(load32(b, bytes)));
     case 7: return compare_floats(from_bits<double>(load<std::uint64_t>(a, bytes)), from_bits<double>(load<std::uint64_t>(b, bytes)));
-    case 8: return {-1, true};  // the segment tables are not in the file
+    case 8: return {-1, true};  // without its segment table
     case 10: return {sign_of(load16(a, bytes), load16(b, bytes)), false};
     case 0:
     case 9: return {compare_bytes(first, second, 0), false};
@@ -68,7 +67,52 @@ comparison compare_values(const file_header& header, int type, const entry_head&
   }
 }
 
+// Takes the segment at an offset of a composite value for a value of its own; false when it
+// isn't there whole.
+bool segment_at(const segment& s, const unsigned char* value, int value_size, int at, entry_head* out) {
+  const int size = s.type == 8 || at >= value_size ? -1 : value_size_of(s.type, value + at, value_size - at);
+  if (size < 0) return false;
+  out->value_size = size;
+  out->value.fill(0);
+  std::memcpy(out->value.data(), value + at, static_cast<std::size_t>(size));
+  return true;
+}
+
+comparison compare_composites(byte_order bytes, const segment* table, const entry_head& first, const entry_head& second) {
+  int at_first = 1;
+  int at_second = 1;
+  for (; table->type != 31; table++) {
+    entry_head a, b;
+    if (!segment_at(*table, first.value.data(), first.value_size, at_first, &a) ||
+        !segment_at(*table, second.value.data(), second.value_size, at_second, &b))
+      return {0, true};
+    comparison c = compare_values(bytes, table->type, a, b);
+    if (c.unordered) return c;
+    if (c.sign) return {table->descending ? -c.sign : c.sign, false};
+    at_first += a.value_size;
+    at_second += b.value_size;
+  }
+  return {0, false};
+}
+
 }  // namespace
+
+segment_tables take_segments(const file_header& header, const key_entry* keys) {
+  segment_tables tables = {};
+  for (int i = 0; keys && i < 20 && keys[i].number != 0; i++)
+    if (keys[i].number < key_rollback && key_type_of(header, keys[i].number) == 8) tables[keys[i].number] = keys[i].segments;
+  return tables;
+}
+
+bool is_made_of(const segment* table, const unsigned char* value, int size) {
+  int at = 1;
+  entry_head part;
+  for (; table->type != 31; table++) {
+    if (!segment_at(*table, value, size, at, &part)) return false;
+    at += part.value_size;
+  }
+  return at == size;
+}
 
 bool read_header(const report_reader& reader, file_header* header, std::string* reason) {
   unsigned char bytes[header_size];
@@ -99,6 +143,9 @@ bool read_header(const report_reader& reader, file_header* header, std::string* 
   header->transhead = field(header_at::transhead);
   header->savedhead = field(header_at::savedhead);
   std::memcpy(header->key_types.data(), bytes + header_at::keytypes, header->key_types.size());
+  std::memcpy(header->key_trees.data(), bytes + header_at::keytree, header->key_trees.size());
+  std::memcpy(header->tree_depths.data(), bytes + header_at::treedepth, header->tree_depths.size());
+  for (std::size_t i = 0; i < header->tree_roots.size(); i++) header->tree_roots[i] = field(header_at::treeroot + 4 * i);
   header->size = reader.size;
   unsigned char flag[2] = {};
   if (read_bytes(reader, flag_offset, flag, sizeof flag))
@@ -118,6 +165,16 @@ bool read_node(const report_reader& reader, const file_header& header, std::int3
   out->count = load16(at + offsetof(engine::node, count), in_file);
   out->room = static_cast<std::int16_t>(load16(at + offsetof(engine::node, room), in_file));
   return true;
+}
+
+std::vector<int> trees_of(const file_header& header) {
+  const int last = header.key_trees[key_bodies - 1];
+  std::vector<int> trees;
+  for (int t = 0; t <= static_cast<int>(header.tree_depths.size()); t++)
+    if (t != last && (t == 0 || header.tree_depths[static_cast<std::size_t>(t) - 1] != 0)) trees.push_back(t);
+  if (last <= static_cast<int>(header.tree_depths.size()) && (last == 0 || header.tree_depths[static_cast<std::size_t>(last) - 1] != 0))
+    trees.push_back(last);
+  return trees;
 }
 
 int key_type_of(const file_header& header, int key) {
@@ -200,9 +257,12 @@ entry_head head_of(const entry& from) {
   return head;
 }
 
-comparison compare_heads(const file_header& header, const entry_head& first, const entry_head& second) {
+comparison compare_heads(const file_header& header, const segment_tables& tables, const entry_head& first,
+                         const entry_head& second) {
   if (first.key != second.key) return {sign_of(first.key, second.key), false};
-  comparison by_value = compare_values(header, key_type_of(header, first.key), first, second);
+  const segment* table = tables[static_cast<std::size_t>(first.key)];
+  comparison by_value = table ? compare_composites(order_of(header), table, first, second)
+                              : compare_values(order_of(header), key_type_of(header, first.key), first, second);
   if (by_value.sign || by_value.unordered) return by_value;
   if (first.rec != second.rec) return {sign_of(first.rec, second.rec), false};
   return {sign_of(first.piece_byte & 0x7F, second.piece_byte & 0x7F), false};

@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "engine/engine.h"
 #include "engine/file_report.h"
 #include "engine/format.h"
 #include "engine/report_reader.h"
@@ -18,6 +20,8 @@ inline byte_order order_of(const file_header& header) {
   return header.little_endian ? byte_order::little : byte_order::big;
 }
 
+// The trees that are there, in the order in which they are walked: the one with the bodies last.
+std::vector<int> trees_of(const file_header& header);
 // False, with a reason: too short, or the magic words don't stand.
 bool read_header(const report_reader& reader, file_header* header, std::string* reason);
 
@@ -66,8 +70,14 @@ entry_head head_of(const entry& from);
 struct comparison {
   int sign;         // of the first against the second
   bool unordered;   // no order can be told: a float that is no number, or a composite key
+                    // without its segment table
 };
-comparison compare_heads(const file_header& header, const entry_head& first, const entry_head& second);
+using segment_tables = std::array<const segment*, 22>;   // by key number, null where unknown
+segment_tables take_segments(const file_header& header, const key_entry* keys);
+comparison compare_heads(const file_header& header, const segment_tables& tables, const entry_head& first,
+                         const entry_head& second);
+// Whether a composite value is made of exactly the segments of the table.
+bool is_made_of(const segment* table, const unsigned char* value, int size);
 
 // "key 1, value 05 41 42, record 7, piece 0": for messages.
 std::string describe(const entry_head& head);

@@ -31,17 +31,19 @@ struct walk {
   survey* s;
   const visitor* v;
   std::vector<frame> stack;
-  std::array<level_end, max_depth> ends;
+  int tree = 0;
+  std::array<level_end, max_depth> ends = {};
   bool stopped = false;
 };
 
 std::string path_to(const walk& w, std::int32_t number, const char* kind) {
-  std::string path;
+  std::string path = w.tree == 0 ? "" : "tree " + std::to_string(w.tree) + " ";
+  const std::size_t none = path.size();
   for (const frame& f : w.stack) {
-    path += path.empty() ? "root " : "child ";
+    path += path.size() == none ? "root " : "child ";
     path += std::to_string(f.number) + " > ";
   }
-  return path + (path.empty() ? "root" : kind) + " " + std::to_string(number);
+  return path + (path.size() == none ? "root" : kind) + " " + std::to_string(number);
 }
 
 // Of a value of 129 pieces the last bears the number 0 again, 128 not fitting in.
@@ -52,31 +54,31 @@ bool is_wrapped_piece(const entry_head& before, const entry_head& after) {
   return same_value(before, after) && (before.piece_byte & piece_number) == piece_number && after.piece_byte == last_piece;
 }
 
-bool sorts_before(const file_header& header, const entry_head& first, const entry_head& second) {
-  comparison c = compare_heads(header, first, second);
+bool sorts_before(const survey& s, const entry_head& first, const entry_head& second) {
+  comparison c = compare_heads(s.header, s.segments, first, second);
   return c.sign < 0 || c.unordered || is_wrapped_piece(first, second);
 }
 
 // At or below, as the left side of a separator is.  A separator that is a wrapped piece
 // has all other pieces of its value below it.
-bool within_high(const file_header& header, const entry_head& head, const entry_head& high) {
-  comparison c = compare_heads(header, head, high);
+bool within_high(const survey& s, const entry_head& head, const entry_head& high) {
+  comparison c = compare_heads(s.header, s.segments, head, high);
   if (c.sign <= 0 || c.unordered) return true;
   return high.piece_byte == last_piece && same_value(head, high);
 }
 
 void check_order(walk* w, const node& n, const bound& before, const entry_head& head, const bound& low,
                  const bound& high) {
-  const file_header& header = w->s->header;
+  const survey& s = *w->s;
   const char* kind = n.level ? "child" : "leaf";
-  if (before && !sorts_before(header, *before, head)) {
+  if (before && !sorts_before(s, *before, head)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") doesn't sort after the one before it (" + describe(*before) + ")");
-  } else if (!before && low && !sorts_before(header, *low, head)) {
+  } else if (!before && low && !sorts_before(s, *low, head)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") isn't above the separator to its left (" + describe(*low) + ")");
   }
-  if (high && !within_high(header, head, *high)) {
+  if (high && !within_high(s, head, *high)) {
     tell_problem(w->s, n.number, path_to(*w, n.number, kind),
                  "entry (" + describe(head) + ") is above the separator to its right (" + describe(*high) + ")");
   }
@@ -90,6 +92,9 @@ bool check_entry_form(walk* w, const node& n, const entry& e) {
     text = "a key value is " + std::to_string(e.value_size) + " bytes long";
   } else if (n.level == 0 && e.size > max_entry_size) {
     text = "an entry is " + std::to_string(e.size) + " bytes long";
+  } else if (const segment* table = w->s->segments[static_cast<std::size_t>(e.key)];
+             table && !is_made_of(table, e.value, e.value_size)) {
+    text = "a composite value of key " + std::to_string(e.key) + " isn't made of the key's segments";
   } else {
     return true;
   }
@@ -155,6 +160,11 @@ int visit_entries(walk* w, const node& n, frame* f, const bound& low, const boun
     if (!check_entry_form(w, n, e)) {
       whole = false;
       break;
+    }
+    if (int tree = header.key_trees[static_cast<std::size_t>(e.key) - 1]; tree != w->tree) {
+      tell_problem(w->s, n.number, path,
+                   "an entry of key number " + std::to_string(e.key) + " stands in tree " + std::to_string(w->tree) +
+                       ", that key belongs in tree " + std::to_string(tree));
     }
     entry_head head = head_of(e);
     check_order(w, n, before, head, low, high);
@@ -230,6 +240,36 @@ void advance(walk* w) {
   visit(w, top.children[i], top.level - 1, low, high);
 }
 
+// False when the visitor stopped the walk.
+bool walk_one_tree(survey* s, const visitor& v, int tree) {
+  walk w;
+  w.s = s;
+  w.v = &v;
+  w.tree = tree;
+  const std::size_t at = static_cast<std::size_t>(tree) - 1;
+  const std::int32_t root = tree == 0 ? s->header.root : s->header.tree_roots[at];
+  const int depth = tree == 0 ? s->header.depth : s->header.tree_depths[at];
+  visit(&w, root, -1, {}, {});
+  if (!w.stack.empty() || !w.stopped) {
+    int level = w.stack.empty() ? 0 : w.stack.back().level;
+    if (depth != level + 1) {
+      tell_problem(s, -1, "header",
+                   (tree == 0 ? "depth" : "the depth of tree " + std::to_string(tree)) + " is " + std::to_string(depth) +
+                       ", the tree has " + std::to_string(level + 1) + " levels");
+    }
+  }
+  while (!w.stack.empty() && !w.stopped) advance(&w);
+  if (w.stopped) return false;
+  for (std::size_t level = 0; level < w.ends.size(); level++) {
+    const level_end& end = w.ends[level];
+    if (end.any && end.next != -1) {
+      tell_problem(s, end.number, "level " + std::to_string(level),
+                   "next of the last node is " + std::to_string(end.next) + ", expected -1");
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool open_survey(const char* path, survey* s, std::string* reason) {
@@ -288,26 +328,8 @@ void check_tail(survey* s, const node& n, int used, const std::string& path) {
 }
 
 void walk_tree(survey* s, const visitor& v) {
-  walk w;
-  w.s = s;
-  w.v = &v;
-  visit(&w, s->header.root, -1, {}, {});
-  if (!w.stack.empty() || !w.stopped) {
-    int level = w.stack.empty() ? 0 : w.stack.back().level;
-    if (s->header.depth != level + 1) {
-      tell_problem(s, -1, "header",
-                   "depth is " + std::to_string(s->header.depth) + ", the tree has " + std::to_string(level + 1) + " levels");
-    }
-  }
-  while (!w.stack.empty() && !w.stopped) advance(&w);
-  if (w.stopped) return;
-  for (std::size_t level = 0; level < w.ends.size(); level++) {
-    const level_end& end = w.ends[level];
-    if (end.any && end.next != -1) {
-      tell_problem(s, end.number, "level " + std::to_string(level),
-                   "next of the last node is " + std::to_string(end.next) + ", expected -1");
-    }
-  }
+  for (int tree : trees_of(s->header))
+    if (!walk_one_tree(s, v, tree)) return;
 }
 
 }  // namespace zvrdb::engine::report

@@ -16,6 +16,7 @@ enum class place : unsigned char { unseen, inner, leaf, free_node, log_node };
 struct survey {
   report_reader reader;
   file_header header = {};
+  segment_tables segments = {};
   std::vector<place> places;    // one a node that was allocated and lies in the file
   problem_fn tell = nullptr;    // may be null
   void* tell_context = nullptr;
@@ -44,6 +45,7 @@ struct visitor {
   bool (*entry_fn)(void* context, const node& leaf, const entry& found) = nullptr;
   void* context = nullptr;
 };
+// All trees, one after the other.
 void walk_tree(survey* s, const visitor& v);
 
 // What lies behind the entries: the rest of the node is zero and `room` tells its length.

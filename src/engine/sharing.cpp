@@ -26,12 +26,15 @@
 
 #include "engine/byte_wait.h"
 #include "engine/cached_reads.h"
+#include "engine/companion.h"
 #include "engine/header_page.h"
+#include "engine/image_journal.h"
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 #include "engine/record_locks.h"
 #include "engine/trans_log.h"
+#include "engine/waiting_queue.h"
 
 namespace zvrdb::engine {
 namespace {
@@ -66,22 +69,25 @@ int begin_write_operation(PSP* h) {
   if (h->journal != nullptr) journal_begin_operation(h);
   ++h->generation;
   h->hdrdirty = 1;
+  if (keeps_images(h)) images_begin_operation(h);
   return e_ok;
 }
 
-// The same with a journal: what changed becomes a group of it.
-int end_journalled_operation(PSP* h) {
+// All that a write operation changed goes to the pending pages.
+int bring_out(PSP* h) {
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
+  if (has_companion(h)) result = leave_result(result, log_node_writes(h));
   result = leave_result(flushfile(h), result);
   if (result == e_ok && h->lognode >= 1) result = translog(h, log_op_finished, nullptr);
-  return journal_end_operation(h, result);
+  return result;
 }
 
 // Brings out all that a write operation changed, in the order: header, nodes, flush;
 // log node; flush after growth; flag.
 int end_write_operation(PSP* h) {
-  if (h->journal != nullptr) return end_journalled_operation(h);
+  if (h->journal != nullptr) return journal_end_operation(h, bring_out(h));
   int result = h->deferred == e_no_memory ? e_ok : h->deferred;
+  if (has_companion(h)) result = leave_result(result, log_node_writes(h));
   if (is_shared(h) || h->intlevel >= 4) {
     result = leave_result(flushfile(h), result);
   } else if (h->intlevel >= 1) {
@@ -92,6 +98,8 @@ int end_write_operation(PSP* h) {
     result = checked_flush(h);
     if (result == e_ok) h->grown = 0;
   }
+  // Once the flag is clear nothing is restored: the log has to tell of the operation by then.
+  if (result == e_ok && keeps_images(h) && h->lognode >= 1) plain_flush(h);
   if (result == e_ok && h->flush_failed) result = e_write;
   if (result == e_ok && h->intlevel == 4 && h->flagclear) {
     result = clrwrit(h);
@@ -159,7 +167,7 @@ int lockread(PSP* h, bool all) {
 
 int getarbiter(PSP* h) {
   if (is_exclusive(h) || h->arbiter != 'U') return e_ok;
-  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
+  const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken == e_ok) h->arbiter = 'L';
   return taken;
 }
@@ -172,7 +180,7 @@ int relarbiter(PSP* h) {
 
 int waitarbiter(PSP* h) {
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
-  const int taken = wait_for_bytes(h->file, arbiter_byte, 1);
+  const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
 }
@@ -243,7 +251,7 @@ int wrenter(PSP* h) {
   if (result != e_ok) return result;
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok && getarbiter(h) != e_ok) result = e_byte_lock;
+    if (result == e_ok) result = getarbiter(h);
     const bool known = result == e_ok && nothing_moved(h);
     if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
     if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
@@ -275,6 +283,7 @@ int wrleave(PSP* h) {
   int result = e_ok;
   if (h->wrnest == 1) {
     result = end_write_operation(h);
+    if (has_companion(h)) result = keep_companion(h, result);
     if (h->journal != nullptr && h->journal->closing && result == e_ok) result = journal_finish(h);
     const int released = release_writer(h);
     if (result == e_ok) result = released;
@@ -284,6 +293,29 @@ int wrleave(PSP* h) {
   h->status = kept;
   assert_handle(h);
   return result;
+}
+
+int wrleave_with_promise(PSP* h, int result, const group_link& link) {
+  assert_handle(h);
+  assert(h->wrnest == 1 && h->journal != nullptr);
+  const int brought = bring_out(h);
+  if (result == e_ok) result = brought != e_ok ? brought : h->deferred;
+  result = journal_promise(h, result, link);
+  if (result == e_ok) return result;
+  release_writer(h);
+  --h->wrnest;
+  return result;
+}
+
+void leave_promised(PSP* h, bool keep, int result) {
+  if (keep) {
+    journal_keep_promise(h);
+  } else {
+    journal_break_promise(h, result);
+  }
+  release_writer(h);
+  --h->wrnest;
+  assert_handle(h);
 }
 
 }  // namespace zvrdb::engine

@@ -13,6 +13,13 @@ int rdleave(PSP* h);
 int wrenter(PSP* h);   // 0, e_byte_lock, e_write_flag, e_no_memory, errors of the log
 int wrleave(PSP* h);
 
+// In place of wrleave, of a handle with a journal: the outermost operation, which came to
+// `result`, becomes a promise and stays open (0), or never was and is closed (the error).
+struct group_link;
+int wrleave_with_promise(PSP* h, int result, const group_link& link);
+// Closes an operation that became a promise; result: why it is not kept.
+void leave_promised(PSP* h, bool keep, int result);
+
 // A good result gives way to that of a leave.
 inline int leave_result(int result, int left) { return left != e_ok ? left : result; }
 

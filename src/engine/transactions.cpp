@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/companion.h"
+#include "engine/composite_key.h"
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/header_page.h"
@@ -25,6 +27,7 @@
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
 #include "engine/one_thread.h"
+#include "engine/planted_fault.h"
 #include "engine/sharing.h"
 #include "engine/trans_log.h"
 #include "engine/tree_insert.h"
@@ -106,7 +109,19 @@ int empty_chain(PSP* h, std::int32_t n, bool free) {
     std::memset(v.entries, 0, sizeof v.entries);
     result = nodeputd(h, log_buffer, n);
     if (result != e_ok) return result;
+    if (has_companion(h)) note_node_write(h, n);
     n = next;
+  }
+  return e_ok;
+}
+
+// A companion gets the chain that stays in the file.
+int note_chain(PSP* h, std::int32_t n) {
+  for (std::int32_t steps = 0; n > 0; ++steps) {
+    if (steps >= h->nextnode) return raise_damage(h, n);
+    if (const int result = read_log_node(h, third_buffer, n); result != e_ok) return result;
+    note_node_write(h, n);
+    n = third_buffer.image.next;
   }
   return e_ok;
 }
@@ -115,8 +130,9 @@ int keep_chain(PSP* h, std::int32_t head) {
   h->transhead = -1;
   log_buffer.image.child0 = h->savedhead;
   h->savedhead = head;
-  const int result = writehdr(h);
-  return result != e_ok ? result : nodeputd(h, log_buffer, head);
+  int result = writehdr(h);
+  if (result == e_ok) result = nodeputd(h, log_buffer, head);
+  return result == e_ok && has_companion(h) ? note_chain(h, head) : result;
 }
 
 int end_transaction(PSP* h, int mode) {
@@ -129,6 +145,7 @@ int end_transaction(PSP* h, int mode) {
   result = read_log_node(h, log_buffer, head);
   if (result != e_ok) return result;
   if (log_buffer.image.prev != h->slot && is_shared(h)) return e_trans_busy;
+  if (has_companion(h)) h->companion->with_chain = mode == 2;
   if (mode == 3) return keep_chain(h, head);
   if (mode == 1) {
     h->transhead = -1;
@@ -166,6 +183,26 @@ bool was_never_written(PSP* h, std::int32_t n) {
   if (physical_read(h, node_offset(n), head, sizeof head) != e_ok) return false;
   if (load16(head + offsetof(node, level), h->order) == level_free) return true;
   return std::all_of(head, head + sizeof head, [](std::uint8_t b) { return b == 0; });
+}
+
+// Whether the chain tells of composite keys whose order this handle doesn't know.
+int check_segments_known(PSP* h, std::int32_t n) {
+  for (std::int32_t steps = 0; n >= 1 && steps < h->nextnode; ++steps) {
+    if (steps > 0 && was_never_written(h, n)) return e_ok;
+    if (const int result = read_log_node(h, third_buffer, n); result != e_ok) return result;
+    const node& v = third_buffer.image;
+    int offsets[max_log_records];
+    if (!collect_log_records(v, offsets)) return raise_damage(h, n);
+    for (int i = 0; i < v.count; ++i) {
+      const log_view record = view_log_record(h, v, offsets[i]);
+      if (record.type != log_added && record.type != log_removed) continue;
+      const int key = record.entry[entry_at::length] == 0 ? 0 : record.entry[entry_at::key];
+      if (good_key_number(key) && type_of_key(h, key) == kt_composite && segments_of(h, key) == nullptr)
+        return e_segments;
+    }
+    n = v.next;
+  }
+  return e_ok;
 }
 
 // Counts the chain and lists its nodes under key 16, since it has no links back.
@@ -316,7 +353,8 @@ int undo_node(PSP* h, rollback_progress* progress, undo_state* s) {
   const node& v = third_buffer.image;
   int offsets[max_log_records];
   if (!collect_log_records(v, offsets)) return raise_damage(h, third_buffer.number);
-  for (int i = v.count - 1; i >= 0; --i) {
+  const int oldest = planted(planted_fault::undo_one_short) ? 1 : 0;
+  for (int i = v.count - 1; i >= oldest; --i) {
     const log_view record = view_log_record(h, v, offsets[i]);
     ++progress->done;
     if (progress->tell != nullptr) {
@@ -357,14 +395,27 @@ int unlist_chain(PSP* h, std::int32_t nodes) {
 // Whether a transaction of that kind may begin on the file at all.
 int check_begin(PSP* h, int type, PSP* companion) {
   if (h->intlevel < 4) return e_level;
-  if (companion != nullptr && type == 3) return e_bad_argument;
-  if (companion != nullptr && !is_open(companion)) return e_bad_handle;
-  // Copies of a file under a companion are not kept.
-  return type == 3 ? static_cast<int>(e_ok) : e_bad_argument;
+  if (type < 1 || type > 3 || (companion != nullptr && type == 3)) return e_bad_argument;
+  return type == 3 || is_open(companion) ? static_cast<int>(e_ok) : static_cast<int>(e_bad_handle);
+}
+
+int begin_transaction(PSP* h, int type, PSP* companion) {
+  const int entered = wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  int result = transstat(h);
+  if (result == e_trans_empty) result = e_ok;
+  if (result == e_ok && companion != nullptr) result = check_companion(h, companion);
+  std::int32_t head = -1;
+  if (result == e_ok) result = begin_chain(h, &head);
+  if (result == e_ok && h->journal != nullptr) h->journal->transaction_begins = h->wrnest == 1;
+  result = leave_result(result, wrleave(h));
+  if (result == e_ok && companion != nullptr) result = companion_attach(h, companion);
+  if (result == e_ok) set_transaction(h, type, head);
+  return keep_status(h, result);
 }
 
 // Inside a write operation.
-int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_type, PSP* new_companion) {
+int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_type) {
   int result = e_ok;
   if (!own) {
     if (chain_state(h) != e_trans_interrupted) return e_trans_none;
@@ -374,11 +425,12 @@ int roll_back(PSP* h, progress_fn tell, bool own, std::int32_t lognode, int new_
   // All cursors up front: memory that runs out later would leave it half undone.
   for (int k = 1; k <= max_key_number; ++k)
     if (!make_cursor(h, k)) return e_no_memory;
+  if (result == e_ok && lacks_segments(h)) result = check_segments_known(h, h->transhead);
   if (result != e_ok) return result;
   const std::int32_t chain = h->transhead;
   h->transhead = -1;
   result = writehdr(h);
-  if (result == e_ok && new_type != 0) result = transbeg(h, new_type, new_companion);
+  if (result == e_ok && new_type != 0) result = begin_transaction(h, new_type, nullptr);
   // What follows is no part of the new transaction.
   forget_transaction(h);
   if (result == e_ok) result = clear_rollback_list(h);
@@ -414,16 +466,7 @@ int transbeg(PSP* h, int type, PSP* companion) {
   if (!is_open(h)) return e_bad_handle;
   if (h->rw == 1) return keep_status(h, e_read_only);
   if (const int good = check_begin(h, type, companion); good != e_ok) return keep_status(h, good);
-  const int entered = wrenter(h);
-  if (entered != e_ok) return keep_status(h, entered);
-  int result = transstat(h);
-  if (result == e_trans_empty) result = e_ok;
-  std::int32_t head = -1;
-  if (result == e_ok) result = begin_chain(h, &head);
-  if (result == e_ok && h->journal != nullptr) h->journal->transaction_begins = h->wrnest == 1;
-  result = leave_result(result, wrleave(h));
-  if (result == e_ok) set_transaction(h, type, head);
-  return keep_status(h, result);
+  return begin_transaction(h, type, companion);
 }
 
 int transend(PSP* h, int mode) {
@@ -433,9 +476,22 @@ int transend(PSP* h, int mode) {
   if (h->rw == 1) return keep_status(h, e_read_only);
   const int entered = wrenter(h);
   if (entered != e_ok) return keep_status(h, entered);
-  const int result = end_transaction(h, mode);
-  h->status = result;
-  return keep_status(h, leave_result(result, wrleave(h)));
+  h->status = end_transaction(h, mode);
+  const int result = leave_result(h->status, wrleave(h));
+  if (h->transtype == 0) companion_let_go(h);
+  return keep_status(h, result);
+}
+
+int transend_together(PSP* first, PSP* second, int mode) {
+  const one_thread alone;
+  if (mode < 1 || mode > 3) return e_bad_argument;
+  if (!can_end_together(first, second)) return e_bad_argument;
+  constexpr int (*ends[])(PSP*) = {[](PSP* h) { return end_transaction(h, 1); },
+                                   [](PSP* h) { return end_transaction(h, 2); },
+                                   [](PSP* h) { return end_transaction(h, 3); }};
+  const int result = end_pair(first, second, ends[mode - 1]);
+  keep_status(second, result);
+  return keep_status(first, result);
 }
 
 int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
@@ -444,15 +500,20 @@ int transroll(PSP* h, progress_fn progress, int new_type, PSP* new_companion) {
   if (h->rw == 1) return keep_status(h, e_read_only);
   if (new_type != 0) {
     if (const int good = check_begin(h, new_type, new_companion); good != e_ok) return keep_status(h, good);
+    // Only the copy that goes back with the file is one afterwards.
+    const PSP* kept = has_companion(h) ? h->companion->to : nullptr;
+    if (new_companion != nullptr && new_companion != kept) return keep_status(h, e_key_table);
   }
+  if (h->transtype == 2) return keep_status(h, e_trans_none);
   const bool own = h->transtype != 0;
   const std::int32_t lognode = h->lognode;
   forget_transaction(h);
   const int entered = wrenter(h);
   if (entered != e_ok) return keep_status(h, entered);
-  const int result = roll_back(h, progress, own, lognode, new_type, new_companion);
+  const int result = roll_back(h, progress, own, lognode, new_type);
   h->status = result;
   const int left = leave_result(result, wrleave(h));
+  if (left != e_ok || new_companion == nullptr) companion_let_go(h);
   if (left == e_ok && new_type != 0) set_transaction(h, new_type, h->transhead);
   return keep_status(h, left);
 }

@@ -9,28 +9,10 @@
 #include "engine/key_search.h"
 #include "engine/node_alloc.h"
 #include "engine/node_cache.h"
+#include "engine/separate_trees.h"
 
 namespace zvrdb::engine {
 namespace {
-
-void insert_bytes(node& v, int offset, const std::uint8_t* entry) {
-  const int size = entry_size(entry);
-  const int end = entries_end(v);
-  assert(end + size <= static_cast<int>(sizeof v.entries));
-  std::memmove(v.entries + offset + size, v.entries + offset, static_cast<std::size_t>(end - offset));
-  std::memcpy(v.entries + offset, entry, static_cast<std::size_t>(size));
-  ++v.count;
-  v.room = static_cast<std::int16_t>(v.room - size);
-}
-
-void remove_bytes(node& v, int offset) {
-  const int size = entry_size(v.entries + offset);
-  const int end = entries_end(v);
-  std::memmove(v.entries + offset, v.entries + offset + size, static_cast<std::size_t>(end - offset - size));
-  std::memset(v.entries + end - size, 0, static_cast<std::size_t>(size));
-  --v.count;
-  v.room = static_cast<std::int16_t>(v.room + size);
-}
 
 template <class F>
 void for_cursors(PSP* h, int from_key, std::int32_t v, F change) {
@@ -78,10 +60,6 @@ bool is_wrapped_piece(const PSP* h, const std::uint8_t* before, const std::uint8
          compare_entries(h, before, entry) == 0;
 }
 
-std::int32_t child_in(const PSP* h, const std::uint8_t* entry) {
-  return load32s(entry + entry[entry_at::length] - 3, h->order);
-}
-
 // Moves what doesn't stay in the node into the second buffer.  At the right end of a
 // level the node stays full, so that rising keys leave full nodes behind.
 // The offset of the last entry that stays, -1 if none would.
@@ -115,8 +93,9 @@ int nodesplit(PSP* h, node& v, int* kept) {
 }
 
 // A new root above the old one, in the main buffer.
-std::int32_t grow_root(PSP* h) {
-  if (h->depth >= max_depth) return raise_damage(h, h->root);
+std::int32_t grow_root(PSP* h, int tree) {
+  const tree_place old = place_of_tree(h, tree);
+  if (old.depth >= max_depth) return raise_damage(h, old.root);
   const std::int32_t n = nodealloc(h);
   if (n < 0) return n;
   clear_buffer(main_buffer);
@@ -124,18 +103,17 @@ std::int32_t grow_root(PSP* h) {
   v.next = -1;
   v.prev = -1;
   v.room = entry_area;
-  v.level = static_cast<std::uint16_t>(h->depth);
-  v.child0 = h->root;
-  ++h->depth;
-  h->root = n;
+  v.level = static_cast<std::uint16_t>(old.depth);
+  v.child0 = old.root;
+  set_place(h, tree, {n, old.depth + 1});
   if (nodeput(h, main_buffer, n) != e_ok || header_changed(h) != e_ok) return e_io;
   return n;
 }
 
 // Brings the parent of a node of that level into the main buffer; its number, negative
 // on failure.
-std::int32_t parentof(PSP* h, int level) {
-  if (level + 1 == h->depth) return grow_root(h);
+std::int32_t parentof(PSP* h, int tree, int level) {
+  if (level + 1 == place_of_tree(h, tree).depth) return grow_root(h, tree);
   if (level + 1 >= max_depth) return e_io;
   const std::int32_t n = h->path_nodes[level + 1];
   clear_tag(main_buffer);
@@ -188,6 +166,29 @@ int split_and_write(PSP* h, std::int32_t v, bool at_leaf, std::uint8_t* separato
 
 }  // namespace
 
+void insert_bytes(node& v, int offset, const std::uint8_t* entry) {
+  const int size = entry_size(entry);
+  const int end = entries_end(v);
+  assert(end + size <= static_cast<int>(sizeof v.entries));
+  std::memmove(v.entries + offset + size, v.entries + offset, static_cast<std::size_t>(end - offset));
+  std::memcpy(v.entries + offset, entry, static_cast<std::size_t>(size));
+  ++v.count;
+  v.room = static_cast<std::int16_t>(v.room - size);
+}
+
+void remove_bytes(node& v, int offset) {
+  const int size = entry_size(v.entries + offset);
+  const int end = entries_end(v);
+  std::memmove(v.entries + offset, v.entries + offset + size, static_cast<std::size_t>(end - offset - size));
+  std::memset(v.entries + end - size, 0, static_cast<std::size_t>(size));
+  --v.count;
+  v.room = static_cast<std::int16_t>(v.room + size);
+}
+
+std::int32_t child_in(const PSP* h, const std::uint8_t* entry) {
+  return load32s(entry + entry[entry_at::length] - 3, h->order);
+}
+
 void remove_entry(PSP* h, int keyno, int offset, std::int32_t v, int i) {
   remove_bytes(main_buffer.image, offset);
   repair_after_removal(h, keyno, v, i);
@@ -207,37 +208,37 @@ int treeadd(PSP* h, int keyno, const std::uint8_t* entry, int offset, std::int32
   repair_after_insert(h, keyno, v, i);
 
   bool split = false;
-  std::int32_t number = v;
+  const int result = write_with_splits(h, tree_of_key(h, keyno), v, &split);
+  if (result == e_ok) return result;
+  if (!split && m.room < 0) {
+    // Nothing was split: the leaf is as before, but for the entry in memory.
+    remove_entry(h, keyno, offset, v, i);
+    c.cdeleted = 0;
+  }
+  clear_tag(main_buffer);
+  h->lastkey = -1;
+  return result;
+}
+
+int write_with_splits(PSP* h, int tree, std::int32_t number, bool* split) {
+  node& m = main_buffer.image;
+  *split = false;
   while (m.room < 0) {
-    int result = ensurenodes(h);
-    if (split) result = e_ok;
+    int result = ensurenodes(h, std::int64_t{place_of_tree(h, tree).depth} + 1);
+    if (*split) result = e_ok;
     std::uint8_t separator[entry_buffer_size];
     const int level = m.level;
-    if (result == e_ok) result = split_and_write(h, number, !split, separator);
-    if (result != e_ok) {
-      if (!split && m.room < 0) {
-        // Nothing was split: the leaf is as before, but for the entry in memory.
-        remove_entry(h, keyno, offset, v, i);
-        c.cdeleted = 0;
-      }
-      clear_tag(main_buffer);
-      h->lastkey = -1;
-      return result;
-    }
-    split = true;
+    if (result == e_ok) result = split_and_write(h, number, level == 0, separator);
+    if (result != e_ok) return result;
+    *split = true;
     h->lastkey = -1;
     h->hdrdirty = 1;
-    const std::int32_t parent = parentof(h, level);
-    if (parent < 0) {
-      clear_tag(main_buffer);
-      return e_io;
-    }
+    const std::int32_t parent = parentof(h, tree, level);
+    if (parent < 0) return e_io;
     insert_bytes(m, separator_place(h, m, number, separator), separator);
     number = parent;
   }
-  const int result = nodeput(h, main_buffer, number);
-  if (result != e_ok) clear_tag(main_buffer);
-  return result;
+  return nodeput(h, main_buffer, number);
 }
 
 }  // namespace zvrdb::engine

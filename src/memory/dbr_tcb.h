@@ -57,6 +57,7 @@ struct DBR_TCB {
   std::uint32_t changed_files;   // bit a file index: records changed in its open transaction
   std::uint32_t changed_before;  // the same, as it stood when the last call ended
   std::uint32_t write_marked;    // this call has set fwrite_in_prog
+  std::uint32_t journal_choice;  // of the record files: 0 not asked yet, 1 on, 2 off
 };
 
 }  // namespace zvrdb

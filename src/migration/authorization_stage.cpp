@@ -7,6 +7,7 @@
 #include "migration/field_copy.h"
 #include "migration/new_files.h"
 #include "migration/older_files.h"
+#include "migration/text_faults.h"
 #include "migration/user_records.h"
 #include "textrec/keyword_tables.h"
 #include "textrec/parsed_files.h"
@@ -69,7 +70,7 @@ std::int16_t read_user_config(const conversion& run, unsigned char (&config)[tex
   rc = textrec::get_parsed(run.task, source, 0, nullptr, config, sizeof config);
   if (rc == DBE_OK) return rc;
   ZVR_TRACE(run.task, 5, 2, "reading user_config returned %hx", static_cast<unsigned short>(rc));
-  tell_note(run, 0, "user_config cannot be read as a record (code %d)", rc);
+  tell_unreadable(run, source, nullptr, sizeof config, rc);
   return ok_or(false, rc == DBE_BAD_RECORD ? DBE_MIGRATION : DBE_IO_ERROR);
 }
 

@@ -21,7 +21,9 @@ struct catalog_counts {
   std::uint32_t corrupt = 0;
 };
 
+// An empty path: "db" itself could not be read.
 std::int16_t fail(const conversion& run, const char* path) {
+  if (*path == 0) path = "catalog";
   co_log2(run.task, cannot_convert, 0, 0, 0, "%s", path);
   tell_note(run, cannot_convert, "%s cannot be worked on", path);
   return DBE_IO_ERROR;
@@ -31,8 +33,8 @@ std::int16_t fail(const conversion& run, const char* path) {
 struct catalog_plan {
   enum { nothing, rename_first, resume } action = nothing;
   older_entry current;  // "catalog"
-  file_path old_path;   // "catalog.old"
-  file_path done_path;  // "catalog.old.done"
+  file_path old_path = {};   // "catalog.old"
+  file_path done_path = {};  // "catalog.old.done"
 };
 
 // A catalog that is a record file has been converted, unless its older form still has its

@@ -9,6 +9,7 @@
 #include "migration/new_files.h"
 #include "migration/older_files.h"
 #include "migration/private_table.h"
+#include "migration/text_faults.h"
 #include "textrec/older_tables.h"
 #include "textrec/parsed_files.h"
 
@@ -82,7 +83,7 @@ std::int16_t convert_group(const conversion& run, const char* directory, const g
   std::int16_t rc = textrec::get_parsed(run.task, source, 1, keys, areas.older, textrec::older_group_len);
   if (rc != DBE_OK) {
     ZVR_TRACE(run.task, 5, 2, "reading group %s returned %hx", name, static_cast<unsigned short>(rc));
-    tell_note(run, 0, "%s/%s cannot be read as a record (code %d)", directory, name, rc);
+    tell_unreadable(run, source, name, textrec::older_group_len, rc);
     return DBE_MIGRATION;
   }
   copy_tg_rec(areas.record, areas.older);

@@ -25,9 +25,9 @@ bool same_name(const char* a, const char* b);
 // that differs in case alone. exists is false when there is neither, and for a name that
 // would make too long a path.
 struct older_entry {
-  bool exists;
-  char name[entry_size];
-  file_path path;
+  bool exists = false;
+  char name[entry_size] = {};
+  file_path path = {};
 };
 // 0; 8455 "db" cannot be read.
 std::int16_t find_entry(void* task, const char* name, older_entry* found);

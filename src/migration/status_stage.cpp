@@ -26,7 +26,7 @@ struct status_state {
   older_entry working;   // "cm_status.old"
   older_entry half_new;  // "cm_status.new"
   older_entry new_file;  // "cmstatus"
-  std::uint32_t bits;
+  std::uint32_t bits = 0;
 };
 
 // check_stat_cms: 0 or 8455.

@@ -9,6 +9,7 @@
 #include "migration/field_copy.h"
 #include "migration/private_table.h"
 #include "migration/target_record.h"
+#include "migration/text_faults.h"
 #include "migration/user_records.h"
 #include "textrec/older_tables.h"
 #include "textrec/parsed_files.h"
@@ -51,11 +52,16 @@ std::int16_t list_names(const conversion& run, const char* directory, work_areas
   const std::int16_t rc =
       textrec::start_list_parsed(run.task, directory, memory::trg_name_len, work->names, room, &listed);
   work->count = std::min<std::uint32_t>(listed, room / memory::trg_name_len);
-  if (rc != DBE_OK && rc != DBE_LIST_TOO_SMALL) return rc;
-  if (listed > work->count)
+  if (rc == DBE_LIST_TOO_SMALL)  // not a single one fits: the configuration is not that of this database
+    tell_note(run, 0, "%s holds %lu targets, MAX TARGETS is %lu", directory, static_cast<unsigned long>(listed),
+              static_cast<unsigned long>(run.max_targets));
+  if (rc != DBE_OK) return rc;
+  if (listed > work->count) {
     tell_note(run, 0, "%s holds %lu targets, MAX TARGETS is %lu: those behind it are not converted", directory,
               static_cast<unsigned long>(listed), static_cast<unsigned long>(work->count));
-  return DBE_OK;
+    tell_count(run, DB_MIG_LEFT_OUT, listed - work->count);
+  }
+  return rc;
 }
 
 void copy_name(const unsigned char* list, std::uint32_t i, char (&name)[memory::trg_name_len + 1]) {
@@ -76,10 +82,12 @@ std::int16_t enter_names(conversion& run, const work_areas& work) {
   return DBE_OK;
 }
 
-std::int16_t parse_result(const conversion& run, std::int16_t rc, const char* directory, const char* name) {
+std::int16_t parse_result(const conversion& run, std::int16_t rc, const textrec::parsed_source& source,
+                          const char* name, std::uint32_t record_len) {
   if (rc == DBE_OK) return rc;
-  ZVR_TRACE(run.task, 5, 2, "reading %s of %s returned %hx", name, directory, static_cast<unsigned short>(rc));
-  tell_note(run, 0, "%s/%s cannot be read as a record (code %d)", directory, name, rc);
+  ZVR_TRACE(run.task, 5, 2, "reading %s of %s returned %hx", name, source.directory,
+            static_cast<unsigned short>(rc));
+  tell_unreadable(run, source, name, record_len, rc);
   return DBE_MIGRATION;
 }
 
@@ -110,7 +118,7 @@ std::int16_t convert_side(const conversion& run, const side_record& side, const 
   std::memset(record, 0, side.length);
   std::int16_t rc = textrec::get_parsed(run.task, source, 1, keys, record, side.older_len);
   if (rc == DBE_NOT_FOUND) return DBE_OK;
-  rc = parse_result(run, rc, side.directory, file_name);
+  rc = parse_result(run, rc, source, file_name, side.older_len);
   if (rc != DBE_OK) return rc;
   std::memset(record, 0, memory::trg_name_len);
   std::memcpy(record, target, strnlen(target, memory::trg_name_len));
@@ -131,7 +139,7 @@ std::int16_t convert_target(conversion& run, const char* directory, const work_a
   const void* keys[] = {name};
   std::int16_t rc =
       textrec::get_parsed(run.task, source, 1, keys, work.older, textrec::older_target_len);
-  rc = parse_result(run, rc, directory, name);
+  rc = parse_result(run, rc, source, name, textrec::older_target_len);
   if (rc != DBE_OK) return rc;
   copy_trg_rec(work.record, work.older);
   if (work.record[target_at::type] & memory::trg_type_local) ++counts->local;
@@ -187,7 +195,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   new_file users(run);
   listed_users listed(run);
   if (run.dry_run) return rc = convert_each(run, from, work, &targets, &listed, &counts);
-  if (targets.open(DB_TRG, building::anew) != DBE_OK || users.open(DB_USR) != DBE_OK) return rc = DBE_IO_ERROR;
+  if (targets.open(DB_TRG, building::anew) != DBE_OK || open_users(run, &users) != DBE_OK) return rc = DBE_IO_ERROR;
   rc = enter_names(run, work);
   if (rc == DBE_OK) rc = convert_each(run, from, work, &targets, &listed, &counts);
   if (rc == DBE_OK) rc = listed.put(&users);
@@ -204,6 +212,7 @@ std::int16_t convert_targets(conversion& run, const target_directories& from) {
   }
   tell_count(run, "users", listed.users());
   rc = users.close();
+  if (rc == DBE_OK) rc = end_users(run);
   return rc == DBE_OK ? rc = targets.close() : rc;
 }
 

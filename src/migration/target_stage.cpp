@@ -63,8 +63,18 @@ std::int16_t check_stat(const conversion& run, directories* there, std::uint32_t
   return DBE_OK;
 }
 
-const state_row& row_of(std::uint32_t state) {
+bool is_directory(const conversion& run, const older_entry& entry) {
+  std::uint32_t directory = 0;
+  if (!entry.exists || co_opendir(run.task, entry.path, &directory, 1) != CO_OK) return false;
+  co_closedir(run.task, &directory);
+  return true;
+}
+
+const state_row& row_of(const conversion& run, std::uint32_t state, const directories& there) {
   if (state == 0) return no_directories;
+  // Older targets of which all else has been lost must not pass for converted ones: the stages
+  // behind would take everything for that of unknown targets.
+  if (state == config_or_new && !there.new_file.exists && is_directory(run, there.config)) return unknown_state;
   for (const state_row& row : states)
     if (row.state == state) return row;
   return unknown_state;
@@ -149,7 +159,7 @@ std::int16_t db_mig_trg(conversion& run) {
     tell_begin(run, "\"db\" cannot be read", true);
     return rc;
   }
-  const state_row& row = row_of(state);
+  const state_row& row = row_of(run, state, there);
   tell_begin(run, row.text, row.action != state_row::nothing);
   return rc = act(run, row, state, there);
 }

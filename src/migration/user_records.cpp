@@ -9,6 +9,7 @@
 #include "memory/shared_tables.h"
 #include "memory/trace.h"
 #include "migration/field_copy.h"
+#include "migration/older_files.h"
 #include "textrec/older_tables.h"
 
 namespace zvrdb::migration {
@@ -32,6 +33,7 @@ constexpr std::uint32_t targets_at = 212;
 constexpr std::uint32_t most_targets = 16;
 constexpr std::uint32_t config_login_default = 86;
 
+constexpr char begun_mark[] = "users.begun";
 constexpr std::uint16_t administrator_level = 2;
 constexpr const char* administrator = "Administrator";
 
@@ -77,7 +79,41 @@ bool lists(const unsigned char* record, std::uint32_t count, const char* target)
   return false;
 }
 
+// 0; 8455.
+std::int16_t make_mark(const conversion& run) {
+  file_path path;
+  if (!database_path(run.task, begun_mark, path)) return DBE_IO_ERROR;
+  step(run);
+  std::uint32_t mark = 0;
+  if (co_open(run.task, path, CO_OPEN_REPLACE, &mark) != CO_OK) return DBE_IO_ERROR;
+  const bool durable = co_fsync(run.task, mark) == CO_OK;
+  const bool closed = co_close(run.task, mark) == CO_OK;
+  step(run);
+  return ok_or(durable && closed, DBE_IO_ERROR);
+}
+
 }  // namespace
+
+std::int16_t open_users(const conversion& run, new_file* users) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(run.task, __func__, &rc);
+  older_entry mark;
+  older_entry there;
+  rc = find_entry(run.task, begun_mark, &mark);
+  if (rc == DBE_OK) rc = find_entry(run.task, new_file_name(DB_USR), &there);
+  if (rc == DBE_OK && mark.exists && there.exists) rc = remove_new_file(run, DB_USR, there.path);
+  const bool anew = mark.exists || !there.exists;
+  if (rc == DBE_OK && anew) rc = make_mark(run);
+  return rc == DBE_OK ? rc = users->open(DB_USR, anew ? building::anew : building::with_transactions) : rc;
+}
+
+std::int16_t end_users(const conversion& run) {
+  std::int16_t rc = DBE_OK;
+  const trace_bracket bracket(run.task, __func__, &rc);
+  older_entry mark;
+  rc = find_entry(run.task, begun_mark, &mark);
+  return rc == DBE_OK && mark.exists ? rc = remove_path(run, mark.path) : rc;
+}
 
 void update_usr_rec(const conversion& run, unsigned char* record, const char* target, bool is_new) {
   const trace_bracket bracket(run.task, __func__);

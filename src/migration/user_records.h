@@ -37,6 +37,12 @@ class listed_users {
   std::uint32_t passed_over_ = 0;
 };
 
+// Opens "users". When there is none, it is built like the other new files, without a flush
+// before its end: a mark beside it, "users.begun", tells the next run to throw it away.
+// end_users takes the mark away, once the file is on the disk and closed. 0 or 8455.
+std::int16_t open_users(const conversion& run, new_file* users);
+std::int16_t end_users(const conversion& run);
+
 // Fills (`is_new`) and brings up to date a user's record of user_len bytes whose name is in
 // place: the target joins the list, which becomes "all targets" when it is full. A target
 // that the list has already is not added again.

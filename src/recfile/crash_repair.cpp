@@ -11,8 +11,9 @@ namespace {
 
 constexpr int free_the_chain = 1;  // mode of transend
 
-bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
-  if (engine::_bopen(psp, path, access, 2, journal_choice()) != engine::e_ok) return false;
+bool clear_flag(void* task, engine::PSP* psp, unsigned index, const char* path, char access) {
+  if (engine::_bopen(psp, path, access, 2, journal_choice(task)) != engine::e_ok) return false;
+  note_taken_back(task, psp, index);
   ZVR_TRACE(task, 2, 2, "Resetting write in progress flag");
   const int cleared = engine::clrwrit(psp);
   ZVR_TRACE(task, 1, 2, "clrwrit returned %d", cleared);
@@ -24,15 +25,21 @@ bool clear_flag(void* task, engine::PSP* psp, const char* path, char access) {
 
 }  // namespace
 
-void clear_flag_alone(void* task, engine::PSP* psp, const char* path) {
-  clear_flag(task, psp, path, 'E');
+void clear_flag_alone(void* task, engine::PSP* psp, unsigned index, const char* path) {
+  clear_flag(task, psp, index, path, 'E');
+}
+
+void note_taken_back(void* task, const engine::PSP* psp, unsigned index) {
+  if (!engine::took_back_transaction(psp)) return;
+  ZVR_TRACE(task, 4, 2, "Interrupted transaction of file %s: taken out of its journal", file_at(index).name);
+  static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb)->undone_ids |= 1u << index;
 }
 
 bool clear_flag_beside_live_users(void* task, engine::PSP* psp, unsigned index, const char* path) {
   const auto* cntl = static_cast<const DBR_CNTL*>(co_croca(task, CO_AREA_DBR_CNTL));
   const std::uint32_t users = known_users(task, index);
   if (users == 0 || users != cntl->files[index].use_count) return false;
-  return clear_flag(task, psp, path, 'S');
+  return clear_flag(task, psp, index, path, 'S');
 }
 
 int end_interrupted_transaction(void* task, engine::PSP* psp, unsigned index, int state) {

@@ -10,7 +10,9 @@ namespace zvrdb::recfile {
 
 // Nobody has the file open: opens it whole and clears the write flag.  A file that
 // is not there yet is no error.
-void clear_flag_alone(void* task, engine::PSP* psp, const char* path);
+void clear_flag_alone(void* task, engine::PSP* psp, unsigned index, const char* path);
+// Memory may still show a transaction that the open of the file took back.
+void note_taken_back(void* task, const engine::PSP* psp, unsigned index);
 // Live tasks have the file open, and the flag was set by one that died.  True when
 // the flag was cleared; false when the ledger cannot account for every use count:
 // then somebody unknown may be writing, and the flag stays.

@@ -71,7 +71,9 @@ int open_or_create(void* task, file_entry* entry, const file_spec& spec, unsigne
                    sharing with) {
   const char mode = static_cast<char>(with);
   const engine::key_entry* keys = engine_keys(spec.kind);
-  const engine::journal_use journal = journal_choice();
+  // A file that is thrown away should this task die needs none.
+  const engine::journal_use journal =
+      with == sharing::with_all ? journal_choice(task) : engine::journal_use::off;
   int code = engine::dopen(entry->psp, path, entry->record_buffer, static_cast<int>(record_buffer_len), mode,
                            read_write, keys, journal);
   if (code == engine::e_write_flag && clear_flag_beside_live_users(task, entry->psp, index, path))
@@ -116,13 +118,14 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
-  if (block->use_count == 0) clear_flag_alone(task, entry->psp, path.text);
+  if (block->use_count == 0) clear_flag_alone(task, entry->psp, index, path.text);
   int code = open_or_create(task, entry, spec, index, path.text, with);
   if (code != engine::e_ok) {
     if (code != permissions_failed) issue_err_msg(task, path.text, static_cast<std::int16_t>(code), at_open);
     free_handle(task, entry);
     return DBE_IO_ERROR;
   }
+  note_taken_back(task, entry->psp, index);
   code = engine::csetfile(entry->psp, with == sharing::with_all ? transaction_level : unflushed_level);
   ZVR_TRACE(task, 1, 2, "csetfile returned %d", code);
   code = settle_transaction(task, entry->psp, index, path.text);
@@ -295,6 +298,7 @@ std::int16_t open_files(void* task) {
   static const bool cache_sized = (engine::set_cache_blocks(cache_blocks), true);
   (void)cache_sized;
   DBR_TCB* tcb = tcb_of(task);
+  ask_journal_choice_anew(task);
   reap_dead_use_counts(task);
   for (const unsigned index : opening_order) {
     const file_spec& spec = file_at(index);

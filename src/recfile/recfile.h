@@ -50,6 +50,9 @@ std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t o
 // Of the last db_locate, db_update or db_delete, when it answered 8194: whether the search
 // itself failed, so that nothing is known of the record.
 bool locate_failed(const file_entry* handle);
+// db_locate for who builds tables from the file: 8194 only when there is no such record for
+// sure, 8455 when the search itself failed.
+std::int16_t db_locate_surely(void* task, file_entry* handle, void* key, std::int16_t option);
 // 0, 8224 or 8455.  length: in the buffer's size, out the bytes returned, key included.
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length);
 // 0 or 8455.
@@ -65,6 +68,15 @@ std::int16_t db_delete(void* task, void* key, file_entry* handle);
 std::int16_t start_trans(void* task, std::uint32_t db_id);
 std::int16_t commit(void* task, std::uint32_t db_id);
 std::int16_t rollback(void* task, std::uint32_t db_id);
+// Ends the transactions on the files of two record types: for good when rc is 0 or 8196, else
+// they are undone. With commit journals both count or neither, whenever this process or the
+// machine dies. Without, the first ends before the second, and a first one that cannot be
+// ended undoes the second. Answers rc for each, or 8455 for one that could not be ended.
+// Always the same two in the same order.
+struct both_ends {
+  std::int16_t first, second;
+};
+both_ends end_both(void* task, std::uint32_t first_id, std::uint32_t second_id, std::int16_t rc);
 // Rolls back every transaction that this task has open.
 void rollback_all(void* task);
 void set_trans_active(void* task, std::uint32_t db_id);

@@ -143,6 +143,11 @@ bool locate_failed(const file_entry* handle) {
   return status < engine::e_ok && status != engine::e_not_found;
 }
 
+std::int16_t db_locate_surely(void* task, file_entry* handle, void* key, std::int16_t option) {
+  const std::int16_t rc = db_locate(task, handle, key, option);
+  return rc == DBE_NOT_FOUND && locate_failed(handle) ? static_cast<std::int16_t>(DBE_IO_ERROR) : rc;
+}
+
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);

@@ -173,7 +173,14 @@ std::int16_t start_trans(void* task, std::uint32_t db_id) {
               static_cast<unsigned long>(db_id));
     return rc;
   }
-  if (!entry->iocb || engine::transbeg(entry->psp, plain_transaction, nullptr) != engine::e_ok) {
+  const auto index = static_cast<unsigned>(file_index(db_id));
+  int code = entry->iocb ? engine::transbeg(entry->psp, plain_transaction, nullptr) : engine::e_bad_handle;
+  if (left_behind(code)) {
+    // Its close would be refused for the same reason.
+    reopen_after_failure(task, index);
+    if (entry->iocb) code = engine::transbeg(entry->psp, plain_transaction, nullptr);
+  }
+  if (code != engine::e_ok) {
     rc = begin_on_fresh_handle(task, tcb, db_id, block);
     if (rc != DBE_OK) {
       bracket.quitting();
@@ -183,7 +190,7 @@ std::int16_t start_trans(void* task, std::uint32_t db_id) {
   // Only the transaction that the client named keeps the semaphore over calls.
   if (tcb->start_trans_id == db_id) tcb->trans_in_prog[memory_class] = 1;
   set_trans_active(task, db_id);
-  forget_changes(tcb, static_cast<unsigned>(file_index(db_id)));
+  forget_changes(tcb, index);
   return rc;
 }
 
@@ -197,6 +204,59 @@ std::int16_t rollback(void* task, std::uint32_t db_id) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
   return rc = end_transaction(task, db_id, ending::undo);
+}
+
+namespace {
+
+// The two ended at once; false when they have to be ended one by one.
+bool ended_at_once(void* task, const open_file& first, const open_file& second, std::int16_t* rc) {
+  engine::PSP* const a = first.entry->psp;
+  engine::PSP* const b = second.entry->psp;
+  if (!engine::can_end_together(a, b)) return false;
+  const int code = engine::transend_together(a, b, free_the_chain);
+  if (code == engine::e_ok) return true;
+  *rc = DBE_IO_ERROR;
+  for (const open_file& file : {first, second}) {
+    issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transend);
+    note_undone(file.tcb, file.index);
+    undo(task, file.index, file.entry->psp);
+    follow_file(file.tcb, file.index);
+  }
+  return true;
+}
+
+bool is_in_transaction(void* task, std::uint32_t db_id, open_file* file) {
+  iocb* block = nullptr;
+  file_entry* entry = nullptr;
+  return get_file_ptr(task, &block, &entry, db_id) == DBE_OK && tcb_of(task)->trans_active[db_id] != 0 &&
+         find_open(task, entry, file);
+}
+
+}  // namespace
+
+both_ends end_both(void* task, std::uint32_t first_id, std::uint32_t second_id, std::int16_t rc) {
+  const trace_bracket bracket(task, __func__, &rc);
+  if (rc != DBE_OK && rc != DBE_RECORD_REPLACED) {
+    rollback(task, first_id);
+    rollback(task, second_id);
+    return {rc, rc};
+  }
+  open_file first;
+  open_file second;
+  if (is_in_transaction(task, first_id, &first) && is_in_transaction(task, second_id, &second) &&
+      ended_at_once(task, first, second, &rc)) {
+    transaction_over(task, first.tcb, first_id);
+    transaction_over(task, second.tcb, second_id);
+    return {rc, rc};
+  }
+  both_ends ended = {commit(task, first_id), DBE_IO_ERROR};
+  if (ended.first == DBE_OK)
+    ended.second = commit(task, second_id);
+  else
+    rollback(task, second_id);
+  if (ended.first == DBE_OK) ended.first = rc;
+  if (ended.second == DBE_OK) ended.second = rc;
+  return ended;
 }
 
 void rollback_all(void* task) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "engine/planted_fault.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
 
@@ -64,8 +65,10 @@ void give_back_row(DBR_CNTL* cntl, use_ledger* ledger, std::uint32_t place) {
     const ledger_row row = ledger->rows[place];
     const std::uint32_t bit = 1u << file;
     if ((row.open_files & bit) == 0) continue;
+    const std::uint16_t count = cntl->files[file].use_count;
+    const std::uint32_t left = engine::planted(engine::planted_fault::use_count_leaked) ? count : lowered(count);
     take_step(cntl, ledger,
-              {file, lowered(cntl->files[file].use_count), place, {row.incarnation, row.open_files & ~bit}});
+              {file, left, place, {row.incarnation, row.open_files & ~bit}});
   }
 }
 

@@ -2,8 +2,9 @@
 // children of a request are one range of keys for each type.
 //
 // The records go in one transaction on "userreq", the correlators of the functions in one
-// on "snacorr", which ends behind the first: a kill between the two leaves a correlator
-// without its function, which nobody meets, and never a function that lost its correlator.
+// on "snacorr", and both end together. Without commit journals the second ends behind the
+// first: a kill between the two leaves a correlator without its function, which nobody meets,
+// and never a function that lost its correlator.
 #include <zvrdb/records.h>
 
 #include <cstring>
@@ -87,16 +88,10 @@ std::int16_t find_root(tree& t) {
 }
 
 // When the records are gone for good, correlators that cannot be are left over.
-std::int16_t end(tree& t, std::int16_t rc) {
-  if (rc == DBE_OK)
-    rc = recfile::commit(t.task, DB_RQR);
-  else
-    recfile::rollback(t.task, DB_RQR);
-  if (!t.owns_correlators) return rc;
-  if (rc == DBE_OK)
-    recfile::commit(t.task, DB_COO);
-  else
-    recfile::rollback(t.task, DB_COO);
+std::int16_t end(const tree& t, std::int16_t rc) {
+  if (t.owns_correlators) return recfile::end_both(t.task, DB_RQR, DB_COO, rc).first;
+  if (rc == DBE_OK) return recfile::commit(t.task, DB_RQR);
+  recfile::rollback(t.task, DB_RQR);
   return rc;
 }
 

@@ -3,6 +3,7 @@
 #include "cmstatus/cm_status.h"
 #include "keyed/keyed.h"
 #include "memory/trace.h"
+#include "recfile/recfile.h"
 #include "targets/focal_points.h"
 #include "targets/index_order.h"
 #include "targets/target_access.h"
@@ -38,6 +39,35 @@ std::int16_t delete_records(void* task, std::uint32_t number) {
   return delete_record(task, DB_TRG, number);
 }
 
+// The target's CM status and its records go together.  A client's own transaction on targets
+// takes the records in; the CM status has gone for good then.
+std::int16_t delete_from_files(void* task, const TRG_CNTL_ENTRY* slot, std::uint32_t number) {
+  // Only local targets have CM status.  Pairs of one that has ceased to be local stay,
+  // and pass to the next owner of the number.
+  const bool local = slot->trg_type & type_local;
+  if (tcb_of(task)->trans_active[DB_TRG] != 0) {
+    if (local && cmstatus::del_target_cms(task, slot->trg_name) != DBE_OK) return DBE_IO_ERROR;
+    return delete_records(task, number);
+  }
+  bool pairs = false;
+  if (local && cmstatus::begin_del_target_cms(task, slot->trg_name, &pairs) != DBE_OK) return DBE_IO_ERROR;
+  std::int16_t rc = recfile::start_trans(task, DB_TRG);
+  if (rc == DBE_OK) rc = delete_records(task, number);
+  // Without its own record the rest goes all the same.
+  const bool lacks_record = rc == DBE_NOT_FOUND;
+  if (lacks_record) rc = DBE_OK;
+  if (pairs) {
+    // Pairs without a target would pass to the next owner of its number.
+    const recfile::both_ends ended = recfile::end_both(task, DB_CMS, DB_TRG, rc);
+    rc = ended.first != DBE_OK ? ended.first : ended.second;
+  } else if (rc == DBE_OK) {
+    rc = recfile::commit(task, DB_TRG);
+  } else {
+    recfile::rollback(task, DB_TRG);
+  }
+  return rc == DBE_OK && lacks_record ? static_cast<std::int16_t>(DBE_NOT_FOUND) : rc;
+}
+
 // The number becomes the head of both free lists.
 void free_number(DBR_TCB* tcb, TRG_CNTL_ENTRY* slot, std::uint32_t name_position,
                  std::uint32_t dsu_position) {
@@ -64,12 +94,7 @@ std::int16_t del_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
-  rc = DBE_OK;
-  // Only local targets have CM status.  Pairs of one that has ceased to be local stay,
-  // and pass to the next owner of the number.
-  if ((slot->trg_type & type_local) && cmstatus::del_target_cms(task, slot->trg_name) != DBE_OK)
-    rc = DBE_IO_ERROR;
-  if (rc == DBE_OK) rc = delete_records(task, number);
+  rc = delete_from_files(task, slot, number);
   if (rc != DBE_OK) {
     trace.quitting();
     return rc;

@@ -185,11 +185,20 @@ struct printer {
   }
 };
 
+// A text ends with its NUL, its field, or a line feed: what follows one would be read as a
+// line of its own.
+std::size_t text_length(const char* field, std::size_t width) {
+  const std::size_t length = strnlen(field, width);
+  const void* feed = std::memchr(field, '\n', length);
+  return feed ? static_cast<std::size_t>(static_cast<const char*>(feed) - field) : length;
+}
+
 void print_servers(printer& out, const config_line& line, const unsigned char* record) {
   for (unsigned i = 0; i < server_block_count; ++i) {
     const auto* name = reinterpret_cast<const char*>(record + line.offset + i * line.width);
-    if (!name[0]) return;
-    out.line(line.label, name, strnlen(name, line.width));
+    const std::size_t length = text_length(name, line.width);
+    if (length == 0) return;
+    out.line(line.label, name, length);
   }
 }
 
@@ -199,7 +208,7 @@ void print_line(printer& out, const config_line& line, const unsigned char* reco
   switch (line.kind) {
     case text: {
       const auto* value = reinterpret_cast<const char*>(field);
-      const std::size_t n = strnlen(value, line.width);
+      const std::size_t n = text_length(value, line.width);
       if (line.silent && n == std::strlen(line.silent) && std::memcmp(value, line.silent, n) == 0) return;
       out.line(line.label, value, n);
       return;

@@ -33,7 +33,7 @@ std::int16_t count_in_file(void* task, const char* function, const group_kind& k
   std::uint32_t counted = 0;
   group_key key = {};
   for (std::int16_t option = recfile::KEY_FIRST;; option = recfile::KEY_GT) {
-    rc = recfile::db_locate(task, tcb->*kind.file, &key, option);
+    rc = recfile::db_locate_surely(task, tcb->*kind.file, &key, option);
     if (rc == DBE_NOT_FOUND) break;
     if (rc != DBE_OK) {
       bracket.quitting();

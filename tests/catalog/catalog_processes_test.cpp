@@ -15,7 +15,7 @@
 #include <random>
 
 #include "catalog/catalog_fixture.h"
-#include "engine/byte_wait.h"
+#include "engine/writers_held.h"
 
 namespace catalog_test {
 namespace {

@@ -7,6 +7,7 @@
 
 #include "cmstatus/cms_fixture.h"
 #include "engine/os_file.h"
+#include "support/journal_mode.h"
 
 namespace cms_test {
 namespace {
@@ -14,9 +15,10 @@ namespace {
 // Write operations before the one that is not come to; negative for none.
 int operations_left = -1;
 
-// They begin with the writing of their flag.
+// They begin with the writing of their flag.  With a journal there is no part of one that a
+// kill could leave, and each write counts.
 bool begins_write_operation(std::uint64_t offset, const void* from, std::size_t n) {
-  return offset == 1010 && n == 2 && *static_cast<const unsigned char*>(from) != 0;
+  return zvrdb::test::journals_on() || (offset == 1010 && n == 2 && *static_cast<const unsigned char*>(from) != 0);
 }
 
 std::int64_t write_or_die(int file, std::uint64_t offset, const void* from, std::size_t n) {

@@ -24,7 +24,7 @@
 #include <random>
 
 #include "cmstatus/cms_fixture.h"
-#include "engine/byte_wait.h"
+#include "engine/writers_held.h"
 #include "engine/file_report.h"
 
 namespace cms_test {

@@ -240,7 +240,7 @@ TEST_F(Files, NamesThatAreNoTemporaryFilesAreLeft) {
   uint16_t existed = 9;
   for (const char* entry :
        {"", ".", "..", "t0e_", "t0x_a", "x0e_a", "t0ea", "t0e_..%2Fetc", "t0e_%2Fetc", "t0e_a%2F",
-        "t0e_a%2F%2Fb", "t0e_a%", "t0e_a%2", "t0e_a%41", "t0e_a%2F..%2Fb", "readme"}) {
+        "t0e_a%2F%2Fb", "t0e_a/b", "t0e_a%", "t0e_a%2", "t0e_a%41", "t0e_a%2F..%2Fb", "readme"}) {
     EXPECT_EQ(co_db_get_name(back, entry, 0, &existed), 0) << entry;
   }
   EXPECT_EQ(co_db_get_name(back, ("t0e_" + std::string(250, 'a')).c_str(), 0, &existed), 0);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/byte_wait.h"
+#include "engine/writers_held.h"
 #include "engine/cursor.h"
 #include "engine/engine_handle.h"
 #include "engine/header_page.h"

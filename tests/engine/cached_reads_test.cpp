@@ -1,6 +1,8 @@
 // Reads without locks: what they cost, and that they miss nothing that others wrote.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 
 #include "engine/agent.h"
@@ -15,6 +17,7 @@ namespace {
 // Operations to the system, counted; `before_lock` is done once, ahead of the next lock.
 int calls = 0;
 std::function<void()> before_lock;
+bool flushes_fail = false;
 
 template <auto Operation>
 struct counted;
@@ -32,6 +35,13 @@ engine::lock_answer counted_lock(int file, std::uint64_t offset, std::uint64_t l
   return engine::linux_ops.lock(file, offset, length);
 }
 
+int counted_flush(int file) {
+  ++calls;
+  if (!flushes_fail) return engine::linux_ops.flush(file);
+  errno = EIO;
+  return -1;
+}
+
 const engine::os_ops counting_ops = [] {
   engine::os_ops ops = engine::linux_ops;
   ops.lock = counted_lock;
@@ -39,7 +49,7 @@ const engine::os_ops counting_ops = [] {
   ops.probe = counted<&engine::os_ops::probe>::call;
   ops.read_at = counted<&engine::os_ops::read_at>::call;
   ops.write_at = counted<&engine::os_ops::write_at>::call;
-  ops.flush = counted<&engine::os_ops::flush>::call;
+  ops.flush = counted_flush;
   ops.size = counted<&engine::os_ops::size>::call;
   ops.allocate = counted<&engine::os_ops::allocate>::call;
   return ops;
@@ -63,6 +73,7 @@ class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
   }
   void TearDown() override {
     before_lock = nullptr;
+    flushes_fail = false;
     if (engine::checkpsp(reader_) == 'O') reader_.close();
     if (engine::checkpsp(writer_) == 'O') writer_.close();
     engine::set_os_ops(nullptr);
@@ -88,6 +99,8 @@ class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
   std::string path_;
   handle reader_, writer_;
 };
+
+class JournalledReads : public CachedReads {};
 
 TEST_P(CachedReads, AskTheSystemForNothing) {
   calls = 0;
@@ -182,6 +195,34 @@ TEST_P(CachedReads, TakeTheirLockWhereARecordIsLocked) {
   EXPECT_EQ(engine::dunlock(reader_), 0);
 }
 
+// Without a journal the file shows what it could not flush.
+TEST_P(JournalledReads, SeeNothingOfAChangeThatCouldNotBeKept) {
+  for (int i = 1; i <= 40; ++i) {
+    flushes_fail = true;
+    EXPECT_NE(change(writer_, i, 5000 + i), 0);
+    EXPECT_EQ(number_of(reader_, i), sample(i).number);
+    flushes_fail = false;
+    ASSERT_EQ(change(writer_, i, 6000 + i), 0);
+    EXPECT_EQ(number_of(reader_, i), 6000 + i);
+  }
+}
+
+// A copy that is put back over a file in use begins by cutting it to nothing.
+TEST_P(CachedReads, EndWithACodeWhenTheFileIsCutToNothing) {
+  ASSERT_EQ(truncate(path_.c_str(), 0), 0);
+  EXPECT_EQ(number_of(reader_, 11), -77777);
+  EXPECT_EQ(number_of(reader_, 12), -77777);
+  engine::abandon(reader_);
+  engine::abandon(writer_);
+}
+
+TEST_P(JournalledReads, GoOnWhenTheJournalIsCutToNothing) {
+  ASSERT_EQ(truncate((path_ + ".jnl").c_str(), 0), 0);
+  EXPECT_EQ(number_of(reader_, 11), sample(11).number);
+  ASSERT_EQ(change(writer_, 11, 4711), 0);
+  EXPECT_EQ(number_of(reader_, 11), 4711);
+}
+
 TEST_P(CachedReads, CanBeTurnedOff) {
   ASSERT_EQ(engine::read_from_cache(reader_, 0), 0);
   calls = 0;
@@ -191,6 +232,9 @@ TEST_P(CachedReads, CanBeTurnedOff) {
 
 INSTANTIATE_TEST_SUITE_P(Journal, CachedReads, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
                          [](const auto& mode) { return mode.param == engine::journal_use::on ? "On" : "Off"; });
+
+INSTANTIATE_TEST_SUITE_P(Journal, JournalledReads, ::testing::Values(engine::journal_use::on),
+                         [](const auto&) { return "On"; });
 
 }  // namespace
 }  // namespace zvrdb::test

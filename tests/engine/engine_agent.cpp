@@ -17,7 +17,9 @@ std::string path_of_last_open;
 int open_file(handle* h, std::istream& words) {
   char access = 'S';
   int mode = 2;
+  int journal = 0;
   words >> path_of_last_open >> access >> mode;
+  if (words >> h->options >> journal) h->journal = journal ? engine::journal_use::on : engine::journal_use::off;
   int result = h->open(path_of_last_open, access, mode);
   return result ? result : engine::csetfile(*h, 4);
 }

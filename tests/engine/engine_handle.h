@@ -29,14 +29,16 @@ class handle {
   engine::journal_use journal = engine::journal_use::off;   // of the opens to come
   // Reads without locks from then on; a run of all tests can be told to.
   bool from_cache = std::getenv("ZVR_TEST_READ_FROM_CACHE") != nullptr;
+  unsigned options = 0;                                     // the same
 
   int create(const std::string& path, char access = 'S', int byte_order = 3,
              const engine::key_entry* keys = sample_key_table()) {
-    return opened(
-        engine::dcreate(get(), path.c_str(), buffer_.data(), record_buffer, access, byte_order, keys, journal));
+    return opened(engine::dcreate(get(), path.c_str(), buffer_.data(), record_buffer, access, byte_order, keys, journal,
+                                  options));
   }
   int open(const std::string& path, char access = 'S', int mode = 2, const engine::key_entry* keys = sample_key_table()) {
-    return opened(engine::dopen(get(), path.c_str(), buffer_.data(), record_buffer, access, mode, keys, journal));
+    return opened(
+        engine::dopen(get(), path.c_str(), buffer_.data(), record_buffer, access, mode, keys, journal, options));
   }
   // As the record files are used: shared, level 4.
   int open_for_work(const std::string& path) {

@@ -102,6 +102,13 @@ TEST_P(FileReport, ReportsASetWriteFlag) {
   expect_problem(build_file(recipe), "write-in-progress flag");
 }
 
+// Shared handles take it for a header that cannot be read, and refuse every operation.
+TEST_P(FileReport, ReportsAGenerationOfZero) {
+  file_recipe recipe = sample_recipe(GetParam(), 3);
+  recipe.generation = 0;
+  expect_problem(build_file(recipe), "generation is 0");
+}
+
 TEST_P(FileReport, ReportsAnEntryOutOfOrder) {
   file_recipe recipe{.big_endian = GetParam(), .key_types = {{3, 3}}};
   for (int i = 1; i < 5; i++) recipe.entries.push_back({3, bytes32(GetParam(), static_cast<std::uint32_t>(i)), 9, ""});

@@ -11,6 +11,7 @@
 #include "engine/engine.h"
 #include "engine/journal_file.h"
 #include "engine/sample_files.h"
+#include "engine/faulty_os.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
@@ -51,11 +52,12 @@ class JournalFile : public ::testing::Test {
   }
   void TearDown() override { engine::close_journal(&j_); }
 
-  int append(const change& c) {
+  int append(const change& c, const engine::group_link* promise = nullptr,
+             const engine::group_link* decision = nullptr) {
     header_bytes header;
     fill_header(header, c.generation);
     engine::group_to_write g = {};
-    g.generation_before = j_.generation;
+    g.generation_before = j_.at.generation;
     g.generation_after = c.generation;
     g.extent = 100;
     if (!c.moves_generation_only) {
@@ -63,6 +65,8 @@ class JournalFile : public ::testing::Test {
       g.nodes = static_cast<std::uint32_t>(c.nodes.size());
       g.node_at = node_of;
       g.context = &c;
+      g.promise = promise;
+      g.decision = decision;
     }
     return engine::append_group(&j_, g);
   }
@@ -77,12 +81,12 @@ class JournalFile : public ::testing::Test {
     journal_file r;
     r.identity = identity;
     EXPECT_EQ(engine::open_journal(&r, path_.c_str()), 0);
-    EXPECT_EQ(engine::catch_up(&r), 0);
+    EXPECT_EQ(engine::catch_up(&r, true), 0);
     int count = 0;
     if (r.alive) {
       engine::group_place at = engine::first_place(&r);
       const std::vector<change> expected = samples();
-      while (at.at < r.end) {
+      while (at.at < r.at.end) {
         engine::group_read g;
         EXPECT_EQ(engine::read_group(&r, at, &g), 1);
         const change& c = expected.at(static_cast<std::size_t>(count++));
@@ -130,18 +134,18 @@ TEST_F(JournalFile, ASecondHandleCatchesUpWithTheFirst) {
   journal_file r;
   r.identity = 77;
   ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
-  ASSERT_EQ(engine::catch_up(&r), 0);
-  EXPECT_EQ(r.generation, 10u);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_EQ(r.at.generation, 10u);
   append_samples();
-  ASSERT_EQ(engine::catch_up(&r), 0);
-  EXPECT_EQ(r.generation, 14u);
-  EXPECT_EQ(r.end, j_.end);
-  EXPECT_TRUE(r.any_change);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_EQ(r.at.generation, 14u);
+  EXPECT_EQ(r.at.end, j_.at.end);
+  EXPECT_TRUE(r.at.any_change);
   header_bytes header;
   fill_header(header, 14);
   ASSERT_EQ(engine::begin_life(&j_, header, 14, 14), 0);
-  ASSERT_EQ(engine::catch_up(&r), 0);
-  EXPECT_FALSE(r.any_change);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_FALSE(r.at.any_change);
   EXPECT_EQ(r.salt, j_.salt);
   engine::close_journal(&r);
 }
@@ -166,14 +170,14 @@ TEST_F(JournalFile, EveryTruncationEndsAtAWholeGroup) {
   r.buffer = nullptr;
   r.capacity = 0;
   engine::group_place at = engine::first_place(&r);
-  while (at.at < j_.end) {
+  while (at.at < j_.at.end) {
     engine::group_read g;
     ASSERT_EQ(engine::read_group(&r, at, &g), 1);
     ends.push_back(at.at + g.length);
     at = engine::place_behind(at, g);
   }
   ASSERT_EQ(ends.size(), 4u);
-  for (std::uint64_t length = j_.end; length > 0; length -= length > 4096 ? 1 : 16) {
+  for (std::uint64_t length = j_.at.end; length > 0; length -= length > 4096 ? 1 : 16) {
     ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(length)), 0);
     int whole = 0;
     for (const std::uint64_t end : ends) whole += end <= length;
@@ -191,7 +195,7 @@ TEST_F(JournalFile, EveryBitFlippedInAGroupEndsTheJournalBeforeIt) {
     journal_file r = j_;
     r.buffer = nullptr;
     r.capacity = 0;
-    for (engine::group_place at = engine::first_place(&r); at.at < j_.end;) {
+    for (engine::group_place at = engine::first_place(&r); at.at < j_.at.end;) {
       engine::group_read g;
       ASSERT_EQ(engine::read_group(&r, at, &g), 1);
       groups.push_back({at.at, at.at + g.length});
@@ -231,7 +235,7 @@ TEST_F(JournalFile, ATornGroupEndsIt) {
   append_samples();
   const std::vector<unsigned char> bytes = read_file(path_);
   int torn = 0;
-  for (std::uint64_t at = engine::journal_groups; at < j_.end; at += engine::journal_sector, torn++) {
+  for (std::uint64_t at = engine::journal_groups; at < j_.at.end; at += engine::journal_sector, torn++) {
     patch(at, std::vector<unsigned char>(engine::journal_sector));
     ASSERT_LT(found(), 4) << at;
     patch(at, std::vector<unsigned char>(bytes.begin() + static_cast<long>(at),
@@ -243,7 +247,7 @@ TEST_F(JournalFile, ATornGroupEndsIt) {
 // A power cut takes a group and leaves the one behind it; the place is then written anew.
 TEST_F(JournalFile, AGroupWrittenAnewDoesNotLeadToWhatOnceStoodBehindIt) {
   ASSERT_EQ(append(samples()[0]), 0);
-  const journal_file before = j_;
+  const engine::log_mark before = j_.at;
   ASSERT_EQ(append({12, false, {{5, 0x55}}}), 0);
   ASSERT_EQ(append({13, false, {{6, 0x66}}}), 0);
   engine::take_back_group(&j_, before);
@@ -252,13 +256,133 @@ TEST_F(JournalFile, AGroupWrittenAnewDoesNotLeadToWhatOnceStoodBehindIt) {
   journal_file r;
   r.identity = 77;
   ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
-  ASSERT_EQ(engine::catch_up(&r), 0);
-  EXPECT_EQ(r.generation, 12u);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_EQ(r.at.generation, 12u);
   engine::close_journal(&r);
 }
 
 TEST_F(JournalFile, NodesBehindTheEndOfTheFileAreNotBelieved) {
   ASSERT_EQ(append({11, false, {{100, 0x11}}}), 0);   // extent is 100
+  EXPECT_EQ(found(), 0);
+}
+
+// Who only looks at a file leaves a group each time; they are read many at once.
+TEST_F(JournalFile, ManySmallGroupsAreReadWithFewCalls) {
+  constexpr int groups = 1000;
+  for (int i = 0; i < groups; i++) ASSERT_EQ(append({static_cast<std::uint32_t>(11 + i), true, {}}), 0);
+  install_faulty_os();
+  {
+    journal_file r;
+    r.identity = 77;
+    ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+    clear_events();
+    ASSERT_EQ(engine::catch_up(&r, true), 0);
+    EXPECT_EQ(r.at.generation, 10u + groups);
+    const auto reads = std::count_if(events().begin(), events().end(), [](const os_event& e) { return e.call == os_call::read; });
+    EXPECT_LT(reads, groups * 512 / 65536 * 2 + 6);
+    clear_events();
+    ASSERT_EQ(engine::catch_up(&r, true), 0);
+    EXPECT_LE(events().size(), 2U);
+    engine::close_journal(&r);
+  }
+  remove_faulty_os();
+}
+
+// ---- Promises and decisions
+
+engine::group_link link_of(std::uint64_t number) {
+  engine::group_link link;
+  link.there = true;
+  link.number = number;
+  link.salt = 99;
+  std::strcpy(link.name, "other");
+  return link;
+}
+
+TEST_F(JournalFile, APromiseIsKnownAsLongAsItIsTheLastGroup) {
+  const engine::group_link promise = link_of(5);
+  ASSERT_EQ(append(samples()[0]), 0);
+  ASSERT_EQ(append({12, false, {{9, 0x21}}}, &promise), 0);
+  journal_file r;
+  r.identity = 77;
+  ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_TRUE(r.at.promise.there);
+  EXPECT_EQ(r.at.promise.number, 5u);
+  EXPECT_EQ(r.at.promise.salt, 99u);
+  EXPECT_STREQ(r.at.promise.name, "other");
+  EXPECT_EQ(r.at.generation, 12u);
+  EXPECT_EQ(r.before.generation, 11u);
+  EXPECT_FALSE(r.at.decision.there);
+  ASSERT_EQ(append(samples()[2]), 0);
+  ASSERT_EQ(engine::catch_up(&r, true), 0);
+  EXPECT_FALSE(r.at.promise.there);
+  engine::close_journal(&r);
+}
+
+// Somebody has read a promise, or a group whose flush then failed; another one took it back.
+TEST_F(JournalFile, AGroupThatWasTakenBackIsForgottenByWhoHasReadIt) {
+  for (const bool promised : {true, false}) {
+    SCOPED_TRACE(promised);
+    header_bytes header;
+    fill_header(header, 10);
+    ASSERT_EQ(engine::begin_life(&j_, header, 10, 10), 0);
+    const engine::group_link promise = link_of(5);
+    ASSERT_EQ(append(samples()[0]), 0);
+    const engine::log_mark before = j_.at;
+    ASSERT_EQ(append(samples()[3], promised ? &promise : nullptr), 0);
+    journal_file r;
+    r.identity = 77;
+    ASSERT_EQ(engine::open_journal(&r, path_.c_str()), 0);
+    ASSERT_EQ(engine::catch_up(&r, promised), 0);
+    EXPECT_EQ(r.at.generation, 14u);
+    engine::take_back_group(&j_, before);
+    ASSERT_EQ(append(samples()[1]), 0);
+    ASSERT_EQ(append(samples()[2]), 0);
+    ASSERT_EQ(engine::catch_up(&r, true), 0);
+    EXPECT_EQ(r.at.generation, 13u);
+    EXPECT_EQ(r.at.end, j_.at.end);
+    EXPECT_EQ(r.at.chain, j_.at.chain);
+    EXPECT_FALSE(r.at.promise.there);
+    engine::close_journal(&r);
+  }
+}
+
+TEST_F(JournalFile, ADecisionIsFoundByItsNumberInTheLifeThatThePromiseNames) {
+  const engine::group_link decision = link_of(7);
+  ASSERT_EQ(append(samples()[0], nullptr, &decision), 0);
+  ASSERT_EQ(append(samples()[1]), 0);
+  EXPECT_TRUE(j_.at.decision.there);
+  engine::group_link promise = link_of(7);
+  promise.salt = j_.salt;
+  journal_file other;
+  ASSERT_EQ(engine::open_journal(&other, path_.c_str()), 0);
+  EXPECT_EQ(engine::find_decision(&other, promise), 1);
+  promise.number = 8;
+  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  promise.number = 7;
+  promise.salt++;
+  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  promise.salt--;
+  // The decision torn: there is none.
+  patch(engine::journal_groups + 700, {0xEE});
+  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  engine::close_journal(&other);
+}
+
+TEST_F(JournalFile, ALinkThatNamesAnotherFolderIsNoGroup) {
+  engine::group_link promise = link_of(5);
+  for (const char* name : {"", "../other", "a/b"}) {
+    SCOPED_TRACE(name);
+    std::memset(promise.name, 0, sizeof promise.name);
+    std::strcpy(promise.name, name);
+    const engine::log_mark before = j_.at;
+    ASSERT_EQ(append(samples()[0], &promise), 0);
+    EXPECT_EQ(found(), 0);
+    engine::take_back_group(&j_, before);
+  }
+  std::memset(promise.name, 'x', sizeof promise.name);
+  ASSERT_EQ(append(samples()[0], &promise), 0);
   EXPECT_EQ(found(), 0);
 }
 

@@ -25,6 +25,7 @@ struct {
   std::map<std::uint64_t, std::vector<held>> locks;   // by identity
   std::vector<disk_event> events;
   int next_fd = 1000;
+  std::uint64_t mount = 1;
   std::uint64_t next_identity = 1;
 } disk;
 
@@ -94,6 +95,7 @@ int do_flush(int fd) {
 }
 std::int64_t do_size(int fd) { return static_cast<std::int64_t>(file_of(fd)->bytes.size()); }
 std::uint64_t do_identity(int fd) { return file_of(fd)->identity; }
+std::uint64_t do_mount(int) { return disk.mount; }
 
 engine::lock_answer do_lock(int fd, std::uint64_t offset, std::uint64_t length) {
   std::vector<held>& locks = disk.locks[file_of(fd)->identity];
@@ -137,6 +139,7 @@ const engine::os_ops& table() {
     t.flush = do_flush;
     t.size = do_size;
     t.identity = do_identity;
+    t.mount = do_mount;
     t.lock = do_lock;
     t.unlock = do_unlock;
     t.probe = do_probe;
@@ -183,7 +186,8 @@ class builder {
 
 }  // namespace
 
-void mount_memory_disk(const disk_image& image) {
+void mount_memory_disk(const disk_image& image, power how) {
+  if (how == power::was_off) ++disk.mount;
   disk.names.clear();
   disk.open.clear();
   disk.locks.clear();

@@ -28,7 +28,8 @@ struct disk_event {
 
 // Puts the disk in the place of the operating system (no file may be open), with nothing
 // on it but the image, all of which is durable.
-void mount_memory_disk(const disk_image& image);
+enum class power { was_off, stays_on };   // stays_on: the mount before this one goes on
+void mount_memory_disk(const disk_image& image, power how = power::was_off);
 void unmount_memory_disk();
 const std::vector<disk_event>& disk_events();
 int disk_flushes(const std::string& path_end = "");   // of files whose path ends so

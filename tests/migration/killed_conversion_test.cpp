@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <sstream>
 
 #include "migration/conversion.h"
@@ -18,6 +19,15 @@ int steps_left = -1;
 
 void die_at_zero() {
   if (steps_left-- == 0) kill(getpid(), SIGKILL);
+}
+
+// Dies at a step of the replacement of "orvo.cfg".
+std::string config_step;
+bool in_replacement = false;
+std::uint16_t die_at_config_step(const char* step, const char* path) {
+  if (path && std::strstr(path, "orvo.cfg")) in_replacement = true;
+  if (in_replacement && config_step == step) kill(getpid(), SIGKILL);
+  return CO_OK;
 }
 
 // One installation with an older database; what becomes of it can be told as a text.
@@ -46,6 +56,19 @@ class Converted : public MigrationTest {
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << "exit " << WEXITSTATUS(status);
+    return WIFEXITED(status);
+  }
+  // The same before a step of the replacement of "orvo.cfg".
+  bool run_until_config_step(const char* step) {
+    const pid_t child = fork();
+    if (child == 0) {
+      void* own = co_init_task("killed", nullptr, 1);
+      config_step = step;
+      co_test_file_steps(die_at_config_step);
+      _exit(own ? (db_mig_das(own) == DBE_OK ? 0 : 2) : 3);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
     return WIFEXITED(status);
   }
   int run() { return migrate(); }
@@ -126,6 +149,18 @@ TEST(KilledConversion, OfEveryThirdStepOfFourGoesOnToTheSameEnd) {
 }
 TEST(KilledConversion, OfEveryFourthStepOfFourGoesOnToTheSameEnd) {
   kill_at_steps(3, 4);
+}
+
+// The steps of the text files themselves: those of "orvo.cfg" are in between.
+TEST(KilledConversion, InTheReplacementOfTheConfigurationItGoesOnToTheSameEnd) {
+  const std::string expected = undisturbed();
+  constexpr const char* steps[] = {"write", "fsync", "remove", "rename"};
+  for (const char* step : steps) {
+    Converted cut(small);
+    ASSERT_FALSE(cut.run_until_config_step(step)) << step;
+    ASSERT_EQ(DBE_OK, cut.run()) << "killed at " << step;
+    ASSERT_EQ(expected, cut.told()) << "killed at " << step;
+  }
 }
 
 TEST(KilledConversion, MayBeKilledAgainAndAgain) {

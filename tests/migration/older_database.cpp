@@ -220,7 +220,7 @@ bool older_database::there(const std::string& relative) const {
 std::vector<std::string> older_database::entries_of_db() const {
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(base_ + "/db"))
-    names.push_back(entry.path().filename());
+    if (entry.path().extension() != ".jnl") names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }

@@ -59,7 +59,7 @@ class older_database {
   void status(const std::string& target, const std::string& entries) const;
   void file(const std::string& relative, const std::string& text) const;
   bool there(const std::string& relative) const;
-  std::vector<std::string> entries_of_db() const;
+  std::vector<std::string> entries_of_db() const;  // without journals
 
  private:
   std::string base_;

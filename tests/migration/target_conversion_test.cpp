@@ -48,6 +48,15 @@ TEST_F(TargetConversion, WithoutHardwareOrParametersItIsRefused) {
   EXPECT_EQ(6425, convert());
 }
 
+TEST_F(TargetConversion, OlderTargetsWithoutAnythingBesideAreNotTakenForConverted) {
+  put("OSLO", {});
+  remove("db/target_hw");
+  remove("db/parms");
+  EXPECT_EQ(6425, convert());
+  EXPECT_TRUE(db_.there("db/target_config/OSLO"));
+  EXPECT_TRUE(db_.there("db/cm_status/OSLO"));
+}
+
 TEST_F(TargetConversion, AStateOfNoConversionIsRefusedAndNothingRemoved) {
   make("db/target_tmp");
   make("db/target_del");
@@ -216,7 +225,7 @@ TEST_F(TargetConversion, ATextThatCannotBeParsedEndsTheStage) {
   put("OSLO", {});
   db_.file("db/target_config/OSLO", "WRONG: 1\n");
   EXPECT_EQ(6425, convert());
-  EXPECT_TRUE(what_.noted("OSLO cannot be read as a record"));
+  EXPECT_TRUE(what_.noted("OSLO cannot be read as a record: line 1: The keyword WRONG"));
   EXPECT_TRUE(db_.there("db/target_tmp/OSLO"));  // the administrator mends it and goes on
   new_task();
   db_.file("db/target_tmp/OSLO", older_target{}.text());
@@ -234,6 +243,19 @@ TEST_F(TargetConversion, TargetsBeyondTheLimitAreTold) {
   configure(4268, 2);
   ASSERT_EQ(DBE_OK, convert());
   EXPECT_TRUE(what_.noted("holds 3 targets, MAX TARGETS is 2"));
+  EXPECT_EQ(2u, what_.counts["1 targets"]);
+}
+
+TEST_F(TargetConversion, WithoutRoomForASingleTargetItFailsAndAllStay) {
+  for (const char* name : {"A", "B"}) put(name, {});
+  configure(4268, 0);
+  EXPECT_EQ(DBE_IO_ERROR, convert());
+  EXPECT_TRUE(db_.there("db/target_tmp/B"));
+  EXPECT_TRUE(db_.there("db/cm_status/A"));
+  configure(4268, 100);
+  new_task();
+  configure(4268, 100);
+  EXPECT_EQ(DBE_OK, convert());
   EXPECT_EQ(2u, what_.counts["1 targets"]);
 }
 
@@ -347,6 +369,25 @@ TEST_F(TargetConversion, AUserListedOnSeventeenTargetsHasThemAll) {
   ASSERT_EQ(16u, user_targets("sixteen").size());
   EXPECT_EQ("T10", user_targets("sixteen").front());
   EXPECT_EQ("T25", user_targets("sixteen").back());
+}
+
+TEST_F(TargetConversion, UsersThatWereBeingBuiltAreMadeAnew) {
+  put("OSLO", {.users = {"bob"}});
+  db_.file("db/users", "cut short");
+  db_.file("db/users.begun", "");
+  ASSERT_EQ(DBE_OK, convert());
+  EXPECT_EQ((std::vector<std::string>{"OSLO"}), user_targets("bob"));
+  EXPECT_FALSE(db_.there("db/users.begun"));
+}
+
+TEST_F(TargetConversion, UsersOfBeforeStay) {
+  put("OSLO", {.users = {"bob"}});
+  ASSERT_EQ(DBE_OK, convert());
+  for (const char* name : {"db/target_config", "db/target_hw", "db/parms"}) make(name);
+  put("OSLO", {.users = {"eve"}});
+  ASSERT_EQ(DBE_OK, convert());
+  EXPECT_EQ(DBE_OK, user("bob").rc);
+  EXPECT_EQ((std::vector<std::string>{"OSLO"}), user_targets("eve"));
 }
 
 TEST_F(TargetConversion, AUserWithABlankInTheNameIsLoggedAndPassedOver) {

@@ -1,7 +1,8 @@
-// The record files with a commit journal, chosen by the environment.
+// The record files with a commit journal, and how it is chosen.
 #include <cstdlib>
 
 #include "engine/os_file.h"
+#include "recfile/journal_choice.h"
 #include "recfile/child_process.h"
 #include "recfile/record_files_fixture.h"
 
@@ -133,12 +134,136 @@ TEST_F(Journal, WhatAKilledTaskWroteIsThereAndWhatItBeganIsNot) {
   EXPECT_EQ(DBE_NOT_FOUND, db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ));
 }
 
-TEST_F(Journal, WithoutTheVariableThereIsNone) {
-  unsetenv("ZVR_JOURNAL");
-  zvrtest::file_task files("literal");
-  ASSERT_EQ(0, files.open());
-  EXPECT_FALSE(engine::has_journal(files.tcb()->trg_file->psp));
+// ---- The choice
+
+class JournalChoice : public Journal {
+ protected:
+  JournalChoice() { unsetenv("ZVR_JOURNAL"); }
+  // Whether a task that opens the files now does so with journals.
+  static bool opens_with() {
+    zvrtest::file_task files("asks");
+    EXPECT_EQ(0, files.open());
+    return engine::has_journal(files.tcb()->trg_file->psp);
+  }
+};
+
+TEST_F(JournalChoice, JournalsAreTheRule) {
+  EXPECT_TRUE(opens_with());
+  EXPECT_EQ(0, access(path("trgcfg.jnl").c_str(), F_OK));
+}
+
+TEST_F(JournalChoice, TheInstallationMayDoWithout) {
+  installation.write("journal", "# no journals here\n\n  off # or so\n");
+  EXPECT_FALSE(opens_with());
   EXPECT_NE(0, access(path("trgcfg.jnl").c_str(), F_OK));
+  installation.write("journal", "on\n");
+  EXPECT_TRUE(opens_with());
+}
+
+TEST_F(JournalChoice, TheEnvironmentGoesBeforeTheInstallation) {
+  installation.write("journal", "off\n");
+  setenv("ZVR_JOURNAL", "on", 1);
+  EXPECT_TRUE(opens_with());
+  installation.write("journal", "on\n");
+  setenv("ZVR_JOURNAL", "off", 1);
+  EXPECT_FALSE(opens_with());
+  // Another word is none.
+  setenv("ZVR_JOURNAL", "perhaps", 1);
+  EXPECT_TRUE(opens_with());
+}
+
+TEST_F(JournalChoice, AFileThatSaysNeitherIsToldAndChangesNothing) {
+  zvrtest::file_task files("asks");
+  for (const char* text : {"", "offf\n", "# off\n", "ON\n"}) {
+    installation.write("journal", text);
+    const journal_setting setting = read_journal_choice(files.task());
+    EXPECT_TRUE(setting.misread) << text;
+    EXPECT_EQ(engine::journal_use::on, setting.use) << text;
+    EXPECT_EQ(choice_source::standard, setting.source) << text;
+  }
+  installation.write("journal", "off");
+  const journal_setting setting = read_journal_choice(files.task());
+  EXPECT_FALSE(setting.misread);
+  EXPECT_EQ(choice_source::installation, setting.source);
+}
+
+TEST_F(JournalChoice, WhoComesBesideOthersDoesAsTheyDoUntilTheLastHasGone) {
+  target_key key = key_of(3);
+  {
+    zvrtest::file_task first("first");
+    ASSERT_EQ(0, first.open());
+    first.release();
+    installation.write("journal", "off\n");
+    zvrtest::file_task second("second");
+    ASSERT_EQ(0, second.open());
+    EXPECT_TRUE(engine::has_journal(second.tcb()->trg_file->psp));
+    ASSERT_EQ(DBE_OK, db_write(first.task(), first.tcb()->trg_file, &key, record_of(300, 3).data(), 300));
+    key = key_of(3);
+    EXPECT_EQ(DBE_OK, db_locate(second.task(), second.tcb()->trg_file, &key, KEY_EQ));
+  }
+  zvrtest::file_task first("first");
+  ASSERT_EQ(0, first.open());
+  EXPECT_FALSE(engine::has_journal(first.tcb()->trg_file->psp));
+  first.release();
+  installation.write("journal", "on\n");
+  zvrtest::file_task second("second");
+  ASSERT_EQ(0, second.open());
+  EXPECT_FALSE(engine::has_journal(second.tcb()->trg_file->psp));
+  key = key_of(3);
+  EXPECT_EQ(DBE_OK, db_locate(second.task(), second.tcb()->trg_file, &key, KEY_EQ));
+}
+
+// A file that is thrown away should its maker die has no use for one.
+TEST_F(JournalChoice, AFileThatIsOpenedAloneHasNone) {
+  { EXPECT_TRUE(opens_with()); }
+  zvrtest::file_task files("alone");
+  file_entry* handle = nullptr;
+  set_datalist(files.task(), 4, &files.cntl()->files[1], "trgcfg", 12);
+  ASSERT_EQ(DBE_OK, db_open_alone(files.task(), 4, &handle));
+  EXPECT_FALSE(engine::has_journal(handle->psp));
+  target_key key = key_of(3);
+  EXPECT_EQ(DBE_OK, db_write(files.task(), handle, &key, record_of(300, 3).data(), 300));
+  reset_trans_active(files.task(), 4);
+  EXPECT_EQ(DBE_OK, db_close(files.task(), handle));
+  // What stands beside it is about another state, and is not applied.
+  ASSERT_EQ(0, files.open());
+  EXPECT_TRUE(engine::has_journal(files.tcb()->trg_file->psp));
+  key = key_of(3);
+  EXPECT_EQ(DBE_OK, db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ));
+}
+
+// ---- Two files
+
+TEST_F(Journal, TwoTransactionsEndTogetherWithOneFlushAFile) {
+  zvrtest::file_task files("both");
+  ASSERT_EQ(0, files.open());
+  const auto change_both = [&](std::uint32_t number) {
+    ASSERT_EQ(DBE_OK, start_trans(files.task(), 10));
+    ASSERT_EQ(DBE_OK, start_trans(files.task(), 4));
+    target_key key = {10, number, 0};
+    ASSERT_EQ(DBE_OK, db_write(files.task(), files.tcb()->cms_file, &key, record_of(300, number).data(), 300));
+    key = key_of(number);
+    ASSERT_EQ(DBE_OK, db_write(files.task(), files.tcb()->trg_file, &key, record_of(300, number).data(), 300));
+  };
+  int last = flushes;
+  change_both(1);
+  both_ends ended = end_both(files.task(), 10, 4, DBE_OK);
+  EXPECT_EQ(DBE_OK, ended.first);
+  EXPECT_EQ(DBE_OK, ended.second);
+  EXPECT_EQ(2, since(&last));
+  EXPECT_EQ(0, files.tcb()->trans_active[4]);
+  EXPECT_EQ(0, files.tcb()->trans_active[10]);
+  // A result that is none undoes both.
+  change_both(2);
+  ended = end_both(files.task(), 10, 4, DBE_BAD_RECORD);
+  EXPECT_EQ(DBE_BAD_RECORD, ended.first);
+  EXPECT_EQ(DBE_BAD_RECORD, ended.second);
+  target_key key = key_of(2);
+  EXPECT_EQ(DBE_NOT_FOUND, db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ));
+  key = {10, 2, 0};
+  EXPECT_EQ(DBE_NOT_FOUND, db_locate(files.task(), files.tcb()->cms_file, &key, KEY_EQ));
+  key = {10, 1, 0};
+  EXPECT_EQ(DBE_OK, db_locate(files.task(), files.tcb()->cms_file, &key, KEY_EQ));
 }
 
 }  // namespace

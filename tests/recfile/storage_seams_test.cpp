@@ -14,6 +14,7 @@
 #include "engine/os_file.h"
 #include "recfile/child_process.h"
 #include "recfile/record_files_fixture.h"
+#include "support/journal_mode.h"
 
 namespace zvrdb::recfile {
 namespace {
@@ -125,6 +126,8 @@ TEST_F(StorageSeams, ANewFileThatCannotGetItsPermissionsIsRemovedAgain) {
 }
 
 TEST_F(StorageSeams, ATransactionWhoseOwnerEndsInTheWaitIsRolledBack) {
+  // With a journal the file has nothing of it yet.
+  const test::without_journals literal;
   zvrtest::child_process child([](zvrtest::parent_link& parent) {
     zvrtest::file_task own("owner");
     if (own.open() != 0) return 1;

@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-#include "engine/byte_wait.h"
+#include "engine/writers_held.h"
 
 namespace target_test {
 

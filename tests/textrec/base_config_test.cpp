@@ -204,6 +204,18 @@ TEST(BaseConfigText, TextThatFillsItsFieldEndsWithIt) {
   EXPECT_TRUE(Config().text(0, std::string(64, 'W')).prints("WORKSTATION NAME:     " + std::string(64, 'W')));
 }
 
+TEST(BaseConfigText, ALineFeedInATextMakesNoFurtherLine) {
+  Config config;
+  config.text(0, "OSLO\nMAX TARGETS: 0").text(344, "a\nb").text(4584, "\nX").text(1368, "ONE\nTWO").text(1718, "\nX");
+  EXPECT_TRUE(config.prints("WORKSTATION NAME:     OSLO"));
+  EXPECT_TRUE(config.prints("REPOSITORY:           a"));
+  EXPECT_TRUE(config.prints("SERVER:               ONE"));
+  const std::string text = config.print();
+  EXPECT_EQ(text.find("MAX TARGETS: 0"), std::string::npos);
+  EXPECT_EQ(text.find("TARGET ADDRESS"), std::string::npos);
+  EXPECT_EQ(text.find('X', text.find("  ONE\n")), std::string::npos);
+}
+
 TEST(BaseConfigText, ARecordOfAnyBytesStaysWithinItsText) {
   Config config;
   for (const unsigned char filler : {std::uint8_t{0x01}, std::uint8_t{0x41}, std::uint8_t{0xFF}}) {

@@ -50,11 +50,21 @@ TEST(Documentation, TheManualPageTellsEveryCommand) {
                               "cms import",
                               "matrix",
                               "migrate",
+                              "journal",
                               "file check",
                               "file dump",
                               "file summary",
                               "file hold"})
     EXPECT_THAT(manual, HasSubstr("\\fB" + std::string(command))) << command;
+}
+
+TEST(Documentation, TheManualPageTellsEveryRecordType) {
+  const std::string manual = page("man/zvradm.1");
+  for (const zvradm::record_type& type : zvradm::record_types())
+    EXPECT_TRUE(manual.find(std::string("\n.B ") + type.suffix + "\n") != std::string::npos ||
+                manual.find(std::string(" ") + type.suffix + " \"") != std::string::npos ||
+                manual.find(std::string(" ") + type.suffix + "\n") != std::string::npos)
+        << type.suffix;
 }
 
 TEST(Documentation, TheRecordsPageTellsEveryTypeAndField) {

@@ -102,6 +102,80 @@ TEST_F(InstallationCommands, StatusNamesTheTasksThatLive) {
   EXPECT_TRUE(all["journal"].is_boolean());
 }
 
+class JournalCommand : public InstallationCommands {
+ protected:
+  JournalCommand() {
+    if (const char* chosen = std::getenv("ZVR_JOURNAL")) before_ = chosen;
+    unsetenv("ZVR_JOURNAL");
+  }
+  ~JournalCommand() override {
+    if (!before_.empty()) setenv("ZVR_JOURNAL", before_.c_str(), 1);
+  }
+  std::string before_;
+};
+
+TEST_F(JournalCommand, ShowsAndSetsTheChoiceOfTheInstallation) {
+  EXPECT_EQ(base.tool({"journal"}).out, "on (default)\n");
+  EXPECT_EQ(base.tool({"journal", "off"}).out, "off (installation)\n");
+  EXPECT_EQ(base.tool({"journal"}).out, "off (installation)\n");
+  zvradm::json all = status();
+  EXPECT_EQ(all["journal"], false);
+  EXPECT_EQ(all["journal_source"], "installation");
+  EXPECT_THAT(base.tool({"status"}).out, HasSubstr("off (installation)"));
+  EXPECT_EQ(base.tool({"get", "trg", "OSLO"}).exit, 0);
+  EXPECT_EQ(base.tool({"journal", "on"}).out, "on (installation)\n");
+  EXPECT_EQ(base.tool({"journal", "--json"}).out, "{\"journal\":true,\"source\":\"installation\"}\n");
+  EXPECT_EQ(base.tool({"journal", "perhaps"}).exit, 2);
+}
+
+TEST_F(JournalCommand, TellsWhenTheEnvironmentSaysOtherwise) {
+  setenv("ZVR_JOURNAL", "off", 1);
+  const tool_result set = base.tool({"journal", "on"});
+  unsetenv("ZVR_JOURNAL");
+  EXPECT_EQ(set.exit, 0);
+  EXPECT_EQ(set.out, "off (ZVR_JOURNAL)\n");
+  EXPECT_THAT(set.err, HasSubstr("ZVR_JOURNAL in this environment says otherwise"));
+  EXPECT_EQ(base.tool({"journal"}).out, "on (installation)\n");
+}
+
+TEST_F(JournalCommand, TellsOfTasksThatKeepTheFilesAsTheyAre) {
+  waiting_writer writer(base);
+  writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+  ASSERT_NE(writer.answer(), "");
+  EXPECT_THAT(base.tool({"journal", "off"}).out, HasSubstr("1 task is alive: a record file goes on as it is"));
+  // Both go on beside each other.
+  EXPECT_EQ(base.tool({"get", "trg", "BERGEN"}).exit, 0);
+  writer.send("{\"trg_name\":\"VOSS\",\"trg_type\":130}\n");
+  ASSERT_NE(writer.answer(), "");
+  EXPECT_EQ(base.tool({"get", "trg", "VOSS"}).exit, 0);
+}
+
+TEST_F(JournalCommand, AFileThatSaysNeitherIsTold) {
+  write_file(base.file("journal"), "of\n");
+  EXPECT_THAT(base.tool({"journal"}).out, HasSubstr("says neither on nor off"));
+}
+
+TEST_F(InstallationCommands, JournalsAmongTheFilesArePassedOver) {
+  const std::string journal = base.file("db/trgcfg.jnl");
+  write_file(journal, "journal");
+  const tool_result result = run_tool({"file", "check", journal, base.file("db/trgcfg")});
+  EXPECT_EQ(result.exit, 0);
+  EXPECT_THAT(result.err, HasSubstr(journal + ": a journal, passed over"));
+}
+
+TEST_F(InstallationCommands, ACopyOfAHeldFileHasWhatADeadWriterStored) {
+  const std::string copy = base.file("copy");
+  {
+    waiting_writer writer(base);
+    writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+    ASSERT_NE(writer.answer(), "");
+    writer.end(SIGKILL);
+  }
+  EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg"), "--run", "cp " + base.file("db/trgcfg") + " " + copy}).exit, 0);
+  EXPECT_EQ(run_tool({"file", "check", "--deep", copy}).exit, 0);
+  EXPECT_THAT(run_tool({"file", "dump", copy}).out, HasSubstr("\"reccount\":2"));
+}
+
 TEST_F(InstallationCommands, ResetIsRefusedWhileATaskLives) {
   waiting_writer writer(base);
   writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");

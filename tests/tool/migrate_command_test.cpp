@@ -71,7 +71,8 @@ TEST_F(MigrateCommand, AFaultIsFoundBeforeAnythingIsChanged) {
   const std::vector<std::string> before = db_.entries_of_db();
   const tool_result result = base_.tool({"migrate"});
   EXPECT_EQ(1, result.exit);
-  EXPECT_THAT(result.err, HasSubstr("stage targets: target_config/TRG00004 cannot be read as a record"));
+  EXPECT_THAT(result.err, HasSubstr("stage targets: target_config/TRG00004 cannot be read as a record: line 1: "
+                                    "The keyword NO SUCH KEYWORD"));
   EXPECT_THAT(result.err, HasSubstr("DBE_MIGRATION (6425)"));
   EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
   EXPECT_EQ(before, db_.entries_of_db());
@@ -96,6 +97,7 @@ TEST_F(MigrateCommand, AConvertedDatabaseIsLeftAlone) {
   EXPECT_EQ(0, result.exit) << result.err;
   EXPECT_THAT(result.out, HasSubstr("Converted already"));
   EXPECT_EQ(before, read_file(base_.file("db/auth")));
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).out, HasSubstr("Converted already"));
   const tool_result again = base_.tool({"migrate", "--again"});
   EXPECT_EQ(0, again.exit) << again.err;
   EXPECT_THAT(again.out, Not(HasSubstr("Converted already")));
@@ -130,6 +132,59 @@ TEST_F(MigrateCommand, SettingsOutlastAConversionThatWasCutShort) {
   db_.file("db/target_group.old/GROUP0", migration_test::older_group{.members = {"TRG00001"}}.text());
   ASSERT_EQ(0, base_.tool({"migrate"}).exit);
   EXPECT_EQ(77, base_.tool({"get", "cfg"}).json()["max_requests"]);
+}
+
+// A replacement of "orvo.cfg" that was killed in the middle: the record is the temporary
+// file alone, and with the machine down the shared state is gone too.
+TEST_F(MigrateCommand, GoesOnWhereTheConfigurationWasBeingReplaced) {
+  write_file(base_.file("orvo.cfg"), read_file(base_.file("orvo.cfg")) + "MAX REQUESTS: 77\n");
+  db_.group("GROUP0", {.members = {"NOBODY"}});
+  ASSERT_EQ(1, base_.tool({"migrate"}).exit);
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  db_.file("db/target_group.old/GROUP0", migration_test::older_group{.members = {"TRG00001"}}.text());
+  std::filesystem::rename(base_.file("orvo.cfg"), base_.file("db/tmp/t0e_orvo.cfg"));
+  const tool_result other = base_.tool({"list", "trg"});
+  EXPECT_EQ(1, other.exit);
+  EXPECT_THAT(other.err, HasSubstr("'zvradm migrate'"));
+  EXPECT_THAT(other.err, Not(HasSubstr("init")));
+  const tool_result result = base_.tool({"migrate"});
+  ASSERT_EQ(0, result.exit) << result.err;
+  EXPECT_EQ(77, base_.tool({"get", "cfg"}).json()["max_requests"]);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+  EXPECT_TRUE(std::filesystem::is_empty(base_.file("db/tmp")));
+}
+
+TEST_F(MigrateCommand, RefusesMoreTargetsThanTheConfigurationAllows) {
+  write_file(base_.file("orvo.cfg"), "WORKSTATION NAME: OSLO\nMAX TARGETS: 11\nCONFIGURATION: SERVER_NO_COMMS\n");
+  const std::vector<std::string> before = db_.entries_of_db();
+  const tool_result result = base_.tool({"migrate"});
+  EXPECT_EQ(1, result.exit);
+  EXPECT_THAT(result.err, HasSubstr("MAX TARGETS"));
+  EXPECT_THAT(result.err, HasSubstr("nothing was changed"));
+  EXPECT_EQ(before, db_.entries_of_db());
+  EXPECT_EQ(1, base_.tool({"migrate", "--dry-run"}).exit);
+  // One place more is kept for this machine, which has no record here.
+  write_file(base_.file("orvo.cfg"), "WORKSTATION NAME: OSLO\nMAX TARGETS: 13\nCONFIGURATION: SERVER_NO_COMMS\n");
+  ASSERT_EQ(0, base_.tool({"reset"}).exit);
+  EXPECT_EQ(0, base_.tool({"migrate"}).exit);
+  EXPECT_EQ(12u, base_.tool({"list", "trg"}).lines().size());
+}
+
+TEST_F(MigrateCommand, TellsTheLineOfAFaultInAGroupOrInTheRights) {
+  db_.file("db/target_group/GROUP1", "# a comment\nNO SUCH KEYWORD: x\n");
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).err, HasSubstr("GROUP1 cannot be read as a record: line 2: "));
+  std::filesystem::remove(base_.file("db/target_group/GROUP1"));
+  db_.file("db/user_config", "CONFIG_USER: VIEW\nCM_USER: SLEEP\n");
+  EXPECT_THAT(base_.tool({"migrate", "--dry-run"}).err,
+              HasSubstr("stage authorization: user_config cannot be read as a record: line 2: The value SLEEP"));
+}
+
+TEST_F(MigrateCommand, TellsWhatIsMissing) {
+  std::filesystem::remove_all(base_.file("db/cm_status"));
+  EXPECT_THAT(base_.tool({"migrate"}).err,
+              HasSubstr("stage CM status: neither an older directory nor a record file: DBE_IO_ERROR (8455)\n"));
+  std::filesystem::remove_all(base_.file("db"));
+  EXPECT_THAT(base_.tool({"migrate"}).err, HasSubstr("stage catalog: catalog cannot be worked on"));
 }
 
 TEST_F(MigrateCommand, RefusesWhereThereIsNoOlderDatabase) {

@@ -137,6 +137,10 @@ TEST_F(RecordCommands, GetOfTheConfigurationNamesThisInstallation) {
 
 TEST_F(RecordCommands, PutOfTheConfigurationChangesMemoryAndNotTheFile) {
   const std::string file = read_file(base.file("orvo.cfg"));
+  const tool_result bare = base.tool({"put", "cfg"}, R"({"max_requests":77})");
+  EXPECT_EQ(bare.exit, 1);
+  EXPECT_EQ(bare.json()["field"], "workstation_name");
+  EXPECT_THAT(bare.err, HasSubstr("put --update keeps what is left out"));
   const tool_result result = base.tool({"put", "cfg", "--update"}, R"({"max_requests":77})");
   EXPECT_EQ(result.out, "{\"line\":1,\"rc\":8196,\"code\":\"DBE_RECORD_REPLACED\"}\n");
   EXPECT_EQ(base.tool({"get", "cfg"}).json()["max_requests"], 77);

@@ -82,10 +82,55 @@ TEST_F(RequestCommands, AFilterThatTheLibraryDoesNotTakeIsToldAndNotAnEmptyList)
   EXPECT_THAT(tool({"list", "rqt", "--seq", "17"}).err, HasSubstr("DBE_EMPTY_LIST (8217)"));
   EXPECT_EQ(tool({"list", "rqt", "--server", "NOBODY"}).exit, 1);
   EXPECT_EQ(tool({"list", "rqr", "--target", "VOSS"}).exit, 2);
-  EXPECT_EQ(tool({"list", "rqr", "--names"}).exit, 2);
+  EXPECT_EQ(tool({"list", "rqr", "--names", "--len", "100"}).exit, 2);
   EXPECT_EQ(tool({"list", "trg", "--user", "A"}).exit, 2);
   EXPECT_EQ(tool({"list", "rqr", "--filter", "{"}).exit, 2);
   EXPECT_EQ(tool({"list", "rqr", "--filter", R"({"text90":"a"})"}).exit, 2);
+}
+
+TEST_F(RequestCommands, ARefusedFilterTellsWhichPartOfItIsWrong) {
+  const auto told = [&](std::vector<std::string> filter) {
+    filter.insert(filter.begin(), {"list", "rqt"});
+    return tool(filter).err;
+  };
+  EXPECT_THAT(told({"--user", "K*"}), HasSubstr("--user is given, and --server before it is left open"));
+  EXPECT_THAT(told({"--server", "OSLO", "--user", "K*", "--seq", "17"}),
+              HasSubstr("--seq is given, and --user before it is a begin only"));
+  EXPECT_THAT(told({"--server", "NOBODY"}), HasSubstr("there is no target \"NOBODY\" (--server)\n"));
+  EXPECT_THAT(told({"--target", "V*"}), HasSubstr("there is no target \"V*\" (--target)"));
+  EXPECT_THAT(told({"--seq", "many"}), HasSubstr("0 to 4294967295"));
+  EXPECT_THAT(told({"--filter", R"({"server":"OSLO"})"}), HasSubstr("there are src_domain, user"));
+  EXPECT_THAT(tool({"list", "tg", "--filter", "A"}).err, HasSubstr("and requests"));
+}
+
+TEST_F(RequestCommands, NamesOfRequestsAreTheirIdentifiers) {
+  EXPECT_EQ(tool({"list", "rqr", "--names"}).lines(),
+            std::vector<std::string>{R"({"user":"KLUND","src_domain":"OSLO","seq_no":17,"recursion_no":0})"});
+  EXPECT_EQ(tool({"list", "rqv", "--names"}).json().size(), 5u);
+}
+
+TEST_F(RequestCommands, ARefusedPutNamesTheUnknownTarget) {
+  EXPECT_THAT(tool({"put", "rqt"}, R"({"user":"K","src_domain":"OSLO","seq_no":1,"subreq_id":"F","domain":"OSLO","target":"ROMA"})").err,
+              HasSubstr("(8200): there is no target \"ROMA\" (target)\n"));
+  EXPECT_THAT(tool({"put", "tg"}, R"({"name":"West","members":["VOSS","ROMA"]})").err,
+              HasSubstr("there is no target \"ROMA\" (members[1])"));
+}
+
+TEST_F(RequestCommands, BytesWithoutTheirNumberAreKeptWhole) {
+  const std::string id = R"({"user":"KLUND","src_domain":"OSLO","seq_no":17,"subreq_id":"NEW",)";
+  ASSERT_EQ(tool({"put", "fan"}, id + R"("rgn":"R","ren":"E","block":"0011ff"})").exit, 0);
+  EXPECT_EQ(tool({"get", "fan", "OSLO.KLUND.17.0.NEW", "R", "E"}).json()["block"], "0011ff");
+  ASSERT_EQ(tool({"put", "rqv"}, id + R"("vector":"0011ff"})").exit, 0);
+  EXPECT_EQ(tool({"get", "rqv", "OSLO.KLUND.17.0.NEW"}).json()["vector"], "0011ff");
+  ASSERT_EQ(tool({"put", "rqv", "--update"}, id + R"("vector":"00112233"})").exit, 0);
+  EXPECT_EQ(tool({"get", "rqv", "OSLO.KLUND.17.0.NEW"}).json()["vector_length"], 4);
+}
+
+TEST_F(RequestCommands, ACorrelatorMadeForNoFunctionIsNoted) {
+  EXPECT_EQ(tool({"correlator", "of", "OSLO.KLUND.17.0.INSTALL"}).err, "");
+  const tool_result slip = tool({"correlator", "of", "OSLO.KLUND.17.0.INSTAL"});
+  EXPECT_EQ(slip.exit, 0);
+  EXPECT_THAT(slip.err, HasSubstr("there is no record of the function \"OSLO.KLUND.17.0.INSTAL\""));
 }
 
 TEST_F(RequestCommands, ATreeIsShownIndented) {
@@ -115,6 +160,8 @@ TEST_F(RequestCommands, ATreeIsDeletedWithItsCorrelator) {
 TEST_F(RequestCommands, TheLastRequestIsTheOneOfTheHighestRecursion) {
   ASSERT_EQ(tool({"put", "rqr"}, R"({"user":"KLUND","src_domain":"OSLO","seq_no":17,"recursion_no":3})").exit, 0);
   EXPECT_EQ(tool({"last-request", "OSLO.KLUND.17.0"}).json()["request"], "OSLO.KLUND.17.3");
+  EXPECT_EQ(tool({"last-request", "OSLO.KLUND.17"}).json()["request"], "OSLO.KLUND.17.3");
+  EXPECT_EQ(tool({"last-request", "OSLO.KLUND"}).exit, 2);
   EXPECT_THAT(tool({"last-request", "OSLO.KLUND.18.0"}).err, HasSubstr("the one below it is \"OSLO.KLUND.17.3\""));
 }
 

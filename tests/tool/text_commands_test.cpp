@@ -38,11 +38,12 @@ TEST_F(TextCommands, ConnectionsArePutReadListedAndDeleted) {
       base.tool({"put", "scn"},
                 R"({"connection":"B","protocol":"TCP/IP","connection_type":"STS","remote_server":"OSLO"})"
                 "\n"
-                R"({"connection":"A","send_tp":"TP","next_rgn":"OSLO01","next_ren":"OSLO01"})");
+                R"({"connection":"A","protocol":"APPC","send_tp":"TP","next_rgn":"OSLO01","next_ren":"OSLO01"})");
   ASSERT_EQ(put.exit, 0) << put.err;
   EXPECT_THAT(connection("B"), HasSubstr("PROTOCOL:         TCP/IP\nREMOTE SERVER NAME:  OSLO\n"));
   const zvradm::json got = base.tool({"get", "scn", "A", "--words"}).json();
   EXPECT_EQ(got["protocol"], "APPC");
+  EXPECT_EQ(got["send_tp"], "TP");
   EXPECT_EQ(got["next_ren"], "OSLO01");
   EXPECT_EQ(got["remote_server"], "OSLO")
       << "derived from the next DSU: the RGN of a local target is the REN of this server";
@@ -54,7 +55,59 @@ TEST_F(TextCommands, ConnectionsArePutReadListedAndDeleted) {
   EXPECT_THAT(base.tool({"list", "scn", "--table"}).out, HasSubstr("OSLO01"));
   EXPECT_EQ(base.tool({"del", "scn", "A"}).exit, 0);
   EXPECT_EQ(base.tool({"get", "scn", "A"}).exit, 1);
+  EXPECT_THAT(base.tool({"get", "scf"}).err, HasSubstr("no such record; 'zvradm edit scf' makes one"));
   EXPECT_EQ(base.tool({"get", "scn", "../users"}).exit, 1);
+}
+
+TEST_F(TextCommands, WhatATextWouldNotGiveBackIsRefused) {
+  struct row {
+    const char *type, *record, *field, *error;
+  };
+  for (const row& one : std::initializer_list<row>{
+           {"scf", R"({"transmission_hold_time":70000})", "transmission_hold_time", "read as 4464"},
+           {"scf", R"({"allocation_failure_retry_time":65536})", "allocation_failure_retry_time", "read as 0"},
+           {"ucf", R"({"config_user":3})", "config_user", "read as 0"},
+           {"rte", R"({"routes":[{"rgn":"R","ren":"E","connection":""}]})", "routes[0].connection", "read as"},
+           {"rte", R"({"routes":[{"rgn":"R","ren":"E","connection":"A B"}]})", "routes[0].connection", "read as"},
+           {"scn", R"({"connection":"A","protocol":2,"remote_server":"a\nb"})", "remote_server", "read as"},
+           {"scn", R"({"connection":"A","send_tp":"TP"})", "send_tp", "APPC"},
+           {"scn", R"({"connection":"A","protocol":2,"next_rgn":"a.b"})", "next_rgn", "read as"},
+           {"scn", R"({"connection":"../users"})", "connection", "no name of a connection"}}) {
+    const tool_result put = base.tool({"put", one.type}, one.record);
+    ASSERT_EQ(put.exit, 1) << one.record << put.out;
+    EXPECT_EQ(put.json()["field"], one.field) << one.record << put.out;
+    EXPECT_THAT(std::string(put.json()["error"]), HasSubstr(one.error)) << one.record;
+    EXPECT_NE(base.tool(one.type == std::string("scn") ? std::vector<std::string>{"get", "scn", "A"} : std::vector<std::string>{"get", one.type}).exit, 0) << one.record;
+  }
+  EXPECT_EQ(base.tool({"put", "scf"}, R"({"max_crmu":1})").exit, 0);
+  EXPECT_EQ(base.tool({"put", "scf", "--update"}, R"({"transmission_hold_time":65536})").exit, 1);
+  EXPECT_EQ(base.tool({"get", "scf"}).json()["max_crmu"], 1);
+}
+
+TEST_F(TextCommands, RoutesThatAreTooLongForAPutAreToldSo) {
+  zvradm::json routes = zvradm::json::array();
+  for (int i = 0; i < 1600; ++i)
+    routes.push_back({{"rgn", "R" + std::to_string(i)}, {"ren", "E"}, {"connection", "CONNECTION"}});
+  const tool_result put = base.tool({"put", "rte"}, zvradm::json{{"routes", routes}}.dump());
+  EXPECT_EQ(put.exit, 1);
+  EXPECT_THAT(put.err, HasSubstr("longer than the 65535 bytes of a put; 'zvradm edit rte' takes a longer one"));
+  routes.erase(routes.begin() + 1000, routes.end());
+  EXPECT_EQ(base.tool({"put", "rte"}, zvradm::json{{"routes", routes}}.dump()).exit, 0);
+  EXPECT_EQ(base.tool({"get", "rte"}).json()["routes"].size(), 1000u);
+}
+
+TEST_F(TextCommands, WhatAGetFillsInMayBePutAgain) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"A","protocol":"APPC","next_rgn":"X","next_ren":"Y"})").exit, 0);
+  const std::string got = base.tool({"get", "scn", "A"}).out;
+  EXPECT_EQ(base.tool({"put", "scn"}, got).exit, 0);
+  EXPECT_EQ(base.tool({"get", "scn", "A"}).out, got);
+  write_file(base.file("db/snadscon/B"), "PROTOCOL: TCP/IP\nSEND TP SYMBOLIC DESTINATION: X\n");
+  write_file(base.file("db/routetab"), "NETWORK PROTOCOL: APPC\n.E1 D 2\n");
+  const tool_result all = base.tool({"export", "scn", "rte"});
+  const tool_result again = base.tool({"import", "-"}, all.out);
+  EXPECT_EQ(again.exit, 0) << again.err;
+  write_file(base.file("db/routetab"), "NETWORK PROTOCOL: BOTH\n");
+  EXPECT_EQ(base.tool({"put", "rte"}, base.tool({"get", "rte"}).out).exit, 0);
 }
 
 TEST_F(TextCommands, TheSingleRecordsComeBack) {
@@ -169,6 +222,17 @@ TEST_F(TextCommands, AnEditorThatFailsChangesNothing) {
   EXPECT_FALSE(std::filesystem::exists(base.file("db/snadscfg")));
 }
 
+TEST_F(TextCommands, AnInterruptWhileTheEditorRunsIsTheEditors) {
+  editor(R"sh(p=$PPID
+while [ "$(cat /proc/$p/comm)" != zvradm ]; do p=$(awk '/^PPid/ {print $2}' /proc/$p/status); done
+kill -INT $p
+kill -QUIT $p
+echo 'MAX CRMU: 3' > "$1")sh");
+  const tool_result result = base.tool({"edit", "scf"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(read_file(base.file("db/snadscfg")), "MAX CRMU: 3\n");
+}
+
 TEST_F(TextCommands, EditOfTheBaseConfigurationSaysWhenItTakesEffect) {
   editor("echo 'MAX SNADS ROUTES:    77' >> \"$1\"");
   const tool_result result = base.tool({"edit", "cfg"});
@@ -182,6 +246,35 @@ TEST_F(TextCommands, EditOfTheBaseConfigurationSaysWhenItTakesEffect) {
   EXPECT_THAT(read_file(base.file("orvo.cfg")), Not(HasSubstr("many")));
   const std::string kept = bad.err.substr(bad.err.rfind("kept in ") + 8);
   std::filesystem::remove_all(std::filesystem::path(kept.substr(0, kept.find('\n'))).parent_path());
+}
+
+TEST_F(TextCommands, EditRefusesABaseConfigurationThatNoInstallationWorksWith) {
+  const std::string before = read_file(base.file("orvo.cfg"));
+  for (const char* work : {": > \"$1\"", "sed -i '/^WORKSTATION NAME/d' \"$1\"", "sed -i '/^MAX TARGETS/d' \"$1\""}) {
+    editor(work);
+    setenv("TMPDIR", base.file("log").c_str(), 1);
+    const tool_result result = base.tool({"edit", "cfg"});
+    unsetenv("TMPDIR");
+    EXPECT_EQ(result.exit, 1) << work;
+    EXPECT_THAT(result.err, HasSubstr("is missing")) << work;
+    EXPECT_EQ(read_file(base.file("orvo.cfg")), before) << work;
+  }
+}
+
+TEST_F(TextCommands, EditTellsThatAnotherWorkstationNameRenamesNothing) {
+  editor("sed -i 's/^WORKSTATION NAME.*/WORKSTATION NAME: BERGEN/' \"$1\"");
+  const tool_result result = base.tool({"edit", "cfg"});
+  EXPECT_EQ(result.exit, 0);
+  EXPECT_THAT(result.err, HasSubstr("zvradm rename-target OSLO BERGEN"));
+}
+
+TEST_F(TextCommands, EditOfTheBaseConfigurationMakesNoInstallation) {
+  const scratch_base none;
+  editor("echo 'WORKSTATION NAME: OSLO' > \"$1\"");
+  const tool_result result = none.tool({"edit", "cfg"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("no installation here"));
+  EXPECT_FALSE(std::filesystem::exists(none.file("orvo.cfg")));
 }
 
 TEST_F(TextCommands, EditIsForTextsAndTheirNames) {
@@ -209,12 +302,75 @@ TEST_F(TextCommands, CheckConfigTellsEachFaultWithFileLineAndReason) {
   EXPECT_THAT(result.err, HasSubstr("db/routetab, line 3: The route \"no route\""));
 }
 
+TEST_F(TextCommands, CheckConfigLooksAtWhateverTheLibraryTakesForAConnection) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_directory(base.file("db/snadscon/folder"));
+  std::filesystem::create_directory_symlink(base.file("db/snadscon/folder"), base.file("db/snadscon/link"));
+  EXPECT_EQ(base.tool({"check-config"}).out, "{\"files\":2,\"faults\":0,\"notes\":0}\n");
+  write_file(base.file("db/snadscon/.OSLO.swp"), "what an editor leaves is hidden\n");
+  write_file(base.file("db/snadscon/SEVENTEEN_LETTERS"), "PROTOCOL: IPX\n");
+  EXPECT_EQ(base.tool({"list", "scn", "--names"}).lines().size(), 2u);
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_EQ(result.out, "{\"files\":3,\"faults\":1,\"notes\":0}\n") << result.err;
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/SEVENTEEN_LETTERS: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfAConnectionThatIsALinkToNothing) {
+  ASSERT_EQ(base.tool({"put", "scn"}, R"({"connection":"GOOD","protocol":2})").exit, 0);
+  std::filesystem::create_symlink("nowhere", base.file("db/snadscon/GONE"));
+  EXPECT_EQ(base.tool({"list", "scn"}).exit, 1) << "it ends the list";
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon/GONE: "));
+}
+
+TEST_F(TextCommands, CheckConfigTellsOfADirectoryOfConnectionsThatIsNone) {
+  write_file(base.file("db/snadscon"), "");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/snadscon: "));
+}
+
 TEST_F(TextCommands, CheckConfigTellsAFaultOfTheBaseConfiguration) {
   write_file(base.file("orvo.cfg"), read_file(base.file("orvo.cfg")) + "COLOUR: red\n");
   const tool_result result = base.tool({"check-config"});
   EXPECT_EQ(result.exit, 1);
   EXPECT_THAT(result.err, HasSubstr("orvo.cfg, line "));
   EXPECT_THAT(result.err, HasSubstr("COLOUR is no keyword"));
+}
+
+TEST_F(TextCommands, ARecordThatCannotBeReadLeadsToTheCheck) {
+  write_file(base.file("db/snadscfg"), "MAX CRMUS: 4\n");
+  EXPECT_THAT(base.tool({"get", "scf"}).err, HasSubstr("(8195)"));
+  EXPECT_THAT(base.tool({"get", "scf"}).err, HasSubstr("'zvradm check-config' tells where"));
+}
+
+TEST_F(TextCommands, CheckConfigNotesNumbersThatAreReadAsOthers) {
+  write_file(base.file("db/snadscfg"), "MAX CRMU: many\nORIGIN HOP COUNT: 99999999\nTRANSMISSION HOLD TIME: 0x10\n");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(result.json()["notes"], 2) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("line 1: note: the value many of MAX CRMU is no number: it is read as 0\n"));
+  EXPECT_THAT(result.err, HasSubstr("line 2: note: the value 99999999 of ORIGIN HOP COUNT is too large: it is read as " +
+                                    std::to_string(base.tool({"get", "scf"}).json()["origin_hop_count"].get<int>())));
+}
+
+TEST_F(TextCommands, CheckConfigTellsCarriageReturns) {
+  write_file(base.file("db/snadscfg"), "MAX CRMU: 5\r\n\r\n");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("in the record of type"));
+  EXPECT_THAT(result.err, HasSubstr("the line ends in a carriage return"));
+}
+
+TEST_F(TextCommands, CheckConfigTellsABaseConfigurationThatNoInstallationWorksWith) {
+  write_file(base.file("orvo.cfg"), "");
+  const tool_result result = base.tool({"check-config"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("orvo.cfg: WORKSTATION NAME is missing"));
+  EXPECT_THAT(result.err, HasSubstr("orvo.cfg: MAX TARGETS is missing or 0"));
+  EXPECT_THAT(result.err, HasSubstr("orvo.cfg: note: MAX LOCAL TARGETS is missing or 0"));
 }
 
 }  // namespace

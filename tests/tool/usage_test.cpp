@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <zvrco/zvrco.h>
 
 #include <algorithm>
 
+#include "refusals.h"
 #include "tool_driver.h"
 
 namespace {
@@ -27,6 +29,9 @@ const std::vector<std::vector<std::string>> all_commands{{"init"},
                                                          {"auth"},
                                                          {"edit"},
                                                          {"check-config"},
+                                                         {"request-tree"},
+                                                         {"correlator"},
+                                                         {"request"},
                                                          {"request-tree", "show"},
                                                          {"request-tree", "del"},
                                                          {"last-request"},
@@ -150,6 +155,12 @@ TEST(Usage, WhatCannotBeAskedEndsWithTwo) {
     EXPECT_EQ(result.out, "") << text;
     EXPECT_NE(result.err, "") << text;
   }
+}
+
+TEST(Usage, CodesThatTheCommonServicesAnswerHaveNamesAndSayWhatToDo) {
+  for (const int code : {CO_NOT_FOUND, CO_IO_ERROR, CO_BAD_ARGUMENT, CO_NO_MEMORY, CO_FAILURE})
+    EXPECT_STRNE(zvradm::code_name(static_cast<std::int16_t>(code)), "UNKNOWN") << code;
+  EXPECT_THAT(zvradm::code_meaning(CO_IO_ERROR), HasSubstr("who may write"));
 }
 
 TEST(Usage, WithoutABaseDirectoryNothingIsDone) {

@@ -113,6 +113,8 @@ TEST_F(UserCommands, AuthTellsLevelProfileAndRights) {
   EXPECT_EQ(told.exit, 0) << told.err;
   const json line = told.json();
   EXPECT_EQ(line["level"], 2);
+  EXPECT_EQ(base.tool({"auth", "KLUND", "OSLO"}).err, "");
+  EXPECT_THAT(base.tool({"auth", "KLUND", "OSLOO"}).err, HasSubstr("there is no target \"OSLOO\""));
   EXPECT_EQ(line["profile"], "builder");
   EXPECT_EQ(line["tak_mask"], 5);
   EXPECT_EQ(line["rights"]["prep"], "VIEW");
@@ -128,10 +130,12 @@ TEST_F(UserCommands, AuthTellsWhatIsMissing) {
   const tool_result refused = base.tool({"auth", "NOBODY"});
   EXPECT_EQ(refused.exit, 1);
   EXPECT_THAT(refused.err, HasSubstr("DBE_NOT_AUTHORIZED (8216)"));
+  EXPECT_THAT(refused.err, HasSubstr("users gives the level 'none'"));
   base.tool({"put", "usr"}, R"({"usr_name":"zvr-unknown","profile":"gone"})");
   const tool_result unknown = base.tool({"auth", "zvr-unknown"});
   EXPECT_EQ(unknown.exit, 1);
-  EXPECT_THAT(unknown.err, HasSubstr("DBE_NOT_FOUND (8194)"));
+  EXPECT_THAT(unknown.err, HasSubstr("DBE_NOT_FOUND (8194): the level is not known"));
+  EXPECT_THAT(unknown.err, HasSubstr("a line 'zvr-unknown LEVEL' of " + base.file("users")));
   EXPECT_TRUE(unknown.json()["level"].is_null());
   EXPECT_EQ(unknown.json()["profile"], "gone");
   EXPECT_TRUE(unknown.json()["rights"].is_null());

@@ -58,7 +58,17 @@ void print_authorization(const globals& all, const auth_options& options) {
   if (!record.is_object()) line["profile"] = nullptr;
   line["rights"] = rights_of(s.task(), line["profile"]);
   print_json(line);
-  require_ok("auth \"" + options.user + "\"", code);
+  std::uint32_t number = 0;
+  if (!options.target.empty() && db_get_trg_index(s.task(), options.target.c_str(), &number) == DBE_NO_TARGET) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "zvradm: note: there is no target \"%s\"\n", options.target.c_str());
+  }
+  const std::string what = "auth \"" + options.user + "\": " + code_name(code) + " (" + std::to_string(code) + "): ";
+  const std::string users = base_directory(all) + "/users";
+  if (code == DBE_NOT_FOUND)
+    throw refusal(what + "the level is not known: neither a line '" + options.user + " LEVEL' of " + users +
+                  " nor one of the system's groups zvradm, zvrbld, zvrusr tells it");
+  if (code != DBE_OK) throw refusal(what + "the user is not authorized: " + users + " gives the level 'none'");
 }
 
 }  // namespace

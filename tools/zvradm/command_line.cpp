@@ -83,6 +83,7 @@ int run_command_line(int argc, const char* const* argv) {
   add_edit(app, all);
   add_check_config(app, all);
   add_trace(app, all);
+  add_journal(app, all);
   CLI::App& cms = *app.add_subcommand("cms", "CM status: the state of change files on targets");
   cms.require_subcommand(1);
   cms.footer(cms_examples);

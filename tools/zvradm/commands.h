@@ -34,6 +34,7 @@ void add_matrix(CLI::App& app, globals& all);
 void add_edit(CLI::App& app, globals& all);
 void add_check_config(CLI::App& app, globals& all);
 void add_trace(CLI::App& app, globals& all);
+void add_journal(CLI::App& app, globals& all);
 void add_file_check(CLI::App& file, globals& all);
 void add_file_dump(CLI::App& file, globals& all);
 void add_file_summary(CLI::App& file, globals& all);

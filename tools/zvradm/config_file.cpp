@@ -84,6 +84,9 @@ std::string config_path(const std::string& base) {
 std::string pending_path(const std::string& base) {
   return base + "/orvo.cfg.pending";
 }
+std::string kept_config_path(const std::string& base) {
+  return config_path(base) + ".older";
+}
 
 bool read_config(const std::string& path, config_record& record) {
   const descriptor d(open(path.c_str(), O_RDONLY | O_CLOEXEC));

@@ -44,6 +44,8 @@ void require_config_text(const char* what, const std::string& text, std::size_t 
 
 std::string config_path(const std::string& base);
 std::string pending_path(const std::string& base);
+// The configuration as it was before a conversion of an older database that has not ended.
+std::string kept_config_path(const std::string& base);
 
 // False when there is no such file.  Throws refusal, with file, line and reason, when
 // it cannot be read or has a fault.

@@ -36,6 +36,17 @@ void print_pair(const db_coo& record) {
               {"num_mangled", record.num_mangled}});
 }
 
+// Programs may ask for a correlator before they store the function; a slip of the pen must
+// not go by unnoticed, though.
+void tell_lone(void* task, const db_coo& record, const std::string& name) {
+  const void* keys[] = {&record.request};
+  unsigned char nothing = 0;
+  if (db_get(task, DB_RQF, 1, keys, &nothing, 0) != DBE_NOT_FOUND) return;
+  std::fprintf(stderr,
+               "zvradm: note: there is no record of the function \"%s\"; 'zvradm del coo' deletes its correlator\n",
+               name.c_str());
+}
+
 void find_correlator(const globals& all, const correlator_options& options) {
   db_coo record{};
   try {
@@ -53,6 +64,7 @@ void find_correlator(const globals& all, const correlator_options& options) {
   } else {
     if (options.origin.empty()) put_name(record.origin, "--origin", local_target_name(s.task()));
     require_ok(what, db_reqid2corr(s.task(), &record));
+    tell_lone(s.task(), record, options.name);
   }
   print_pair(record);
 }
@@ -90,6 +102,8 @@ void add_correlator_of(CLI::App& app, globals& all) {
   auto options = std::make_shared<correlator_options>();
   CLI::App& correlator = *app.add_subcommand("correlator", "SNA correlators of requests");
   correlator.require_subcommand(1);
+  correlator.footer(R"(Example:
+  zvradm correlator of OSLO.KLUND.17.0.INSTALL)");
   CLI::App& sub =
       *correlator.add_subcommand("of", "Print the correlator of a function of a request, made if need be");
   sub.add_option("REQUEST", options->name, "SERVER.USER.SEQUENCE.RECURSION.FUNCTION")->required();
@@ -107,6 +121,8 @@ void add_request_of(CLI::App& app, globals& all) {
   auto options = std::make_shared<correlator_options>();
   CLI::App& request = *app.add_subcommand("request", "Requests of SNA correlators");
   request.require_subcommand(1);
+  request.footer(R"(Example:
+  zvradm request of OSLO.2001/2/3.4:5:6.512000)");
   CLI::App& sub = *request.add_subcommand("of", "Print the request of a correlator");
   sub.add_option("CORRELATOR", options->name, "ORIGIN.YEAR/MONTH/DAY.HOUR:MINUTE:SECOND.SEQUENCE")
       ->required();

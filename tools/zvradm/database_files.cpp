@@ -17,6 +17,7 @@ const char* why_passed_over(const std::string& name) {
   const std::filesystem::path path(name);
   if (std::filesystem::is_directory(path, ignored)) return "a folder";
   const std::string file = path.filename().string();
+  if (path.extension() == ".jnl") return "a journal";
   if (path.parent_path().filename() != "db") return nullptr;
   return std::find(text_records.begin(), text_records.end(), file) != text_records.end() ? "a text record"
                                                                                          : nullptr;

@@ -1,4 +1,5 @@
 // edit TYPE [NAME]: a text record in the editor.
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zvrdb/zvrdb.h>
@@ -11,6 +12,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "config_file.h"
 #include "session.h"
 #include "text_faults.h"
 #include "text_store.h"
@@ -69,14 +71,37 @@ std::string editor_command() {
   return "vi";
 }
 
+// Keys that interrupt are for the editor: the terminal sends their signals to both.
+class held_interrupts {
+ public:
+  held_interrupts() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGINT, &ignore, &interrupt_);
+    sigaction(SIGQUIT, &ignore, &quit_);
+  }
+  ~held_interrupts() { give_back(); }
+  held_interrupts(const held_interrupts&) = delete;
+  held_interrupts& operator=(const held_interrupts&) = delete;
+  void give_back() const {
+    sigaction(SIGINT, &interrupt_, nullptr);
+    sigaction(SIGQUIT, &quit_, nullptr);
+  }
+
+ private:
+  struct sigaction interrupt_ {}, quit_ {};
+};
+
 // The command may have arguments of its own, so the shell takes it apart.
 void run_editor(const std::string& path) {
   std::fflush(stdout);
   const std::string command = editor_command();
   const std::string line = command + " \"$1\"";
+  const held_interrupts held;
   const pid_t child = fork();
   if (child < 0) throw refusal(std::string("no process for the editor: ") + std::strerror(errno));
   if (child == 0) {
+    held.give_back();
     execl("/bin/sh", "sh", "-c", line.c_str(), "sh", path.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
@@ -138,6 +163,23 @@ std::string edited(void* task, const text_type& type, const std::string& name, w
   }
 }
 
+// The configuration names the local target, whose record has a name of its own.
+void tell_other_name(const std::string& before, const std::string& text) {
+  config_record old_record{}, new_record{};
+  std::uint32_t line = 0;
+  char reason[256] = {};
+  if (co_parse_config(before.c_str(), old_record.data(), &line, reason, sizeof reason) != CO_OK ||
+      co_parse_config(text.c_str(), new_record.data(), &line, reason, sizeof reason) != CO_OK)
+    return;
+  const std::string old_name = config_name(old_record), new_name = config_name(new_record);
+  if (old_name.empty() || old_name == new_name) return;
+  tell_faults("cfg", {{0,
+                       "WORKSTATION NAME was " + old_name + " and is " + new_name +
+                           " now: no target is renamed by that; 'zvradm rename-target " + old_name + " " +
+                           new_name + "' renames the local target with all that goes with it",
+                       false}});
+}
+
 void tell(const std::string& text) {
   std::printf("%s\n", text.c_str());
 }
@@ -149,6 +191,7 @@ void edit_one(const globals& all, const edit_options& options) {
   if (!type->many && !options.name.empty()) throw usage_fault("edit " + options.type + " takes no NAME");
   const std::string base = base_directory(all);
   const std::string path = text_path(base, *type, options.name);
+  require_installation(base);
   // A base configuration with a fault must be open to correction: it needs no session.
   std::unique_ptr<session> s;
   if (type->keywords) s = std::make_unique<session>(base);
@@ -170,6 +213,7 @@ void edit_one(const globals& all, const edit_options& options) {
     throw refusal(std::string(fault.what()) + "; your text is kept in " + copy.path());
   }
   tell(title_of(*type, options.name) + ": stored");
+  if (!type->keywords) tell_other_name(before, text);
   if (!type->keywords)
     tell(
         "It takes effect when the shared state is made anew: after 'zvradm reset' while no program uses the\n"

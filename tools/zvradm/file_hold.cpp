@@ -7,8 +7,7 @@
 
 #include "commands.h"
 #include "database_files.h"
-#include "engine/byte_wait.h"
-#include "engine/engine.h"
+#include "engine/writers_held.h"
 
 namespace zvradm {
 
@@ -29,7 +28,8 @@ void hold(const hold_options& options) {
     held.push_back(std::make_unique<writers_held>(name.c_str()));
     const int result = held.back()->result();
     if (result == zvrdb::engine::e_byte_lock) throw refusal(name + ": this file system takes no byte locks");
-    if (result != 0) throw refusal(name + ": cannot be opened for writing");
+    if (result == zvrdb::engine::e_not_found) throw refusal(name + ": cannot be opened for writing");
+    if (result != 0) throw refusal(name + ": cannot be kept still: code " + std::to_string(result));
   }
   const int status = std::system(options.command.c_str());
   if (status == -1) throw refusal("the command cannot be run");

@@ -31,6 +31,12 @@ void get_one(const globals& all, const get_options& options) {
   const std::uint16_t length = options.length_given ? options.length : type.get_length;
   std::vector<unsigned char> record(65535);
   const std::int16_t code = db_get(s.task(), type.db_id, keys.count(), keys.data(), record.data(), length);
+  if (code == DBE_NOT_FOUND && find_text_type(type.suffix))
+    throw refusal(library_refusal(call_text("get", type, options.keys), code).what() +
+                  std::string("; 'zvradm edit ") + type.suffix + (options.keys.empty() ? "" : " NAME") + "' makes one");
+  if ((code == DBE_BAD_RECORD || code == DBE_IO_ERROR) && find_text_type(type.suffix))
+    throw refusal(library_refusal(call_text("get", type, options.keys), code).what() +
+                  std::string("; 'zvradm check-config' tells where"));
   require_ok(call_text("get", type, options.keys), code);
   const std::span<const unsigned char> filled(record.data(), length);
   if (options.as_table)

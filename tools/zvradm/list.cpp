@@ -188,7 +188,8 @@ request_filter request_filter_of(const list_options& options) {
 }
 
 void list_requests(void* task, const record_type& type, const list_options& options) {
-  const list_form form = form_of(type, options);
+  list_form form = form_of(type, options);
+  if (options.names) form.length = type.list_length;  // the identifier, of which rqv has more
   list_printer printer(type, form);
   read_requests(task, type, filter_bytes(type, request_filter_of(options)), form.length,
                 [&](std::span<const unsigned char> record) { printer.add(task, record); });
@@ -198,7 +199,8 @@ void list_requests(void* task, const record_type& type, const list_options& opti
 void check_request_options(const record_type& type, const list_options& options) {
   list_options others = options;
   others.server.clear();
-  if (others.filtered() || options.names || !options.file.empty() || options.product_given)
+  if (options.names && options.length_given) throw usage_fault("--names goes with no --len");
+  if (others.filtered() || !options.file.empty() || options.product_given)
     throw usage_fault(
         std::string("type ") + type.suffix +
         " is filtered by --server, --user, --seq, --rec, --function, --domain, --target, --rgn, "
@@ -247,9 +249,10 @@ void check_options(const record_type& type, const list_options& options) {
     throw usage_fault("these filters are for request records only, not for type " + suffix);
   const bool by_name = listed_by_name(type);
   if (type.db_id != DB_TRG && (by_name ? options.filters_targets() : options.filtered()))
-    throw usage_fault("these filters are for targets only, not for type " + suffix);
+    throw usage_fault("type " + suffix + " is not filtered by that: " +
+                      (by_name ? "it takes --name" : type.db_id == DB_CAT ? "it takes --filter" : "it takes no filter"));
   if (type.db_id != DB_CAT && !options.filter.empty())
-    throw usage_fault("--filter is for change files (cat) only, not for type " + suffix);
+    throw usage_fault("--filter is for change files (cat) and requests, not for type " + suffix);
   if (of_file && options.file.empty())
     throw usage_fault("list " + suffix + " takes the change file: list " + suffix + " FILE");
   if (!of_file && !options.file.empty()) throw usage_fault("list " + suffix + " takes no FILE");
@@ -313,8 +316,12 @@ void add_list(CLI::App& app, globals& all) {
   request_filter& request = options->request;
   sub.add_option("--user", request.user, "Requests of this user; AB* of all that begin so")
       ->type_name("NAME");
-  sub.add_option("--seq", request.sequence, "Requests of this sequence number")->type_name("N");
-  sub.add_option("--rec", request.recursion, "Requests of this recursion number")->type_name("N");
+  sub.add_option("--seq", request.sequence, "Requests of this sequence number")
+      ->type_name("N")
+      ->check(CLI::Range(0u, 4294967295u).description(""));
+  sub.add_option("--rec", request.recursion, "Requests of this recursion number")
+      ->type_name("N")
+      ->check(CLI::Range(0u, 65535u).description(""));
   sub.add_option("--function", request.function, "Records of this function; AB* likewise")->type_name("NAME");
   sub.add_option("--domain", request.domain, "Domain and target records of this server")->type_name("NAME");
   sub.add_option("--target", request.target, "Target records of this target")->type_name("NAME");

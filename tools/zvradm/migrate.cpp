@@ -17,6 +17,7 @@
 #include "progress.h"
 #include "session.h"
 #include "table_output.h"
+#include "text_faults.h"
 
 namespace zvradm {
 
@@ -64,6 +65,13 @@ class run_report {
   bool anything_to_do() const {
     return std::any_of(stages_.begin(), stages_.begin() + DB_MIG_AUTHORIZATION,
                        [](const stage_result& stage) { return stage.to_do; });
+  }
+  // How many targets would get lost for want of room.
+  std::uint32_t left_out() const {
+    std::uint32_t number = 0;
+    for (const count_line& count : stages_[DB_MIG_TARGETS].counts)
+      if (count.kind == DB_MIG_LEFT_OUT) number += count.number;
+    return number;
   }
   // The stage that failed first.
   std::size_t failed_stage() const {
@@ -161,9 +169,17 @@ void require_nobody_else(void* task) {
 std::string fault_text(const run_report& report, std::int16_t rc) {
   const std::size_t failed = report.failed_stage();
   std::string text = failed < stage_names.size() ? std::string("stage ") + stage_names[failed] : "the conversion";
-  if (failed < stage_names.size() && !report.stages()[failed].notes.empty())
-    text += ": " + report.stages()[failed].notes.back().text;
-  return library_refusal(text, rc).what();
+  if (failed == stage_names.size()) return library_refusal(text, rc).what();
+  // What the library found says more than the code's general meaning.
+  const stage_result& stage = report.stages()[failed];
+  text += ": " + (stage.notes.empty() ? stage.found : stage.notes.back().text);
+  if (text.back() == '.') text.pop_back();
+  return text + ": " + code_name(rc) + " (" + std::to_string(rc) + ")";
+}
+
+std::string left_out_text(const run_report& report) {
+  return "MAX TARGETS of the base configuration has no room for " + std::to_string(report.left_out()) +
+         " of the targets: raise it ('zvradm edit cfg', then 'zvradm reset')";
 }
 
 std::int16_t run_library(void* task, std::uint32_t options, run_report* report) {
@@ -177,18 +193,21 @@ void print_report(const run_report& report, const migrate_options& options, bool
     print_stages(report, dry_run);
 }
 
-// The library writes "orvo.cfg" in the older release's form, without most settings. This
-// copy of before outlasts a conversion that is cut short.
-std::string kept_config_path(const std::string& base) {
-  return config_path(base) + ".older";
-}
-
+// The library writes "orvo.cfg" in the older release's form, without most settings. A copy
+// of before outlasts a conversion that is cut short.
 void keep_config(const std::string& base) {
   if (std::filesystem::exists(kept_config_path(base))) return;
   std::ifstream file(config_path(base), std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   if (!file) throw refusal(config_path(base) + ": cannot be read");
   write_config_text(kept_config_path(base), text);
+}
+
+// Killed in the middle of its replacement the configuration has no file under its name.
+void put_back_config(const std::string& base) {
+  std::string text;
+  if (!std::filesystem::exists(config_path(base)) && read_text_file(kept_config_path(base), text))
+    write_config_text(config_path(base), text);
 }
 
 std::uint32_t limit_at(const config_record& record, std::size_t at) {
@@ -224,15 +243,22 @@ void settle_config(void* task, const std::string& base) {
 
 void migrate(const globals& all, const migrate_options& options) {
   const std::string base = base_directory(all);
+  if (!options.dry_run) put_back_config(base);
   const session s(base);
   if (!options.dry_run) require_nobody_else(s.task());
   run_report looked(true);
   const std::int16_t found = run_library(s.task(), DB_MIG_DRY_RUN, &looked);
-  if (options.dry_run || found != DBE_OK) print_report(looked, options, true);
-  if (found != DBE_OK)
-    throw refusal(fault_text(looked, found) + (options.dry_run ? "" : "\nnothing was changed"));
-  if (options.dry_run) return;
-  if (!looked.anything_to_do() && !options.again) {
+  const bool refused = found != DBE_OK || looked.left_out() > 0;
+  if (options.dry_run || refused) print_report(looked, options, true);
+  if (refused)
+    throw refusal((found != DBE_OK ? fault_text(looked, found) : left_out_text(looked)) +
+                  (options.dry_run ? "" : "\nnothing was changed"));
+  const bool nothing = !looked.anything_to_do() && !options.again;
+  if (options.dry_run) {
+    if (nothing && !options.as_json) std::printf("Converted already; there is nothing to do.\n");
+    return;
+  }
+  if (nothing) {
     settle_config(s.task(), base);
     print_report(looked, options, true);
     if (!options.as_json) std::printf("Converted already; nothing was changed (--again writes keys and profiles anew).\n");

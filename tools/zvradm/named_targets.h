@@ -17,4 +17,8 @@ const field* list_of_targets(const record_type& type);
 std::vector<std::string> drop_unknown_targets(void* task, const record_type& type,
                                               std::span<unsigned char> record);
 
+// The names in the record that no target bears and that keep it from being stored, with
+// their fields: `"ROMA" (members[2])`.  The first ten.
+std::string unknown_targets(void* task, const record_type& type, std::span<const unsigned char> record);
+
 }  // namespace zvradm

@@ -32,7 +32,7 @@ int put_all(const globals& all, const put_options& options) {
   input_lines lines(options.file);
   const session s(base_directory(all));
   prepare_text_record(s.task(), type.db_id);
-  record_writer writer(s.task());
+  record_writer writer(s.task(), record_writer::texts::keeps);
   bool refused = false;
   std::string line;
   while (lines.next(line)) {
@@ -42,7 +42,7 @@ int put_all(const globals& all, const put_options& options) {
       const std::int16_t code = writer.put(type, parse_record_line(line), options.update);
       answer["rc"] = code;
       answer["code"] = code_name(code);
-      if (!is_stored(code)) fault = library_refusal(writer.what(), code).what();
+      if (!is_stored(code)) fault = writer.refused(type, code);
     } catch (const field_fault& wrong) {
       answer["rc"] = DBE_BAD_RECORD;
       answer["code"] = code_name(DBE_BAD_RECORD);

@@ -15,7 +15,11 @@ json parse_record_line(const std::string& line);
 
 class record_writer {
  public:
-  explicit record_writer(void* task) : task_(task), buffer_(65535) {}
+  // With `keeps` text records are refused that their text would not give back.  What was
+  // exported is taken all the same: a text may hold a line that its protocol has no use for.
+  enum class texts { may_lose, keeps };
+  explicit record_writer(void* task, texts text_rule = texts::may_lose)
+      : task_(task), text_rule_(text_rule), buffer_(65535) {}
   // The code of db_put.  With update the record that is stored already gives the
   // fields that the object leaves out.  Throws field_fault.
   std::int16_t put(const record_type& type, const json& object, bool update = false);
@@ -28,13 +32,18 @@ class record_writer {
   void raise_last_seqno(const json& object);
   // The last call in words: `put trg "OSLO"`.
   const std::string& what() const { return what_; }
+  // What the last put was refused for, in a sentence: `put tg "West": DBE_NO_TARGET (8200): ...`.
+  std::string refused(const record_type& type, std::int16_t code);
 
  private:
   // Fills the buffer; the record's keys.
   record_keys prepare(const record_type& type, const json& object, bool update);
   std::int16_t read_stored(const record_type& type, const record_keys& keys);
 
+  void require_kept(const record_type& type, const json& object) const;
+
   void* task_;
+  texts text_rule_;
   std::vector<unsigned char> buffer_;
   std::string what_;
 };

@@ -1,5 +1,6 @@
 #include "refusals.h"
 
+#include <zvrco/zvrco.h>
 #include <zvrdb/zvrdb.h>
 
 #include <array>
@@ -18,12 +19,12 @@ constexpr std::array code_rows{
     code_row{DBE_OK, "DBE_OK", "done"},
     code_row{DBE_MIGRATION, "DBE_MIGRATION",
              "the older database is in a state that no conversion leaves, or a text of it cannot be read as a record"},
-    code_row{DBE_BAD_DB_ID, "DBE_BAD_DB_ID", "this record type has no such operation"},
+    code_row{DBE_BAD_DB_ID, "DBE_BAD_DB_ID", "this record type has no such operation; --help tells which types have"},
     code_row{DBE_NOT_FOUND, "DBE_NOT_FOUND", "no such record"},
     code_row{DBE_BAD_RECORD, "DBE_BAD_RECORD", "the record cannot be stored as it stands"},
     code_row{DBE_RECORD_REPLACED, "DBE_RECORD_REPLACED", "an existing record was replaced"},
     code_row{DBE_END_OF_LIST, "DBE_END_OF_LIST", "end of the list"},
-    code_row{DBE_NO_TARGET, "DBE_NO_TARGET", "no target of this name (the record's own, or its srv_name)"},
+    code_row{DBE_NO_TARGET, "DBE_NO_TARGET", "a target or server that is named is not known; 'zvradm list trg --names' tells all"},
     code_row{DBE_INIT_FAILED, "DBE_INIT_FAILED",
              "the tables in memory could not be built; the message log (log/messages.log) tells why"},
     code_row{DBE_BAD_CMS_KEY, "DBE_BAD_CMS_KEY", "unknown target, or unknown change file"},
@@ -41,10 +42,15 @@ constexpr std::array code_rows{
     code_row{DBE_EMPTY_LIST, "DBE_EMPTY_LIST", "the filter matches nothing"},
     code_row{DBE_BUFFER_TOO_SMALL, "DBE_BUFFER_TOO_SMALL", "the buffer is shorter than the record"},
     code_row{DBE_TRANS_IN_PROGRESS, "DBE_TRANS_IN_PROGRESS", "a transaction of the other class is open"},
-    code_row{DBE_FILE_NOT_FOUND, "DBE_FILE_NOT_FOUND", "a file does not exist"},
+    code_row{DBE_FILE_NOT_FOUND, "DBE_FILE_NOT_FOUND", "a file does not exist, or the directory it is to be made in"},
     code_row{
         DBE_IO_ERROR, "DBE_IO_ERROR",
         "a record file failed; the message log (log/messages.log) tells which, 'zvradm file check' what"},
+    code_row{CO_IO_ERROR, "CO_IO_ERROR",
+             "the system refused to read or write a file; see who may write in the base directory and in db/, "
+             "and whether the disk is full"},
+    code_row{CO_BAD_ARGUMENT, "CO_BAD_ARGUMENT", "a name or a path is too long"},
+    code_row{CO_NO_MEMORY, "CO_NO_MEMORY", "there is no memory left"},
     code_row{DBE_FILE_STATUS, "DBE_FILE_STATUS", "status of a size query"},
     code_row{DBE_CO_FAILURE, "DBE_CO_FAILURE", "the common services failed"},
 };

@@ -23,6 +23,9 @@ struct request_filter {
 
 bool is_request(const record_type& type);
 
+// The fields that a list of the type is filtered by, for messages.
+std::string filter_fields(const record_type& type);
+
 // The filter as the call takes it.  Throws usage_fault for a part that the type has not.
 std::vector<unsigned char> filter_bytes(const record_type& type, const request_filter& filter);
 

@@ -122,8 +122,17 @@ struct last_options {
   bool words = false;
 };
 
+// The recursion may be left out where it does not matter.
+db_rqf_id any_recursion(const std::string& text) {
+  try {
+    return parse_request(text + ".0", request_form::root);
+  } catch (const request_fault&) {
+    return root_argument(text);
+  }
+}
+
 void print_last(void* task, const std::string& request) {
-  const db_rqf_id asked = root_argument(request);
+  const db_rqf_id asked = any_recursion(request);
   const std::string what = "last-request \"" + request + "\"";
   const record_type& type = record_type_named("rqr");
   std::vector<unsigned char> record(type.get_length);
@@ -147,6 +156,9 @@ void add_request_tree(CLI::App& app, globals& all) {
   auto request = std::make_shared<std::string>();
   CLI::App& tree = *app.add_subcommand("request-tree", "One request with all its records");
   tree.require_subcommand(1);
+  tree.footer(R"(Examples:
+  zvradm request-tree show OSLO.KLUND.17.0
+  zvradm request-tree del OSLO.KLUND.17.0)");
   CLI::App& show = *tree.add_subcommand("show", "Show the tree, indented, with its correlators");
   show.add_option("REQUEST", *request, "SERVER.USER.SEQUENCE.RECURSION")->required();
   show.footer(R"(Records above which one is missing are shown below its place, marked "no record".
@@ -176,12 +188,12 @@ void add_last_request(CLI::App& app, globals& all) {
   CLI::App& sub =
       *app.add_subcommand("last-request", "Print the root record of the highest recursion of a request");
   sub.add_option("REQUEST", *request,
-                 "SERVER.USER.SEQUENCE.RECURSION, of which the recursion does not matter")
+                 "SERVER.USER.SEQUENCE; a .RECURSION behind it does not matter")
       ->required();
   sub.footer(R"(Example:
-  zvradm last-request OSLO.KLUND.17.0)");
+  zvradm last-request OSLO.KLUND.17)");
   sub.callback([&all, request] {
-    (void)root_argument(*request);
+    (void)any_recursion(*request);
     const session s(base_directory(all));
     print_last(s.task(), *request);
   });

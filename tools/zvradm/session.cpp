@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config_file.h"
+
 namespace zvradm {
 
 std::string base_directory(const globals& all) {
@@ -19,15 +21,21 @@ void announce_base(const std::string& base) {
     throw refusal(base + ": cannot be told to the common services");
 }
 
-session::session(const std::string& base) : task_(nullptr) {
+void require_installation(const std::string& base) {
   const std::string config = base + "/orvo.cfg";
   struct stat status {};
   const int reason = stat(config.c_str(), &status) == 0 ? 0 : errno;
   if (reason != 0 && reason != ENOENT && reason != ENOTDIR)
     throw refusal(config + ": cannot be read: " + std::strerror(reason));
+  if (reason != 0 && stat(kept_config_path(base).c_str(), &status) == 0)
+    throw refusal(config + " is missing: a conversion of an older database was cut short; go on with 'zvradm migrate'");
   if (reason != 0)
     throw refusal(base + ": no installation here (" + config + " is missing); make one with 'zvradm --base " +
                   base + " init --name NAME --rgn RGN --ren REN'");
+}
+
+session::session(const std::string& base) : task_(nullptr) {
+  require_installation(base);
   announce_base(base);
   task_ = co_init_task("zvradm", nullptr, 1);
   if (!task_) {

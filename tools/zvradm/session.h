@@ -9,6 +9,8 @@ namespace zvradm {
 
 // The base directory told by --base or ORVO_PATH; throws usage_fault when neither is.
 std::string base_directory(const globals& all);
+// Throws refusal, saying how one is made, when the base directory has no configuration.
+void require_installation(const std::string& base);
 // Names the base directory to the common services of this process.
 void announce_base(const std::string& base);
 

@@ -11,9 +11,9 @@
 #include "commands.h"
 #include "config_file.h"
 #include "control_block.h"
+#include "journal_setting.h"
 #include "json_output.h"
 #include "local_target.h"
-#include "recfile/journal_choice.h"
 #include "record_fields.h"
 #include "session.h"
 #include "table_output.h"
@@ -104,7 +104,9 @@ json collect(void* task, const std::string& base) {
   all["pending_change"] = stat(pending_path(base).c_str(), &pending) == 0;
   all["tasks"] = tasks_json(task);
   // What the next process of this environment will open with; who is there already stays.
-  all["journal"] = zvrdb::recfile::journal_choice() == zvrdb::engine::journal_use::on;
+  const journal_view journal = view_journal(task);
+  all["journal"] = journal.on;
+  all["journal_source"] = journal.source;
   all["files"] = files_json(block, base);
   return all;
 }
@@ -150,7 +152,7 @@ void print_sheet(const json& all) {
                         " of them free; at most " + json_line(files_known["limit"]));
   line("default CM status", all["authorize"] == 1 ? "of all change files (AUTHORIZE is ALL)"
                                                   : "of change files that ask for it (cf_flags bit 32)");
-  line("commit journal", all["journal"] == true ? "on (ZVR_JOURNAL)" : "off");
+  line("commit journals", journal_text({all["journal"] == true, all["journal_source"], false}));
   line("trace", all["trace"] == 0 ? "off" : "on");
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
