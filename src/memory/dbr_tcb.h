@@ -10,6 +10,10 @@
 
 namespace zvrdb {
 
+namespace memory {
+struct name_hints;
+}
+
 inline constexpr std::uint32_t no_trans_id = 0xFFFFFFFFu;
 
 // One open file of a task.  A file handle is the address of such an entry.
@@ -57,6 +61,7 @@ struct DBR_TCB {
   std::uint32_t changed_files;   // bit a file index: records changed in its open transaction
   std::uint32_t changed_before;  // the same, as it stood when the last call ended
   std::uint32_t write_marked;    // this call has set fwrite_in_prog
+  memory::name_hints* hints;     // where names of targets were found; may be null
   std::uint32_t journal_choice;  // of the record files: 0 not asked yet, 1 on, 2 off
 };
 

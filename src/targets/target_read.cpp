@@ -50,7 +50,13 @@ std::int16_t get_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
+  return rc = read_target(task, slot, number, buffer, length);
+}
+
+std::int16_t read_target(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t number, void* buffer,
+                         std::uint16_t length) {
   auto* out = static_cast<unsigned char*>(buffer);
+  std::int16_t rc = DBE_OK;
   if (length > head_len) {
     rc = read_from_file(task, slot, number, out, length);
   } else {
