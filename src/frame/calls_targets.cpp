@@ -38,13 +38,9 @@ bool holds_memory(void* task, const DBR_TCB* tcb) {
 
 // Copies the status out and notes that it was read.
 std::int16_t read_status(void* task, const char* name, void* status) {
-  TRG_CNTL_ENTRY record = {};
-  const void* keys[] = {name};
   if (!name || !status) return DBE_NOT_FOUND;
-  const std::int16_t rc = targets::get_trg(task, 1, keys, &record, sizeof record);
-  if (rc != DBE_OK) return rc;
-  std::memcpy(status, record.trg_status, sizeof record.trg_status);
-  tcb_of(task)->trg_stat_read = 1;
+  const std::int16_t rc = targets::get_trg_status(task, name, status);
+  if (rc == DBE_OK) tcb_of(task)->trg_stat_read = 1;
   return rc;
 }
 

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/copy_out.h"
 #include "memory/trace.h"
 #include "targets/target_access.h"
 #include "targets/targets.h"
@@ -54,10 +55,17 @@ static_assert(offsetof(target_list, name_filter) == 268);
 static_assert(offsetof(target_list, cursor) == 340);
 static_assert(offsetof(target_list, scan_cursor) == 412);
 
-bool was_set_up(const target_list& list) {
+// Of the caller's block.
+bool was_set_up(const unsigned char* state) {
   std::uint16_t first_time;
-  std::memcpy(&first_time, list.list_state + keyed::list_first_time, sizeof first_time);
+  std::memcpy(&first_time, state + keyed::list_first_time, sizeof first_time);
   return first_time == 1;
+}
+
+// All but the list state, of which a step uses nothing.
+void load_filters(const unsigned char* state, target_list& list) {
+  constexpr std::size_t from = offsetof(target_list, name_filter);
+  memory::copy_out(reinterpret_cast<unsigned char*>(&list) + from, state + from, sizeof list - from);
 }
 
 void mark_set_up(target_list& list) {
@@ -253,12 +261,13 @@ std::int16_t init_list_trg(void* task, void* filter, void* list_state, std::uint
 std::int16_t get_more_trg(void* task, void* list_state, void* buffer, std::uint16_t length) {
   std::int16_t rc = DBE_END_OF_LIST;
   trace_bracket trace(task, "get_more_trg", &rc);
-  target_list list;
-  std::memcpy(&list, list_state, sizeof list);
-  if (!was_set_up(list)) {
+  auto* state = static_cast<unsigned char*>(list_state);
+  if (!was_set_up(state)) {
     trace.quitting();
     return rc;
   }
+  target_list list;
+  load_filters(state, list);
   DBR_TCB* tcb = tcb_of(task);
   // last_entry + 1 is 0 for an empty list.
   walk names{tcb, list, std::min(list.last_entry + 1, memory::trg_count(tcb)),
@@ -271,7 +280,6 @@ std::int16_t get_more_trg(void* task, void* list_state, void* buffer, std::uint1
     break;
   }
   // Nothing but the places has moved.
-  auto* state = static_cast<unsigned char*>(list_state);
   std::memcpy(state + offsetof(target_list, cursor), &list.cursor, sizeof list.cursor);
   std::memcpy(state + offsetof(target_list, scan_cursor), &list.scan_cursor, sizeof list.scan_cursor);
   return rc;
