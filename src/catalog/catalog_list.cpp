@@ -26,10 +26,10 @@ namespace {
 struct filter_walk {
   void* task;
   memory::catalog_tables tables;
-  const void* filter;
+  const name_filter& filter;
   list_cost* cost;
-  memory::cf_position first;
-  memory::cf_position last;
+
+  static unsigned encoded(memory::cf_position place) { return place.token * 16u + place.character; }
 
   // The filter's fixed part against the name at this position; one without a slot is
   // below every filter.
@@ -37,10 +37,22 @@ struct filter_walk {
     const DIST_CAT_ENTRY* slot = tables.slot_at(position);
     if (!slot) return 1;
     ++cost->prefix_tests;
-    return cmp_match_first(task, filter, slot->head, first);
+    return cmp_match_first(task, filter, slot->head, filter.first);
   }
 
-  bool fixed_part_ends(std::uint32_t position) const {
+  // Whether a difference tells by its code alone that it lies behind the fixed part.  It
+  // does when no character of that part spills into the token's half of the code.
+  bool codes_are_plain() const {
+    constexpr unsigned spilling = 16;
+    const auto spills = [](const memory::cf_token& token) { return token.length >= spilling; };
+    return filter.first.character < spilling &&
+           std::none_of(filter.tokens, filter.tokens + filter.first.token, spills);
+  }
+
+  // Whether the name at this position, behind a run, is the first without the fixed part,
+  // which all names of a run have.
+  bool fixed_part_ends(std::uint32_t position, bool plain_codes) const {
+    if (plain_codes && tables.index[position - 1].name_diff >= encoded(filter.first)) return false;
     return tables.slot_at(position) && compare_fixed_part(position) != 0;
   }
 
@@ -48,7 +60,7 @@ struct filter_walk {
     const DIST_CAT_ENTRY* slot = tables.slot_at(position);
     if (!slot) return false;
     ++cost->filter_tests;
-    return match_filter(task, filter, slot->head, last) == 0;
+    return match_filter(task, filter, slot->head) == 0;
   }
 
   // First position whose name agrees with the filter's fixed part;
@@ -68,7 +80,7 @@ struct filter_walk {
 
   // One behind the run that begins at this position.
   std::uint32_t run_end(std::uint32_t position) const {
-    const unsigned beyond = last.token * 16u + last.character;
+    const unsigned beyond = encoded(filter.last);
     while (position + 1 < tables.count && tables.index[position].name_diff > beyond) ++position;
     return position + 1;
   }
@@ -98,7 +110,9 @@ struct list_area {
 std::int16_t list_matches(void* task, const void* filter, void* list, std::uint32_t size,
                           std::uint16_t* count, list_cost* cost) {
   const memory::catalog_tables tables = memory::catalog_of(memory::tcb_of(task));
-  const filter_walk walk{task, tables, filter, cost, first_diff(task, filter), last_diff(task, filter)};
+  const name_filter taken = filter_of(task, filter);
+  const filter_walk walk{task, tables, taken, cost};
+  const bool plain_codes = walk.codes_are_plain();
   list_area area{static_cast<unsigned char*>(list), size, count};
   std::uint32_t position = walk.first_candidate();
   while (position < tables.count) {
@@ -113,7 +127,7 @@ std::int16_t list_matches(void* task, const void* filter, void* list, std::uint3
       const DIST_CAT_ENTRY* slot = tables.slot_at(position);
       if (slot && !area.add(tables.index[position], *slot)) return DBE_LIST_TOO_SMALL;
     }
-    if (walk.fixed_part_ends(position)) break;
+    if (walk.fixed_part_ends(position, plain_codes)) break;
   }
   return DBE_OK;
 }

@@ -1,6 +1,7 @@
 // Matching of names against filters, by token and character.
 #include "catalog/name_filter.h"
 
+#include <cstring>
 #include <string_view>
 
 #include "memory/trace.h"
@@ -10,7 +11,7 @@ namespace {
 
 using memory::cf_position;
 using memory::cf_token;
-using memory::token_of;
+using memory::cf_tokens;
 
 constexpr char any_text = '*';
 constexpr char any_character = '?';
@@ -38,28 +39,28 @@ token_match match_token(const cf_token& filter, const cf_token& name, std::uint1
   return token_match::yes;
 }
 
-}  // namespace
+bool takes_any_token(const cf_token& token) {
+  return token.length == 1 && token.text[0] == any_text;
+}
 
-cf_position first_diff(void* task, const void* filter) {
-  const trace_bracket bracket(task, __func__);
+cf_position first_diff(const name_filter& filter) {
   constexpr char wildcards[] = {any_text, any_character};
   for (std::uint16_t i = 0; i < memory::cf_token_count; ++i) {
-    const cf_token token = token_of(filter, i);
-    if (!token.present) break;
-    const std::size_t place = text_of(token).find_first_of(std::string_view(wildcards, sizeof wildcards));
+    if (!filter.tokens[i].present) break;
+    const std::size_t place =
+        text_of(filter.tokens[i]).find_first_of(std::string_view(wildcards, sizeof wildcards));
     if (place != std::string_view::npos) return {i, static_cast<std::uint16_t>(place)};
   }
   return no_wildcard;
 }
 
-cf_position last_diff(void* task, const void* filter) {
-  const trace_bracket bracket(task, __func__);
+cf_position last_diff(const name_filter& filter) {
   cf_position last = no_wildcard;
-  if (token_of(filter, no_wildcard.token).present) return last;
+  if (filter.tokens[no_wildcard.token].present) return last;
   // A filter that ends before its tenth token has no such place: a name may go on where
   // the filter has ended.
   for (std::uint16_t i = no_wildcard.token; i-- > 0;) {
-    const cf_token token = token_of(filter, i);
+    const cf_token& token = filter.tokens[i];
     const std::size_t place = text_of(token).find(any_text);
     if (!token.present || place == std::string_view::npos) break;
     last = {i, static_cast<std::uint16_t>(place)};
@@ -68,31 +69,51 @@ cf_position last_diff(void* task, const void* filter) {
   return last;
 }
 
-int cmp_match_first(void* task, const void* filter, const void* name, cf_position place) {
+}  // namespace
+
+name_filter filter_of(void* task, const void* filter) {
   const trace_bracket bracket(task, __func__);
-  for (std::uint16_t i = 0; i < place.token; ++i) {
-    const cf_token wanted = token_of(filter, i);
-    const cf_token found = token_of(name, i);
-    if (!wanted.present || !found.present) return int{wanted.present} - int{found.present};
-    if (const int order = text_of(wanted).compare(text_of(found)); order != 0) return order;
+  name_filter taken;
+  cf_tokens tokens(filter);
+  for (std::size_t i = 0; i < memory::cf_token_count; ++i, tokens.next()) {
+    taken.tokens[i] = tokens.current();
+    const std::string_view text = text_of(taken.tokens[i]);
+    taken.wild[i] = text.find(any_text) != text.npos || text.find(any_character) != text.npos;
   }
-  // An absent token counts as empty here.
-  const std::string_view wanted = text_of(token_of(filter, place.token));
-  const std::string_view found = text_of(token_of(name, place.token));
-  return wanted.substr(0, place.character).compare(found.substr(0, place.character));
+  taken.first = first_diff(taken);
+  taken.last = last_diff(taken);
+  return taken;
 }
 
-int match_filter(void* task, const void* filter, const void* name, cf_position last) {
+int cmp_match_first(void* task, const name_filter& filter, const void* name, cf_position place) {
+  const trace_bracket bracket(task, __func__);
+  cf_tokens found(name);
+  for (std::uint16_t i = 0; i < place.token; ++i, found.next()) {
+    const cf_token& wanted = filter.tokens[i];
+    if (!wanted.present || !found.present()) return int{wanted.present} - int{found.present()};
+    if (const int order = text_of(wanted).compare(text_of(found.current())); order != 0) return order;
+  }
+  // An absent token counts as empty here.
+  const std::string_view wanted = text_of(filter.tokens[place.token]);
+  const std::string_view text = text_of(found.current());
+  return wanted.substr(0, place.character).compare(text.substr(0, place.character));
+}
+
+int match_filter(void* task, const name_filter& filter, const void* name) {
   const trace_bracket bracket(task, __func__);
   constexpr int match = 0;
   constexpr int no_match = 1;
-  for (std::uint16_t i = 0; i < memory::cf_token_count; ++i) {
-    const cf_token wanted = token_of(filter, i);
-    const cf_token found = token_of(name, i);
-    if (!wanted.present) return found.present ? no_match : match;
-    if (wanted.length == 1 && wanted.text[0] == any_text) continue;
-    if (!found.present) return no_match;
-    switch (match_token(wanted, found, i, last)) {
+  cf_tokens found(name);
+  for (std::uint16_t i = 0; i < memory::cf_token_count; ++i, found.next()) {
+    const cf_token& wanted = filter.tokens[i];
+    if (!wanted.present) return found.present() ? no_match : match;
+    if (takes_any_token(wanted)) continue;
+    if (!found.present()) return no_match;
+    if (!filter.wild[i] && i != filter.last.token) {
+      if (!found.is(wanted)) return no_match;
+      continue;
+    }
+    switch (match_token(wanted, found.current(), i, filter.last)) {
       case token_match::no:
         return no_match;
       case token_match::all:

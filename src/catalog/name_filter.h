@@ -19,17 +19,23 @@ namespace zvrdb::catalog {
 // of eleven tokens holds is not compared.
 inline constexpr memory::cf_position no_wildcard = {10, 0};
 
-// Place of the first wildcard: a match is equal to the filter before it.
-memory::cf_position first_diff(void* task, const void* filter);
+// A filter taken apart once for the many names it is laid on.  Its texts stay the caller's.
+struct name_filter {
+  memory::cf_token tokens[memory::cf_token_count];
+  bool wild[memory::cf_token_count];  // the token holds a wildcard
 
-// Place from which on the filter's wildcards take anything.  Only a filter of exactly
-// ten tokens has one; no_wildcard for all others.
-memory::cf_position last_diff(void* task, const void* filter);
+  // Place of the first wildcard: a match is equal to the filter before it.
+  memory::cf_position first;
+  // Place from which on the filter's wildcards take anything.  Only a filter of exactly
+  // ten tokens has one; no_wildcard for all others.
+  memory::cf_position last;
+};
+name_filter filter_of(void* task, const void* filter);
 
 // Order of the filter against the name before a place: below 0, 0, above 0.
-int cmp_match_first(void* task, const void* filter, const void* name, memory::cf_position place);
+int cmp_match_first(void* task, const name_filter& filter, const void* name, memory::cf_position place);
 
 // 0 the name matches, 1 it does not.  A comparison that gets as far as `last` has matched.
-int match_filter(void* task, const void* filter, const void* name, memory::cf_position last);
+int match_filter(void* task, const name_filter& filter, const void* name);
 
 }  // namespace zvrdb::catalog
