@@ -33,34 +33,6 @@ inline cf_token token_at_offset(const unsigned char* name, unsigned char offset)
   return {text, static_cast<std::uint32_t>(strnlen(text, cf_text_len - offset)), true};
 }
 
-// The tokens of a name one after the other, from the first on.
-class cf_tokens {
- public:
-  explicit cf_tokens(const void* cf_name) : name_(static_cast<const unsigned char*>(cf_name)) {}
-  // What token_of answers of the token that it stands at.
-  bool present() const { return !ended_ && index_ < cf_token_count && name_[index_] < cf_text_len; }
-  cf_token current() const {
-    return present() ? token_at_offset(name_, name_[index_]) : cf_token{"", 0, false};
-  }
-  // Whether the token, which must be present, has the text of this one.
-  bool is(const cf_token& token) const {
-    const std::size_t room = cf_text_len - name_[index_];
-    const unsigned char* text = name_ + cf_text_offset + name_[index_];
-    return token.length <= room && std::memcmp(text, token.text, token.length) == 0 &&
-           (token.length == room || text[token.length] == 0);
-  }
-  void next() {
-    if (index_ == cf_token_count) return;
-    ended_ = ended_ || name_[index_] == cf_end_mark;
-    ++index_;
-  }
-
- private:
-  const unsigned char* name_;
-  std::uint32_t index_ = 0;
-  bool ended_ = false;
-};
-
 // A place in a name.
 struct cf_position {
   std::uint16_t token;

@@ -27,7 +27,7 @@ std::string last(const std::string& filter) {
   return last(cf(filter));
 }
 bool matches(const CfName& filter, const CfName& name) {
-  return match_filter(nullptr, filter_of(nullptr, filter.data()), name.data()) == 0;
+  return mismatch(filter_of(nullptr, filter.data()), name.data()) == zvrdb::catalog::matched;
 }
 bool matches(const std::string& filter, const std::string& name) {
   return matches(cf(filter), cf(name));
