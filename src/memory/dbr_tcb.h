@@ -57,6 +57,9 @@ struct DBR_TCB {
   std::uint32_t undone_ids;      // bit a file index: changes of earlier calls were undone there, a dead task's too
   unsigned char* scratch;        // work area for one record conversion, made on first use
   std::uint32_t scratch_len;
+  unsigned char* image;          // work area for one record of CM status, made on first use
+  std::uint32_t image_len;
+  std::uint32_t image_taken;     // it is in use: another one at the same time is made for its use
   unsigned char* piece_area;     // work area of the record operations, made on first use
   std::uint32_t changed_files;   // bit a file index: records changed in its open transaction
   std::uint32_t changed_before;  // the same, as it stood when the last call ended
