@@ -1,7 +1,9 @@
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "common/bounded_text.h"
 #include "common/process_end.h"
@@ -50,6 +52,26 @@ uint16_t after_lock(const Task& task, SharedSemaphore* semaphore, int result) {
   }
   semaphore->owner.store(identity_of(task), std::memory_order_relaxed);
   return CO_OK;
+}
+
+// A release wakes one waiter.  If that one is killed before it has the mutex, the system wakes
+// another in its place, but not when somebody took the mutex afresh meanwhile; and that one
+// knows of no waiters and wakes none.  So who waits looks again by itself now and then.
+constexpr long look_again_ns = 100 * 1000 * 1000;
+
+int lock_for_certain(pthread_mutex_t* mutex) {
+  int result = pthread_mutex_trylock(mutex);
+  while (result == EBUSY || result == ETIMEDOUT) {
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_nsec += look_again_ns;
+    if (until.tv_nsec >= 1000000000) {
+      until.tv_nsec -= 1000000000;
+      ++until.tv_sec;
+    }
+    result = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &until);
+  }
+  return result;
 }
 
 uint16_t release(SharedSemaphore* semaphore) {
@@ -115,7 +137,7 @@ uint16_t co_req_sema4(void* handle, uint32_t semaphore_handle, uint32_t zero) {
   SharedSemaphore* semaphore = semaphore_of(semaphore_handle);
   if (task == nullptr || semaphore == nullptr) return CO_BAD_ARGUMENT;
   if (owns(*task, *semaphore)) return CO_OK;
-  return after_lock(*task, semaphore, pthread_mutex_lock(&semaphore->mutex));
+  return after_lock(*task, semaphore, lock_for_certain(&semaphore->mutex));
 }
 
 int co_try_sema4(void* handle, uint32_t semaphore_handle) {

@@ -5,6 +5,8 @@
 #include <optional>
 #include <utility>
 
+#include "engine/journal.h"
+
 namespace zvrdb::engine::report {
 namespace {
 
@@ -280,6 +282,7 @@ bool open_survey(const char* path, survey* s, std::string* reason) {
     close_reader(&s->reader);
     return false;
   }
+  s->header.journal_ahead = journal_is_ahead(path);
   std::uint64_t pages = s->header.size / page_size;
   std::uint64_t on_disk = pages > 0 ? pages - 1 : 0;
   std::uint64_t allocated = s->header.nextnode > 0 ? static_cast<std::uint64_t>(s->header.nextnode) : 0;

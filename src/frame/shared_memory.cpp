@@ -176,10 +176,14 @@ std::int16_t load_tables(void* task, DBR_TCB* tcb) {
   set_finished(tcb->shm_base);
   tcb->cntl->finitialized = 1;  // also where no call has been entered: it is in use from here on
   co_log2(task, 36359, 0, 0, 0, "%s", "");
+  return DBE_OK;
+}
+
+// Older segments that nobody has: the last one who had them may have been killed.
+void remove_older_segments(void* task, const DBR_TCB* tcb) {
   char name[segment_name_len];
   memory::segment_name(tcb->shm_generation, name);
   co_shm_sweep(task, name);
-  return DBE_OK;
 }
 
 // One attempt of a class 0 call, which owns no lock on the shared tables: the lengths
@@ -240,7 +244,10 @@ std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
   }
   tcb->dist_cat_entry_len = sizeof(DIST_CAT_ENTRY);
   if (!is_finished(tcb->shm_base)) rc = load_tables(task, tcb);
-  if (rc == DBE_OK && created) rc = set_local_dsu(task, tcb);
+  if (rc == DBE_OK && created) {
+    remove_older_segments(task, tcb);
+    rc = set_local_dsu(task, tcb);
+  }
   // A task that stays alive must meet the same check at its next call.
   if (rc != DBE_OK) drop_memory(task, tcb);
   return rc;

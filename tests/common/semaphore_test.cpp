@@ -1,10 +1,12 @@
 // Named semaphores between tasks and processes, and what killed owners leave.
 #include <gtest/gtest.h>
+#include <linux/futex.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <string>
 #include <thread>
@@ -18,6 +20,14 @@ namespace {
 
 using zvrdb::test::Agent;
 using zvrdb::test::TempInstallation;
+
+bool sleeps(pid_t process) {
+  std::ifstream text("/proc/" + std::to_string(process) + "/stat");
+  std::string line;
+  std::getline(text, line);
+  const std::size_t end = line.rfind(')');
+  return end != std::string::npos && end + 2 < line.size() && line[end + 2] == 'S';
+}
 
 class Semaphore : public testing::Test {
  protected:
@@ -70,6 +80,38 @@ TEST_F(Semaphore, NamesBeyondTheRoomAreRefused) {
     result = co_open_sema4(task_, ("N" + std::to_string(i)).c_str(), &handle, 0, 1);
   }
   EXPECT_EQ(result, CO_NO_MEMORY);
+}
+
+// A release wakes one waiter; when that one is killed before it has the semaphore, and somebody
+// takes it afresh meanwhile, then nobody is left who would wake the others.
+TEST_F(Semaphore, AWaiterWhoseWakingWentToADyingOneGoesOnByItself) {
+  const auto open_of = [](void* own) {
+    uint32_t handle = 0;
+    return co_open_sema4(own, "DBR_MEM", &handle, 0, 1) == CO_OK ? handle : 0;
+  };
+  Agent holder([&](Agent& self) {
+    void* own = co_init_task("holder", nullptr, 1);
+    self.tell(co_req_sema4(own, open_of(own), 0));
+    self.hear();
+    return 0;
+  });
+  ASSERT_EQ(holder.hear(), CO_OK);
+  Agent waiter([&](Agent& self) {
+    void* own = co_init_task("waiter", nullptr, 1);
+    const uint32_t handle = open_of(own);
+    self.tell(co_req_sema4(own, handle, 0));
+    co_clear_sema4(own, handle);
+    coi_term_task(own, 0);
+    return 0;
+  });
+  auto& word = zvrdb::common::process().control->semaphores[semaphore_ - 1].mutex.__data.__lock;
+  while ((static_cast<uint32_t>(__atomic_load_n(&word, __ATOMIC_RELAXED)) & FUTEX_WAITERS) == 0 || !sleeps(waiter.pid()))
+    std::this_thread::yield();
+  __atomic_store_n(&word, 0, __ATOMIC_SEQ_CST);
+  EXPECT_EQ(waiter.hear(), CO_OK);
+  EXPECT_EQ(waiter.result(), 0);
+  holder.kill_now();
+  EXPECT_EQ(co_req_sema4(task_, semaphore_, 0), CO_OK);
 }
 
 TEST_F(Semaphore, UnknownHandlesAreRefused) {

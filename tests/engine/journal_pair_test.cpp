@@ -13,6 +13,7 @@
 #include "engine/faulty_os.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
+#include "engine/power_cuts.h"
 #include "engine/scratch_folder.h"
 #include "engine/psp.h"
 #include "engine/sharing.h"
@@ -261,32 +262,11 @@ TEST_P(PairCrash, AKillBehindAnyWriteLeavesBothOrNeither) {
 
 TEST_P(PairCrash, APowerCutAtAnyWriteLeavesBothOrNeither) {
   std::mt19937 coin(40);
-  const std::size_t step = torture() || events_.size() < 30 ? 1 : events_.size() / 30;
-  const int subsets = torture() ? 200 : 4;
-  for (std::size_t n = 0; n <= events_.size(); n += torture() ? 1 : 1 + coin() % step) {
-    const std::vector<std::size_t> open = undecided_writes(events_, n);
-    const auto cut = [&](const std::map<std::size_t, write_fate>& fates, const std::string& how) {
-      SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) + ", " + how);
-      verify(after_power_cut(start_, events_, n, fates, &coin), n, static_cast<unsigned>(coin() % 4));
-      return !HasFatalFailure() && !HasNonfatalFailure();
-    };
-    std::map<std::size_t, write_fate> none;
-    for (std::size_t i : open) none[i] = write_fate::lost;
-    if (!cut(none, "all lost")) return;
-    std::map<std::size_t, write_fate> prefix = none;
-    for (std::size_t i : open) {
-      prefix[i] = write_fate::kept;
-      if (!torture() && coin() % open.size() >= 2) continue;
-      if (!cut(prefix, "a prefix to " + std::to_string(i))) return;
-      if (!cut({{i, write_fate::lost}}, "without " + std::to_string(i))) return;
-      if (!cut({{i, write_fate::torn}}, "torn " + std::to_string(i))) return;
-    }
-    for (int s = 0; s < subsets; s++) {
-      std::map<std::size_t, write_fate> fates;
-      for (std::size_t i : open) fates[i] = static_cast<write_fate>(coin() % 3);
-      if (!cut(fates, "subset " + std::to_string(s))) return;
-    }
-  }
+  const auto both_or_neither = [&](const disk_image& left, std::size_t n) {
+    verify(left, n, static_cast<unsigned>(coin() % 4));
+    return !HasFatalFailure() && !HasNonfatalFailure();
+  };
+  if (!for_each_power_cut(start_, events_, {30, 2, 4}, &coin, both_or_neither)) return;
   std::cout << points_ << " points" << std::endl;
 }
 

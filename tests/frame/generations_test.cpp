@@ -251,6 +251,28 @@ TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
   EXPECT_EQ(1u, zvrtest::segments_in(co_shared_folder(task)));
 }
 
+TEST_F(Generations, AnOldOneThatATaskHadWhenItWasKilledGoesWithTheNextTaskThatComes) {
+  child_process child([](parent_link& parent) {
+    parent.stop_here();
+    void* own = co_init_task("other", nullptr, 0);
+    if (get_target(own, "A") != DBE_OK) return 1;
+    parent.stop_here();
+    return 0;
+  });
+  ASSERT_EQ(1, child.next());
+  client_task task("mover");
+  ASSERT_EQ(DBE_OK, put_target(task, "A"));
+  child.go_on();
+  ASSERT_EQ(1, child.next());
+  task.cntl()->fwrite_in_prog = 1;
+  ASSERT_EQ(DBE_OK, put_target(task, "B"));
+  child.kill_now();
+  EXPECT_EQ(2u, zvrtest::segments_in(co_shared_folder(task)));
+  client_task next("next");
+  ASSERT_EQ(DBE_OK, get_target(next, "B"));
+  EXPECT_EQ(1u, zvrtest::segments_in(co_shared_folder(task)));
+}
+
 TEST_F(Generations, ASegmentThatItsBuilderLeftUnfinishedIsClearedFirst) {
   client_task task("next");
   auto* base =

@@ -176,6 +176,40 @@ TEST_F(InstallationCommands, ACopyOfAHeldFileHasWhatADeadWriterStored) {
   EXPECT_THAT(run_tool({"file", "dump", copy}).out, HasSubstr("\"reccount\":2"));
 }
 
+// As a kill leaves them that comes behind the flush of the journal.
+TEST_F(InstallationCommands, CheckDumpAndSummaryNoteAJournalThatIsAheadOfItsFile) {
+  const std::string file = base.file("db/trgcfg");
+  const std::string words = "its journal has changes that it does not have yet";
+  const auto notes = [&] {
+    std::string who;
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"check"}, {"check", "--json"}, {"dump"}, {"summary"}, {"summary", "--table"}}) {
+      std::vector<std::string> arguments{"file"};
+      arguments.insert(arguments.end(), command.begin(), command.end());
+      arguments.push_back(file);
+      const tool_result told = run_tool(arguments);
+      EXPECT_EQ(told.exit, 0) << told.err;
+      if (told.out.find(words) != std::string::npos) who += (who.empty() ? "" : ", ") + command[0] + (command.size() > 1 ? command[1] : "");
+    }
+    return who;
+  };
+  {
+    waiting_writer writer(base);
+    writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");
+    ASSERT_NE(writer.answer(), "");
+    const std::string before = read_file(file);
+    writer.send("{\"trg_name\":\"TROMSO\",\"trg_type\":130}\n");
+    ASSERT_NE(writer.answer(), "");
+    writer.end(SIGKILL);
+    EXPECT_EQ(notes(), "");
+    write_file(file, before);
+  }
+  EXPECT_EQ(notes(), "check, check--json, dump, summary, summary--table");
+  EXPECT_EQ(zvradm::json::parse(run_tool({"file", "dump", file}).lines()[0])["reccount"], 2);
+  EXPECT_EQ(base.tool({"get", "trg", "TROMSO"}).exit, 0);
+  EXPECT_EQ(notes(), "");
+}
+
 TEST_F(InstallationCommands, ResetIsRefusedWhileATaskLives) {
   waiting_writer writer(base);
   writer.send("{\"trg_name\":\"BERGEN\",\"trg_type\":130}\n");

@@ -62,6 +62,8 @@ void add_file_dump(CLI::App& file, globals& all) {
   sub.add_option("FILE", *path, "Record file")->required();
   sub.footer(R"(One line for the header, then one for each leaf entry in tree order:
 {"key":1,"value":"<hex>","rec":1,"piece":0,"last":true,"data":"<hex>"}
+The header's line bears a "note" when the file's journal has changes that the file does not
+have yet.
 
 Example:
   zvradm file dump /srv/zvr/db/trgcfg)");

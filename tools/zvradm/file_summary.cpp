@@ -65,6 +65,7 @@ void print_summary_table(const json& summary) {
   t.rows.push_back({"fill of inner nodes", percent(summary["inner_fill"])});
   t.rows.push_back({"write in progress", summary["header"]["write_flag"] == true ? "yes" : "no"});
   print_table(t, stdout);
+  if (summary["header"].contains("note")) std::printf("\nnote: %s\n", cell_text(summary["header"]["note"]).c_str());
   std::printf("\n");
   table keys{{"key", "entries", "bytes"}, {}, {true, true, true}};
   for (const json& key : summary["keys"])
@@ -95,7 +96,9 @@ void add_file_summary(CLI::App& file, globals& all) {
   CLI::App& sub = *file.add_subcommand("summary", "Print counts, depth and fill of a record file");
   sub.add_option("FILE", options->file, "Record file")->required();
   sub.add_flag("--table", options->as_table, "Tables for people");
-  sub.footer(R"(Examples:
+  sub.footer(R"(A note is added when the file's journal has changes that the file does not have yet.
+
+Examples:
   zvradm file summary /srv/zvr/db/trgcfg
   zvradm file summary --table /srv/zvr/db/trgcfg)");
   sub.callback([options] { summarize(*options); });
