@@ -26,7 +26,7 @@ class Engine final : public Rival {
  public:
   std::string name() const override { return "zvrdb engine"; }
   std::string settings() const override {
-    return "record file shared by processes, integrity level 4, commit journal, cache of 65,536 nodes";
+    return "record file shared by processes, integrity level 4, commit journal, reads from the cache without locks, cache of 65,536 nodes";
   }
   bool is_ours() const override { return true; }
 
@@ -39,6 +39,7 @@ class Engine final : public Rival {
                 : engine::dcreate(psp(), path_.c_str(), buffer_.data(), record_buffer, 'S', 3, keys, journal),
           "open of the engine");
     check(engine::csetfile(psp(), 4), "integrity level");
+    check(engine::read_from_cache(psp(), 1), "reads from the cache");
   }
   void close() override { check(engine::dclose(psp()), "close of the engine"); }
   void begin() override { check(engine::transbeg(psp(), 3, nullptr), "begin"); }

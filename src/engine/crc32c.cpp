@@ -32,6 +32,17 @@ constexpr crc_tables make_tables() {
 }
 constexpr crc_tables tables = make_tables();
 
+std::uint32_t by_tables(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
+  for (; n >= at_once; n -= at_once, p += at_once) {
+    const std::uint32_t low = v ^ load_le32(p);
+    const std::uint32_t high = load_le32(p + 4);
+    v = tables[7][low & 0xFF] ^ tables[6][(low >> 8) & 0xFF] ^ tables[5][(low >> 16) & 0xFF] ^ tables[4][low >> 24] ^
+        tables[3][high & 0xFF] ^ tables[2][(high >> 8) & 0xFF] ^ tables[1][(high >> 16) & 0xFF] ^ tables[0][high >> 24];
+  }
+  for (; n > 0; --n, ++p) v = (v >> 8) ^ tables[0][(v ^ *p) & 0xFF];
+  return v;
+}
+
 #if defined(__x86_64__)
 // The processor has an instruction for it; the value that is handed in and out is inverted.
 __attribute__((target("sse4.2"))) std::uint32_t by_instruction(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
@@ -53,20 +64,15 @@ bool has_instruction() {
 
 }  // namespace
 
+std::uint32_t crc32c_without_instruction(std::uint32_t crc, const void* bytes, std::size_t n) {
+  return ~by_tables(~crc, static_cast<const std::uint8_t*>(bytes), n);
+}
+
 std::uint32_t crc32c(std::uint32_t crc, const void* bytes, std::size_t n) {
-  const auto* p = static_cast<const std::uint8_t*>(bytes);
-  std::uint32_t v = ~crc;
 #if defined(__x86_64__)
-  if (has_instruction()) return ~by_instruction(v, p, n);
+  if (has_instruction()) return ~by_instruction(~crc, static_cast<const std::uint8_t*>(bytes), n);
 #endif
-  for (; n >= at_once; n -= at_once, p += at_once) {
-    const std::uint32_t low = v ^ load_le32(p);
-    const std::uint32_t high = load_le32(p + 4);
-    v = tables[7][low & 0xFF] ^ tables[6][(low >> 8) & 0xFF] ^ tables[5][(low >> 16) & 0xFF] ^ tables[4][low >> 24] ^
-        tables[3][high & 0xFF] ^ tables[2][(high >> 8) & 0xFF] ^ tables[1][(high >> 16) & 0xFF] ^ tables[0][high >> 24];
-  }
-  for (; n > 0; --n, ++p) v = (v >> 8) ^ tables[0][(v ^ *p) & 0xFF];
-  return ~v;
+  return crc32c_without_instruction(crc, bytes, n);
 }
 
 }  // namespace zvrdb::engine

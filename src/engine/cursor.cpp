@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/cached_reads.h"
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
 #include "engine/node_cache.h"
@@ -220,16 +221,13 @@ int last_value(PSP* h) {
 int bracketed(PSP* h, int keyno, std::uint8_t* data, int capacity, int (*work)(PSP*)) {
   if (!is_open(h)) return e_bad_handle;
   if (!good_key_number(keyno)) return keep_status(h, e_bad_argument);
-  const int entered = rdenter(h);
-  if (entered != e_ok) return keep_status(h, entered);
-  h->keyno = keyno;
-  h->dataptr = data;
-  h->datalen = data != nullptr ? capacity : 0;
-  int result = make_cursor(h, keyno) ? keyfree(h, keyno) : static_cast<int>(e_no_memory);
-  if (result == e_ok) result = work(h);
-  h->status = result;
-  const int left = rdleave(h);
-  return keep_status(h, leave_result(result, left));
+  return read_operation(h, keyno, [=] {
+    h->keyno = keyno;
+    h->dataptr = data;
+    h->datalen = data != nullptr ? capacity : 0;
+    const int ready = make_cursor(h, keyno) ? keyfree(h, keyno) : static_cast<int>(e_no_memory);
+    return ready == e_ok ? work(h) : ready;
+  });
 }
 
 }  // namespace

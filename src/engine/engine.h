@@ -64,6 +64,7 @@ enum result : int {
   e_log_record = -115,       // unknown log record type
   e_unlock = -116,           // lock on a key couldn't be dropped
   e_old_locks = -302,        // read-only handle found old locks of its slot
+  e_not_cached = -303,       // a read without locks needs the file; never answered to a caller
 };
 
 // One field of a record.  The list is ended by ftype 'E'.
@@ -148,6 +149,12 @@ int cclose(PSP* h);
 int dclose(PSP* h);
 int csetfile(PSP* h, int level);
 int dflush(PSP* h);
+// Reads without locks, off at an open.  A find or step, and a read of a record, on a key that
+// is not locked, uses the cache alone as long as the file did not change; whatever it needs of
+// the file is read under the locks as ever.  The first page of the file is mapped for it.
+// Not on remote file systems.
+// 0; e_io, the file cannot be looked at like that; e_no_memory.  Reads are as before then.
+int read_from_cache(PSP* h, int on);
 char checkpsp(const PSP* h);  // 'O' open, 'C' closed, 'I' neither
 // Lets go of a block that is still open and whose close failed or must not write:
 // blocks of the cache, byte locks and descriptor are given up, nothing is written.

@@ -130,7 +130,10 @@ int writehdr(PSP* h) {
 int readhdr(PSP* h) {
   std::uint8_t image[header_size];
   const int got = physical_read(h, 0, image, sizeof image);
-  if (got != e_ok) return got;
+  return got != e_ok ? got : take_header(h, image);
+}
+
+int take_header(PSP* h, const std::uint8_t* image) {
   const byte_order o = order_of_marker(image + header_at::marker);
   for (const magic_word& w : magic_words)
     if (load32(image + w.offset, o) != w.letter) return e_foreign_file;

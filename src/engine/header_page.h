@@ -27,6 +27,8 @@ int tstwrit(PSP* h);
 int writehdr(PSP* h);
 // Header page to the block.  0, e_foreign_file, e_not_found, e_short_read.
 int readhdr(PSP* h);
+// The same from bytes at hand.  0, e_foreign_file.
+int take_header(PSP* h, const std::uint8_t* image);
 // Generation on disk; 0 stands for a failed read.
 std::uint32_t read_generation(PSP* h);
 

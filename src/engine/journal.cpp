@@ -51,6 +51,36 @@ bool take_user_byte(PSP* h) {
          os().lock(h->journal->log.file, user_byte(h->slot), 1) == lock_answer::taken;
 }
 
+bool is_at_last_change(const journal* j, std::uint32_t generation) {
+  return generation >= j->log.at.changed_generation && generation <= j->log.at.generation;
+}
+
+// Nodes in the cache are kept true by what the groups say of them.
+void on_new_life(void* context, const journal_file& log) {
+  journal* j = static_cast<PSP*>(context)->journal;
+  j->follows = j->follows && log.alive && j->disk_generation >= log.settled_generation &&
+               j->disk_generation <= log.base_generation;
+}
+
+void on_group(void* context, const group_read& g) {
+  auto* h = static_cast<PSP*>(context);
+  journal* j = h->journal;
+  if (g.header == nullptr) return;
+  if (j->deferred || j->pages.count != 0) j->follows = false;
+  if (!j->follows) return;
+  j->ahead = true;
+  std::memcpy(j->seen_header, g.header, header_size);
+  for (std::uint32_t i = 0; i < g.nodes; ++i) renew_cached_node(h, g.number(i), g.image(i));
+  forget_buffers(h);
+}
+
+void on_taken_back(void* context) { static_cast<PSP*>(context)->journal->follows = false; }
+
+journal_watcher watcher_of(PSP* h) { return {h, on_new_life, on_group, on_taken_back}; }
+
+// What others did meanwhile.
+int catch_up(PSP* h, bool arbiter_held) { return catch_up(&h->journal->log, arbiter_held, watcher_of(h)); }
+
 // The file is brought to what the log says, if it is not there already.
 int settle_file(PSP* h, bool all) {
   journal* j = h->journal;
@@ -79,7 +109,7 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
     if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) take_user_byte(h);
     return e_ok;   // what failed is tried again when there is something to write
   }
-  if (const int caught = catch_up(&j->log, true); caught != e_ok) return caught;
+  if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
   if (others && !users) return e_ok;
   if (!others) {
@@ -122,9 +152,10 @@ int reload(PSP* h) {
   h->lastkey = -1;
   mark_cursors_stale(h);
   j->must_reload = true;
+  j->follows = false;
   if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
   j->must_reload = false;
-  j->disk_generation = h->generation;
+  journal_header_read(h);
   return e_ok;
 }
 
@@ -293,6 +324,13 @@ int journal_open(PSP* h, const char* path, journal_use asked) {
   return result;
 }
 
+void journal_header_read(PSP* h) {
+  journal* j = h->journal;
+  j->disk_generation = h->generation;
+  j->ahead = false;
+  j->follows = j->log.alive && is_at_last_change(j, j->disk_generation);
+}
+
 void journal_let_go(PSP* h) {
   journal* j = h->journal;
   if (j == nullptr) return;
@@ -346,7 +384,7 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 int journal_enter(PSP* h) {
   journal* j = h->journal;
   if (is_shared(h) && j->log.file >= 0) {
-    if (const int caught = catch_up(&j->log, true); caught != e_ok) return caught;
+    if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   }
   first_page page;
   const bool look = is_shared(h) || j->must_repair;
@@ -366,7 +404,7 @@ int journal_enter(PSP* h) {
 int journal_follow(PSP* h) {
   journal* j = h->journal;
   if (j->log.file < 0) return e_ok;
-  if (const int caught = catch_up(&j->log, false); caught != e_ok) return caught;
+  if (const int caught = catch_up(h, false); caught != e_ok) return caught;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   // A change that the file shows is committed: nobody takes it back.
@@ -383,12 +421,50 @@ int journal_follow(PSP* h) {
   return result == e_ok ? lockread(h, false) : result;
 }
 
+bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation) {
+  const journal* j = h->journal;
+  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || generation != j->disk_generation) return true;
+  // Known of the log, and not in the file: somebody's transaction.
+  if (!j->deferred && !is_at_last_change(j, generation)) return true;
+  const journal_news news = look_for_news(&j->log, view);
+  if (news != journal_news::change_under_way) return news != journal_news::none;
+  // That operation has not ended if it is one, and not what a dead one left.
+  return os().probe(h->file, arbiter_byte) != 1;
+}
+
+bool journal_take_seen(PSP* h, std::uint32_t generation) {
+  journal* j = h->journal;
+  if (!j->follows || !j->log.alive || j->must_reload || j->must_repair || j->deferred) return false;
+  if (!is_at_last_change(j, generation)) return false;
+  // Else the generation alone was moved.
+  if (j->ahead && take_header(h, j->seen_header) != e_ok) return false;
+  h->generation = generation;
+  h->lastkey = -1;
+  mark_cursors_stale(h);
+  j->disk_generation = generation;
+  j->ahead = false;
+  j->log.unsure = false;   // the file shows it: nobody takes it back
+  return true;
+}
+
+bool journal_follow_quietly(PSP* h, std::uint32_t generation) {
+  journal* j = h->journal;
+  if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
+  if (j->log.unsure) return false;
+  if (catch_up_to(&j->log, generation, watcher_of(h)) == 1) return true;
+  // What was taken on the way may be taken back yet by its writer.
+  if (j->ahead) j->follows = false;
+  return false;
+}
+
 int journal_gencheck(PSP* h) {
   journal* j = h->journal;
   std::uint8_t bytes[4];
   if (os().read_at(h->file, header_at::generation, bytes, sizeof bytes) != static_cast<std::int64_t>(sizeof bytes))
     return e_io;
-  if (load32(bytes, h->order) == j->disk_generation && !j->must_reload) return e_ok;
+  const std::uint32_t there = load32(bytes, h->order);
+  if (there == j->disk_generation && !j->must_reload && !j->ahead) return e_ok;
+  if (journal_take_seen(h, there)) return e_ok;
   // What was pending is in the file by now: nobody changes it past a deferred group.
   forget_pages(&j->pages);
   j->deferred = false;

@@ -27,6 +27,9 @@ struct journal {
   bool committed;            // the operation at hand is flushed: it cannot fail any more
   group_link decision;       // the operation at hand decides a promise
   bool pages_lost;           // a flush of the record file failed: all groups must go there again
+  bool follows;              // the nodes in the cache are those of the last change known of the log
+  bool ahead;                // some were taken from groups that the block's header is older than
+  std::uint8_t seen_header[header_size];   // of the group taken last
   std::int32_t broken;       // an error after which the operation at hand cannot be kept
   char path[1];              // of the journal; the block is as long as it needs
 };
@@ -39,6 +42,8 @@ extern std::uint64_t checkpoint_at;
 // At open, inside its read nesting: takes the journal of the file, if it has one or shall
 // have one, and brings the file up to date.  The answer is as of dopen.
 int journal_open(PSP* h, const char* path, journal_use asked);
+// The header of the block is that of the file now, and no node of it is in the cache.
+void journal_header_read(PSP* h);
 // Without a write: at close, after a failure, in a forked child.
 void journal_let_go(PSP* h);
 // A stale journal beside a file that is about to be made.
@@ -52,6 +57,14 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 // writer left.  0, e_write_flag (the journal does not explain the flag), e_io, e_write,
 // e_byte_lock, e_no_memory.
 int journal_enter(PSP* h);
+// Whether the file is as the handle knows it, asked without the system.  `view` shows the
+// journal, `generation` and `flag` are those of the first page.
+bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation);
+// Follows what others wrote by the journal alone, no lock being held, up to the change that the
+// record file bears.  False: it must be followed under the locks.
+bool journal_follow_quietly(PSP* h, std::uint32_t generation);
+// The header of the block becomes that of the last change followed.
+bool journal_take_seen(PSP* h, std::uint32_t generation);
 // At the beginning of a read operation, the own reader byte held.  0 or an error.
 int journal_follow(PSP* h);
 // The same question as gencheck, for a handle with a journal.

@@ -277,7 +277,33 @@ int was_taken_back(journal_file* j) {
 }
 }  // namespace
 
-int catch_up(journal_file* j, bool arbiter_held) {
+namespace {
+// The next group, made known.  1, 0 there is none, or an error.
+int take_next_group(journal_file* j, const journal_watcher& watcher, group_read* g) {
+  const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, g);
+  if (found <= 0) return found;
+  watcher.group(watcher.context, *g);
+  step_over(j, *g);
+  return 1;
+}
+}  // namespace
+
+int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher) {
+  const log_mark before = j->at;
+  const log_mark before_promise = j->before;
+  j->window_length = 0;
+  int found = 1;
+  group_read g;
+  while (found == 1 && !(j->at.any_change && j->at.changed_generation == generation))
+    found = take_next_group(j, watcher, &g);
+  if (found != 1) {
+    j->at = before;
+    j->before = before_promise;
+  }
+  return found;
+}
+
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -285,21 +311,40 @@ int catch_up(journal_file* j, bool arbiter_held) {
     j->alive = false;
     return e_ok;
   }
-  if (!j->alive || load_le64(head + head_at::salt) != j->salt) take_head(j, head);
+  if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
+    take_head(j, head);
+    watcher.new_life(watcher.context, *j);
+  }
   if (!j->alive) return e_ok;
   const int taken_back = was_taken_back(j);
   if (taken_back < 0) return taken_back;
-  if (taken_back != 0) start_of_life(j);
+  if (taken_back != 0) {
+    start_of_life(j);
+    watcher.taken_back(watcher.context);
+  }
   if (arbiter_held) j->unsure = j->at.promise.there;
   j->window_length = 0;
   for (;;) {
     group_read g;
-    const int found = read_group(j, {j->at.end, j->at.sequence, j->at.chain}, &g);
+    const int found = take_next_group(j, watcher, &g);
     if (found <= 0) return found;
-    step_over(j, g);
     // What has a group behind it is there to stay, and so is what changes nothing.
     j->unsure = g.header != nullptr && (!arbiter_held || g.promise.there);
   }
+}
+
+journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
+  const auto look = [&](std::uint64_t at) {
+    const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view + at), __ATOMIC_ACQUIRE);
+    return native_order == byte_order::little ? v : swap_bytes(v);
+  };
+  const std::uint64_t end = j->at.end;
+  if (look(head_at::salt) != j->salt || end + group_head_size > journal_size) return journal_news::some;
+  if (look(end + group_at::sequence) != j->at.sequence || look(end + group_at::salt) != j->salt)
+    return journal_news::none;
+  const auto kind = static_cast<std::uint32_t>(look(end + group_at::kind));
+  const auto open = static_cast<std::uint32_t>(look(end + group_at::open));
+  return kind != 0 && open == 0 ? journal_news::change_under_way : journal_news::some;
 }
 
 std::uint64_t group_room(std::uint32_t nodes, bool change) {

@@ -161,10 +161,33 @@ bool still_mounted(const journal_file* j);
 // It is as if it were not, for good: a flush of the record file failed.
 void forget_mount(const journal_file* j);
 
+// Told of what is met on the way.
+struct group_read;
+struct journal_watcher {
+  void* context;
+  void (*new_life)(void* context, const journal_file& j);
+  void (*group)(void* context, const group_read& g);
+  void (*taken_back)(void* context);   // what was told of a group does not hold; all are told anew
+};
+inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal_file&) {},
+                                               [](void*, const group_read&) {}, [](void*) {}};
 // Reads what others did since: a new life, or groups behind the last known one.  A caller
 // who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
-int catch_up(journal_file* j, bool arbiter_held);
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
+// Reads groups of the same life as far as the change that led to a generation, which the record
+// file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
+// nothing is known beyond what was; e_no_memory, e_io.
+int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher& watcher);
+
+// Whether the journal goes on behind what is known.  `view` shows the first journal_size bytes
+// of the journal as they are now.
+enum class journal_news {
+  none,
+  change_under_way,   // one change that is not open: while its operation lasts the record file is ahead of nobody
+  some,
+};
+journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
 
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);

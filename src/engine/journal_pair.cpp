@@ -90,6 +90,7 @@ int settle_promise(PSP* h) {
     j->log.at.promise.there = false;
   } else {
     take_back_group(&j->log, j->log.before);
+    j->follows = false;   // nodes of it may be in the cache
   }
   return e_ok;
 }

@@ -26,12 +26,12 @@ struct found_place {
 found_place search_entries(const node& v, const target& t) {
   std::uint16_t offsets[max_entries];
   const int count = v.count;
+  if (count == 0) return {0, 0, {1, 1}};
   int at = 0;
   for (int i = 0; i < count; ++i) {
     offsets[i] = static_cast<std::uint16_t>(at);
     at += entry_size(v.entries + at);
   }
-  if (count == 0) return {0, 0, {1, 1}};
   int high = count - 1;
   entry_sign at_high = entrycmp(v.entries + offsets[high], t, v.level == 0);
   if (at_high.full < 0) return {count, at, {-1, -1}};

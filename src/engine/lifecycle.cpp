@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/cached_reads.h"
 #include "engine/companion.h"
 #include "engine/composite_key.h"
 #include "engine/header_page.h"
@@ -46,12 +47,13 @@ bool is_marked(const PSP* h) {
 void prepare_block(PSP* h, const char* path) {
   if (forget_handle(h) && is_marked(h) && h->state == 'O') {
     os().close(h->file);
+    end_cached_reads(h);
     journal_let_go(h);
     images_let_go(h);
     companion_let_go(h);
     free_cursors(h);
   }
-  purgefile(h);
+  purge_memory_of(h);
   std::memset(h, 0, sizeof *h);
   mark_block(h);
   h->state = 'C';
@@ -83,6 +85,7 @@ void close_block(PSP* h) {
   if (h->file >= 0) os().close(h->file);
   h->file = -1;
   h->slot = -1;
+  end_cached_reads(h);
   journal_let_go(h);
   images_let_go(h);
   companion_let_go(h);
@@ -160,7 +163,7 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
   mark_cursors_stale(h);
   h->lastkey = -1;
   const int loaded = readhdr(h);
-  if (h->journal != nullptr) h->journal->disk_generation = h->generation;
+  if (h->journal != nullptr) journal_header_read(h);
   if (loaded != e_ok) {
     const int detail = loaded;
     rdleave(h);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/cached_reads.h"
 #include "engine/companion.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
@@ -23,11 +24,12 @@ node_buffer scratch_buffer{{}, nullptr, -1, -1};
 namespace {
 
 struct block {
-  node image;
+  node* image;          // its place among the images, for good
   PSP* owner;           // null when free
   std::int32_t file;    // -1 when free
   std::int32_t number;  // -1 when free
   bool dirty;           // the node must still be written
+  std::uint64_t moved;  // when it came to the front last
   std::uint32_t imaged; // generation in which its before-image was kept
   block* newer;         // neighbours in order of use
   block* older;
@@ -37,12 +39,14 @@ struct block {
 // Blocks in order of use, most recent first, and a hash table over them.
 struct block_cache {
   block* blocks = nullptr;
+  node* images = nullptr;
   block** table = nullptr;
   block* newest = nullptr;
   block* oldest = nullptr;
   unsigned count = 0;
   unsigned table_mask = 0;
   unsigned wanted = 10;
+  std::uint64_t moves = 0;
 };
 block_cache cache;
 
@@ -58,6 +62,7 @@ unsigned hash_of(const PSP* h, std::int32_t file, std::int32_t n) {
 
 void release_cache() {
   os().release(cache.blocks);
+  os().release(cache.images);
   os().release(cache.table);
   const unsigned wanted = cache.wanted;
   cache = block_cache{};
@@ -81,6 +86,7 @@ void free_block(block* b) {
   if (b->owner == nullptr) return;
   set_dirty(b, false);
   unchain(b);
+  --b->owner->blocks;
   b->owner = nullptr;
   b->file = -1;
   b->number = -1;
@@ -89,6 +95,7 @@ void free_block(block* b) {
 void own_block(block* b, PSP* h, std::int32_t n) {
   if (b->owner == h && b->file == h->file && b->number == n) return;
   free_block(b);
+  ++h->blocks;
   b->owner = h;
   b->file = h->file;
   b->number = n;
@@ -112,6 +119,19 @@ void move_to_front(block* b) {
   cache.newest = b;
 }
 
+void take_to_front(block* b) {
+  move_to_front(b);
+  b->moved = ++cache.moves;
+}
+
+// In a big cache a block that came to the front not long ago stays where it is: moving it
+// would touch its neighbours in memory for nothing.
+void note_use(block* b) {
+  constexpr unsigned big = 256;
+  if (cache.count >= big && cache.moves - b->moved < cache.count / 4) return;
+  take_to_front(b);
+}
+
 block* find_block(const PSP* h, std::int32_t n) {
   for (block* b = cache.table[hash_of(h, h->file, n)]; b != nullptr; b = b->chain)
     if (b->owner == h && b->file == h->file && b->number == n) return b;
@@ -129,7 +149,7 @@ int write_image(PSP* h, node& v, std::int32_t n) {
 }
 
 int write_block(block* b) {
-  const int written = write_image(b->owner, b->image, b->number);
+  const int written = write_image(b->owner, *b->image, b->number);
   if (written == e_ok) set_dirty(b, false);
   return written;
 }
@@ -160,16 +180,23 @@ int take_block(PSP* h, std::int32_t n, block** out, bool* hit) {
   block* b = find_block(h, n);
   *hit = b != nullptr;
   if (b == nullptr) {
+    if (is_quiet(h)) {
+      if (const int locked = lock_quiet_read(h); locked != e_ok) return locked;
+    }
     b = cache.oldest;
     const int evicted = evict(b);
     if (evicted != e_ok) return evicted;
+    take_to_front(b);
+  } else {
+    note_use(b);
   }
-  move_to_front(b);
   *out = b;
   return e_ok;
 }
 
-bool unlocked_and_shared(const PSP* h) { return is_shared(h) && h->arbiter == 'U' && h->locklevel == 1; }
+bool unlocked_and_shared(const PSP* h) {
+  return is_shared(h) && h->arbiter == 'U' && h->locklevel == 1 && !is_quiet(h);
+}
 
 void check_generation_between_operations(PSP* h) {
   if (unlocked_and_shared(h) && gencheck_lightly(h) != 0) purgefile(h);
@@ -260,8 +287,9 @@ int cache_ready() {
   unsigned table = 16;
   while (table < 2 * count) table *= 2;
   cache.blocks = static_cast<block*>(os().allocate(count * sizeof(block)));
+  cache.images = static_cast<node*>(os().allocate(count * sizeof(node)));
   cache.table = static_cast<block**>(os().allocate(table * sizeof(block*)));
-  if (cache.blocks == nullptr || cache.table == nullptr) {
+  if (cache.blocks == nullptr || cache.images == nullptr || cache.table == nullptr) {
     release_cache();
     return e_no_memory;
   }
@@ -269,6 +297,7 @@ int cache_ready() {
   cache.table_mask = table - 1;
   for (unsigned i = 0; i < count; ++i) {
     block& b = cache.blocks[i];
+    b.image = cache.images + i;
     b.file = -1;
     b.number = -1;
     b.newer = i > 0 ? &b - 1 : nullptr;
@@ -294,15 +323,15 @@ int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
   if (!hit) {
     free_block(found);
-    const int got = read_image(h, found->image, n);
+    const int got = read_image(h, *found->image, n);
     if (got != e_ok) return got;
     own_block(found, h, n);
   }
   if (b == nullptr) {
-    h->current = &found->image;
+    h->current = found->image;
     return e_ok;
   }
-  std::memcpy(&b->image, &found->image, page_size);
+  std::memcpy(&b->image, found->image, page_size);
   zero_spare(b->image);
   set_tag(*b, h, n);
   h->current = &b->image;
@@ -320,12 +349,12 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
   if (keeps_images(h) && !(hit && found->imaged == h->generation)) {
-    const int kept = keep_image(h, n, hit ? &found->image : nullptr);
+    const int kept = keep_image(h, n, hit ? found->image : nullptr);
     if (kept != e_ok) return kept;
   }
   own_block(found, h, n);
   found->imaged = h->generation;
-  std::memcpy(&found->image, &b.image, page_size);
+  std::memcpy(found->image, &b.image, page_size);
   if (has_companion(h)) note_node_write(h, n);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
@@ -338,7 +367,7 @@ int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
   if (keeps_images(h)) {
     const block* cached = find_block(h, n);
-    const int kept = keep_image(h, n, cached != nullptr ? &cached->image : nullptr);
+    const int kept = keep_image(h, n, cached != nullptr ? cached->image : nullptr);
     if (kept != e_ok) return kept;
   }
   drop_cached(h, n);
@@ -383,11 +412,36 @@ int dropfile(PSP* h) {
 }
 
 void purgefile(PSP* h) {
-  for (block* b = cache.newest; b != nullptr; b = b->older)
+  for (block* b = cache.newest; b != nullptr && h->blocks > 0; b = b->older)
     if (b->owner == h) free_block(b);
   h->dirtyblocks = 0;
+  forget_buffers(h);
+}
+
+void purge_memory_of(PSP* h) {
+  for (block* b = cache.newest; b != nullptr; b = b->older)
+    if (b->owner == h) free_block(b);
+  forget_buffers(h);
+}
+
+void forget_buffers(PSP* h) {
   for (node_buffer* b : tagged_buffers)
     if (b->owner == h) clear_tag(*b);
+}
+
+void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes) {
+  if (cache.blocks == nullptr || n < 0 || n > max_node) return;
+  block* b = find_block(h, n);
+  if (b == nullptr && n >= h->nextnode && !cache.oldest->dirty) {
+    b = cache.oldest;
+    take_to_front(b);
+    own_block(b, h, n);
+  }
+  if (b == nullptr) return;
+  std::memcpy(b->image, bytes, page_size);
+  convert_head(*b->image, h->order);
+  set_dirty(b, false);
+  if (!is_tree_level(b->image->level) || !node_is_sound(h, *b->image)) free_block(b);
 }
 
 void forget_cache() {

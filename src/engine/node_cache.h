@@ -60,6 +60,13 @@ int flushfile(PSP* h);
 int dropfile(PSP* h);
 // Forgets all blocks and buffers of the file without writing.
 void purgefile(PSP* h);
+// The same for memory that an open block lay in: nothing in it is believed.
+void purge_memory_of(PSP* h);
+// Bytes of a node as they lie in the file now, for the block that holds it, and for a node
+// that is new to the handle.
+void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes);
+// What the buffers hold of the file is old.
+void forget_buffers(PSP* h);
 // Forgets everything: for a forked child.
 void forget_cache();
 

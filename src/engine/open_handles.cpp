@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "engine/cached_reads.h"
 #include "engine/companion.h"
 #include "engine/image_journal.h"
 #include "engine/journal.h"
@@ -24,6 +25,7 @@ void let_go_in_child() {
     os().close(h->file);
     h->file = -1;
     h->state = 'C';
+    end_cached_reads(h);
     journal_let_go(h);
     images_let_go(h);
     companion_let_go(h);

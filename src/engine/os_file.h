@@ -45,6 +45,11 @@ struct os_ops {
   // while this machine runs and the file system stays mounted.  0 unknown.
   std::uint64_t (*mount)(int file);
 
+  // The first bytes of a file to look at, changing as others write them; null when that is
+  // not to be had here.  Zeros from when the file was found to be cut shorter.
+  const void* (*map)(int file, std::size_t n);
+  void (*unmap)(const void* mapped, std::size_t n);
+
   // Locks on bytes, without waiting.  They hold between all handles, those of one
   // process too, and die with their handle.
   lock_answer (*lock)(int file, std::uint64_t offset, std::uint64_t length);

@@ -104,6 +104,7 @@ struct PSP {
   std::int32_t damaged_node;
   std::int32_t damaged_line;
   std::int32_t dirtyblocks; // dirty blocks in the cache
+  std::int32_t blocks;      // all of its blocks there
 
   std::uint8_t* recbuf;
   std::int32_t reclen;
@@ -122,6 +123,7 @@ struct PSP {
   std::int32_t fault_node;
   struct image_journal* images;     // before-images
   struct companion_copy* companion; // the other file of the transaction
+  struct cached_reads* cached;   // null: every read takes its lock
 };
 static_assert(sizeof(PSP) <= psp_size);
 static_assert(alignof(PSP) <= 8);

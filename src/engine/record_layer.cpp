@@ -2,6 +2,7 @@
 // back at it by the record number.
 #include <cstring>
 
+#include "engine/cached_reads.h"
 #include "engine/composite_key.h"
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
@@ -333,6 +334,15 @@ int find_by_option(PSP* h, int key, const std::uint8_t* value, int option) {
   }
 }
 
+// A caller's value, with zeros behind it.
+void value_in_file_order(const PSP* h, int key, const std::uint8_t* given, key_value out) {
+  const int type = type_of_key(h, key);
+  const int n = caller_key_length(type, given);
+  convert_key_value(h, key, given, out, n, native_order, h->order);
+  if (n > max_key_value && type <= kt_string_nocase) out[n - 1] = 0;
+  std::memset(out + n, 0, static_cast<std::size_t>(key_value_buffer - n));
+}
+
 }  // namespace
 
 int dfind(PSP* h, int key, const void* value, char key_type, int option) {
@@ -341,28 +351,20 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
   h->recno_cur = -1;   // unless something is found
   if (!good_key_number(key) || value == nullptr || option < find_equal || option > find_less_equal)
     return keep_status(h, e_bad_argument);
-  const bool bracket = option != find_equal;
-  if (bracket) {
-    const int entered = rdenter(h);
-    if (entered != e_ok) return keep_status(h, e_byte_lock);
-  }
   const int type = type_of_key(h, key);
   const bool usable = key_type_is_known(type) && (type != kt_composite || segments_of(h, key) != nullptr);
-  int result = key_type_fits(h, key, key_type) && usable ? e_ok : e_key_type;
-  if (result == e_ok) {
-    key_value native = {};
-    key_value file = {};
-    const auto* given = static_cast<const std::uint8_t*>(value);
-    const int n = caller_key_length(type, given);
-    std::memcpy(native, given, static_cast<std::size_t>(n));
-    if (n > max_key_value && type <= kt_string_nocase) native[n - 1] = 0;
-    convert_key_value(h, key, native, file, n, native_order, h->order);
-    result = find_by_option(h, key, file, option);
-    // The answer is "not found"; the status tells when the search could not be made.
-    if (option == find_equal && result == e_not_found && h->status < e_ok) return result;
-  }
-  if (result == 0 || result == 2 || result == 3) h->recno_cur = h->recno;
-  if (bracket) result = leave_result(result, rdleave(h));
+  if (!key_type_fits(h, key, key_type) || !usable) return keep_status(h, e_key_type);
+  key_value file;
+  value_in_file_order(h, key, static_cast<const std::uint8_t*>(value), file);
+  const auto find = [&] {
+    const int found = find_by_option(h, key, file, option);
+    h->recno_cur = found == 0 || found == 2 || found == 3 ? h->recno : -1;
+    return found;
+  };
+  if (option != find_equal) return read_operation(h, key, find, e_byte_lock);
+  const int result = find();
+  // The answer is "not found"; the status tells when the search could not be made.
+  if (result == e_not_found && h->status < e_ok) return result;
   return keep_status(h, result);
 }
 
@@ -398,9 +400,7 @@ int dread(PSP* h, field* fields) {
     const int good = check_list_for_reading(h, fields);
     if (good != e_ok) return keep_status(h, good);
   }
-  if (rdenter(h) != e_ok) return keep_status(h, e_byte_lock);
-  const int result = read_record(h, fields);
-  return keep_status(h, leave_result(result, rdleave(h)));
+  return read_operation(h, key_bodies, [=] { return read_record(h, fields); }, e_byte_lock);
 }
 
 int dkeyval(PSP* h, int key, const field* fields, int index, void* out) {

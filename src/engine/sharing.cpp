@@ -11,8 +11,11 @@
 //   8  flagclear only inside an outermost write operation at level 4, or after one that
 //      failed: then the flag stands on the disk
 //   9  lognode >= 0 only with transtype != 0; logpos lies in the entry area
+//  10  quiet reading: as idle, but rdnest > 0; nodes come from the cache alone
 //
 //        idle --rdenter--> reading --rdleave--> idle
+//        idle --begin_quiet_read--> quiet reading --a node is missing--> reading
+//        quiet reading --wrenter--> write begun
 //        idle --wrenter--> write begun --first physical write--> writing --wrleave--> idle
 //        idle --wrenter below level 4--> writing
 //        reading --wrenter--> write begun; wrleave takes the own byte again before it
@@ -22,6 +25,7 @@
 #include <cassert>
 
 #include "engine/byte_wait.h"
+#include "engine/cached_reads.h"
 #include "engine/companion.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
@@ -41,7 +45,7 @@ void assert_handle([[maybe_unused]] const PSP* h) {
   assert(h->locklevel >= 1 && h->locklevel <= 3);
   assert(h->arbiter == 'L' || h->arbiter == 'U');
   if (h->arbiter == 'U' && h->wrnest == 0 && is_shared(h)) {
-    assert(h->locklevel == (h->rdnest > 0 ? 2 : 1));
+    assert(h->locklevel == (h->rdnest > 0 && !is_quiet(h) ? 2 : 1));
   }
   if (h->wrnest > 0 && is_shared(h)) assert(h->arbiter == 'L' && h->locklevel != 2);
   if (h->lognode >= 0) assert(h->transtype != 0);
@@ -210,11 +214,12 @@ int rdenter(PSP* h) {
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   if (h->rdnest == 0) h->deferred = 0;
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
-  if (is_shared(h) && h->arbiter == 'U' && h->locklevel == 1) {
+  if (is_shared(h) && h->arbiter == 'U' && h->locklevel == 1 && !is_quiet(h)) {
     int result = waitarbiter(h);
     if (result == e_ok) result = lockread(h, false);
-    if (result == e_ok && h->journal != nullptr) result = journal_follow(h);
-    if (result == e_ok) result = gencheck(h);
+    const bool known = result == e_ok && nothing_moved(h);
+    if (result == e_ok && !known && h->journal != nullptr) result = journal_follow(h);
+    if (result == e_ok && !known) result = gencheck(h);
     if (result != e_ok) {
       unlockread(h);
       return e_byte_lock;
@@ -242,12 +247,14 @@ int wrenter(PSP* h) {
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   if (h->wrnest == 0) h->deferred = 0;
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
-  int result = e_ok;
+  int result = is_quiet(h) ? leave_quiet_read(h) : static_cast<int>(e_ok);
+  if (result != e_ok) return result;
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
     if (result == e_ok) result = getarbiter(h);
-    if (result == e_ok && h->journal != nullptr) result = journal_enter(h);
-    if (result == e_ok && gencheck(h) != e_ok) result = e_byte_lock;
+    const bool known = result == e_ok && nothing_moved(h);
+    if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
+    if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
   }
   if (result == e_ok && h->journal != nullptr && is_exclusive(h) && h->wrnest == 0) result = journal_enter(h);
   if (result == e_ok && h->wrnest == 0) result = begin_write_operation(h);

@@ -51,6 +51,7 @@ class StorageFailureOnStatus : public CmStatusTest {
     operations = zvrdb::engine::linux_ops;
     operations.write_at = write_unless_refused;
     operations.read_at = read_unless_failing;
+    operations.map = nullptr;   // so that each change reads
     zvrdb::engine::set_os_ops(&operations);
     CmStatusTest::SetUp();
     for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put_target(name), DBE_OK);

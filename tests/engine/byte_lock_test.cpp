@@ -232,6 +232,7 @@ class ReadOnlyDescriptors : public ByteLocks {
   void SetUp() override {
     ByteLocks::SetUp();
     table_.open = open_as_asked;
+    one_.from_cache = other_.from_cache = false;   // their locks are looked at
     ASSERT_EQ(one_.open(path_, 'S', 1), 0);
     ASSERT_EQ(other_.open(path_, 'S', 1), 0);
     ASSERT_EQ(fcntl(one_.get()->file, F_GETFL) & O_ACCMODE, O_RDONLY);

@@ -121,6 +121,8 @@ TEST(Crc32c, HasTheValuesThatArePublished) {
   for (std::size_t i = 0; i < rising.size(); i++) rising[i] = static_cast<std::uint8_t>(i);
   EXPECT_EQ(engine::crc32c(0, rising.data(), rising.size()), 0x46DD794Eu);
   EXPECT_EQ(engine::crc32c(engine::crc32c(0, rising.data(), 13), rising.data() + 13, 19), 0x46DD794Eu);
+  for (std::size_t n = 0; n <= rising.size(); ++n)
+    EXPECT_EQ(engine::crc32c_without_instruction(7, rising.data(), n), engine::crc32c(7, rising.data(), n));
 }
 
 TEST_F(JournalFile, GivesBackWhatWasAppended) {

@@ -21,6 +21,7 @@ struct model_case {
   int byte_order;
   char access;
   engine::journal_use journal = engine::journal_use::off;
+  bool from_cache = false;
 };
 
 using records = std::map<std::string, sample_record>;
@@ -34,7 +35,10 @@ class Model : public ::testing::TestWithParam<model_case> {
     std::cout << "seed " << seed_ << std::endl;
     random_.seed(seed_);
     engine::set_cache_blocks(GetParam().cache_blocks);
-    for (handle& h : h_) h.journal = GetParam().journal;
+    for (handle& h : h_) {
+      h.journal = GetParam().journal;
+      h.from_cache = h.from_cache || GetParam().from_cache;
+    }
     ASSERT_EQ(h_[0].create(path_, GetParam().access, GetParam().byte_order), 0);
     for (int i = 0; i < GetParam().handles; i++) {
       if (i > 0) {
@@ -265,7 +269,13 @@ INSTANTIATE_TEST_SUITE_P(
                       model_case{"JournalExclusive", 4, 1, 10, 3, 'E', engine::journal_use::on},
                       model_case{"JournalTwoHandlesSmallCache", 5, 2, 10, 1, 'S', engine::journal_use::on},
                       model_case{"JournalTwoHandlesBigCache", 6, 2, 300, 2, 'S', engine::journal_use::on},
-                      model_case{"JournalTwoHandlesOnceMore", 7, 2, 20, 1, 'S', engine::journal_use::on}),
+                      model_case{"JournalTwoHandlesOnceMore", 7, 2, 20, 1, 'S', engine::journal_use::on},
+                      model_case{"CachedReads", 8, 1, 300, 1, 'S', engine::journal_use::off, true},
+                      model_case{"CachedReadsSmallCache", 9, 2, 10, 2, 'S', engine::journal_use::off, true},
+                      model_case{"CachedReadsTwoHandles", 10, 2, 300, 1, 'S', engine::journal_use::off, true},
+                      model_case{"CachedReadsJournal", 11, 1, 300, 1, 'S', engine::journal_use::on, true},
+                      model_case{"CachedReadsJournalSmallCache", 12, 2, 10, 2, 'S', engine::journal_use::on, true},
+                      model_case{"CachedReadsJournalTwoHandles", 13, 2, 300, 1, 'S', engine::journal_use::on, true}),
     [](const auto& c) { return c.param.name; });
 
 }  // namespace

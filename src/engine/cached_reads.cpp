@@ -1,0 +1,151 @@
+#include "engine/cached_reads.h"
+
+#include "engine/header_page.h"
+#include "engine/journal.h"
+#include "engine/one_thread.h"
+#include "engine/os_file.h"
+
+namespace zvrdb::engine {
+namespace {
+
+// What other processes write, by way of the system, while it is looked at.
+template <class T>
+T look_at(const std::uint8_t* mapped, byte_order order) {
+  const T v = __atomic_load_n(reinterpret_cast<const T*>(mapped), __ATOMIC_ACQUIRE);
+  return order == native_order ? v : swap_bytes(v);
+}
+
+void pause_shortly() {
+#if defined(__x86_64__)
+  __builtin_ia32_pause();
+#endif
+}
+
+struct first_page_seen {
+  std::uint32_t generation;
+  bool flag;
+};
+first_page_seen look_at_first_page(const PSP* h) {
+  const std::uint8_t* page = h->cached->page;
+  first_page_seen seen;
+  seen.flag = look_at<std::uint16_t>(page + flag_offset, native_order) != 0;
+  seen.generation = look_at<std::uint32_t>(page + header_at::generation, h->order);
+  return seen;
+}
+
+bool something_moved(PSP* h) {
+  const first_page_seen page = look_at_first_page(h);
+  if (page.flag) return true;
+  return h->journal != nullptr ? journal_moved(h, h->cached->journal, page.generation)
+                               : page.generation != h->generation;
+}
+
+bool journal_in_view(PSP* h) {
+  const journal* j = h->journal;
+  cached_reads* c = h->cached;
+  if (j == nullptr) return true;
+  if (c->journal == nullptr && j->log.file >= 0)
+    c->journal = static_cast<const std::uint8_t*>(os().map(j->log.file, journal_size));
+  return c->journal != nullptr;
+}
+
+// A writer is between two commits most of the time: what it changed is taken from the journal
+// without waiting for it.
+bool follow_writer(PSP* h) {
+  if (h->journal == nullptr) return false;
+  constexpr int looks = 50;   // while the pages of a commit go to the file
+  first_page_seen page = look_at_first_page(h);
+  for (int i = 0; page.flag && i < looks; ++i) {
+    pause_shortly();
+    page = look_at_first_page(h);
+  }
+  if (page.flag || !journal_follow_quietly(h, page.generation)) return false;
+  const first_page_seen after = look_at_first_page(h);
+  if (after.flag || after.generation != page.generation || !journal_take_seen(h, page.generation)) return false;
+  return !something_moved(h);
+}
+
+}  // namespace
+
+bool nothing_moved(PSP* h) {
+  return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !something_moved(h);
+}
+
+bool begin_quiet_read(PSP* h, int keyno) {
+  cached_reads* c = h->cached;
+  if (c == nullptr || is_exclusive(h) || h->rdnest != 0 || h->wrnest != 0 || h->keylocks[keyno - 1] != 'U') return false;
+  if (!journal_in_view(h) || (something_moved(h) && !follow_writer(h))) return false;
+  c->state = quiet::running;
+  h->deferred = 0;
+  h->hops = 0;
+  ++h->rdnest;
+  return true;
+}
+
+bool end_quiet_read(PSP* h, int* result) {
+  cached_reads* c = h->cached;
+  const quiet state = c->state;
+  c->state = quiet::no;
+  if (state == quiet::no) {
+    // It went on under the locks.
+    h->status = *result;
+    *result = leave_result(*result, rdleave(h));
+    return true;
+  }
+  --h->rdnest;
+  if (state == quiet::broken || something_moved(h)) return false;
+  if (h->deferred != 0) *result = h->deferred;
+  return true;
+}
+
+int lock_quiet_read(PSP* h) {
+  cached_reads* c = h->cached;
+  if (c->state == quiet::broken) return e_not_cached;
+  int result = waitarbiter(h);
+  if (result == e_ok) result = lockread(h, false);
+  if (result == e_ok && !something_moved(h)) {
+    c->state = quiet::no;
+    return e_ok;
+  }
+  // What a lock failed for is told by the read that is made anew.
+  c->state = quiet::broken;
+  if (result == e_ok) unlockread(h);
+  return e_not_cached;
+}
+
+int leave_quiet_read(PSP* h) {
+  if (h->cached->state == quiet::broken) return e_not_cached;
+  h->cached->state = quiet::no;
+  return e_ok;
+}
+
+int read_from_cache(PSP* h, int on) {
+  const one_thread alone;
+  if (!is_open(h)) return e_bad_handle;
+  if (on == 0) {
+    end_cached_reads(h);
+    return e_ok;
+  }
+  if (h->cached != nullptr) return e_ok;
+  const void* page = os().map != nullptr ? os().map(h->file, page_size) : nullptr;
+  if (page == nullptr) return e_io;
+  auto* c = static_cast<cached_reads*>(os().allocate(sizeof(cached_reads)));
+  if (c == nullptr) {
+    os().unmap(page, page_size);
+    return e_no_memory;
+  }
+  c->page = static_cast<const std::uint8_t*>(page);
+  h->cached = c;
+  return e_ok;
+}
+
+void end_cached_reads(PSP* h) {
+  cached_reads* c = h->cached;
+  if (c == nullptr) return;
+  h->cached = nullptr;
+  os().unmap(c->page, page_size);
+  if (c->journal != nullptr) os().unmap(c->journal, journal_size);
+  os().release(c);
+}
+
+}  // namespace zvrdb::engine

@@ -1,0 +1,240 @@
+// Reads without locks: what they cost, and that they miss nothing that others wrote.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+
+#include "engine/agent.h"
+#include "engine/engine_handle.h"
+#include "engine/journal.h"
+#include "engine/os_file.h"
+#include "engine/scratch_folder.h"
+
+namespace zvrdb::test {
+namespace {
+
+// Operations to the system, counted; `before_lock` is done once, ahead of the next lock.
+int calls = 0;
+std::function<void()> before_lock;
+bool flushes_fail = false;
+
+template <auto Operation>
+struct counted;
+template <class R, class... A, R (*engine::os_ops::*Operation)(A...)>
+struct counted<Operation> {
+  static R call(A... a) {
+    ++calls;
+    return (engine::linux_ops.*Operation)(a...);
+  }
+};
+
+engine::lock_answer counted_lock(int file, std::uint64_t offset, std::uint64_t length) {
+  ++calls;
+  if (before_lock) std::exchange(before_lock, nullptr)();
+  return engine::linux_ops.lock(file, offset, length);
+}
+
+int counted_flush(int file) {
+  ++calls;
+  if (!flushes_fail) return engine::linux_ops.flush(file);
+  errno = EIO;
+  return -1;
+}
+
+const engine::os_ops counting_ops = [] {
+  engine::os_ops ops = engine::linux_ops;
+  ops.lock = counted_lock;
+  ops.unlock = counted<&engine::os_ops::unlock>::call;
+  ops.probe = counted<&engine::os_ops::probe>::call;
+  ops.read_at = counted<&engine::os_ops::read_at>::call;
+  ops.write_at = counted<&engine::os_ops::write_at>::call;
+  ops.flush = counted_flush;
+  ops.size = counted<&engine::os_ops::size>::call;
+  ops.allocate = counted<&engine::os_ops::allocate>::call;
+  return ops;
+}();
+
+constexpr int records = 300;
+
+class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
+ protected:
+  void SetUp() override {
+    engine::set_cache_blocks(1000);
+    engine::set_os_ops(&counting_ops);
+    path_ = folder_.file("cached");
+    reader_.journal = writer_.journal = GetParam();
+    reader_.from_cache = true;
+    ASSERT_EQ(writer_.create(path_), 0);
+    ASSERT_EQ(engine::csetfile(writer_, 4), 0);
+    for (int i = 1; i <= records; ++i) ASSERT_EQ(writer_.insert(sample(i, i % 40 == 0 ? 900 : 20)), 0);
+    ASSERT_EQ(reader_.open_for_work(path_), 0);
+    warm();
+  }
+  void TearDown() override {
+    before_lock = nullptr;
+    flushes_fail = false;
+    if (engine::checkpsp(reader_) == 'O') reader_.close();
+    if (engine::checkpsp(writer_) == 'O') writer_.close();
+    engine::set_os_ops(nullptr);
+    engine::set_cache_blocks(10);
+    engine::checkpoint_at = engine::journal_size;
+  }
+  void warm() {
+    for (int i = 1; i <= records; ++i) EXPECT_EQ(number_of(reader_, i), sample(i).number);
+  }
+  static std::int32_t number_of(handle& h, int i) {
+    sample_record found;
+    if (h.find_name(sample(i).name) != 0 || h.read(&found) != 0) return -77777;
+    return found.number;
+  }
+  static int change(handle& h, int i, std::int32_t number) {
+    sample_record changed = sample(i);
+    changed.number = number;
+    const int found = h.find_name(changed.name);
+    return found ? found : h.update(changed);
+  }
+
+  scratch_folder folder_;
+  std::string path_;
+  handle reader_, writer_;
+};
+
+class JournalledReads : public CachedReads {};
+
+TEST_P(CachedReads, AskTheSystemForNothing) {
+  calls = 0;
+  for (int i = 1; i <= records; ++i) EXPECT_EQ(number_of(reader_, i), sample(i).number);
+  EXPECT_EQ(engine::dseq(reader_, 1, engine::seq_first), 0);
+  int steps = 1;
+  while (engine::dseq(reader_, 1, engine::seq_next) == 0) ++steps;
+  while (engine::dseq(reader_, 3, engine::seq_previous) == 0) ++steps;
+  EXPECT_GE(steps, records);
+  EXPECT_EQ(reader_.find_name(sample(7).name, engine::find_greater), 0);
+  // Cursors of keys that were not used before.
+  EXPECT_LE(calls, 2);
+}
+
+TEST_P(CachedReads, SeeEachChangeOfAnotherHandle) {
+  for (int i = 1; i <= records; i += 7) {
+    ASSERT_EQ(change(writer_, i, 1000 + i), 0);
+    EXPECT_EQ(number_of(reader_, i), 1000 + i);
+  }
+}
+
+TEST_P(CachedReads, SeeTheChangesOfATransactionThatRuns) {
+  ASSERT_EQ(engine::transbeg(writer_, 3, nullptr), 0);
+  ASSERT_EQ(change(writer_, 5, 4711), 0);
+  EXPECT_EQ(number_of(reader_, 5), 4711);
+  ASSERT_EQ(change(writer_, 6, 4712), 0);
+  EXPECT_EQ(number_of(reader_, 6), 4712);
+  ASSERT_EQ(engine::transroll(writer_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number);
+}
+
+TEST_P(CachedReads, SeeChangesOverCheckpoints) {
+  engine::checkpoint_at = 64 * 1024;
+  for (int i = 1; i <= records; ++i) {
+    ASSERT_EQ(change(writer_, i, 2000 + i), 0);
+    if (i % 11 == 0) {
+      EXPECT_EQ(number_of(reader_, i), 2000 + i);
+    }
+  }
+  for (int i = 1; i <= records; ++i) EXPECT_EQ(number_of(reader_, i), 2000 + i);
+}
+
+TEST_P(CachedReads, SeeTheirOwnHandlesChanges) {
+  ASSERT_EQ(engine::transbeg(reader_, 3, nullptr), 0);
+  ASSERT_EQ(change(reader_, 9, 99), 0);
+  EXPECT_EQ(number_of(reader_, 9), 99);
+  ASSERT_EQ(engine::transroll(reader_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(number_of(reader_, 9), sample(9).number);
+}
+
+TEST_P(CachedReads, TakeTheLockForWhatTheFileHasToGive) {
+  ASSERT_EQ(reader_.close(), 0);
+  ASSERT_EQ(reader_.open_for_work(path_), 0);
+  calls = 0;
+  EXPECT_EQ(number_of(reader_, 11), sample(11).number);
+  EXPECT_GT(calls, 0);
+  calls = 0;
+  EXPECT_EQ(number_of(reader_, 11), sample(11).number);
+  EXPECT_EQ(calls, 0);
+}
+
+// The process that changes the file does so while the reader is about to lock it: half the
+// search was made before, half would be made after.
+TEST_P(CachedReads, AreMadeAgainWhenTheFileChangesOnTheWay) {
+  ASSERT_EQ(writer_.close(), 0);
+  ASSERT_EQ(reader_.close(), 0);
+  agent other;
+  ASSERT_EQ(other.tell("open " + path_ + " S 2"), 0);
+  ASSERT_EQ(reader_.open_for_work(path_), 0);
+  for (int i = 1; i <= records; i += 3) {
+    ASSERT_EQ(other.tell("find " + std::to_string(i)), 0);
+    ASSERT_EQ(other.tell("lock"), 0);
+    before_lock = [&] { ASSERT_EQ(other.tell("change " + std::to_string(i) + " " + std::to_string(3000 + i)), 0); };
+    const std::int32_t seen = number_of(reader_, i);
+    if (before_lock) {
+      // Nothing was missing in the cache: then the change is still to come.
+      EXPECT_EQ(seen, sample(i).number);
+      std::exchange(before_lock, nullptr)();
+    }
+    EXPECT_EQ(number_of(reader_, i), 3000 + i);
+  }
+  EXPECT_EQ(other.tell("close"), 0);
+}
+
+TEST_P(CachedReads, TakeTheirLockWhereARecordIsLocked) {
+  ASSERT_EQ(reader_.find_name(sample(4).name), 0);
+  ASSERT_EQ(engine::dlock(reader_), 0);
+  calls = 0;
+  sample_record found;
+  EXPECT_EQ(reader_.read(&found), 0);
+  EXPECT_GT(calls, 0);
+  EXPECT_EQ(engine::dunlock(reader_), 0);
+}
+
+// Without a journal the file shows what it could not flush.
+TEST_P(JournalledReads, SeeNothingOfAChangeThatCouldNotBeKept) {
+  for (int i = 1; i <= 40; ++i) {
+    flushes_fail = true;
+    EXPECT_NE(change(writer_, i, 5000 + i), 0);
+    EXPECT_EQ(number_of(reader_, i), sample(i).number);
+    flushes_fail = false;
+    ASSERT_EQ(change(writer_, i, 6000 + i), 0);
+    EXPECT_EQ(number_of(reader_, i), 6000 + i);
+  }
+}
+
+// A copy that is put back over a file in use begins by cutting it to nothing.
+TEST_P(CachedReads, EndWithACodeWhenTheFileIsCutToNothing) {
+  ASSERT_EQ(truncate(path_.c_str(), 0), 0);
+  EXPECT_EQ(number_of(reader_, 11), -77777);
+  EXPECT_EQ(number_of(reader_, 12), -77777);
+  engine::abandon(reader_);
+  engine::abandon(writer_);
+}
+
+TEST_P(JournalledReads, GoOnWhenTheJournalIsCutToNothing) {
+  ASSERT_EQ(truncate((path_ + ".jnl").c_str(), 0), 0);
+  EXPECT_EQ(number_of(reader_, 11), sample(11).number);
+  ASSERT_EQ(change(writer_, 11, 4711), 0);
+  EXPECT_EQ(number_of(reader_, 11), 4711);
+}
+
+TEST_P(CachedReads, CanBeTurnedOff) {
+  ASSERT_EQ(engine::read_from_cache(reader_, 0), 0);
+  calls = 0;
+  EXPECT_EQ(number_of(reader_, 11), sample(11).number);
+  EXPECT_GT(calls, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Journal, CachedReads, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
+                         [](const auto& mode) { return mode.param == engine::journal_use::on ? "On" : "Off"; });
+
+INSTANTIATE_TEST_SUITE_P(Journal, JournalledReads, ::testing::Values(engine::journal_use::on),
+                         [](const auto&) { return "On"; });
+
+}  // namespace
+}  // namespace zvrdb::test

@@ -1,0 +1,143 @@
+// What the operations cost the system, in exact figures: a change that makes one dearer fails
+// here.  One that makes it cheaper fails too, and brings the new figure.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "engine/engine_handle.h"
+#include "engine/os_file.h"
+#include "engine/scratch_folder.h"
+
+namespace zvrdb::test {
+namespace {
+
+struct cost {
+  int calls = 0;         // locks, probes, reads, writes, sizes, random numbers; not flushes
+  int flushes = 0;
+  int allocations = 0;
+  bool operator==(const cost&) const = default;
+};
+cost spent;
+
+std::ostream& operator<<(std::ostream& to, const cost& c) {
+  return to << c.calls << " calls, " << c.flushes << " flushes, " << c.allocations << " allocations";
+}
+
+template <auto Operation, int cost::*Kind>
+struct counted;
+template <class R, class... A, R (*engine::os_ops::*Operation)(A...), int cost::*Kind>
+struct counted<Operation, Kind> {
+  static R call(A... a) {
+    ++(spent.*Kind);
+    return (engine::linux_ops.*Operation)(a...);
+  }
+};
+
+const engine::os_ops counting_ops = [] {
+  using engine::os_ops;
+  os_ops ops = engine::linux_ops;
+  ops.lock = counted<&os_ops::lock, &cost::calls>::call;
+  ops.unlock = counted<&os_ops::unlock, &cost::calls>::call;
+  ops.probe = counted<&os_ops::probe, &cost::calls>::call;
+  ops.read_at = counted<&os_ops::read_at, &cost::calls>::call;
+  ops.write_at = counted<&os_ops::write_at, &cost::calls>::call;
+  ops.size = counted<&os_ops::size, &cost::calls>::call;
+  ops.random = counted<&os_ops::random, &cost::calls>::call;
+  ops.flush = counted<&os_ops::flush, &cost::flushes>::call;
+  ops.allocate = counted<&os_ops::allocate, &cost::allocations>::call;
+  return ops;
+}();
+
+constexpr int records = 400;
+constexpr int measured = 50;
+constexpr int checkpoint = 2;   // flushes of the one that falls among them: record file, journal
+
+class Cost : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    engine::set_cache_blocks(2000);
+    engine::set_os_ops(&counting_ops);
+    for (handle* h : {&h_, &bystander_}) {
+      h->journal = engine::journal_use::on;
+      h->from_cache = true;
+    }
+    ASSERT_EQ(h_.create(folder_.file("cost")), 0);
+    ASSERT_EQ(engine::csetfile(h_, 4), 0);
+    for (int i = 1; i <= records; ++i) ASSERT_EQ(h_.insert(sample(i * 2, 300)), 0);
+    ASSERT_EQ(bystander_.open_for_work(folder_.file("cost")), 0);
+    for (int i = 1; i <= records; ++i) get(h_, i * 2);
+  }
+  void TearDown() override {
+    bystander_.close();
+    h_.close();
+    engine::set_os_ops(nullptr);
+    engine::set_cache_blocks(10);
+  }
+  static void get(handle& h, int i) {
+    sample_record found;
+    ASSERT_EQ(h.find_name(sample(i).name), 0);
+    ASSERT_EQ(h.read(&found), 0);
+  }
+  // Of `measured` operations, after one that is not counted.
+  static cost of(const std::function<void(int)>& operation) {
+    operation(0);
+    spent = {};
+    for (int i = 1; i <= measured; ++i) operation(i);
+    return spent;
+  }
+
+  scratch_folder folder_;
+  handle h_, bystander_;
+};
+
+TEST_F(Cost, OfAGetIsNothing) {
+  EXPECT_EQ(of([&](int i) { get(h_, 2 + i * 4); }), cost{});
+}
+
+TEST_F(Cost, OfAStepIsNothing) {
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_first), 0);
+  EXPECT_EQ(of([&](int) { ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0); }), cost{});
+}
+
+TEST_F(Cost, OfADurableInsertIsOneFlush) {
+  EXPECT_EQ(of([&](int i) { ASSERT_EQ(h_.insert(sample(3 + i * 4, 300)), 0); }),
+            (cost{822, measured + checkpoint, 0}));
+}
+
+TEST_F(Cost, OfADurableReplaceIsOneFlush) {
+  EXPECT_EQ(of([&](int i) {
+              sample_record changed = sample(2 + i * 4, 300);
+              changed.payload[7] = 'x';
+              ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+              ASSERT_EQ(h_.find_name(changed.name), 0);
+              ASSERT_EQ(h_.update(changed), 0);
+              ASSERT_EQ(engine::transend(h_, 1), 0);
+            }),
+            (cost{1493, measured + checkpoint, 0}));
+}
+
+TEST_F(Cost, OfADurableDeleteIsOneFlush) {
+  EXPECT_EQ(of([&](int i) {
+              ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+              ASSERT_EQ(h_.find_name(sample(2 + i * 4).name), 0);
+              ASSERT_EQ(h_.remove(), 0);
+              ASSERT_EQ(engine::transend(h_, 1), 0);
+            }),
+            (cost{1564, measured + checkpoint, 0}));
+}
+
+// Each get comes after a commit of another handle, which it follows by the journal.
+TEST_F(Cost, OfFollowingAWriterIsAFewReadsOfItsJournal) {
+  cost gets;
+  for (int i = 0; i < measured; ++i) {
+    ASSERT_EQ(bystander_.insert(sample(3 + i * 4, 20)), 0);
+    spent = {};
+    get(h_, 2 + i * 4);
+    gets.calls += spent.calls;
+    gets.flushes += spent.flushes;
+  }
+  EXPECT_EQ(gets, (cost{108, 0, 0}));
+}
+
+}  // namespace
+}  // namespace zvrdb::test
