@@ -315,6 +315,11 @@ int journal_open(PSP* h, const char* path, journal_use asked) {
   // One that is there and cannot be opened may know more than the file.
   if (!there && h->rw != 1 && os().exists(name) != 0) return e_io;
   if (!there && (asked == journal_use::off || h->rw == 1)) return e_ok;
+  // Whose journal it is, or would be, nobody could tell.
+  if (log.identity == 0) {
+    if (there) close_journal(&log);
+    return e_io;
+  }
   const std::size_t length = std::strlen(name);
   auto* j = static_cast<journal*>(os().allocate(sizeof(journal) + length));
   if (j == nullptr) {

@@ -656,6 +656,48 @@ TEST_F(JournalUse, ALongUnfinishedTransactionIsRolledBackAsFarAsItWasWritten) {
   expect_sound();
 }
 
+// Neither is it taken for the journal of another file, nor is one made that nobody knows again.
+TEST_F(JournalUse, AFileWhoseIdentityCannotBeHadIsNotOpened) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  std::size_t at = disk_events().size();
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  engine::abandon(a_);
+  while (disk_events()[at].what != disk_event::kind::flush) at++;
+  rewind_disk(image(), at + 1);   // committed, the file not yet changed
+  const disk_image left = disk_now();
+  static engine::os_ops blind;
+  for (const bool with_journal : {true, false}) {
+    disk_image start = left;
+    if (!with_journal) start.erase(std::string(path) + ".jnl");
+    mount_memory_disk(start);
+    blind = engine::os();
+    blind.identity = [](int) -> std::uint64_t { return 0; };
+    engine::set_os_ops(&blind);
+    EXPECT_EQ(a_.open_for_work(path), engine::e_io);
+    EXPECT_EQ(disk_now().size(), start.size());
+    EXPECT_TRUE(disk_now().at(path).bytes == start.at(path).bytes);
+  }
+  mount_memory_disk(left);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_EQ(a_.find_name(sample(102).name), 0);
+  ASSERT_EQ(a_.close(), 0);
+}
+
+// A file that cannot be opened, for want of descriptors, looks like one that is not there.
+TEST_F(JournalUse, TheCreationOfAFileThatIsThereLeavesItsJournalAlone) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  engine::abandon(a_);
+  const disk_image left = disk_now();
+  static engine::os_ops poor;
+  poor = engine::os();
+  poor.open = [](const char*, engine::open_how) { return -1; };
+  engine::set_os_ops(&poor);
+  EXPECT_NE(a_.create(path), 0);
+  ASSERT_EQ(disk_now().size(), left.size());
+  for (const auto& [name, file] : left) EXPECT_TRUE(disk_now().at(name).bytes == file.bytes) << name;
+}
+
 // A check of a file that a killed writer left says so.
 TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
   ASSERT_EQ(a_.open_for_work(path), 0);
