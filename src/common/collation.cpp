@@ -19,6 +19,11 @@ bool is_plain(const char* name) {
   return strcmp(name, "C") == 0 || strcmp(name, "POSIX") == 0;
 }
 
+// Its characters are UTF-8 and its order is that of their bytes.
+bool is_plain_utf8(const char* name) {
+  return strcmp(name, "C.UTF-8") == 0 || strcmp(name, "C.utf8") == 0;
+}
+
 }  // namespace
 
 void choose_collation(char* name, size_t size) {
@@ -43,8 +48,13 @@ void choose_collation(char* name, size_t size) {
 bool open_collation(const char* name) {
   Process& here = process();
   here.plain_order = true;
-  here.wide_text = false;
+  here.characters = Process::Characters::bytes;
   if (is_plain(name)) return true;
+  // Opening the locale would take a tenth of a millisecond, and every process begins with it.
+  if (is_plain_utf8(name)) {
+    here.characters = Process::Characters::utf8;
+    return true;
+  }
   char checked[kCollationNameSize];
   copy_text(checked, sizeof checked, name);
   here.locale = newlocale(kCategories, checked, nullptr);
@@ -53,7 +63,7 @@ bool open_collation(const char* name) {
                       checked);
   here.plain_order = false;
   const locale_t before = uselocale(here.locale);
-  here.wide_text = MB_CUR_MAX > 1;
+  if (MB_CUR_MAX > 1) here.characters = Process::Characters::of_locale;
   uselocale(before);
   return true;
 }
@@ -63,7 +73,7 @@ void close_collation() {
   if (here.locale != nullptr) freelocale(here.locale);
   here.locale = nullptr;
   here.plain_order = true;
-  here.wide_text = false;
+  here.characters = Process::Characters::bytes;
 }
 
 }  // namespace zvrdb::common

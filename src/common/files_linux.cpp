@@ -262,9 +262,16 @@ uint16_t co_get_mod(void* handle, const char* path, void* stamp, void* buffer, v
 uint16_t co_dflt_mod(void* handle, const char* path, uint32_t one) {
   (void)one;
   if (task_of(handle) == nullptr || !good_path(path)) return CO_BAD_ARGUMENT;
+  constexpr mode_t permissions = 0660;
+  // Asked for at each open of a file, it is nearly always so already.
+  const Installation& installation = process().installation;
+  struct stat status;
+  if (stat(path, &status) == 0 && (status.st_mode & 07777) == permissions &&
+      status.st_uid == installation.owner && status.st_gid == installation.group)
+    return CO_OK;
   const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0) return failure_of_path();
-  const bool set = fchmod(fd, 0660) == 0 && give_to_owner(process().installation, fd);
+  const bool set = fchmod(fd, permissions) == 0 && give_to_owner(installation, fd);
   const uint16_t result = result_of(set ? 0 : -1);
   close(fd);
   return result;

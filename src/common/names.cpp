@@ -45,10 +45,24 @@ constexpr size_t kRecursionOffset = 84;
 constexpr size_t kFunctionOffset = 88;
 constexpr size_t kFunctionWidth = 16;
 
+// Bytes of the UTF-8 character that begins here; 1 for what is none.
+int utf8_length(const char* position) {
+  const auto byte = [position](int i) { return static_cast<unsigned char>(position[i]); };
+  const unsigned first = byte(0);
+  const int length = first < 0xC2 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF5 ? 4 : 1;
+  for (int i = 1; i < length; ++i)
+    if ((byte(i) & 0xC0) != 0x80) return 1;  // a NUL ends the look too
+  // Longer than it need be, half of a pair, or beyond the last character.
+  if ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) > 0x9F)) return 1;
+  if ((first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) > 0x8F)) return 1;
+  return length;
+}
+
 int character_length(const char* position) {
   const Process& here = process();
   if (*position == '\0') return 0;
-  if (!here.wide_text) return 1;
+  if (here.characters == Process::Characters::bytes) return 1;
+  if (here.characters == Process::Characters::utf8) return utf8_length(position);
   const locale_t before = uselocale(here.locale);
   mbstate_t state{};
   const size_t length = mbrlen(position, strnlen(position, MB_CUR_MAX), &state);
@@ -130,7 +144,7 @@ const char* co_next_char(void* handle, const char* position) {
 const char* co_prev_char(void* handle, const char* start, const char* position) {
   (void)handle;
   if (start == nullptr || position == nullptr || position <= start) return start;
-  if (!process().wide_text) return position - 1;
+  if (process().characters == Process::Characters::bytes) return position - 1;
   // Characters can only be told apart from the front.
   const char* before = start;
   for (const char* c = start; c < position && *c != '\0'; c += character_length(c)) before = c;

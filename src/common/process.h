@@ -43,8 +43,8 @@ struct Process {
   int folder_fd = -1;
   int query_fd = -1;  // the registry, for questions only: holds no lock
   locale_t locale{};
-  bool plain_order = true;  // collation "C"
-  bool wide_text = false;   // characters of more than one byte exist
+  bool plain_order = true;  // names are compared byte by byte
+  enum class Characters { bytes, utf8, of_locale } characters = Characters::bytes;
   MessageTable messages{};
 };
 

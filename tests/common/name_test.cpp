@@ -154,6 +154,18 @@ TEST(Names, StepsGoByCharactersOfTheInstallation) {
   EXPECT_EQ(co_next_char(task, text + 4), text + 4);
   const char* cut = "\xC3";  // the first half of a character
   EXPECT_EQ(co_mblen(task, cut), 1);
+  for (const char* none :
+       {"\x80", "\xC1\x80", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80", "\xF4\x90\x80\x80",
+        "\xF5\x80\x80\x80", "\xE2\x82", "\xF0\x90\x80", "\xC3z", "\xFF"})
+    EXPECT_EQ(co_mblen(task, none), 1);
+  EXPECT_EQ(co_mblen(task, "\xC2\x80"), 2);
+  EXPECT_EQ(co_mblen(task, "\xE0\xA0\x80"), 3);
+  EXPECT_EQ(co_mblen(task, "\xE2\x82\xAC"), 3);
+  EXPECT_EQ(co_mblen(task, "\xED\x9F\xBF"), 3);
+  EXPECT_EQ(co_mblen(task, "\xF0\x90\x80\x80"), 4);
+  EXPECT_EQ(co_mblen(task, "\xF4\x8F\xBF\xBF"), 4);
+  EXPECT_LT(co_collate(task, "B", "a"), 0) << "the order is that of the bytes";
+  EXPECT_LT(co_collate(task, "\xEF\xBF\xBD", "\xF0\x90\x80\x80"), 0);
   coi_term_task(task, 0);
 }
 
