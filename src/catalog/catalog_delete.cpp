@@ -21,9 +21,10 @@ std::int16_t delete_all_of(void* task, std::uint32_t db_id, std::uint16_t number
   file_entry* file = memory::tcb_of(task)->cat_file;
   for (;;) {
     catalog_key key = {db_id, number, 0, 0, 0, 0};
-    if (recfile::db_locate(task, file, &key, recfile::KEY_GE) != DBE_OK) return DBE_OK;
+    std::int16_t rc = recfile::db_locate_surely(task, file, &key, recfile::KEY_GE);
+    if (rc != DBE_OK) return rc == DBE_NOT_FOUND ? static_cast<std::int16_t>(DBE_OK) : rc;
     if (key.db_id != db_id || key.cf_number != number) return DBE_OK;
-    const std::int16_t rc = recfile::db_delete(task, &key, file);
+    rc = recfile::db_delete(task, &key, file);
     if (rc != DBE_OK) return rc;
   }
 }

@@ -82,6 +82,10 @@ std::int16_t key_value(void* task, const open_file& file, field_list* list, file
   return DBE_IO_ERROR;
 }
 
+bool search_failed(int code) {
+  return code < engine::e_ok && code != engine::e_not_found;
+}
+
 std::int16_t find_piece(void* task, const open_file& file, field_list* list, file_key* key) {
   unsigned char value[key_value_len];
   const std::int16_t rc = key_value(task, file, list, key, value);

@@ -42,6 +42,9 @@ void point_other_keys(const open_file& file, field_list* list, other_keys* keys)
 // From the key of a record that is to be stored.
 void derive_other_keys(const open_file& file, const file_key& key, other_keys* keys);
 
+// Of the engine's answer to a search: it came to no end, so that nothing is known of the record.
+bool search_failed(int code);
+
 // Sets the key value and finds the engine record with this very key.
 // 0, 8194 or 8455 (logged).
 std::int16_t find_piece(void* task, const open_file& file, field_list* list, file_key* key);

@@ -113,7 +113,12 @@ std::int16_t gather(void* task, const open_file& file, const unsigned char* key,
     list.data->flen = 0;
     const std::int16_t rc = append_piece(task, file, &list, into);
     if (rc != DBE_OK) return rc;
-    if (engine::dseq(file.entry->psp, 1, engine::seq_next) != engine::e_ok) return DBE_OK;
+    const int code = engine::dseq(file.entry->psp, 1, engine::seq_next);
+    if (search_failed(code)) {
+      issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_read);
+      return DBE_IO_ERROR;
+    }
+    if (code != engine::e_ok) return DBE_OK;
     const unsigned char* current = current_key(file);
     if (!current || !same_record(file, current, key)) return DBE_OK;
   }
@@ -139,8 +144,7 @@ std::int16_t db_locate(void* task, file_entry* handle, void* key, std::int16_t o
 
 bool locate_failed(const file_entry* handle) {
   if (!handle || !handle->psp) return true;
-  const int status = engine::last_status(handle->psp);
-  return status < engine::e_ok && status != engine::e_not_found;
+  return search_failed(engine::last_status(handle->psp));
 }
 
 std::int16_t db_locate_surely(void* task, file_entry* handle, void* key, std::int16_t option) {

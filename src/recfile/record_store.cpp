@@ -97,6 +97,13 @@ std::int16_t delete_current_piece(void* task, const open_file& file, field_list*
   return DBE_OK;
 }
 
+// 8455 when nobody can tell whether there is one.
+std::int16_t find_next_piece(void* task, const open_file& file, field_list* list, file_key* key) {
+  const std::int16_t rc = find_piece(task, file, list, key);
+  if (rc != DBE_NOT_FOUND || !locate_failed(file.entry)) return rc;
+  return failed(task, file, engine::last_status(file.entry->psp), at_read);
+}
+
 // The engine stands on piece 0 of the old record.
 std::int16_t replace_pieces(void* task, const open_file& file, file_key* key, other_keys* others,
                             piece_cutter cutter) {
@@ -119,7 +126,7 @@ std::int16_t replace_pieces(void* task, const open_file& file, file_key* key, ot
     }
     if (rc != DBE_OK) return rc;
     set_recnum(file, key->bytes, ++recnum);
-    found = find_piece(task, file, &list, key);
+    found = find_next_piece(task, file, &list, key);
     if (found == DBE_IO_ERROR) return found;
   }
   if (found == DBE_OK) ZVR_TRACE(task, 2, 2, "%s", "Old record was longer");
@@ -127,7 +134,7 @@ std::int16_t replace_pieces(void* task, const open_file& file, file_key* key, ot
     const std::int16_t rc = delete_current_piece(task, file, &list);
     if (rc != DBE_OK) return rc;
     set_recnum(file, key->bytes, ++recnum);
-    found = find_piece(task, file, &list, key);
+    found = find_next_piece(task, file, &list, key);
     if (found == DBE_IO_ERROR) return found;
   }
   return DBE_OK;
@@ -144,7 +151,9 @@ std::int16_t delete_pieces(void* task, const open_file& file, const file_key& ke
     unsigned char value[key_value_len];
     rc = key_value(task, file, &list, &at, value);
     if (rc != DBE_OK) return rc;
-    if (engine::dfind(file.entry->psp, 1, value, binary_key, engine::find_greater) != engine::e_ok) {
+    const int code = engine::dfind(file.entry->psp, 1, value, binary_key, engine::find_greater);
+    if (search_failed(code)) return failed(task, file, code, at_read);
+    if (code != engine::e_ok) {
       ZVR_TRACE(task, 2, 2, "%s", "EOF: no more records to delete");
       return DBE_OK;
     }

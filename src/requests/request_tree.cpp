@@ -49,6 +49,7 @@ std::int16_t delete_correlator(tree& t, const unsigned char* function_key) {
   const void* keys[] = {&t.identifier};
   rc = del_coo(t.task, 1, keys);
   if (rc != DBE_NOT_FOUND) return rc;
+  if (recfile::locate_failed(tcb_of(t.task)->corr_file)) return DBE_IO_ERROR;
   ZVR_TRACE(t.task, 2, 2, "%s", "correlator record not found, setting rc to OK");
   return DBE_OK;
 }
@@ -59,9 +60,10 @@ std::int16_t delete_children(tree& t, std::uint32_t db_id) {
   std::memcpy(at, t.root, sizeof at);
   std::memcpy(at, &db_id, sizeof db_id);
   for (;;) {
-    if (recfile::db_locate(t.task, t.file, at, recfile::KEY_GE) != DBE_OK) return DBE_OK;
+    std::int16_t rc = recfile::db_locate_surely(t.task, t.file, at, recfile::KEY_GE);
+    if (rc != DBE_OK) return rc == DBE_NOT_FOUND ? static_cast<std::int16_t>(DBE_OK) : rc;
     if (std::memcmp(at + request_in_key, t.root + request_in_key, request_in_key_len) != 0) return DBE_OK;
-    std::int16_t rc = recfile::db_delete(t.task, at, t.file);
+    rc = recfile::db_delete(t.task, at, t.file);
     std::uint32_t found = 0;
     std::memcpy(&found, at, sizeof found);
     if (rc == DBE_OK && found == DB_RQF) rc = delete_correlator(t, at);

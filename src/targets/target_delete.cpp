@@ -24,9 +24,12 @@ std::int64_t find_in_dsu_index(void* task, const TRG_CNTL_ENTRY* slot, std::uint
   return memory::find_dsu_of(task, dsu, number);
 }
 
+// 8194 only when there is none for sure.
 std::int16_t delete_record(void* task, std::uint32_t db_id, std::uint32_t number) {
   target_key key{db_id, number, 0};
-  return keyed::del_keyed(task, db_id, tcb_of(task)->trg_file, &key);
+  file_entry* file = tcb_of(task)->trg_file;
+  const std::int16_t rc = keyed::del_keyed(task, db_id, file, &key);
+  return rc == DBE_NOT_FOUND && recfile::locate_failed(file) ? static_cast<std::int16_t>(DBE_IO_ERROR) : rc;
 }
 
 // The parameters and the hardware go with the target; its shadow record stays and

@@ -25,6 +25,7 @@
 #include "crash/crash_installation.h"
 #include "crash/stored_records.h"
 #include "engine/journal.h"
+#include "engine/os_file.h"
 #include "faults/library_faults.h"
 #include "faults/text_connection.h"
 #include "memory/dbr_cntl.h"
@@ -160,6 +161,19 @@ std::vector<scenario> all_scenarios() {
   return all;
 }
 
+// Most reads are made in mapped pages without a lock.  For requests of these kinds they are not.
+bool by_the_locked_path(request kind) {
+  return kind == request::read || kind == request::lock;
+}
+const zvrdb::engine::os_ops& without_mappings() {
+  static const zvrdb::engine::os_ops operations = [] {
+    zvrdb::engine::os_ops made = zvrdb::engine::linux_ops;
+    made.map = nullptr;
+    return made;
+  }();
+  return operations;
+}
+
 // Files of a folder that somebody holds a byte lock on, and leftovers of unfinished work.
 std::string locks_and_leavings(const std::string& folder) {
   std::string found;
@@ -196,6 +210,7 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
   }
   void TearDown() override {
     end_of_faults();
+    zvrdb::engine::set_os_ops(nullptr);
     if (HasFailure()) std::cout << "The log of the installation:\n" << end_of_log();
     zvrdb::engine::checkpoint_at = zvrdb::engine::journal_size;
     co_test_delay_factor(1, 1);
@@ -301,6 +316,7 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
   unsigned run_with(request kind, unsigned n, bool for_good) {
     const scenario& s = GetParam();
     alarm(patience_seconds);
+    zvrdb::engine::set_os_ops(by_the_locked_path(kind) ? &without_mappings() : nullptr);
     put_back();
     unsigned failures = 0, done = 0;
     bool refused = false;
@@ -377,9 +393,12 @@ TEST_P(CallFaults, WhicheverRequestFailsNothingIsLostAndNothingLeftBehind) {
       if (kind == name_of(static_cast<request>(k))) try_point(static_cast<request>(k), n, all == "all");
     return;
   }
-  ASSERT_EQ(run_with(request::open, 0, false), 0u);
   unsigned all[requests];
-  for (unsigned k = 0; k < requests; ++k) all[k] = counted(static_cast<request>(k));
+  for (unsigned k = 0; k < requests; ++k) {
+    const auto kind = static_cast<request>(k);
+    ASSERT_EQ(run_with(kind, 0, false), 0u);
+    all[k] = counted(kind);
+  }
   for (unsigned k = 0; k < requests; ++k) {
     const auto kind = static_cast<request>(k);
     for (const bool for_good : {false, true}) {
