@@ -102,6 +102,9 @@ struct journal_file {
   std::size_t capacity = 0;
   std::uint64_t window_at = 0;           // which piece the buffer holds
   std::size_t window_length = 0;         // 0: none
+
+  std::uint64_t random = 0;              // where the random numbers of this handle's groups stand
+  bool seeded = false;
 };
 
 // What is appended.
