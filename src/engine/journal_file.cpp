@@ -416,6 +416,20 @@ std::uint64_t length_of(const group_to_write& g, std::uint32_t kind) {
 }
 }  // namespace
 
+namespace {
+// A number that no other group bears: the system is asked once, and a sequence that visits
+// every value goes on from there.
+std::uint64_t next_random(journal_file* j) {
+  if (!j->seeded) j->random = os().random();
+  j->seeded = true;
+  j->random += 0x9E3779B97F4A7C15u;
+  std::uint64_t v = j->random;
+  v = (v ^ (v >> 30)) * 0xBF58476D1CE4E5B9u;
+  v = (v ^ (v >> 27)) * 0x94D049BB133111EBu;
+  return v ^ (v >> 31);
+}
+}  // namespace
+
 int append_group(journal_file* j, const group_to_write& g) {
   const std::uint32_t kind = kind_of(g);
   const std::uint64_t length = length_of(g, kind);
@@ -434,7 +448,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::nodes, g.nodes);
   store_le32(at + group_at::kind, kind);
   store_le32(at + group_at::chain, j->at.chain);
-  store_le64(at + group_at::random, os().random());
+  store_le64(at + group_at::random, next_random(j));
   store_le32(at + group_at::open, g.open ? 1 : 0);
   if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);

@@ -110,6 +110,9 @@ struct journal_file {
   std::size_t capacity = 0;
   std::uint64_t window_at = 0;           // which piece the buffer holds
   std::size_t window_length = 0;         // 0: none
+
+  std::uint64_t random = 0;              // where the random numbers of this handle's groups stand
+  bool seeded = false;
 };
 
 // What a change says of a node, as it lies in the record file.

@@ -21,6 +21,8 @@ node_buffer third_buffer{{}, nullptr, -1, -1};
 node_buffer log_buffer{{}, nullptr, -1, -1};
 node_buffer scratch_buffer{{}, nullptr, -1, -1};
 
+std::uint64_t blocks_looked_at = 0;
+
 namespace {
 
 struct block {
@@ -353,6 +355,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
     if (kept != e_ok) return kept;
   }
   own_block(found, h, n);
+  take_to_front(found);   // what the end of the operation writes stands together
   found->imaged = h->generation;
   std::memcpy(found->image, &b.image, page_size);
   if (has_companion(h)) note_node_write(h, n);
@@ -387,6 +390,7 @@ int write_dirty_blocks(PSP* h) {
   int result = e_ok;
   int left = h->dirtyblocks;
   for (block* b = cache.newest; b != nullptr && left > 0; b = b->older) {
+    ++blocks_looked_at;
     if (b->owner != h || b->file != h->file || !b->dirty) continue;
     --left;
     const int written = write_block(b);

@@ -55,6 +55,9 @@ int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 // The head of a node from the file's order to the machine's or back.
 void convert_head(node& v, byte_order order);
 
+// Blocks that were looked at for what must be written: a measure of the work, for tests.
+extern std::uint64_t blocks_looked_at;
+
 // Header if dirty, each dirty block, flush of the system.  The first error.
 int flushfile(PSP* h);
 // At close: as flushfile for blocks alone, and forgets them.  The first error.
