@@ -55,12 +55,14 @@ constexpr std::uint32_t kept(journal_use use) {
 }  // namespace
 
 journal_setting read_journal_choice(void* task) {
-  journal_setting setting = {journal_use::on, choice_source::standard, false};
+  journal_setting setting = {journal_use::on, choice_source::standard, false, false};
   const char* wanted = std::getenv("ZVR_JOURNAL");
   if (wanted && is_choice(wanted, std::strlen(wanted), &setting.use)) {
     setting.source = choice_source::environment;
     return setting;
   }
+  setting.environment_misread = wanted != nullptr && *wanted != 0;
+  if (setting.environment_misread) ZVR_TRACE(task, 5, 2, "%s", "ZVR_JOURNAL says neither on nor off");
   const file_says answer = ask_file(task, &setting.use);
   if (answer == file_says::choice) setting.source = choice_source::installation;
   setting.misread = answer == file_says::misread;

@@ -17,6 +17,7 @@ struct journal_setting {
   engine::journal_use use;
   choice_source source;
   bool misread;   // the file is there and says neither, or cannot be read: on
+  bool environment_misread;   // the variable is there and says neither: passed over
 };
 
 // Asks environment and installation anew.

@@ -109,6 +109,7 @@ class JournalCommand : public InstallationCommands {
     unsetenv("ZVR_JOURNAL");
   }
   ~JournalCommand() override {
+    unsetenv("ZVR_JOURNAL");
     if (!before_.empty()) setenv("ZVR_JOURNAL", before_.c_str(), 1);
   }
   std::string before_;
@@ -153,6 +154,12 @@ TEST_F(JournalCommand, TellsOfTasksThatKeepTheFilesAsTheyAre) {
 TEST_F(JournalCommand, AFileThatSaysNeitherIsTold) {
   write_file(base.file("journal"), "of\n");
   EXPECT_THAT(base.tool({"journal"}).out, HasSubstr("says neither on nor off"));
+}
+
+TEST_F(JournalCommand, AVariableThatSaysNeitherIsTold) {
+  setenv("ZVR_JOURNAL", "of", 1);
+  EXPECT_EQ(base.tool({"journal"}).out, "on (default; ZVR_JOURNAL says neither on nor off)\n");
+  EXPECT_THAT(base.tool({"status"}).out, HasSubstr("on (default; ZVR_JOURNAL says neither on nor off)"));
 }
 
 TEST_F(InstallationCommands, JournalsAmongTheFilesArePassedOver) {

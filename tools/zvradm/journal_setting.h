@@ -11,6 +11,7 @@ struct journal_view {
   bool on;
   std::string source;  // "ZVR_JOURNAL", "installation" or "default"
   bool misread;        // the file "journal" of the base directory says neither on nor off
+  bool environment_misread;  // ZVR_JOURNAL does
 };
 
 journal_view view_journal(void* task);
