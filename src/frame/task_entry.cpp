@@ -189,7 +189,7 @@ std::int16_t dbr_in(void* task, operation op, std::uint32_t db_id) {
     return rc = DBE_BAD_DB_ID;
   }
   const bool first_use = slots->dbr_tcb == nullptr;
-  DBR_TCB* tcb = first_use ? make_tcb(task) : tcb_of(task);
+  auto* tcb = first_use ? make_tcb(task) : static_cast<DBR_TCB*>(slots->dbr_tcb);
   if (!tcb) {
     bracket.quitting();
     return rc = DBE_INIT_FAILED;

@@ -79,7 +79,7 @@ void dbr_out(void* task, operation op, std::uint32_t db_id, std::int16_t rc) {
   const trace_bracket bracket(task, __func__);
   co_task_slots* slots = co_slots(task);
   if (!slots) return;
-  DBR_TCB* tcb = tcb_of(task);
+  auto* tcb = static_cast<DBR_TCB*>(slots->dbr_tcb);
   if (!tcb)
     bracket.quitting();
   else if (db_id < DB_TYPE_COUNT)

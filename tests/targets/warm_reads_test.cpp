@@ -18,6 +18,13 @@ struct WarmRead {
     int rc = db_get_trg_index(task, "T50", &number);
     if (rc == DBE_OK) rc = db_get(task, DB_TRG, 1, keys, record, 148);
     if (rc == DBE_OK) rc = db_get(task, DB_TRG, 1, keys, record, 192);
+    unsigned char status[4];
+    if (rc == DBE_OK) rc = db_get_trg_stat(task, "T50", status);
+    if (rc == DBE_OK) rc = db_put_trg_stat(task, "T50", status);
+    unsigned char filter[138] = {}, state[420];
+    if (rc == DBE_OK) rc = db_init_list(task, DB_TRG, filter, state, sizeof state);
+    for (int i = 0; rc == DBE_OK && i < 60; ++i) rc = db_get_more(task, DB_TRG, state, record, 148);
+    if (rc == DBE_OK && db_get_more(task, DB_TRG, state, record, 148) != DBE_END_OF_LIST) rc = DBE_NOT_FOUND;
     return rc;
   }
 };
