@@ -28,6 +28,7 @@
 #include "engine/os_file.h"
 #include "faults/library_faults.h"
 #include "faults/text_connection.h"
+#include "faults/time_limit.h"
 #include "memory/dbr_cntl.h"
 #include "support/cf_names.h"
 
@@ -40,9 +41,8 @@ using crash_test::outcome;
 using crash_test::script;
 using crash_test::step;
 
-constexpr unsigned remembered_tasks = 70;   // more blocks of ended tasks a process does not keep
-constexpr unsigned most_faults = 20000;     // of a run that does not come to its end
-constexpr unsigned patience_seconds = 60;   // of a point
+constexpr unsigned remembered_tasks = 70;  // more blocks of ended tasks a process does not keep
+constexpr unsigned most_faults = 20000;    // of a run that does not come to its end
 
 bool torture() {
   return std::getenv("ZVR_TORTURE") != nullptr;
@@ -53,12 +53,12 @@ struct scenario {
   script run;
   // The state that it begins with: a process that was killed there left it.
   step killed_in;
-  int killed_at = 0;   // in thousandths of its points
+  int killed_at = 0;  // in thousandths of its points
   bool from_nothing = false;
-  step work = crash_test::work_on;   // of who comes afterwards
+  step work = crash_test::work_on;  // of who comes afterwards
   // The tables in memory have what a refused call was to bring, until they are built anew.
   bool shows_refused = false;
-  bool keeps_nothing = false;        // the end of the task takes all back
+  bool keeps_nothing = false;  // the end of the task takes all back
 };
 void PrintTo(const scenario& s, std::ostream* out) {
   *out << s.name;
@@ -77,19 +77,22 @@ script whole_life_of(std::vector<step> steps) {
 
 bool explicit_transaction(void* task, bool keep) {
   return db_start_trans(task, DB_TRG) == DBE_OK && crash_test::put_target(task, "NEW", "in a transaction") &&
-         crash_test::put_shadow(task, "NEW", 1000, 1) && crash_test::put_target(task, "T1", "changed in it") &&
-         crash_test::del_shadow(task, "T2") && (keep ? db_commit(task, DB_TRG) : db_rollback(task, DB_TRG)) == DBE_OK;
+         crash_test::put_shadow(task, "NEW", 1000, 1) &&
+         crash_test::put_target(task, "T1", "changed in it") && crash_test::del_shadow(task, "T2") &&
+         (keep ? db_commit(task, DB_TRG) : db_rollback(task, DB_TRG)) == DBE_OK;
 }
 
 // Lists of targets and change files, and all of requests and pairs.
 bool lists(void* task) {
   std::vector<char> names(64 * 16);
   std::uint16_t count = 0, index = 0;
-  if (db_start_list(task, DB_TRG, nullptr, names.data(), static_cast<std::uint32_t>(names.size()), &count, &index) != DBE_OK)
+  if (db_start_list(task, DB_TRG, nullptr, names.data(), static_cast<std::uint32_t>(names.size()), &count,
+                    &index) != DBE_OK)
     return false;
   zvrtest::CfName every = zvrtest::cf("*.*.*.*.*.*.*.*.*.*.*");
   db_cat_entry entries[16];
-  if (db_start_list(task, DB_CAT, every.data(), entries, sizeof entries, &count, &index) != DBE_OK) return false;
+  if (db_start_list(task, DB_CAT, every.data(), entries, sizeof entries, &count, &index) != DBE_OK)
+    return false;
   for (std::int16_t rc = DBE_OK; rc != DBE_END_OF_LIST;) {
     unsigned char record[512];
     rc = db_get_next(task, DB_CAT, entries, count, &index, record, sizeof record);
@@ -99,7 +102,7 @@ bool lists(void* task) {
 }
 
 std::string observe_all(void* task) {
-  const std::string records = observe(task);   // these calls build the tables, which the other waits for
+  const std::string records = observe(task);  // these calls build the tables, which the other waits for
   return records + observe_connection(task);
 }
 
@@ -146,18 +149,28 @@ std::vector<scenario> all_scenarios() {
   add("DeletionOfAText", del_connection);
   add("Lists", lists);
   all.push_back({"Checkpoints", with_checkpoints(), {}});
-  all.push_back({"OpenPutAndClose", whole_life_of({[](void* t) { return put_target(t, "T1", "in a whole life"); }}), {}});
+  all.push_back({"OpenPutAndClose",
+                 whole_life_of({[](void* t) { return put_target(t, "T1", "in a whole life"); }}),
+                 {}});
   all.push_back({"OpenListAndClose", whole_life_of({lists}), {}});
-  all.push_back({"OpenAndEndInATransaction", whole_life_of({[](void* t) {
+  all.push_back({"OpenAndEndInATransaction",
+                 whole_life_of({[](void* t) {
                    return db_start_trans(t, DB_TRG) == DBE_OK && put_target(t, "T1", "never kept");
-                 }}), {}});
+                 }}),
+                 {}});
   all.back().keeps_nothing = true;
   const script come_and_go = whole_life_of({has_come});
-  for (const auto& [name, at] : {std::pair{"RepairBehindTheCommitOfAPair", 600}, {"RepairAmongThePagesOfAPair", 850}})
+  for (const auto& [name, at] :
+       {std::pair{"RepairBehindTheCommitOfAPair", 600}, {"RepairAmongThePagesOfAPair", 850}})
     all.push_back({name, come_and_go, [](void* t) { return put_status(t, "T2", "APP.TWO.REF.1", 4); }, at});
   for (const auto& [name, at] : {std::pair{"RepairInATransaction", 700}, {"RepairBehindItsCommit", 930}})
     all.push_back({name, come_and_go, [](void* t) { return explicit_transaction(t, true); }, at});
-  all.push_back({"Birth", whole_life_of({[](void* t) { return put_target(t, "T1", "the first"); }}), {}, 0, true, work_a_little});
+  all.push_back({"Birth",
+                 whole_life_of({[](void* t) { return put_target(t, "T1", "the first"); }}),
+                 {},
+                 0,
+                 true,
+                 work_a_little});
   return all;
 }
 
@@ -181,10 +194,11 @@ std::string locks_and_leavings(const std::string& folder) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, none)) {
     if (!entry.is_regular_file()) continue;
     const std::string name = entry.path().filename();
-    if (name.starts_with("new-") || entry.path().parent_path().filename() == "tmp") found += name + " is left; ";
+    if (name.starts_with("new-") || entry.path().parent_path().filename() == "tmp")
+      found += name + " is left; ";
     const int fd = ::open(entry.path().c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) continue;
-    struct flock lock{};
+    struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     if (::fcntl(fd, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK) found += name + " is locked; ";
@@ -214,7 +228,7 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
     if (HasFailure()) std::cout << "The log of the installation:\n" << end_of_log();
     zvrdb::engine::checkpoint_at = zvrdb::engine::journal_size;
     co_test_delay_factor(1, 1);
-    alarm(0);
+    end_of_limit();
   }
   std::string end_of_log() const {
     std::ifstream log(place_.base() + "/log/messages.log");
@@ -227,10 +241,10 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
       for (const char* name : {"LOCAL", "SRC", "SRV", "T1", "T2"})
         if (!put_target(t, name, "of the start")) return false;
       return put_parameters(t, "T1", 20, 1) && put_hardware(t, "T1", 1) && put_shadow(t, "T2", 1000, 1) &&
-             put_shadow(t, "SRV", 10, 1) && put_change_file(t, "APP.ONE.REF.1") && put_change_file(t, "APP.TWO.REF.1") &&
-             put_change_file(t, "APP.FREE.REF.1") && put_status(t, "T1", "APP.ONE.REF.1", 1) &&
-             put_status(t, "T1", "APP.TWO.REF.1", 2) && put_status(t, "T2", "APP.ONE.REF.1", 3) && put_request(t, 1) &&
-             put_request(t, 2);
+             put_shadow(t, "SRV", 10, 1) && put_change_file(t, "APP.ONE.REF.1") &&
+             put_change_file(t, "APP.TWO.REF.1") && put_change_file(t, "APP.FREE.REF.1") &&
+             put_status(t, "T1", "APP.ONE.REF.1", 1) && put_status(t, "T1", "APP.TWO.REF.1", 2) &&
+             put_status(t, "T2", "APP.ONE.REF.1", 3) && put_request(t, 1) && put_request(t, 2);
     });
     const outcome made = place_.rehearse(base);
     ASSERT_FALSE(made.failed);
@@ -273,7 +287,9 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
   // two the one that `found` is, and no other.
   static void expect_state(const std::string& observed, std::vector<std::string>* allowed) {
     ASSERT_NE(std::find(allowed->begin(), allowed->end(), observed), allowed->end())
-        << "found\n" << observed << "and not\n" << allowed->front() << (allowed->size() > 1 ? "or\n" + allowed->back() : "");
+        << "found\n"
+        << observed << "and not\n"
+        << allowed->front() << (allowed->size() > 1 ? "or\n" + allowed->back() : "");
     *allowed = {observed};
   }
   // A task that comes afterwards, alone.
@@ -315,7 +331,7 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
   // 0: nothing failed, the run is whole.
   unsigned run_with(request kind, unsigned n, bool for_good) {
     const scenario& s = GetParam();
-    alarm(patience_seconds);
+    limit_time();
     zvrdb::engine::set_os_ops(by_the_locked_path(kind) ? &without_mappings() : nullptr);
     put_back();
     unsigned failures = 0, done = 0;
@@ -367,7 +383,8 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
     return failures;
   }
   bool try_point(request kind, unsigned n, bool for_good) {
-    SCOPED_TRACE("request " + std::to_string(n) + " of the kind " + name_of(kind) + (for_good ? " and all later ones" : ""));
+    SCOPED_TRACE("request " + std::to_string(n) + " of the kind " + name_of(kind) +
+                 (for_good ? " and all later ones" : ""));
     const bool failed = run_with(kind, n, for_good) != 0;
     tried_ += failed;
     return failed && !HasFatalFailure() && !HasNonfatalFailure();

@@ -22,15 +22,15 @@
 #include "crash/stored_records.h"
 #include "faults/library_faults.h"
 #include "faults/text_connection.h"
+#include "faults/time_limit.h"
 
 namespace fault_test {
 namespace {
 
 using namespace crash_test;
 
-constexpr std::uint32_t first_sequence = 1000;   // of the requests that fill the disk
+constexpr std::uint32_t first_sequence = 1000;  // of the requests that fill the disk
 constexpr unsigned most_requests = 100000;
-constexpr unsigned patience_seconds = 100;
 
 std::string see(void* task) {
   const std::string records = observe(task);
@@ -49,7 +49,8 @@ const operation operations[] = {
     {"put of a change file", [](void* t) { return put_change_file(t, "APP.THREE.REF.1"); }},
     {"put of a text", [](void* t) { return put_connection(t, 2); }},
     {"put of a request", [](void* t) { return put_request_root(t, 3); }},
-    {"transaction", [](void* t) {
+    {"transaction",
+     [](void* t) {
        bool good = db_start_trans(t, DB_TRG) == DBE_OK;
        for (unsigned i = 0; i < 40; ++i) good = good && put_shadow(t, i % 2 ? "T1" : "T2", 1000, i);
        return good && db_commit(t, DB_TRG) == DBE_OK;
@@ -63,28 +64,28 @@ const operation operations[] = {
 bool put_base(void* t) {
   for (const char* name : {"LOCAL", "SRC", "SRV", "T1", "T2"})
     if (!put_target(t, name, "of the start")) return false;
-  return put_parameters(t, "T1", 20, 1) && put_shadow(t, "T2", 1000, 1) && put_change_file(t, "APP.ONE.REF.1") &&
-         put_change_file(t, "APP.TWO.REF.1") && put_status(t, "T1", "APP.ONE.REF.1", 1) && put_request(t, 1) &&
-         put_connection(t, 1);
+  return put_parameters(t, "T1", 20, 1) && put_shadow(t, "T2", 1000, 1) &&
+         put_change_file(t, "APP.ONE.REF.1") && put_change_file(t, "APP.TWO.REF.1") &&
+         put_status(t, "T1", "APP.ONE.REF.1", 1) && put_request(t, 1) && put_connection(t, 1);
 }
 
 // How a disk is made small and large again.
 struct disk {
-  std::function<bool()> fill;   // leaves some room
+  std::function<bool()> fill;  // leaves some room
   std::function<bool()> make_room;
 };
 
 class FullDisk : public ::testing::Test {
  protected:
   void SetUp() override {
-    alarm(patience_seconds);
+    limit_time();
     co_test_delay_factor(1, 1000);
     std::filesystem::create_directory(place_.base() + "/db/snadscon");
   }
   void TearDown() override {
     make_room();
     co_test_delay_factor(1, 1);
-    alarm(0);
+    end_of_limit();
   }
   // Requests until one is refused; how many were stored.
   static unsigned store_until_full(void* task) {
@@ -109,7 +110,8 @@ class FullDisk : public ::testing::Test {
     }
     ++refused_;
     const std::int16_t code = last_refusal();
-    EXPECT_TRUE(code == DBE_IO_ERROR || code == CO_IO_ERROR || code == DBE_NOT_FOUND || code == DBE_NO_TARGET) << code;
+    EXPECT_TRUE(code == DBE_IO_ERROR || code == CO_IO_ERROR || code == DBE_NOT_FOUND || code == DBE_NO_TARGET)
+        << code;
     EXPECT_EQ(db_rollback(task, DB_TRG), DBE_OK);
     EXPECT_EQ(see(task), before);
   }
@@ -194,6 +196,7 @@ TEST_F(FullDisk, SoItIsOnASmallFileSystem) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
+    limit_time();   // timers are the parent's own
     SmallFileSystem small(folder);
     if (!small.mount_it()) _exit(not_permitted);
     std::filesystem::create_directory(folder + "/snadscon");
@@ -226,13 +229,13 @@ TEST_F(FullDisk, AnyRoomThatIsTooLittleIsRefusedWhole) {
     SCOPED_TRACE(what.name);
     bool done = false;
     for (std::uint64_t room = 0; !done; room = more(room), ++points) {
-      alarm(patience_seconds);
+      limit_time();
       SCOPED_TRACE("room for " + std::to_string(room) + " bytes");
       place_.put_back();
       std::filesystem::create_directory(place_.base() + "/db/snadscon");
       task = co_init_task("tries", nullptr, 0);
       ASSERT_NE(task, nullptr) << co_init_error();
-      ASSERT_FALSE(see(task).empty());   // the files are open, and the tables are there
+      ASSERT_FALSE(see(task).empty());  // the files are open, and the tables are there
       ASSERT_TRUE(put_connection(task, 1));
       const std::string before = see(task);
       fill_disk(room);
@@ -268,6 +271,7 @@ TEST_F(FullDisk, AnInstallationThatFindsNoRoomForItsFilesMakesThemLater) {
   bool done = false;
   for (std::uint64_t room = 0; !done; room += step_of_room, ++points) {
     SCOPED_TRACE("room for " + std::to_string(room) + " bytes");
+    limit_time();
     place_.put_back();
     fill_disk(room);
     void* task = co_init_task("first", nullptr, 0);

@@ -10,16 +10,16 @@
 namespace fault_test {
 
 enum class request : unsigned {
-  open,         // files and folders, made or existing
-  read,         // bytes and names of a folder
+  open,  // files and folders, made or existing
+  read,  // bytes and names of a folder
   write,
   flush,
-  lock,         // taken or asked for; to free one never fails
-  name,         // link, rename, unlink
+  lock,  // taken or asked for; to free one never fails
+  name,  // link, rename, unlink
   status,
-  room,         // storage for a file, rights and owner of it
-  map,          // memory of a file, or pages of its own
-  close,        // which closes all the same
+  room,   // storage for a file, rights and owner of it
+  map,    // memory of a file, or pages of its own
+  close,  // which closes all the same
   random,
   allocation,
 };
@@ -44,9 +44,9 @@ std::string strange_answers();
 
 // What the process holds by the library's requests.
 struct holdings {
-  std::size_t blocks, bytes;       // of memory
-  std::size_t mappings, mapped;    // of pages and files, and their bytes
-  std::size_t descriptors;         // of the whole process
+  std::size_t blocks, bytes;     // of memory
+  std::size_t mappings, mapped;  // of pages and files, and their bytes
+  std::size_t descriptors;       // of the whole process
   bool operator==(const holdings&) const = default;
 };
 holdings held_now();

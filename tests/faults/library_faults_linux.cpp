@@ -1,5 +1,3 @@
-#include "faults/library_faults.h"
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <malloc.h>
@@ -19,13 +17,15 @@
 #include <iterator>
 #include <unordered_map>
 
+#include "faults/library_faults.h"
+
 namespace fault_test {
 namespace {
 
-constexpr const char* names[requests] = {"open", "read", "write", "flush",  "lock",   "name",
-                                         "status", "room", "map", "close", "random", "allocation"};
+constexpr const char* names[requests] = {"open",   "read", "write", "flush", "lock",   "name",
+                                         "status", "room", "map",   "close", "random", "allocation"};
 
-unsigned inside = 0;   // of exported calls
+unsigned inside = 0;  // of exported calls
 bool armed = false;
 request wanted = request::open;
 unsigned fatal = 0;
@@ -40,11 +40,29 @@ std::uint64_t disk_room = no_bound;
 
 // Every answer that the header tells of, but those of the conversion.
 constexpr int table[] = {
-    DBE_OK,            DBE_BAD_DB_ID,     DBE_NOT_FOUND,      DBE_BAD_RECORD,        DBE_RECORD_REPLACED,
-    DBE_END_OF_LIST,   DBE_NO_TARGET,     DBE_INIT_FAILED,    DBE_BAD_CMS_KEY,       DBE_ENTRY_CHANGED,
-    DBE_LIST_TOO_SMALL, DBE_CMS_EXISTS,   DBE_LIMIT_EXCEEDED, DBE_NO_STATUS,         DBE_NO_STAT_GET,
-    DBE_NOT_AUTHORIZED, DBE_EMPTY_LIST,   DBE_BUFFER_TOO_SMALL, DBE_TRANS_IN_PROGRESS, DBE_FILE_NOT_FOUND,
-    DBE_IO_ERROR,      DBE_FILE_STATUS,   DBE_CO_FAILURE,
+    DBE_OK,
+    DBE_BAD_DB_ID,
+    DBE_NOT_FOUND,
+    DBE_BAD_RECORD,
+    DBE_RECORD_REPLACED,
+    DBE_END_OF_LIST,
+    DBE_NO_TARGET,
+    DBE_INIT_FAILED,
+    DBE_BAD_CMS_KEY,
+    DBE_ENTRY_CHANGED,
+    DBE_LIST_TOO_SMALL,
+    DBE_CMS_EXISTS,
+    DBE_LIMIT_EXCEEDED,
+    DBE_NO_STATUS,
+    DBE_NO_STAT_GET,
+    DBE_NOT_AUTHORIZED,
+    DBE_EMPTY_LIST,
+    DBE_BUFFER_TOO_SMALL,
+    DBE_TRANS_IN_PROGRESS,
+    DBE_FILE_NOT_FOUND,
+    DBE_IO_ERROR,
+    DBE_FILE_STATUS,
+    DBE_CO_FAILURE,
 };
 
 // The error of a request that fails now, or 0.
@@ -150,8 +168,8 @@ holdings held_now() {
 
 std::string told(const holdings& h) {
   char text[160];
-  std::snprintf(text, sizeof text, "%zu blocks of %zu bytes, %zu mappings of %zu bytes, %zu descriptors", h.blocks,
-                h.bytes, h.mappings, h.mapped, h.descriptors);
+  std::snprintf(text, sizeof text, "%zu blocks of %zu bytes, %zu mappings of %zu bytes, %zu descriptors",
+                h.blocks, h.bytes, h.mappings, h.mapped, h.descriptors);
   return text;
 }
 
@@ -180,7 +198,7 @@ using fault_test::fails;
 using fault_test::request;
 
 // REQUEST stands in the place of a function of the C library, PASSED is that one.
-#define REQUEST(type, function, ...)             \
+#define REQUEST(type, function, ...)              \
   extern "C" type __real_##function(__VA_ARGS__); \
   extern "C" type __wrap_##function(__VA_ARGS__); \
   type __wrap_##function(__VA_ARGS__)
@@ -234,7 +252,8 @@ REQUEST(struct dirent*, readdir, DIR* folder) {
 }
 REQUEST(ssize_t, write, int fd, const void* from, size_t n) {
   if (fails(request::write, EIO)) return -1;
-  const size_t fitting = fault_test::that_fits(fd, static_cast<std::uint64_t>(std::max<off_t>(lseek(fd, 0, SEEK_CUR), 0)), n);
+  const size_t fitting =
+      fault_test::that_fits(fd, static_cast<std::uint64_t>(std::max<off_t>(lseek(fd, 0, SEEK_CUR), 0)), n);
   if (fitting != 0 || n == 0) return PASSED(write)(fd, from, fitting);
   errno = ENOSPC;
   return -1;
@@ -261,10 +280,14 @@ int __wrap_fcntl(int fd, int command, ...) {
   va_end(arguments);
   bool locks = false;
   switch (command) {
-    case F_SETLK: case F_SETLKW: case F_OFD_SETLK: case F_OFD_SETLKW:
+    case F_SETLK:
+    case F_SETLKW:
+    case F_OFD_SETLK:
+    case F_OFD_SETLKW:
       locks = static_cast<const struct flock*>(argument)->l_type != F_UNLCK;
       break;
-    case F_GETLK: case F_OFD_GETLK:
+    case F_GETLK:
+    case F_OFD_GETLK:
       locks = true;
       break;
     default:
@@ -352,7 +375,8 @@ REQUEST(void*, malloc, size_t size) {
   return fails(request::allocation, ENOMEM) ? nullptr : fault_test::held(PASSED(malloc)(size), size);
 }
 REQUEST(void*, calloc, size_t count, size_t size) {
-  return fails(request::allocation, ENOMEM) ? nullptr : fault_test::held(PASSED(calloc)(count, size), count * size);
+  return fails(request::allocation, ENOMEM) ? nullptr
+                                            : fault_test::held(PASSED(calloc)(count, size), count * size);
 }
 REQUEST(void*, realloc, void* old, size_t size) {
   if (fails(request::allocation, ENOMEM)) return nullptr;
@@ -372,23 +396,30 @@ REQUEST(void, free, void* block) {
 
 // ---- Exported calls
 
-#define CALL_OF(of_text, function, parameters, arguments)                 \
-  extern "C" int16_t __real_##function parameters;                        \
-  extern "C" int16_t __wrap_##function parameters;                        \
-  int16_t __wrap_##function parameters {                                  \
-    const exported_call call;                                             \
-    return answered(#function, __real_##function arguments, of_text);     \
+#define CALL_OF(of_text, function, parameters, arguments)             \
+  extern "C" int16_t __real_##function parameters;                    \
+  extern "C" int16_t __wrap_##function parameters;                    \
+  int16_t __wrap_##function parameters {                              \
+    const exported_call call;                                         \
+    return answered(#function, __real_##function arguments, of_text); \
   }
 #define CALL(function, parameters, arguments) CALL_OF(false, function, parameters, arguments)
-#define GENERIC_CALL(function, parameters, arguments) CALL_OF(fault_test::is_text(id), function, parameters, arguments)
+#define GENERIC_CALL(function, parameters, arguments) \
+  CALL_OF(fault_test::is_text(id), function, parameters, arguments)
 GENERIC_CALL(db_del, (void* t, uint32_t id, uint16_t n, const void* const* keys), (t, id, n, keys))
-GENERIC_CALL(db_get, (void* t, uint32_t id, uint16_t n, const void* const* keys, void* b, uint16_t l), (t, id, n, keys, b, l))
-GENERIC_CALL(db_put, (void* t, uint32_t id, uint16_t n, const void* const* keys, void* b, uint16_t l), (t, id, n, keys, b, l))
-GENERIC_CALL(db_start_list, (void* t, uint32_t id, const void* filter, void* list, uint32_t size, uint16_t* count, uint16_t* index),
-     (t, id, filter, list, size, count, index))
-GENERIC_CALL(db_get_next, (void* t, uint32_t id, const void* list, uint16_t max, uint16_t* index, void* b, uint16_t l),
-     (t, id, list, max, index, b, l))
-GENERIC_CALL(db_init_list, (void* t, uint32_t id, void* filter, void* state, uint32_t size), (t, id, filter, state, size))
+GENERIC_CALL(db_get, (void* t, uint32_t id, uint16_t n, const void* const* keys, void* b, uint16_t l),
+             (t, id, n, keys, b, l))
+GENERIC_CALL(db_put, (void* t, uint32_t id, uint16_t n, const void* const* keys, void* b, uint16_t l),
+             (t, id, n, keys, b, l))
+GENERIC_CALL(db_start_list,
+             (void* t, uint32_t id, const void* filter, void* list, uint32_t size, uint16_t* count,
+              uint16_t* index),
+             (t, id, filter, list, size, count, index))
+GENERIC_CALL(db_get_next,
+             (void* t, uint32_t id, const void* list, uint16_t max, uint16_t* index, void* b, uint16_t l),
+             (t, id, list, max, index, b, l))
+GENERIC_CALL(db_init_list, (void* t, uint32_t id, void* filter, void* state, uint32_t size),
+             (t, id, filter, state, size))
 GENERIC_CALL(db_get_more, (void* t, uint32_t id, void* state, void* b, uint16_t l), (t, id, state, b, l))
 CALL(db_start_trans, (void* t, uint32_t id), (t, id))
 CALL(db_commit, (void* t, uint32_t id), (t, id))

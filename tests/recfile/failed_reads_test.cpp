@@ -14,7 +14,7 @@ struct target_key {
   std::uint32_t recnum;
 };
 
-int reads_left = -1;   // until one fails; -1: none will
+int reads_left = -1;  // until one fails; -1: none will
 std::int64_t planned_read(int file, std::uint64_t offset, void* to, std::size_t n) {
   if (reads_left >= 0 && reads_left-- == 0) return -1;
   return engine::linux_ops.read_at(file, offset, to, n);
@@ -22,13 +22,13 @@ std::int64_t planned_read(int file, std::uint64_t offset, void* to, std::size_t 
 engine::os_ops with_planned_reads() {
   engine::os_ops ops = engine::linux_ops;
   ops.read_at = planned_read;
-  ops.map = nullptr;   // so that each node comes by the read
+  ops.map = nullptr;  // so that each node comes by the read
   return ops;
 }
 const engine::os_ops planned_ops = with_planned_reads();
 
 using bytes = std::vector<unsigned char>;
-constexpr std::uint32_t long_record = 60000;   // four pieces
+constexpr std::uint32_t long_record = 60000;  // four pieces
 constexpr std::uint32_t short_record = 100;
 constexpr std::uint32_t number = 7;
 
@@ -39,7 +39,8 @@ class FailedReads : public ::testing::Test {
     engine::set_os_ops(&planned_ops);
     zvrtest::file_task files("first");
     EXPECT_EQ(files.open(), DBE_OK);
-    for (std::uint32_t n = 1; n <= 2 * number; ++n) EXPECT_EQ(write(files, n, zvrtest::bytes_of(n % 2 ? long_record : short_record, n)), DBE_OK);
+    for (std::uint32_t n = 1; n <= 2 * number; ++n)
+      EXPECT_EQ(write(files, n, zvrtest::bytes_of(n % 2 ? long_record : short_record, n)), DBE_OK);
   }
   ~FailedReads() override {
     reads_left = -1;
@@ -47,11 +48,13 @@ class FailedReads : public ::testing::Test {
   }
   static std::int16_t write(zvrtest::file_task& files, std::uint32_t n, const bytes& content) {
     target_key key = {DB_SHT, n, 0};
-    return db_write(files.task(), files.tcb()->trg_file, &key, content.data(), static_cast<std::uint32_t>(content.size()));
+    return db_write(files.task(), files.tcb()->trg_file, &key, content.data(),
+                    static_cast<std::uint32_t>(content.size()));
   }
   static std::int16_t update(zvrtest::file_task& files, const bytes& content) {
     target_key key = {DB_SHT, number, 0};
-    return db_update(files.task(), files.tcb()->trg_file, &key, content.data(), static_cast<std::uint32_t>(content.size()));
+    return db_update(files.task(), files.tcb()->trg_file, &key, content.data(),
+                     static_cast<std::uint32_t>(content.size()));
   }
   static std::int16_t remove(zvrtest::file_task& files) {
     target_key key = {DB_SHT, number, 0};
