@@ -123,7 +123,7 @@ int main(int argc, char** argv) {
   rivals.push_back(make_floor());
   Report report;
   describe(options, rivals, &report);
-  run_store_workloads(options, rivals, &report);
+  if (!is_system_workload(options.only)) run_store_workloads(options, rivals, &report);
   run_system_workloads(system, &report);
   print_report(report, wanted);
   write_json(report, wanted, json);

@@ -25,6 +25,7 @@ using zvrtest::CfName;
 
 constexpr char ours[] = "zvrdb calls";
 constexpr char sqlite[] = "SQLite WAL";
+constexpr char lmdb[] = "LMDB, the same targets";
 constexpr std::size_t target_record_len = 21724;
 constexpr std::size_t file_record_len = 2464;
 constexpr std::uint32_t sections = 30;
@@ -158,7 +159,9 @@ class System {
   };
 
   // An operation of a task: time in a process of its own, then its calls.
-  void operation(const char* name, double per_call, const std::function<void(void*, std::uint64_t)>& body) {
+  // Before, it is done `rounds` times.
+  void operation(const char* name, double per_call, std::uint32_t rounds,
+                 const std::function<void(void*, std::uint64_t)>& body) {
     if (!wanted(name)) return;
     announce(name);
     SharedOutcome out, each;
@@ -167,7 +170,7 @@ class System {
     };
     await(start_worker([&] {
       Task task;
-      warm(task);
+      for (std::uint64_t i = 0; i < rounds; ++i) body(task, i);
       time_all(&*out, options_.slice, UINT64_MAX, [&](std::uint64_t i) { body(task, i); });
       time_each(&*each, options_.slice / 2, Outcome::most_samples, [&](std::uint64_t i) { body(task, i); });
     }));
@@ -192,23 +195,26 @@ class System {
 
   void memory() {
     auto buffer = std::make_shared<std::vector<unsigned char>>(65535);
-    operation(workload::lookup, 1, [this](void* task, std::uint64_t i) {
+    operation(workload::lookup, 1, options_.targets, [this](void* task, std::uint64_t i) {
       std::uint32_t number = 0;
       expect(db_get_trg_index(task, some_target(i).c_str(), &number), "lookup");
     });
-    operation(workload::target, 1, [this, buffer](void* task, std::uint64_t i) {
+    beside_lmdb(workload::target, [this, buffer](TargetNames& names, std::uint64_t i) {
+      if (!names.get(some_target(i), buffer->data(), 148)) give_up("get of LMDB", 0);
+    });
+    operation(workload::target, 1, options_.targets, [this, buffer](void* task, std::uint64_t i) {
       const std::string name = some_target(i);
       const void* keys[] = {name.c_str()};
       expect(db_get(task, DB_TRG, 1, keys, buffer->data(), 148), "get");
     });
-    operation(workload::state, 1, [this](void* task, std::uint64_t i) {
+    operation(workload::state, 1, options_.targets, [this](void* task, std::uint64_t i) {
       const std::string name = some_target(i);
       unsigned char status[4];
       expect(db_get_trg_stat(task, name.c_str(), status), "state");
       ++status[3];
       expect(db_put_trg_stat(task, name.c_str(), status), "state");
     });
-    operation(workload::list_step, options_.targets, [this, buffer](void* task, std::uint64_t) {
+    operation(workload::list_step, options_.targets, 20, [this, buffer](void* task, std::uint64_t) {
       unsigned char filter[138] = {};
       unsigned char state[420];
       expect(db_init_list(task, DB_TRG, filter, state, sizeof state), "list");
@@ -216,6 +222,23 @@ class System {
       while (db_get_more(task, DB_TRG, state, buffer->data(), 148) == DBE_OK) ++found;
       if (found < options_.targets) give_up("list of targets", found);
     });
+  }
+
+  // The same from LMDB, after as many rounds.
+  void beside_lmdb(const char* name, const std::function<void(TargetNames&, std::uint64_t)>& body) {
+    if (!wanted(name) || !have_target_names()) return;
+    make_target_names(options_.folder, options_.targets, target_name);
+    SharedOutcome out, each;
+    await(start_worker([&] {
+      TargetNames names(options_.folder);
+      for (std::uint64_t i = 0; i < options_.targets; ++i) body(names, i);
+      time_all(&*out, options_.slice, UINT64_MAX, [&](std::uint64_t i) { body(names, i); });
+      time_each(&*each, options_.slice / 2, Outcome::most_samples, [&](std::uint64_t i) { body(names, i); });
+    }));
+    Figure& f = add(name, lmdb);
+    f.per_second = static_cast<double>(out->operations) / out->seconds;
+    f.median_us = each.percentile(0.5);
+    f.p99_us = each.percentile(0.99);
   }
 
   // The same list from SQLite.
@@ -245,20 +268,20 @@ class System {
     auto numbers = std::make_shared<std::vector<std::uint32_t>>(65535);
     const auto room = static_cast<std::uint32_t>(numbers->size() * sizeof(std::uint32_t));
     const std::uint32_t of_section = options_.files / sections / 2;
-    operation(workload::filter, 1, [=](void* task, std::uint64_t) {
+    operation(workload::filter, 1, 20, [=](void* task, std::uint64_t) {
       const CfName filter = cf(numbered("section", section_wanted) + ".*.FIX.*");
       std::uint16_t count = 0, index = 0;
       expect(db_start_list(task, DB_CAT, filter.data(), numbers->data(), room, &count, &index), "list");
       if (count != of_section) give_up("a list of change files", count);
     });
     compare(workload::filter, [=](StatusLists& l) { return l.by_filter(numbers->data()); }, of_section);
-    operation(workload::targets_of_file, 1, [=](void* task, std::uint64_t) {
+    operation(workload::targets_of_file, 1, 20, [=](void* task, std::uint64_t) {
       expect(db_cm_by_cat(task, file_name(0).data(), bytes->data(), static_cast<std::uint32_t>(bytes->size())),
              "targets of a change file");
     });
     compare(workload::targets_of_file, [=](StatusLists& l) { return l.targets_of_file(bytes->data()); },
             options_.targets);
-    operation(workload::files_of_target, 1, [=, this](void* task, std::uint64_t) {
+    operation(workload::files_of_target, 1, 20, [=, this](void* task, std::uint64_t) {
       std::uint32_t count = 0;
       expect(db_cm_by_trg(task, target_name(0).c_str(), numbers->data(), room, &count), "change files of a target");
       if (count != options_.files) give_up("change files of a target", count);
@@ -273,19 +296,18 @@ class System {
   Task* task_ = nullptr;
 };
 
-bool any_wanted(const std::string& only) {
-  if (only.empty()) return true;
-  for (const char* name :
+}  // namespace
+
+bool is_system_workload(const std::string& name) {
+  for (const char* one :
        {workload::lookup, workload::target, workload::state, workload::list_step, workload::filter,
         workload::targets_of_file, workload::files_of_target, workload::attach, workload::first_build})
-    if (only == name) return true;
+    if (name == one) return true;
   return false;
 }
 
-}  // namespace
-
 void run_system_workloads(const SystemOptions& options, Report* report) {
-  if (any_wanted(options.only)) System(options, report).run();
+  if (options.only.empty() || is_system_workload(options.only)) System(options, report).run();
 }
 
 }  // namespace bench

@@ -30,6 +30,28 @@ inline constexpr char first_build[] = "start of a process, first build";
 }  // namespace workload
 
 void run_system_workloads(const SystemOptions& options, Report* report);
+// Whether this is the name of one of them.
+bool is_system_workload(const std::string& name);
+
+// The heads of the same targets in LMDB, by name.
+inline constexpr std::size_t target_head_len = 192;
+bool have_target_names();
+// Makes and fills the store.
+void make_target_names(const std::string& folder, std::uint32_t count, std::string (*name_of)(std::uint32_t));
+class TargetNames {
+ public:
+  explicit TargetNames(const std::string& folder);
+  ~TargetNames();
+  TargetNames(const TargetNames&) = delete;
+  TargetNames& operator=(const TargetNames&) = delete;
+  // A transaction of its own.
+  bool get(const std::string& name, unsigned char* out, std::size_t length);
+
+  struct Inside;
+
+ private:
+  Inside* inside_;
+};
 
 // The same lists from tables of SQLite with the indexes that serve them best.
 struct StatusTables {

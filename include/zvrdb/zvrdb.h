@@ -21,6 +21,8 @@
  *                              transaction open, or stands between db_get_trg_stat and
  *                              db_put_trg_stat and somebody else is in such a call
  *       DBE_IO_ERROR           storage error
+ *       CO_IO_ERROR            (zvrco.h) the same, of text records: their file was found and
+ *                              could not be read, written or removed
  *     and the first call of a task what opening the files answered (DBE_IO_ERROR).
  *
  * Locking

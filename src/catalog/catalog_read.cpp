@@ -5,6 +5,7 @@
 #include "catalog/catalog.h"
 #include "catalog/catalog_key.h"
 #include "keyed/keyed.h"
+#include "memory/copy_out.h"
 #include "memory/catalog_tables.h"
 #include "memory/trace.h"
 
@@ -19,7 +20,7 @@ std::int16_t get_cat_entry(void* task, const DIST_CAT_ENTRY* slot, void* buffer,
     return rc = DBE_NOT_FOUND;
   }
   if (length <= cat_head_len) {
-    std::memcpy(buffer, slot->head, length);
+    memory::copy_out(buffer, slot->head, length);
     return rc;
   }
   catalog_key key = {DB_CAT, slot->cf_number, 0, 0, 0, 0};

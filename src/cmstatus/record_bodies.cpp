@@ -39,10 +39,6 @@ std::int16_t find_cms(const record_body& body, std::uint16_t number, std::uint32
   return DBE_NOT_FOUND;
 }
 
-std::uint16_t cat_index_at(const record_body& body, std::uint32_t offset) {
-  return holds_entry(body, offset) ? load<std::uint16_t>(body.bytes + offset) : free_entry;
-}
-
 void free_entry_at(const record_body& body, std::uint32_t offset) {
   if (holds_entry(body, offset)) store(body.bytes + offset, free_entry);
 }
@@ -59,11 +55,6 @@ bool store_entry(record_body* body, std::uint32_t offset, std::uint16_t number, 
   entry[entry_status] = status;
   std::memcpy(entry + entry_details, details, details_len);
   return true;
-}
-
-target_status target_status_at(const record_body& body, std::uint32_t position) {
-  const auto entry = load<std::uint32_t>(body.bytes + std::size_t{position} * file_entry_len);
-  return {entry >> status_bits, static_cast<std::uint8_t>(entry)};
 }
 
 std::uint32_t find_target(const record_body& body, std::uint32_t trg_index) {

@@ -9,7 +9,9 @@
 //                  u32 number of the target times 256, or status
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "memory/codes.h"
 
@@ -33,7 +35,12 @@ inline constexpr std::uint16_t free_entry = 65535;
 // first free entry.
 std::int16_t find_cms(const record_body& body, std::uint16_t number, std::uint32_t* offset);
 // Change file of the entry at an offset; free_entry when no whole entry stands there.
-std::uint16_t cat_index_at(const record_body& body, std::uint32_t offset);
+inline std::uint16_t cat_index_at(const record_body& body, std::uint32_t offset) {
+  if (body.length < target_entry_len || offset > body.length - target_entry_len) return free_entry;
+  std::uint16_t number;
+  std::memcpy(&number, body.bytes + offset, sizeof number);
+  return number;
+}
 // Marks the entry as free.  Nothing happens where no whole entry stands.
 void free_entry_at(const record_body& body, std::uint32_t offset);
 // Writes change file, status and details into the entry at an offset that find_cms gave;
@@ -54,7 +61,12 @@ struct target_status {
   std::uint8_t status;
 };
 // position: below entries_of_file.
-target_status target_status_at(const record_body& body, std::uint32_t position);
+inline target_status target_status_at(const record_body& body, std::uint32_t position) {
+  std::uint32_t entry;
+  std::memcpy(&entry, body.bytes + std::size_t{position} * file_entry_len, sizeof entry);
+  constexpr unsigned status_bits = 8;
+  return {entry >> status_bits, static_cast<std::uint8_t>(entry)};
+}
 // Position of the target's entry; entries_of_file when it has none.
 std::uint32_t find_target(const record_body& body, std::uint32_t trg_index);
 // Replaces the target's status, or adds the target at the end.  0 added, 8196 replaced,

@@ -1,5 +1,7 @@
 #include "cmstatus/stored_records.h"
 
+#include <cstring>
+
 #include "memory/table_bounds.h"
 #include "recfile/recfile.h"
 
@@ -28,20 +30,43 @@ std::uint32_t image_len(const image_area& image) {
   return key_len + image.body.length;
 }
 
+// The area that the task keeps, or, while that is taken, one for this use alone.  New pages
+// for a long record each time would cost more than the record.
+unsigned char* take_bytes(void* task, std::uint32_t length, const char* tag) {
+  const auto make = [&] { return static_cast<unsigned char*>(co_malloc(task, length, CO_MEM_PRIVATE, tag)); };
+  DBR_TCB* tcb = memory::tcb_of(task);
+  if (tcb->image_taken != 0) return make();
+  if (tcb->image_len < length) {
+    if (tcb->image) co_free_int(task, tcb->image, tag);
+    tcb->image = make();
+    tcb->image_len = tcb->image ? length : 0;
+  }
+  tcb->image_taken = tcb->image ? 1 : 0;
+  return tcb->image;
+}
+
+void give_bytes_back(void* task, unsigned char* bytes) {
+  DBR_TCB* tcb = memory::tcb_of(task);
+  if (bytes == tcb->image)
+    tcb->image_taken = 0;
+  else
+    co_free_int(task, bytes, "cmstatus");
+}
+
 }  // namespace
 
 image_area::image_area(void* task, const char* tag, std::uint32_t longest, std::uint32_t entry_len)
-    : task_(task),
-      bytes_(static_cast<unsigned char*>(co_malloc(task, longest + entry_len, CO_MEM_PRIVATE, tag))),
-      longest_(longest) {
-  if (bytes_)
-    body = {bytes_ + key_len, 0, longest + entry_len - key_len};
-  else
+    : task_(task), bytes_(take_bytes(task, longest + entry_len, tag)), longest_(longest) {
+  if (!bytes_) {
     co_log2(task, 36355, 0, 0, 0, "%s", "temp ext buffer");
+    return;
+  }
+  std::memset(bytes_, 0, key_len);
+  body = {bytes_ + key_len, 0, longest + entry_len - key_len};
 }
 
 image_area::~image_area() {
-  if (bytes_) co_free_int(task_, bytes_, "cmstatus");
+  if (bytes_) give_bytes_back(task_, bytes_);
 }
 
 image_area target_area(void* task, const char* tag) {

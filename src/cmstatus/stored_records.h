@@ -20,7 +20,8 @@ struct record_key {
 static_assert(sizeof(record_key) == 12);
 inline constexpr std::uint32_t key_len = sizeof(record_key);
 
-// A work area for one image; given back at the end of its scope.
+// A work area for one image, whose bytes are not cleared but for the key; given back at the
+// end of its scope.
 class image_area {
  public:
   // Room for an image of `longest` bytes and one more entry: a record that fills the

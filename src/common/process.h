@@ -48,7 +48,10 @@ struct Process {
   MessageTable messages{};
 };
 
-Process& process();
+// Without a constructor or destructor that runs: exit functions and threads may use it from
+// the very start to the very end.
+extern Process* const process_of_program;
+inline Process& process() { return *process_of_program; }
 
 // Attaches on the first task (ORVO_PATH), detaches after the last; both under
 // process().mutex.  A reason of failure is left for co_init_error.

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <type_traits>
 
 #include "common/clock.h"
 #include "common/collation.h"
@@ -96,12 +96,11 @@ void install_process_hooks() {
 
 }  // namespace
 
-Process& process() {
-  // Never destroyed: exit functions and threads may use it to the very end.
-  alignas(Process) static unsigned char memory[sizeof(Process)];
-  static Process* const here = new (memory) Process;
-  return *here;
-}
+namespace {
+constinit Process the_process;
+static_assert(std::is_trivially_destructible_v<Process>);
+}  // namespace
+constinit Process* const process_of_program = &the_process;
 
 bool attach() {
   Process& here = process();

@@ -133,6 +133,13 @@ void remove_if_unused(int fd, const char* file_name) {
   if (lock_range(fd, F_WRLCK, 0, 1, false)) unlinkat(process().folder_fd, file_name, 0);
 }
 
+// A name that a segment bore while it was made, and that its maker could not take off again:
+// the file is locked by who has the segment, but nobody knows it by this name any more.
+bool bears_its_own_name(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && status.st_nlink > 1;
+}
+
 void unmap(MappedSegment* segment) {
   munmap(segment->address, segment->length);
   close(segment->fd);
@@ -244,7 +251,11 @@ void co_shm_sweep(void* handle, const char* keep) {
     if (!segment && !unfinished) continue;
     if (segment && keep != nullptr && strcmp(entry->d_name + sizeof kSegmentPrefix - 1, keep) == 0) continue;
     HeldDescriptor file(open_shared_file(here.installation, here.folder_fd, entry->d_name, O_RDWR));
-    if (file.fd >= 0) remove_if_unused(file.fd, entry->d_name);
+    if (file.fd < 0) continue;
+    if (unfinished && bears_its_own_name(file.fd))
+      unlinkat(here.folder_fd, entry->d_name, 0);
+    else
+      remove_if_unused(file.fd, entry->d_name);
   }
   closedir(listing);
 }

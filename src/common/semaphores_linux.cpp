@@ -79,7 +79,8 @@ uint16_t release(SharedSemaphore* semaphore) {
     semaphore->death = 0;
     semaphore->death_asked = 0;
   }
-  const uint64_t owner = semaphore->owner.exchange(0, std::memory_order_relaxed);
+  const uint64_t owner = semaphore->owner.load(std::memory_order_relaxed);
+  semaphore->owner.store(0, std::memory_order_relaxed);
   const int result = pthread_mutex_unlock(&semaphore->mutex);
   if (result == 0) return CO_OK;
   // Another thread than the one that locked it: it stays that one's.

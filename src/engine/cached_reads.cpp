@@ -35,9 +35,8 @@ first_page_seen look_at_first_page(const PSP* h) {
 
 bool something_moved(PSP* h) {
   const first_page_seen page = look_at_first_page(h);
-  if (page.flag) return true;
-  return h->journal != nullptr ? journal_moved(h, h->cached->journal, page.generation)
-                               : page.generation != h->generation;
+  if (h->journal != nullptr) return journal_moved(h, h->cached->journal, page.generation, page.flag);
+  return page.flag || page.generation != h->generation;
 }
 
 bool journal_in_view(PSP* h) {
@@ -93,7 +92,8 @@ bool end_quiet_read(PSP* h, int* result) {
     return true;
   }
   --h->rdnest;
-  if (state == quiet::broken || something_moved(h)) return false;
+  // All it saw is the process's own, and was the file's when it began: so it was made then.
+  if (state == quiet::broken) return false;
   if (h->deferred != 0) *result = h->deferred;
   return true;
 }

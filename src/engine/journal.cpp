@@ -23,6 +23,7 @@
 namespace zvrdb::engine {
 
 std::uint64_t checkpoint_at = journal_size;
+std::uint64_t defer_to = std::uint64_t{1} << 30;
 
 namespace {
 
@@ -70,7 +71,8 @@ void on_group(void* context, const group_read& g) {
   if (!j->follows) return;
   j->ahead = true;
   std::memcpy(j->seen_header, g.header, header_size);
-  for (std::uint32_t i = 0; i < g.nodes; ++i) renew_cached_node(h, g.number(i), g.image(i));
+  node_walk walk(g);
+  for (node_change c; next_node(&walk, &c);) renew_cached_node(h, c);
   forget_buffers(h);
 }
 
@@ -138,11 +140,16 @@ int with_arbiter_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   return result == e_ok ? lockread(h, false) : result;
 }
 
-const std::uint8_t* touched_node(const void* context, std::uint32_t i, std::int32_t* number) {
+node_change touched_node(const void* context, std::uint32_t i) {
   const auto* p = static_cast<const pending_pages*>(context);
   const pending_node& n = p->nodes[p->touched[i]];
-  *number = n.number;
-  return n.bytes;
+  node_change c = {n.number, static_cast<std::uint16_t>(node_head_size), 0, n.bytes, n.bytes + node_head_size};
+  if (n.to > n.from) {
+    c.from = n.from;
+    c.length = static_cast<std::uint16_t>(n.to - n.from);
+    c.entries = n.bytes + n.from;
+  }
+  return c;
 }
 
 // Header fields of the block from the file, and everything remembered of nodes forgotten.
@@ -248,7 +255,7 @@ int commit_change(PSP* h) {
   if (const int ready = ready_log(h); ready != e_ok) return ready;
   const bool more = (h->transtype != 0 || j->transaction_begins) && !j->closing;
   const std::uint64_t room = group_room(j->pages.touched_count, true);
-  const bool defer = more && j->log.at.end + room <= 4 * checkpoint_at;
+  const bool defer = more && j->log.at.end + room <= defer_to;
   // Before the commit: a lock that fails afterwards would leave it between two states.
   if (!defer && is_shared(h) && h->locklevel != 3) {
     if (const int locked = lockread(h, true); locked != e_ok) return locked;
@@ -308,6 +315,11 @@ int journal_open(PSP* h, const char* path, journal_use asked) {
   // One that is there and cannot be opened may know more than the file.
   if (!there && h->rw != 1 && os().exists(name) != 0) return e_io;
   if (!there && (asked == journal_use::off || h->rw == 1)) return e_ok;
+  // Whose journal it is, or would be, nobody could tell.
+  if (log.identity == 0) {
+    if (there) close_journal(&log);
+    return e_io;
+  }
   const std::size_t length = std::strlen(name);
   auto* j = static_cast<journal*>(os().allocate(sizeof(journal) + length));
   if (j == nullptr) {

@@ -38,6 +38,8 @@ struct journal {
 // nothing deferred.  A transaction defers until the journal has four times that length.
 // Tests make it small.
 extern std::uint64_t checkpoint_at;
+// Length of the journal up to which a transaction defers its writing.
+extern std::uint64_t defer_to;
 
 // At open, inside its read nesting: takes the journal of the file, if it has one or shall
 // have one, and brings the file up to date.  The answer is as of dopen.

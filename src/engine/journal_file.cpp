@@ -37,6 +37,13 @@ constexpr std::size_t open = 56;
 constexpr std::size_t crc = 60;
 }  // namespace group_at
 
+namespace list_at {
+constexpr std::size_t number = 0;
+constexpr std::size_t from = 4;
+constexpr std::size_t length = 6;
+constexpr std::size_t size = 8;
+}  // namespace list_at
+
 namespace link_at {
 constexpr std::size_t number = 0;
 constexpr std::size_t salt = 8;
@@ -46,7 +53,7 @@ static_assert(link_at::name + sizeof(group_link::name) == link_size);
 static_assert(head_at::header + header_size <= head_at::crc && head_at::crc + 4 == journal_head_size);
 static_assert(group_at::crc + 4 == group_head_size);
 
-constexpr char head_magic[] = "ZVRJRNL1";
+constexpr char head_magic[] = "ZVRJRNL2";
 constexpr char group_magic[] = "ZVRG";
 constexpr std::uint32_t kind_change = 1;
 constexpr std::uint32_t kind_promise = 2;
@@ -59,9 +66,13 @@ void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::litt
 
 bool is_linked(std::uint32_t kind) { return kind >= kind_promise; }
 
-std::uint64_t length_of(std::uint32_t nodes, std::uint32_t kind) {
+// Of a group without the entries of its nodes.
+std::uint64_t least_length(std::uint32_t nodes, std::uint32_t kind) {
   return group_head_size + (is_linked(kind) ? link_size : 0) + (kind != 0 ? header_size : 0) +
-         std::uint64_t{nodes} * (4 + page_size);
+         std::uint64_t{nodes} * (list_at::size + node_head_size);
+}
+std::uint64_t most_length(std::uint32_t nodes, std::uint32_t kind) {
+  return least_length(nodes, kind) + std::uint64_t{nodes} * (page_size - node_head_size);
 }
 
 std::uint64_t to_sectors(std::uint64_t n) { return (n + journal_sector - 1) / journal_sector * journal_sector; }
@@ -173,21 +184,38 @@ bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_p
   if (kind > kind_decision || nodes > static_cast<std::uint32_t>(max_node) + 1 || (kind == 0 && nodes != 0)) return false;
   if (load_le32(head + group_at::extent) > static_cast<std::uint32_t>(max_node) + 1) return false;
   const std::uint64_t length = load_le32(head + group_at::length);
-  return length == length_of(nodes, kind);
+  return length >= least_length(nodes, kind) && length <= most_length(nodes, kind);
 }
 
-bool numbers_are_good(const group_read& g) {
-  for (std::uint32_t i = 0; i < g.nodes; ++i) {
-    const std::int32_t n = g.number(i);
-    if (n < 0 || n > max_node || static_cast<std::uint32_t>(n) >= g.extent) return false;
+// Whether the list names nodes that there are, and their bytes fill the group.
+bool list_is_good(const group_read& g) {
+  const std::uint8_t* end = g.bytes + g.length;
+  node_walk walk(g);
+  while (walk.left > 0) {
+    const std::size_t from = load_le16(walk.list + list_at::from);
+    const std::size_t length = load_le16(walk.list + list_at::length);
+    if (from < node_head_size || from + length > page_size) return false;
+    if (static_cast<std::size_t>(end - walk.bytes) < node_head_size + length) return false;
+    node_change c;
+    next_node(&walk, &c);
+    if (c.number < 0 || c.number > max_node || static_cast<std::uint32_t>(c.number) >= g.extent) return false;
   }
-  return true;
+  return walk.bytes == end;
 }
 
 }  // namespace
 
-std::int32_t group_read::number(std::uint32_t i) const {
-  return load32s(numbers + std::size_t{i} * 4, byte_order::little);
+bool next_node(node_walk* w, node_change* out) {
+  if (w->left == 0) return false;
+  out->number = load32s(w->list + list_at::number, byte_order::little);
+  out->from = load_le16(w->list + list_at::from);
+  out->length = load_le16(w->list + list_at::length);
+  out->head = w->bytes;
+  out->entries = w->bytes + node_head_size;
+  w->list += list_at::size;
+  w->bytes += node_head_size + out->length;
+  --w->left;
+  return true;
 }
 
 bool journal_path(const char* record_path, char* out, std::size_t room) {
@@ -249,6 +277,9 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   if (os().write_at(j->file, 0, begin, sizeof begin) != static_cast<std::int64_t>(sizeof begin)) return e_write;
   if (how == begun::flushed && os().flush(j->file) != 0) return e_write;
   take_head(j, head);
+  // The groups of a giant transaction count no more, and whether they go is no matter.
+  if (how == begun::flushed && os().size(j->file) > static_cast<std::int64_t>(journal_kept))
+    os().cut(j->file, journal_size);
   return e_ok;
 }
 
@@ -348,7 +379,7 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
 }
 
 std::uint64_t group_room(std::uint32_t nodes, bool change) {
-  return to_sectors(length_of(nodes, change ? kind_decision : 0));
+  return to_sectors(most_length(nodes, change ? kind_decision : 0));
 }
 
 namespace {
@@ -364,14 +395,24 @@ void fill_content(std::uint8_t* at, const group_to_write& g) {
     at += link_size;
   }
   std::memcpy(at, g.header, header_size);
-  std::uint8_t* numbers = at + header_size;
-  std::uint8_t* images = numbers + std::size_t{g.nodes} * 4;
+  std::uint8_t* list = at + header_size;
+  std::uint8_t* bytes = list + std::size_t{g.nodes} * list_at::size;
   for (std::uint32_t i = 0; i < g.nodes; ++i) {
-    std::int32_t n = -1;
-    const std::uint8_t* bytes = g.node_at(g.context, i, &n);
-    store32s(numbers + std::size_t{i} * 4, n, byte_order::little);
-    std::memcpy(images + std::size_t{i} * page_size, bytes, page_size);
+    const node_change c = g.node_at(g.context, i);
+    store32s(list + list_at::number, c.number, byte_order::little);
+    store16(list + list_at::from, c.from, byte_order::little);
+    store16(list + list_at::length, c.length, byte_order::little);
+    std::memcpy(bytes, c.head, node_head_size);
+    std::memcpy(bytes + node_head_size, c.entries, c.length);
+    list += list_at::size;
+    bytes += node_head_size + c.length;
   }
+}
+
+std::uint64_t length_of(const group_to_write& g, std::uint32_t kind) {
+  std::uint64_t length = least_length(g.nodes, kind);
+  for (std::uint32_t i = 0; i < g.nodes; ++i) length += g.node_at(g.context, i).length;
+  return length;
 }
 }  // namespace
 
@@ -391,7 +432,7 @@ std::uint64_t next_random(journal_file* j) {
 
 int append_group(journal_file* j, const group_to_write& g) {
   const std::uint32_t kind = kind_of(g);
-  const std::uint64_t length = length_of(g.nodes, kind);
+  const std::uint64_t length = length_of(g, kind);
   const std::uint64_t padded = to_sectors(length);
   if (length > 0xFFFFFFFFu) return e_write;
   if (!make_room(j, padded)) return e_no_memory;
@@ -515,9 +556,9 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   out->extent = load_le32(at + group_at::extent);
   out->nodes = load_le32(at + group_at::nodes);
   out->header = change ? content : nullptr;
-  out->numbers = content + (change ? header_size : 0);
-  out->images = out->numbers + std::size_t{out->nodes} * 4;
-  return numbers_are_good(*out) ? 1 : 0;
+  out->list = content + (change ? header_size : 0);
+  out->contents = out->list + std::size_t{out->nodes} * list_at::size;
+  return list_is_good(*out) ? 1 : 0;
 }
 
 int write_group_again(journal_file* j, const group_read& g) {

@@ -4,7 +4,7 @@
 //
 //      0 +---------------------------------------------+
 //        | head of a life                         512  |  one sector: whole or not written
-//        |   0 "ZVRJRNL1"  8 salt (8)  16 identity (8) |
+//        |   0 "ZVRJRNL2"  8 salt (8)  16 identity (8) |
 //        |  24 generation (4)  28 settled (4)          |
 //        |  32 header of the record file (352)         |
 //        | 384 zero (124)  508 CRC-32C of 0 to 507 (4) |
@@ -22,7 +22,14 @@
 //     32 extent (4)  36 number of nodes (4)  40 kind (4)
 //     44 CRC-32C of the group before, of group 1 that of the head (4)
 //     48 a random number (8)  56 open (4)  60 CRC-32C (4)
-//     64 header of the record file (352), node numbers (4 each), nodes (1024 each)
+//     64 header of the record file (352), a list of nodes (8 each), their bytes
+//
+//      0 number of the node (4)   4 where its changed entries begin (2)   6 their length (2)
+//
+// Of each node its head (18) and those entries lie there, one behind the other.  A node is whole
+// where it is changed first by an operation, or in a transaction; later operations of a
+// transaction append what they changed of it.  So a byte of the record file is what the last
+// group of the life says of it, whichever of the groups before it is written again.
 //
 // Kind 1 is a change.  Kind 0 is an operation that moved nothing but the generation: it has
 // no header and no nodes.  The CRC is over all `length` bytes, its own field taken as zero.
@@ -58,6 +65,7 @@ inline constexpr std::uint64_t journal_sector = 512;
 inline constexpr std::uint64_t journal_mount_at = 512;
 inline constexpr std::uint64_t journal_groups = 4096;          // where group 1 begins
 inline constexpr std::uint64_t journal_size = 1024 * 1024;     // bytes made ahead
+inline constexpr std::uint64_t journal_kept = 4 * journal_size; // a longer one is cut back to journal_size
 inline constexpr std::size_t journal_head_size = 512;
 inline constexpr std::size_t group_head_size = 64;
 
@@ -107,6 +115,16 @@ struct journal_file {
   bool seeded = false;
 };
 
+// What a change says of a node, as it lies in the record file.
+struct node_change {
+  std::int32_t number;
+  std::uint16_t from;             // of the entries, an offset in the node
+  std::uint16_t length;           // 0: the head alone
+  const std::uint8_t* head;       // node_head_size bytes
+  const std::uint8_t* entries;    // `length` bytes
+};
+inline bool is_whole(const node_change& c) { return c.from == node_head_size && c.length == page_size - node_head_size; }
+
 // What is appended.
 struct group_to_write {
   std::uint32_t generation_before;
@@ -114,8 +132,8 @@ struct group_to_write {
   std::uint32_t extent;               // nodes that exist in the record file
   const std::uint8_t* header;         // 352 bytes, or null: a group of kind 0
   std::uint32_t nodes;
-  // Number and bytes (1024) of node i, i from 0 to nodes - 1.
-  const std::uint8_t* (*node_at)(const void* context, std::uint32_t i, std::int32_t* number);
+  // What is said of node i, i from 0 to nodes - 1.
+  node_change (*node_at)(const void* context, std::uint32_t i);
   const void* context;
   bool open;                          // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;    // at most one of these two, and then a header
@@ -133,13 +151,21 @@ struct group_read {
   std::uint32_t extent;
   std::uint32_t nodes;
   const std::uint8_t* header;         // null: kind 0
-  const std::uint8_t* numbers;
-  const std::uint8_t* images;
+  const std::uint8_t* list;           // of nodes
+  const std::uint8_t* contents;       // bytes of the first of them
   bool open;
   group_link promise, decision;
-  std::int32_t number(std::uint32_t i) const;
-  const std::uint8_t* image(std::uint32_t i) const { return images + std::size_t{i} * page_size; }
 };
+
+// The nodes of a group, one after the other.
+struct node_walk {
+  explicit node_walk(const group_read& g) : list(g.list), bytes(g.contents), left(g.nodes) {}
+  const std::uint8_t* list;
+  const std::uint8_t* bytes;
+  std::uint32_t left;
+};
+// False behind the last.
+bool next_node(node_walk* w, node_change* out);
 
 // Path of the journal of a record file; false when it has no room.
 bool journal_path(const char* record_path, char* out, std::size_t room);

@@ -62,6 +62,7 @@ int make_known(int record_file, const char* record, const group_link& decision) 
   if (!journal_path(record, name, sizeof name)) return e_ok;
   journal_file log;
   log.identity = os().identity(record_file);
+  if (log.identity == 0) return e_io;
   if (open_journal(&log, name) != e_ok) return os().exists(name) == 0 ? e_ok : e_io;
   int result = catch_up(&log, true);
   // A later life began with the file flushed.

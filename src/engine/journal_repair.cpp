@@ -84,8 +84,14 @@ int apply_group(PSP* h, const group_read& g) {
   if (g.header == nullptr) return e_ok;
   int result = extend_file(h, g.extent);
   if (result == e_ok) result = write_through(h, 0, g.header, header_size);
-  for (std::uint32_t i = 0; result == e_ok && i < g.nodes; ++i)
-    result = write_through(h, node_offset(g.number(i)), g.image(i), page_size);
+  node_walk walk(g);
+  for (node_change c; result == e_ok && next_node(&walk, &c);) {
+    const std::uint64_t at = node_offset(c.number);
+    // In the group the entries lie behind the head.
+    const bool together = c.from == node_head_size;
+    result = write_through(h, at, c.head, node_head_size + (together ? c.length : 0u));
+    if (result == e_ok && !together) result = write_through(h, at + c.from, c.entries, c.length);
+  }
   return result;
 }
 

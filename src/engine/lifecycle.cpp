@@ -367,7 +367,8 @@ int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int
     os().close(there);
     return e_exists;
   }
-  remove_journal(path);
+  // One of a file that was removed.  A file that is there and cannot be opened just now needs its own.
+  if (os().exists(path) == 0) remove_journal(path);
   const int made = make_file(h, path, keys);
   if (made != e_ok) return made;
   const int opened = dopen(h, path, recbuf, reclen, access, 2, keys, journal, options);

@@ -573,16 +573,19 @@ void forget_buffers(PSP* h) {
     if (b->owner == h) clear_tag(*b);
 }
 
-void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes) {
+void renew_cached_node(PSP* h, const node_change& c) {
+  const std::int32_t n = c.number;
   if (cache.blocks == nullptr || n < 0 || n > max_node) return;
   block* b = find_block(h, n);
-  if (b == nullptr && n >= h->nextnode && (cache.used < cache.count || !cache.oldest->dirty)) {
+  if (b == nullptr && n >= h->nextnode && is_whole(c) && (cache.used < cache.count || !cache.oldest->dirty)) {
     b = spare_block();
     take_to_front(b);
     own_block(b, h, n);
   }
   if (b == nullptr) return;
-  std::memcpy(&b->image, bytes, page_size);
+  auto* image = reinterpret_cast<std::uint8_t*>(&b->image);
+  std::memcpy(image, c.head, node_head_size);
+  std::memcpy(image + c.from, c.entries, c.length);
   convert_head(b->image, h->order);
   new_image(b);
   note_change();

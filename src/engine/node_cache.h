@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "engine/format.h"
+#include "engine/journal_file.h"
 #include "engine/psp.h"
 
 namespace zvrdb::engine {
@@ -92,9 +93,9 @@ int dropfile(PSP* h);
 void purgefile(PSP* h);
 // The same for memory that an open block lay in: nothing in it is believed.
 void purge_memory_of(PSP* h);
-// Bytes of a node as they lie in the file now, for the block that holds it, and for a node
-// that is new to the handle.
-void renew_cached_node(PSP* h, std::int32_t n, const std::uint8_t* bytes);
+// What a change says of a node, for the block that holds it as it was before, and for a node that
+// is new to the handle.
+void renew_cached_node(PSP* h, const node_change& c);
 // What the buffers hold of the file is old.
 void forget_buffers(PSP* h);
 // Forgets everything: for a forked child.

@@ -37,6 +37,7 @@ struct os_ops {
   std::int64_t (*read_at)(int file, std::uint64_t offset, void* to, std::size_t n);
   std::int64_t (*write_at)(int file, std::uint64_t offset, const void* from, std::size_t n);
   int (*flush)(int file);                      // to the disk
+  int (*cut)(int file, std::uint64_t size);    // to a smaller size
   std::int64_t (*size)(int file);              // bytes, -1 failed
   // A number that tells this file from others and from a later one of its name; 0 unknown.
   std::uint64_t (*identity)(int file);

@@ -256,6 +256,8 @@ int linux_flush(int file) {
   return 0;
 }
 
+int linux_cut(int file, std::uint64_t size) { return ftruncate(file, static_cast<off_t>(size)); }
+
 std::int64_t linux_size(int file) {
   struct stat st;
   return fstat(file, &st) == 0 ? static_cast<std::int64_t>(st.st_size) : -1;
@@ -330,6 +332,7 @@ const os_ops linux_ops = {
     .read_at = linux_read_at,
     .write_at = linux_write_at,
     .flush = linux_flush,
+    .cut = linux_cut,
     .size = linux_size,
     .identity = linux_identity,
     .random = linux_random,

@@ -69,22 +69,42 @@ std::uint8_t* new_page(pending_pages* p) {
   return p->slabs->pages[p->slabs->used++];
 }
 
+// First and one behind the last of the entries' bytes in which two images differ.
+void widen_to_differences(pending_node* node, const std::uint8_t* now) {
+  std::size_t from = node_head_size;
+  std::size_t to = page_size;
+  while (from < to && node->bytes[from] == now[from]) ++from;
+  while (to > from && node->bytes[to - 1] == now[to - 1]) --to;
+  if (from == to) return;
+  if (from < node->from) node->from = static_cast<std::uint16_t>(from);
+  if (to > node->to) node->to = static_cast<std::uint16_t>(to);
+}
+
 }  // namespace
 
 bool keep_node(pending_pages* p, std::int32_t n, const void* bytes) {
   if (p->count == p->room && !grow(p)) return false;
   const std::uint32_t at = place_of(p, n);
   std::uint32_t index = p->table[at];
-  if (index == 0) {
+  const bool is_new = index == 0;
+  if (is_new) {
     std::uint8_t* page = new_page(p);
     if (page == nullptr) return false;
-    p->nodes[p->count] = {n, 0, page};
+    p->nodes[p->count] = {n, 0, node_head_size, page_size, page};
     index = ++p->count;
     p->table[at] = index;
   }
   pending_node& node = p->nodes[index - 1];
+  const bool first_time = node.touched != p->operation;
+  if (!is_new) {
+    if (first_time) {
+      node.from = page_size;
+      node.to = 0;
+    }
+    widen_to_differences(&node, static_cast<const std::uint8_t*>(bytes));
+  }
   std::memcpy(node.bytes, bytes, page_size);
-  if (node.touched == p->operation) return true;
+  if (!first_time) return true;
   node.touched = p->operation;
   p->touched[p->touched_count++] = index - 1;
   return true;

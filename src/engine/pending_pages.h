@@ -11,6 +11,8 @@ namespace zvrdb::engine {
 struct pending_node {
   std::int32_t number;
   std::uint32_t touched;     // of the operation that wrote it last
+  std::uint16_t from;        // of the entries that this one changed, an offset in the node
+  std::uint16_t to;          // behind them; not beyond `from`: none but the head
   std::uint8_t* bytes;       // page_size
 };
 

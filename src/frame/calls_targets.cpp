@@ -16,8 +16,11 @@ constexpr std::uint32_t no_place_for_name = 36386;
 // Writes the status into the entry that the name's place in the index leads to: the
 // target of that name or, when there is none, the next one above it.
 std::int16_t write_status(void* task, DBR_TCB* tcb, const char* name, const void* status) {
-  const std::int64_t position = memory::locate_name(task, name);
-  TRG_CNTL_ENTRY* entry = position < 0 ? nullptr : memory::trg_slot(tcb, tcb->name_index[position].trg_index);
+  TRG_CNTL_ENTRY* entry = memory::trg_slot(tcb, memory::number_of_name(task, name));
+  if (!entry) {
+    const std::int64_t position = memory::locate_name(task, name);
+    if (position >= 0) entry = memory::trg_slot(tcb, tcb->name_index[position].trg_index);
+  }
   if (!entry) {
     co_log2(task, no_place_for_name, 0, 0, 0, "%s", "");
     return DBE_NOT_FOUND;
@@ -35,13 +38,9 @@ bool holds_memory(void* task, const DBR_TCB* tcb) {
 
 // Copies the status out and notes that it was read.
 std::int16_t read_status(void* task, const char* name, void* status) {
-  TRG_CNTL_ENTRY record = {};
-  const void* keys[] = {name};
   if (!name || !status) return DBE_NOT_FOUND;
-  const std::int16_t rc = targets::get_trg(task, 1, keys, &record, sizeof record);
-  if (rc != DBE_OK) return rc;
-  std::memcpy(status, record.trg_status, sizeof record.trg_status);
-  tcb_of(task)->trg_stat_read = 1;
+  const std::int16_t rc = targets::get_trg_status(task, name, status);
+  if (rc == DBE_OK) tcb_of(task)->trg_stat_read = 1;
   return rc;
 }
 

@@ -9,6 +9,7 @@
 
 #include "catalog/catalog.h"
 #include "cmstatus/cm_status.h"
+#include "memory/name_hints.h"
 #include "memory/trace.h"
 #include "recfile/file_table.h"
 #include "requests/correlators.h"
@@ -207,7 +208,7 @@ bool try_attach(void* task, DBR_TCB* tcb) {
 
 }  // namespace
 
-bool take_undone(void* task, DBR_TCB* tcb) {
+bool count_undone(void* task, DBR_TCB* tcb) {
   const std::uint32_t undone = std::exchange(tcb->undone_ids, 0);
   // Before the first generation is in use there is nothing that could show it.
   if (undone == 0 || tcb->cntl->finitialized != 1) return false;
@@ -239,6 +240,7 @@ std::int16_t enter_memory(void* task, DBR_TCB* tcb) {
     ZVR_TRACE(task, 1, 2, "refresh_parsed returned %hx", static_cast<unsigned short>(refreshed));
     rc = map_current(task, tcb);
     if (rc != DBE_OK) return rc;
+    memory::make_room_for_hints(task, tcb);
   }
   tcb->dist_cat_entry_len = sizeof(DIST_CAT_ENTRY);
   if (!is_finished(tcb->shm_base)) rc = load_tables(task, tcb);

@@ -27,7 +27,10 @@ namespace zvrdb::frame {
 // that it made wrong are taken anew here, for they need no new generation, which would cost
 // the volatile status of targets.  Asking clears the note, but for files that could not be
 // counted just now.  The caller owns "DBR_MEM".
-bool take_undone(void* task, DBR_TCB* tcb);
+bool count_undone(void* task, DBR_TCB* tcb);
+inline bool take_undone(void* task, DBR_TCB* tcb) {
+  return tcb->undone_ids != 0 && count_undone(task, tcb);
+}
 
 // Class 1, semaphore held: maps the current segment, sized and loaded if it is the
 // first.  0; 8201 (36355 and 36360, or 36387 logged); or the code of a failed step.

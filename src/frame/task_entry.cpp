@@ -4,6 +4,7 @@
 #include "frame/dispatch.h"
 #include "frame/entry.h"
 #include "frame/shared_memory.h"
+#include "memory/name_hints.h"
 #include "memory/trace.h"
 #include "recfile/recfile.h"
 #include "tasklaunch/version.h"
@@ -151,6 +152,8 @@ void take_down(void* task, DBR_TCB* tcb) {
     if (tcb->sema4[sem_index] != 0) co_clear_sema4(task, tcb->sema4[sem_index]);
   if (tcb->piece_area) co_free_int(task, tcb->piece_area, "dbr_in");
   if (tcb->scratch) co_free_int(task, tcb->scratch, "dbr_in");
+  if (tcb->image) co_free_int(task, tcb->image, "dbr_in");
+  memory::free_hints(task, tcb);
   co_slots(task)->dbr_tcb = nullptr;
   co_free_int(task, tcb, "dbr_in");
 }

@@ -10,23 +10,15 @@
 namespace zvrdb::memory {
 namespace {
 
-constexpr unsigned char end_mark = 255;
-
 std::string_view text_of(const cf_token& token) {
   return {token.text, token.length};
-}
-
-cf_token token_at_offset(const unsigned char* name, unsigned char offset) {
-  if (offset >= cf_text_len) return {"", 0, false};
-  const char* text = reinterpret_cast<const char*>(name + cf_text_offset + offset);
-  return {text, static_cast<std::uint32_t>(strnlen(text, cf_text_len - offset)), true};
 }
 
 }  // namespace
 
 cf_token token_of(const void* cf_name, std::uint32_t index) {
   const auto* name = static_cast<const unsigned char*>(cf_name);
-  if (index >= cf_token_count || std::memchr(name, end_mark, index)) return {"", 0, false};
+  if (index >= cf_token_count || std::memchr(name, cf_end_mark, index)) return {"", 0, false};
   return token_at_offset(name, name[index]);
 }
 

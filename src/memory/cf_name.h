@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace zvrdb::memory {
 
@@ -13,6 +14,7 @@ inline constexpr std::size_t cf_name_len = 76;
 inline constexpr std::size_t cf_token_count = 11;
 inline constexpr std::size_t cf_text_offset = cf_token_count;
 inline constexpr std::size_t cf_text_len = 65;
+inline constexpr unsigned char cf_end_mark = 255;
 static_assert(cf_text_offset + cf_text_len == cf_name_len);
 
 // A token's text inside the name, without its NUL.  present is false for an absent
@@ -23,6 +25,13 @@ struct cf_token {
   bool present;
 };
 cf_token token_of(const void* cf_name, std::uint32_t index);
+
+// The token at this offset of the text area, whatever the table says of it.
+inline cf_token token_at_offset(const unsigned char* name, unsigned char offset) {
+  if (offset >= cf_text_len) return {"", 0, false};
+  const char* text = reinterpret_cast<const char*>(name + cf_text_offset + offset);
+  return {text, static_cast<std::uint32_t>(strnlen(text, cf_text_len - offset)), true};
+}
 
 // A place in a name.
 struct cf_position {

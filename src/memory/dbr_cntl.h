@@ -64,6 +64,8 @@ struct DBR_CNTL {
   iocb files[file_count];
   std::uint32_t corr_seq;
   unsigned char corr_date[4];
+  // Beyond the fields that the record types know:
+  std::uint32_t renames;  // of targets, so far
 };
 static_assert(offsetof(DBR_CNTL, finitialized) == 60);
 static_assert(offsetof(DBR_CNTL, local_dsu) == 66);

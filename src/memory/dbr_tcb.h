@@ -10,6 +10,10 @@
 
 namespace zvrdb {
 
+namespace memory {
+struct name_hints;
+}
+
 inline constexpr std::uint32_t no_trans_id = 0xFFFFFFFFu;
 
 // One open file of a task.  A file handle is the address of such an entry.
@@ -53,10 +57,14 @@ struct DBR_TCB {
   std::uint32_t undone_ids;      // bit a file index: changes of earlier calls were undone there, a dead task's too
   unsigned char* scratch;        // work area for one record conversion, made on first use
   std::uint32_t scratch_len;
+  unsigned char* image;          // work area for one record of CM status, made on first use
+  std::uint32_t image_len;
+  std::uint32_t image_taken;     // it is in use: another one at the same time is made for its use
   unsigned char* piece_area;     // work area of the record operations, made on first use
   std::uint32_t changed_files;   // bit a file index: records changed in its open transaction
   std::uint32_t changed_before;  // the same, as it stood when the last call ended
   std::uint32_t write_marked;    // this call has set fwrite_in_prog
+  memory::name_hints* hints;     // where names of targets were found; may be null
   std::uint32_t journal_choice;  // of the record files: 0 not asked yet, 1 on, 2 off
 };
 

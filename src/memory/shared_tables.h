@@ -104,6 +104,10 @@ std::int64_t locate_dsu(void* task, const char* text);
 // Position of this number among the entries equal to text in the DSU index, or -1.
 std::int64_t find_dsu_of(void* task, const char* text, std::uint32_t number);
 
+// Number of the target that find_name finds, or 0.  The task remembers where it has found
+// a name and finds it there again without a search.
+std::uint32_t number_of_name(void* task, const char* name);
+
 // Sorts the used part of the name index.
 void sort_names(void* task);
 // Writes local_dsu into rgn of every local target in use, then sorts the used part of

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "memory/codes.h"
+#include "memory/name_hints.h"
 #include "memory/target_order.h"
 #include "memory/trace.h"
 
@@ -80,6 +81,19 @@ std::int64_t find_name(void* task, const char* name) {
   return find<name_order>(task, name);
 }
 
+std::uint32_t number_of_name(void* task, const char* name) {
+  DBR_TCB* tcb = tcb_of(task);
+  if (!name || !tcb) return 0;
+  const std::size_t length = strnlen(name, trg_name_len);
+  if (length == trg_name_len) return 0;
+  if (const std::uint32_t number = hinted_number(tcb, name, length)) return number;
+  const std::int64_t position = find<name_order>(task, name);
+  if (position < 0) return 0;
+  const std::uint32_t number = tcb->name_index[position].trg_index;
+  keep_hint(tcb, name, length, number);
+  return number;
+}
+
 std::int64_t locate_name(void* task, const char* name) {
   return locate<name_order>(task, name);
 }
@@ -123,13 +137,13 @@ void dsu_text_of(DBR_TCB* tcb, const TRG_CNTL_ENTRY* entry, char* out) {
 std::int16_t get_trg_index(void* task, const char* name, std::uint32_t* number) {
   std::int16_t rc = DBE_OK;
   const trace_bracket bracket(task, __func__, &rc);
-  const std::int64_t position = find_name(task, name);
-  if (position < 0) {
+  const std::uint32_t found = number_of_name(task, name);
+  if (found == 0) {
     ZVR_TRACE(task, 2, 2, "%s", "target not found");
     bracket.quitting();
     return rc = DBE_NO_TARGET;
   }
-  *number = tcb_of(task)->name_index[position].trg_index;
+  *number = found;
   ZVR_TRACE(task, 2, 2, "status_offset = %lu", static_cast<unsigned long>(*number));
   if (*number == number_without_status) rc = DBE_NO_STATUS;
   return rc;

@@ -1,6 +1,8 @@
 // Opening and closing of the record files, with what a crash left repaired on the way.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "engine/engine.h"
 #include "memory/record_types.h"
@@ -282,6 +284,8 @@ void reopen_after_failure(void* task, unsigned index) {
 
 void reopen_lost_files(void* task) {
   DBR_TCB* tcb = tcb_of(task);
+  const auto is_open = [](const file_entry& entry) { return entry.iocb != nullptr; };
+  if (std::all_of(std::begin(tcb->files), std::end(tcb->files), is_open)) return;  // asked for each call
   for (unsigned index = 0; index < file_count; ++index) {
     file_entry* entry = tcb->*file_at(index).handle;
     if (!entry || entry->iocb) continue;

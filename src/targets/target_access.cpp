@@ -30,14 +30,15 @@ TRG_CNTL_ENTRY* slot_at(DBR_TCB* tcb, std::int64_t position) {
   return memory::trg_slot(tcb, tcb->name_index[position].trg_index);
 }
 
-TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number, std::int64_t* position) {
-  DBR_TCB* tcb = tcb_of(task);
-  const std::int64_t found = memory::find_name(task, name);
-  TRG_CNTL_ENTRY* slot = slot_at(tcb, found);
-  if (!slot) return nullptr;
-  if (number) *number = tcb->name_index[found].trg_index;
-  if (position) *position = found;
-  return slot;
+TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number) {
+  const std::uint32_t found = memory::number_of_name(task, name);
+  if (number) *number = found;
+  return memory::trg_slot(tcb_of(task), found);
+}
+
+TRG_CNTL_ENTRY* slot_and_position_of(void* task, const char* name, std::int64_t* position) {
+  *position = memory::find_name(task, name);
+  return slot_at(tcb_of(task), *position);
 }
 
 std::uint32_t server_number(void* task, const char* srv_name, std::uint32_t own_number) {

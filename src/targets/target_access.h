@@ -24,9 +24,15 @@ const char* name_key(std::uint16_t num_keys, const void* const* keys);
 
 // Slot that the name index names at this position of its used part; null beyond it.
 TRG_CNTL_ENTRY* slot_at(DBR_TCB* tcb, std::int64_t position);
-// Slot of the target with this name, or null; number and position may be null.
-TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number,
-                        std::int64_t* position = nullptr);
+// Slot of the target with this name, or null; number may be null.
+TRG_CNTL_ENTRY* slot_of(void* task, const char* name, std::uint32_t* number);
+// The same with the target's position in the name index.
+TRG_CNTL_ENTRY* slot_and_position_of(void* task, const char* name, std::int64_t* position);
+
+// Copies the record of the target in this slot out: from memory what the head holds, and
+// from the file for a length beyond it.  0 or the code of get_keyed.
+std::int16_t read_target(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t number, void* buffer,
+                         std::uint16_t length);
 
 // Number of the server of this name (64 bytes, terminated or not); the target's own
 // number when the name is empty or unknown.

@@ -86,9 +86,9 @@ std::int16_t del_trg(void* task, std::uint16_t num_keys, const void* const* keys
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "del_trg", &rc);
   const char* name = name_key(num_keys, keys);
-  std::uint32_t number = 0;
   std::int64_t name_position = -1;
-  TRG_CNTL_ENTRY* slot = name ? slot_of(task, name, &number, &name_position) : nullptr;
+  TRG_CNTL_ENTRY* slot = name ? slot_and_position_of(task, name, &name_position) : nullptr;
+  const std::uint32_t number = slot ? tcb_of(task)->name_index[name_position].trg_index : 0;
   const std::int64_t dsu_position = slot ? find_in_dsu_index(task, slot, number) : -1;
   if (!slot || dsu_position < 0) {
     trace.quitting();

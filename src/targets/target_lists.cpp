@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/copy_out.h"
 #include "memory/trace.h"
 #include "targets/target_access.h"
 #include "targets/targets.h"
@@ -54,10 +55,17 @@ static_assert(offsetof(target_list, name_filter) == 268);
 static_assert(offsetof(target_list, cursor) == 340);
 static_assert(offsetof(target_list, scan_cursor) == 412);
 
-bool was_set_up(const target_list& list) {
+// Of the caller's block.
+bool was_set_up(const unsigned char* state) {
   std::uint16_t first_time;
-  std::memcpy(&first_time, list.list_state + keyed::list_first_time, sizeof first_time);
+  std::memcpy(&first_time, state + keyed::list_first_time, sizeof first_time);
   return first_time == 1;
+}
+
+// All but the list state, of which a step uses nothing.
+void load_filters(const unsigned char* state, target_list& list) {
+  constexpr std::size_t from = offsetof(target_list, name_filter);
+  memory::copy_out(reinterpret_cast<unsigned char*>(&list) + from, state + from, sizeof list - from);
 }
 
 void mark_set_up(target_list& list) {
@@ -157,16 +165,30 @@ struct walk {
   bool excluding() const { return list.exclude_filter == 1; }
   std::uint32_t& cursor() { return excluding() ? list.scan_cursor : list.cursor; }
   bool at_end() { return cursor() >= end; }
-  const TRG_CNTL_ENTRY* take() { return slot_at(tcb, cursor()++); }
+  TRG_CNTL_ENTRY* take() { return slot_at(tcb, cursor()++); }
   bool has_prefix(const TRG_CNTL_ENTRY* target) const {
     return target && std::strncmp(target->trg_name, list.name_filter, prefix_len) == 0;
   }
 };
 
+// The target that was taken last, as get_trg finds it by its name.  That is this target
+// unless another one of the same name, left by a rename, stands before it.
+std::int16_t read_taken(void* task, walk& walk, TRG_CNTL_ENTRY* target, void* buffer, std::uint16_t length) {
+  const std::uint32_t position = walk.cursor() - 1;
+  const TRG_CNTL_ENTRY* before = position == 0 ? nullptr : slot_at(walk.tcb, position - 1);
+  const bool is_first = !before || std::strncmp(before->trg_name, target->trg_name, name_len) != 0;
+  if (is_first && target->trg_name[name_len - 1] == 0)
+    return read_target(task, target, walk.tcb->name_index[position].trg_index, buffer, length);
+  char name[name_len + 1] = {};
+  std::memcpy(name, target->trg_name, strnlen(target->trg_name, name_len));
+  const void* keys[] = {name};
+  return get_trg(task, 1, keys, buffer, length);
+}
+
 // The next target that the name filter lets through, or null at the end of the list.
-const TRG_CNTL_ENTRY* next_by_name(walk& walk) {
+TRG_CNTL_ENTRY* next_by_name(walk& walk) {
   if (walk.at_end()) return nullptr;
-  const TRG_CNTL_ENTRY* target = walk.take();
+  TRG_CNTL_ENTRY* target = walk.take();
   if (walk.prefix_len == 0) return target;
   if (!walk.excluding()) return walk.has_prefix(target) ? target : nullptr;
   // The bound comes before the name: behind a run of excluded names the very last
@@ -239,27 +261,27 @@ std::int16_t init_list_trg(void* task, void* filter, void* list_state, std::uint
 std::int16_t get_more_trg(void* task, void* list_state, void* buffer, std::uint16_t length) {
   std::int16_t rc = DBE_END_OF_LIST;
   trace_bracket trace(task, "get_more_trg", &rc);
-  target_list list;
-  std::memcpy(&list, list_state, sizeof list);
-  if (!was_set_up(list)) {
+  auto* state = static_cast<unsigned char*>(list_state);
+  if (!was_set_up(state)) {
     trace.quitting();
     return rc;
   }
+  target_list list;
+  load_filters(state, list);
   DBR_TCB* tcb = tcb_of(task);
   // last_entry + 1 is 0 for an empty list.
   walk names{tcb, list, std::min(list.last_entry + 1, memory::trg_count(tcb)),
              strnlen(list.name_filter, name_len)};
-  while (const TRG_CNTL_ENTRY* target = next_by_name(names)) {
+  while (TRG_CNTL_ENTRY* target = next_by_name(names)) {
     if (!mode_passes(list, *target) || !type_passes(list, *target) || !os_passes(list, *target) ||
         !server_passes(tcb, list, *target))
       continue;
-    char name[name_len + 1] = {};
-    std::memcpy(name, target->trg_name, strnlen(target->trg_name, name_len));
-    const void* keys[] = {name};
-    rc = get_trg(task, 1, keys, buffer, length);
+    rc = read_taken(task, names, target, buffer, length);
     break;
   }
-  std::memcpy(list_state, &list, sizeof list);
+  // Nothing but the places has moved.
+  std::memcpy(state + offsetof(target_list, cursor), &list.cursor, sizeof list.cursor);
+  std::memcpy(state + offsetof(target_list, scan_cursor), &list.scan_cursor, sizeof list.scan_cursor);
   return rc;
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "keyed/keyed.h"
+#include "memory/copy_out.h"
 #include "memory/trace.h"
 #include "targets/target_access.h"
 #include "targets/target_limits.h"
@@ -50,12 +51,18 @@ std::int16_t get_trg(void* task, std::uint16_t num_keys, const void* const* keys
     trace.quitting();
     return rc = DBE_NOT_FOUND;
   }
+  return rc = read_target(task, slot, number, buffer, length);
+}
+
+std::int16_t read_target(void* task, TRG_CNTL_ENTRY* slot, std::uint32_t number, void* buffer,
+                         std::uint16_t length) {
   auto* out = static_cast<unsigned char*>(buffer);
+  std::int16_t rc = DBE_OK;
   if (length > head_len) {
     rc = read_from_file(task, slot, number, out, length);
   } else {
     apply_local_dsu(tcb_of(task), slot->trg_type, slot->rgn);
-    std::memcpy(out, slot, length);
+    memory::copy_out(out, slot, length);
   }
   if (rc == DBE_OK && length > offsetof(TRG_CNTL_ENTRY, trg_type)) report_as_base_system(task, slot, out);
   return rc;

@@ -32,6 +32,7 @@ std::int16_t rename_record(void* task, std::uint32_t position, const target_name
     ZVR_TRACE(task, 2, 2, "Changing local server name!");
     set_name(record + srv_name_offset, new_name);
   }
+  ++tcb->cntl->renames;
   set_name(slot->trg_name, new_name);
   put_in_order(tcb, tcb->name_index, position, [&] { return memory::locate_name(task, new_name.text); });
   key = {DB_TRG, number, 0};
@@ -48,7 +49,7 @@ std::int16_t rename_trg(void* task, const char* old_name, const char* new_name) 
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "rename_trg", &rc);
   std::int64_t position = -1;
-  TRG_CNTL_ENTRY* slot = slot_of(task, old_name, nullptr, &position);
+  TRG_CNTL_ENTRY* slot = slot_and_position_of(task, old_name, &position);
   if (!slot) {
     trace.quitting();
     return rc = DBE_NOT_FOUND;

@@ -8,6 +8,19 @@
 
 namespace zvrdb::targets {
 
+std::int16_t get_trg_status(void* task, const char* name, void* status) {
+  std::int16_t rc = DBE_OK;
+  trace_bracket trace(task, "get_trg_status", &rc);
+  TRG_CNTL_ENTRY* slot = slot_of(task, name, nullptr);
+  if (!slot) {
+    trace.quitting();
+    return rc = DBE_NOT_FOUND;
+  }
+  apply_local_dsu(tcb_of(task), slot->trg_type, slot->rgn);  // as any read of a target does
+  std::memcpy(status, slot->trg_status, sizeof slot->trg_status);
+  return rc;
+}
+
 std::int16_t time_trg_stat(void* task, std::uint16_t elapsed) {
   std::int16_t rc = DBE_OK;
   trace_bracket trace(task, "time_trg_stat", &rc);

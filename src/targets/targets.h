@@ -60,6 +60,8 @@ std::int16_t get_more_trg(void* task, void* list_state, void* buffer, std::uint1
 std::int16_t rename_trg(void* task, const char* old_name, const char* new_name);
 // rgn_ren: 16 bytes; no RGN means that of this server.  0 or 8194.
 std::int16_t trg_from_rr(void* task, const char* rgn_ren, TRG_CNTL_ENTRY** entry);
+// status: 4 bytes.  0 or 8194.
+std::int16_t get_trg_status(void* task, const char* name, void* status);
 // Lowers the status counters by elapsed; one that runs out is cleared with the byte
 // behind it.  Always 0.
 std::int16_t time_trg_stat(void* task, std::uint16_t elapsed);

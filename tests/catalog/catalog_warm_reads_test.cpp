@@ -1,5 +1,7 @@
 // Reads that memory answers make no system call and allocate nothing, once the task
 // has made its first call.
+#include <array>
+
 #include "catalog/catalog_fixture.h"
 #include "support/costs_of_calls.h"
 
@@ -10,6 +12,7 @@ using zvrtest::forbid_system_calls;
 
 struct WarmRead {
   CfName name = cf("A.B.50");
+  CfName filter = cf("A.*.5*");
   unsigned char record[head_len];
   const void* keys[1] = {name.data()};
 
@@ -23,6 +26,12 @@ struct WarmRead {
     const ListEntry entry = {number, 0, 1};
     std::uint16_t index = 0;
     if (rc == DBE_OK) rc = db_find_cat_idx(task, name.data(), &entry, 1, &index);
+    std::array<ListEntry, 60> list;
+    std::uint16_t count = 0;
+    if (rc == DBE_OK)
+      rc = db_start_list(task, DB_CAT, filter.data(), list.data(), sizeof list, &count, &index);
+    if (rc == DBE_OK && count != 11) rc = DBE_END_OF_LIST;
+    index = 0;
     if (rc == DBE_OK) rc = db_get_next(task, DB_CAT, &entry, 1, &index, record, head_len);
     return rc;
   }

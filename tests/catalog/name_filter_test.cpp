@@ -15,10 +15,10 @@ std::string shown(cf_position place) {
   return std::to_string(place.token) + "," + std::to_string(place.character);
 }
 std::string first(const CfName& filter) {
-  return shown(first_diff(nullptr, filter.data()));
+  return shown(filter_of(nullptr, filter.data()).first);
 }
 std::string last(const CfName& filter) {
-  return shown(last_diff(nullptr, filter.data()));
+  return shown(filter_of(nullptr, filter.data()).last);
 }
 std::string first(const std::string& filter) {
   return first(cf(filter));
@@ -27,7 +27,7 @@ std::string last(const std::string& filter) {
   return last(cf(filter));
 }
 bool matches(const CfName& filter, const CfName& name) {
-  return match_filter(nullptr, filter.data(), name.data(), last_diff(nullptr, filter.data())) == 0;
+  return mismatch(filter_of(nullptr, filter.data()), name.data()) == zvrdb::catalog::matched;
 }
 bool matches(const std::string& filter, const std::string& name) {
   return matches(cf(filter), cf(name));
@@ -37,7 +37,7 @@ int sign(int order) {
 }
 int before(const CfName& filter, const CfName& name, unsigned token, unsigned character) {
   const cf_position place = {static_cast<std::uint16_t>(token), static_cast<std::uint16_t>(character)};
-  return sign(cmp_match_first(nullptr, filter.data(), name.data(), place));
+  return sign(cmp_match_first(nullptr, filter_of(nullptr, filter.data()), name.data(), place));
 }
 int before(const std::string& filter, const std::string& name, unsigned token, unsigned character) {
   return before(cf(filter), cf(name), token, character);

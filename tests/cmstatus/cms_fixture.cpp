@@ -134,6 +134,13 @@ void CmStatusTest::TearDown() {
   TargetsTest::TearDown();
 }
 
+void CmStatusTest::drop_work_area() {
+  zvrdb::DBR_TCB* own = tcb();
+  if (own->image) co_free_int(task, own->image, "test");
+  own->image = nullptr;
+  own->image_len = 0;
+}
+
 int CmStatusTest::put_target(const std::string& name, unsigned type) {
   return put(Record(name).type(type));
 }

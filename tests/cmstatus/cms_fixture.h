@@ -60,6 +60,9 @@ class CmStatusTest : public target_test::TargetsTest {
   void SetUp() override;
   void TearDown() override;
 
+  // The task's work area of earlier calls goes: the next call must ask for memory again.
+  void drop_work_area();
+
   // A local target; 0 or 8196.
   int put_target(const std::string& name, unsigned type = local | client);
   int put_file(const CfName& name, unsigned cf_flags = 0);

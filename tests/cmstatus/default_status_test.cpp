@@ -102,6 +102,7 @@ TEST_F(DefaultStatus, IsGivenWhenTheStoredRecordCannotBeRead) {
 TEST_F(DefaultStatus, IsGivenWhenThereIsNoMemory) {
   ASSERT_EQ(set("A", ref, 7), DBE_OK);
   ASSERT_EQ(status("A", ref).status(), 7u);
+  drop_work_area();
   co_test_fail_malloc(0);
   const StatusRecord read = status("A", ref);
   co_test_fail_malloc(-1);

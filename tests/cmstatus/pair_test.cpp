@@ -242,6 +242,7 @@ TEST_F(PairTest, WithoutMemoryPairsStayAsTheyAre) {
                            std::function<int()>([&] { return drop("A", one); })}) {
     int rc = DBE_IO_ERROR;
     for (int allowed = 0; allowed < 10; ++allowed) {
+      drop_work_area();
       co_test_fail_malloc(allowed);
       const int logged_before = logged(36355);
       rc = call();
@@ -258,6 +259,7 @@ TEST_F(PairTest, WithoutMemoryPairsStayAsTheyAre) {
     drop("B", two);
     ASSERT_EQ(set("A", one, 7), DBE_OK);
   }
+  drop_work_area();
   co_test_fail_malloc(0);
   const int rc = status("A", one).rc;
   co_test_fail_malloc(-1);

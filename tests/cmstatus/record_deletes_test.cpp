@@ -145,6 +145,7 @@ TEST_F(RecordDeletes, WithoutMemoryNothingOfARecordGoes) {
                            std::function<int()>([&] { return drop_file(one); })}) {
     int rc = DBE_IO_ERROR;
     for (int allowed = 0; allowed < 20; ++allowed) {
+      drop_work_area();
       co_test_fail_malloc(allowed);
       rc = call();
       co_test_fail_malloc(-1);

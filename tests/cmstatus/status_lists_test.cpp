@@ -118,6 +118,7 @@ TEST_F(StatusLists, NullArgumentsAreRefused) {
 TEST_F(StatusLists, WithoutMemoryListsFail) {
   ASSERT_EQ(set("A", one, 1), DBE_OK);
   ASSERT_EQ(by_target("A").rc, DBE_OK);
+  drop_work_area();
   co_test_fail_malloc(0);
   EXPECT_EQ(by_target("A").rc, DBE_IO_ERROR);
   co_test_fail_malloc(0);

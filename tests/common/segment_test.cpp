@@ -223,6 +223,17 @@ TEST_F(Segment, ASweepRemovesUnfinishedOnes) {
   EXPECT_EQ(files(), 0);
 }
 
+// Its maker put it in place and could not take the first name off it.
+TEST_F(Segment, ASweepTakesTheUnfinishedNameOffOneThatIsInUse) {
+  void* made = co_malloc(task_, 4096, CO_MEM_SHARED, "NOW");
+  ASSERT_NE(made, nullptr);
+  const std::string folder = installation_.shared_folder();
+  std::filesystem::create_hard_link(folder + "/seg-NOW", folder + "/new-3-1");
+  co_shm_sweep(task_, "NOW");
+  EXPECT_FALSE(std::filesystem::exists(folder + "/new-3-1"));
+  EXPECT_EQ(co_shmlen(task_, "NOW"), 4096u);
+}
+
 TEST_F(Segment, ManyGenerationsDoNotPileUp) {
   void* before = nullptr;
   for (int generation = 0; generation < 100; ++generation) {

@@ -56,6 +56,7 @@ bool explicit_transaction(void* task, bool keep) {
 // Small journals, so that there are checkpoints between the steps.
 bool small_journals(void* task) {
   zvrdb::engine::checkpoint_at = 8 * 1024;
+  zvrdb::engine::defer_to = 32 * 1024;
   return has_come(task);
 }
 

@@ -84,6 +84,7 @@ class installation {
   // All record files, deep; empty when they are sound.
   std::string faults() const;
   const std::string& base() const { return place_.base(); }
+  const std::string& shared_folder() const { return place_.shared_folder(); }
 
  private:
   zvrdb::test::TempInstallation place_;

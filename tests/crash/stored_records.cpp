@@ -18,8 +18,8 @@ namespace {
 using bytes = std::vector<unsigned char>;
 
 constexpr const char* targets[] = {"LOCAL", "SRC", "SRV", "T1", "T2", "NEW"};
-constexpr const char* change_files[] = {"APP.ONE.REF.1", "APP.TWO.REF.1"};
-constexpr std::uint32_t requests[] = {1, 2};
+constexpr const char* change_files[] = {"APP.ONE.REF.1", "APP.TWO.REF.1", "APP.THREE.REF.1", "APP.FREE.REF.1"};
+constexpr std::uint32_t requests[] = {1, 2, 3};
 
 bool done(int rc) {
   return rc == DBE_OK || rc == DBE_RECORD_REPLACED;
@@ -229,6 +229,12 @@ bool put_change_file(void* task, const std::string& dotted) {
   return done(db_put(task, DB_CAT, 1, keys, record.data(), static_cast<std::uint16_t>(record.size())));
 }
 
+bool del_change_file(void* task, const std::string& dotted) {
+  const zvrtest::CfName name = zvrtest::cf(dotted);
+  const void* keys[] = {name.data()};
+  return db_del(task, DB_CAT, 1, keys) == DBE_OK;
+}
+
 bool put_status(void* task, const std::string& target, const std::string& change_file, unsigned status) {
   const zvrtest::CfName name = zvrtest::cf(change_file);
   bytes record(176);
@@ -256,6 +262,18 @@ bool put_request(void* task, std::uint32_t sequence) {
     good = good && done(db_put(task, DB_COO, 1, keys, &correlator, sizeof correlator));
   }
   return good;
+}
+
+bool put_request_root(void* task, std::uint32_t sequence) {
+  return put_request_record(task, request_types[0], request_id(sequence, 0, "", ""));
+}
+
+bool has_request_root(void* task, std::uint32_t sequence) {
+  bytes key = request_id(sequence, 0, "", "");
+  key.resize(request_types[0].id_len);
+  const void* keys[] = {key.data()};
+  bytes record(request_types[0].record_len);
+  return db_get(task, request_types[0].db_id, 1, keys, record.data(), static_cast<std::uint16_t>(record.size())) == DBE_OK;
 }
 
 bool del_request(void* task, std::uint32_t sequence) {

@@ -14,11 +14,15 @@ bool del_shadow(void* task, const std::string& target);
 bool put_parameters(void* task, const std::string& target, unsigned parameters, unsigned seed);
 bool put_hardware(void* task, const std::string& target, unsigned seed);
 bool put_change_file(void* task, const std::string& dotted);
+bool del_change_file(void* task, const std::string& dotted);
 bool put_status(void* task, const std::string& target, const std::string& change_file, unsigned status);
 bool del_status(void* task, const std::string& target, const std::string& change_file);
 // A request with two functions, each with two targets, fanout and vector; each function has a
 // correlator.
 bool put_request(void* task, std::uint32_t sequence);
+// The root record alone.
+bool put_request_root(void* task, std::uint32_t sequence);
+bool has_request_root(void* task, std::uint32_t sequence);
 bool del_request(void* task, std::uint32_t sequence);
 
 }  // namespace crash_test

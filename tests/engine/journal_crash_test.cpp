@@ -107,6 +107,8 @@ class work {
   std::vector<milestone> milestones_;
 };
 
+const std::uint64_t deferred_by_default = engine::defer_to;
+
 struct scenario {
   const char* name;
   void (*run)(work& w);
@@ -141,10 +143,12 @@ class Crash : public ::testing::TestWithParam<scenario> {
     }
     read_base();
     engine::checkpoint_at = GetParam().checkpoint;
+    engine::defer_to = 4 * engine::checkpoint_at;
   }
   void TearDown() override {
     unmount_memory_disk();
     engine::checkpoint_at = engine::journal_size;
+    engine::defer_to = deferred_by_default;
     alarm(0);
   }
   // The samples as the file has them.

@@ -21,18 +21,23 @@ using engine::journal_file;
 
 using header_bytes = std::uint8_t[engine::header_size];
 
+struct changed_node {
+  std::int32_t number;
+  std::uint8_t fill;   // the byte that fills it
+  std::uint16_t from = engine::node_head_size;
+  std::uint16_t length = engine::page_size - engine::node_head_size;
+};
 struct change {
   std::uint32_t generation;
   bool moves_generation_only;
-  std::vector<std::pair<std::int32_t, std::uint8_t>> nodes;   // number, and the byte that fills it
+  std::vector<changed_node> nodes;
 };
 
-const std::uint8_t* node_of(const void* context, std::uint32_t i, std::int32_t* number) {
+engine::node_change node_of(const void* context, std::uint32_t i) {
   static std::array<std::uint8_t, engine::page_size> page;
-  const auto& [n, fill] = static_cast<const change*>(context)->nodes[i];
-  *number = n;
-  page.fill(fill);
-  return page.data();
+  const changed_node& c = static_cast<const change*>(context)->nodes[i];
+  page.fill(c.fill);
+  return {c.number, c.from, c.length, page.data(), page.data() + c.from};
 }
 
 void fill_header(header_bytes& header, std::uint32_t generation) {
@@ -74,7 +79,8 @@ class JournalFile : public ::testing::Test {
     for (const change& c : samples()) ASSERT_EQ(append(c), 0);
   }
   static std::vector<change> samples() {
-    return {{11, false, {{3, 0x11}, {4, 0x12}}}, {12, true, {}}, {13, false, {}}, {14, false, {{3, 0x31}}}};
+    return {{11, false, {{3, 0x11}, {4, 0x12}}}, {12, true, {}}, {13, false, {{3, 0x21, 500, 0}}},
+            {14, false, {{3, 0x31, 30, 7}, {4, 0x32, 1017, 7}}}};
   }
   // How many of the samples a fresh reader finds; every group found is compared.
   int found(std::uint64_t identity = 77) {
@@ -93,11 +99,19 @@ class JournalFile : public ::testing::Test {
         EXPECT_EQ(g.generation_after, c.generation);
         EXPECT_EQ(g.header == nullptr, c.moves_generation_only);
         EXPECT_EQ(g.nodes, c.nodes.size());
-        for (std::uint32_t i = 0; i < g.nodes; i++) {
-          EXPECT_EQ(g.number(i), c.nodes[i].first);
-          const std::vector<std::uint8_t> fill(engine::page_size, c.nodes[i].second);
-          EXPECT_EQ(std::memcmp(g.image(i), fill.data(), fill.size()), 0);
+        engine::node_walk walk(g);
+        for (const changed_node& expected_node : c.nodes) {
+          engine::node_change node;
+          EXPECT_TRUE(engine::next_node(&walk, &node));
+          EXPECT_EQ(node.number, expected_node.number);
+          EXPECT_EQ(node.from, expected_node.from);
+          EXPECT_EQ(node.length, expected_node.length);
+          const std::vector<std::uint8_t> fill(engine::page_size, expected_node.fill);
+          EXPECT_EQ(std::memcmp(node.head, fill.data(), engine::node_head_size), 0);
+          EXPECT_EQ(std::memcmp(node.entries, fill.data(), node.length), 0);
         }
+        engine::node_change none;
+        EXPECT_FALSE(engine::next_node(&walk, &none));
         at = engine::place_behind(at, g);
       }
     }

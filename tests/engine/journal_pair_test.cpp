@@ -103,6 +103,8 @@ struct file_pair {
 };
 
 // Length of the journals, and how the run goes on behind the first pair.
+const std::uint64_t deferred_by_default = engine::defer_to;
+
 struct scenario {
   const char* name;
   void (*run)(file_pair& files, const std::function<void()>& mark);
@@ -123,11 +125,13 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
     files.close();
     start_ = disk_now();
     engine::checkpoint_at = GetParam().checkpoint;
+    engine::defer_to = 4 * engine::checkpoint_at;
     run();
   }
   void TearDown() override {
     unmount_memory_disk();
     engine::checkpoint_at = engine::journal_size;
+    engine::defer_to = deferred_by_default;
     alarm(0);
   }
   void run() {

@@ -31,6 +31,8 @@ records all_records(handle* h) {
   return result;
 }
 
+const std::uint64_t deferred_by_default = engine::defer_to;
+
 class JournalUse : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -46,6 +48,7 @@ class JournalUse : public ::testing::Test {
     EXPECT_EQ(disk_open_files(), 0);
     unmount_memory_disk();
     engine::checkpoint_at = engine::journal_size;
+    engine::defer_to = deferred_by_default;
     alarm(0);
   }
   static disk_image image() {
@@ -127,6 +130,7 @@ TEST_P(SameBytes, AreLeftWithAJournalAndWithout) {
     handle first, second;
     first.journal = second.journal = journal ? journal_use::on : journal_use::off;
     engine::checkpoint_at = GetParam() % 2 ? engine::journal_size : 32 * 1024;
+    engine::defer_to = GetParam() % 4 < 2 ? 4 * engine::checkpoint_at : deferred_by_default;
     ASSERT_EQ(first.open_for_work(path), 0);
     ASSERT_EQ(second.open_for_work(path), 0);
     ASSERT_EQ(engine::has_journal(second), journal);
@@ -176,6 +180,71 @@ TEST_F(JournalUse, APutAReplacementAndADeletionCostOneFlushEach) {
   sample_record r;
   ASSERT_EQ(a_.read(&r), 0);
   EXPECT_EQ(cost(), 0) << "get";
+}
+
+TEST_F(JournalUse, ATransactionOfAnyLengthCostsOneFlush) {
+  engine::checkpoint_at = 16 * 1024;
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  put(&a_, 101);
+  const int flushes = disk_flushes(".jnl");
+  const int of_the_file = disk_flushes("file");
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  for (int i = 1000; i < 3500; i++) ASSERT_EQ(a_.insert(sample(i, 300)), 0);
+  EXPECT_GT(disk_now().at(journal_of_it).bytes.size(), engine::journal_kept);
+  EXPECT_EQ(disk_flushes(".jnl"), flushes);
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  // The checkpoint behind it flushes the file, and the head of a new life.
+  EXPECT_EQ(disk_flushes(".jnl") - flushes, 2);
+  EXPECT_LE(disk_flushes("file") - of_the_file, 1);
+  EXPECT_EQ(disk_now().at(journal_of_it).bytes.size(), engine::journal_size) << "what a giant took is given back";
+  for (int i = 1000; i < 3500; i++) ASSERT_EQ(a_.find_name(sample(i).name), 0);
+}
+
+// Later operations of a transaction append what they changed of a node, not the node.
+TEST_F(JournalUse, GroupsOfATransactionGrowWithWhatItChanges) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  put(&a_, 101);
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  std::uint64_t longest = 0, all = 0;
+  const std::size_t from = disk_events().size();
+  for (int i = 1000; i < 1100; i++) ASSERT_EQ(a_.insert(sample(i, 20)), 0);
+  for (std::size_t at = from; at < disk_events().size(); at++) {
+    if (disk_events()[at].what != disk_event::kind::write || disk_events()[at].offset < engine::journal_groups) continue;
+    all += disk_events()[at].bytes.size();
+    longest = std::max<std::uint64_t>(longest, disk_events()[at].bytes.size());
+  }
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  EXPECT_GT(longest, 4 * engine::page_size);
+  EXPECT_LT(all, 100 * 4 * engine::page_size);
+}
+
+// Each record is seen by another handle as soon as it is put: groups that say only what an
+// operation changed of a node meet nodes that it has in its cache, and others.
+TEST_F(JournalUse, AnotherHandleFollowsALongTransactionRecordByRecord) {
+  for (const bool from_cache : {false, true}) {
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    b_.from_cache = from_cache;
+    ASSERT_EQ(b_.open_for_work(path), 0);
+    const int base = from_cache ? 2000 : 1000;
+    ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+    for (int i = 0; i < 200; i++) {
+      ASSERT_EQ(a_.insert(sample(base + i * 37 % 200, 40)), 0);
+      if (i % 9 == 0) {
+        ASSERT_EQ(b_.find_name(sample(base + i * 37 % 200).name), 0);
+      }
+    }
+    ASSERT_EQ(engine::transend(a_, 1), 0);
+    for (int i = 0; i < 200; i++) {
+      if (i % 3 == 0) {
+        ASSERT_EQ(a_.insert(sample(base + 500 + i, 40)), 0);
+      }
+      ASSERT_EQ(b_.find_name(sample(base + i).name), 0);
+    }
+    ASSERT_EQ(all_records(&b_), all_records(&a_));
+    ASSERT_EQ(a_.close(), 0);
+    ASSERT_EQ(b_.close(), 0);
+  }
+  expect_sound();
 }
 
 TEST_F(JournalUse, OpeningAndClosingAnIntactFileFlushesNothing) {
@@ -570,6 +639,7 @@ TEST_F(JournalUse, AnUnfinishedTransactionThatTheFileSawInPartIsRolledBack) {
 // A transaction that the journal had to be flushed in: what was flushed is in the file.
 TEST_F(JournalUse, ALongUnfinishedTransactionIsRolledBackAsFarAsItWasWritten) {
   engine::checkpoint_at = 16 * 1024;
+  engine::defer_to = 64 * 1024;
   ASSERT_EQ(a_.open_for_work(path), 0);
   put(&a_, 101);
   const records before = all_records(&a_);
@@ -584,6 +654,48 @@ TEST_F(JournalUse, ALongUnfinishedTransactionIsRolledBackAsFarAsItWasWritten) {
   EXPECT_EQ(all_records(&a_), before);
   ASSERT_EQ(a_.close(), 0);
   expect_sound();
+}
+
+// Neither is it taken for the journal of another file, nor is one made that nobody knows again.
+TEST_F(JournalUse, AFileWhoseIdentityCannotBeHadIsNotOpened) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  std::size_t at = disk_events().size();
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  engine::abandon(a_);
+  while (disk_events()[at].what != disk_event::kind::flush) at++;
+  rewind_disk(image(), at + 1);   // committed, the file not yet changed
+  const disk_image left = disk_now();
+  static engine::os_ops blind;
+  for (const bool with_journal : {true, false}) {
+    disk_image start = left;
+    if (!with_journal) start.erase(std::string(path) + ".jnl");
+    mount_memory_disk(start);
+    blind = engine::os();
+    blind.identity = [](int) -> std::uint64_t { return 0; };
+    engine::set_os_ops(&blind);
+    EXPECT_EQ(a_.open_for_work(path), engine::e_io);
+    EXPECT_EQ(disk_now().size(), start.size());
+    EXPECT_TRUE(disk_now().at(path).bytes == start.at(path).bytes);
+  }
+  mount_memory_disk(left);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_EQ(a_.find_name(sample(102).name), 0);
+  ASSERT_EQ(a_.close(), 0);
+}
+
+// A file that cannot be opened, for want of descriptors, looks like one that is not there.
+TEST_F(JournalUse, TheCreationOfAFileThatIsThereLeavesItsJournalAlone) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  engine::abandon(a_);
+  const disk_image left = disk_now();
+  static engine::os_ops poor;
+  poor = engine::os();
+  poor.open = [](const char*, engine::open_how) { return -1; };
+  engine::set_os_ops(&poor);
+  EXPECT_NE(a_.create(path), 0);
+  ASSERT_EQ(disk_now().size(), left.size());
+  for (const auto& [name, file] : left) EXPECT_TRUE(disk_now().at(name).bytes == file.bytes) << name;
 }
 
 // A check of a file that a killed writer left says so.

@@ -93,6 +93,11 @@ int do_flush(int fd) {
   disk.events.push_back({disk_event::kind::flush, file_of(fd)->identity, 0, {}, file_of(fd)->path});
   return 0;
 }
+int do_cut(int fd, std::uint64_t size) {
+  file_of(fd)->bytes.resize(size);
+  disk.events.push_back({disk_event::kind::cut, file_of(fd)->identity, size, {}, {}});
+  return 0;
+}
 std::int64_t do_size(int fd) { return static_cast<std::int64_t>(file_of(fd)->bytes.size()); }
 std::uint64_t do_identity(int fd) { return file_of(fd)->identity; }
 std::uint64_t do_mount(int) { return disk.mount; }
@@ -137,6 +142,7 @@ const engine::os_ops& table() {
     t.read_at = do_read;
     t.write_at = do_write;
     t.flush = do_flush;
+    t.cut = do_cut;
     t.size = do_size;
     t.identity = do_identity;
     t.mount = do_mount;
@@ -159,10 +165,12 @@ class builder {
   }
   void apply(const disk_event& e) {
     if (e.what == disk_event::kind::write) put_bytes(&bytes_[e.identity], e.offset, e.bytes.data(), e.bytes.size());
+    if (e.what == disk_event::kind::cut) bytes_[e.identity].resize(e.offset);
     if (e.what == disk_event::kind::name) names_[e.path] = e.identity;
     if (e.what == disk_event::kind::remove) names_.erase(e.path);
   }
   void apply_torn(const disk_event& e, std::mt19937* coin) {
+    if (e.what == disk_event::kind::cut && (*coin)() % 2 == 0) apply(e);
     for (std::size_t at = 0; at < e.bytes.size();) {
       const std::size_t in_sector = 512 - (e.offset + at) % 512;
       const std::size_t n = std::min(in_sector, e.bytes.size() - at);
@@ -233,7 +241,7 @@ std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events,
     if (events[i].what == disk_event::kind::flush) last_flush[events[i].identity] = i;
   std::vector<std::size_t> result;
   for (std::size_t i = 0; i < n; i++) {
-    if (events[i].what != disk_event::kind::write) continue;
+    if (events[i].what != disk_event::kind::write && events[i].what != disk_event::kind::cut) continue;
     auto at = last_flush.find(events[i].identity);
     if (at == last_flush.end() || at->second < i) result.push_back(i);
   }

@@ -19,9 +19,9 @@ struct disk_file {
 using disk_image = std::map<std::string, disk_file>;   // by path
 
 struct disk_event {
-  enum class kind { write, flush, name, remove } what;
+  enum class kind { write, flush, cut, name, remove } what;
   std::uint64_t identity;   // of the file
-  std::uint64_t offset;
+  std::uint64_t offset;     // of what is written; of a cut the new size
   disk_bytes bytes;         // written
   std::string path;         // of name and remove
 };

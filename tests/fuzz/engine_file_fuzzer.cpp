@@ -66,6 +66,7 @@ void tell_difference(const outcome& without, const outcome& with) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   zvrdb::engine::checkpoint_at = 32 * 1024;
+  zvrdb::engine::defer_to = 128 * 1024;
   fuzz_input input(data, size);
   const unsigned flags = input.u8();
   const file_from_input file = take_file(&input);
