@@ -26,13 +26,13 @@ class Engine final : public Rival {
  public:
   std::string name() const override { return "zvrdb engine"; }
   std::string settings() const override {
-    return "record file shared by processes, integrity level 4, commit journal, reads from the cache without locks, cache of 65,536 nodes";
+    return "record file shared by processes, integrity level 4, commit journal, reads from the cache without locks, cache of 131,072 nodes";
   }
   bool is_ours() const override { return true; }
 
   void open(const std::string& folder) override {
     path_ = folder + "/records";
-    engine::set_cache_blocks(65536);
+    engine::set_cache_blocks(131072);
     const bool there = access(path_.c_str(), F_OK) == 0;
     const auto journal = engine::journal_use::on;
     check(there ? engine::dopen(psp(), path_.c_str(), buffer_.data(), record_buffer, 'S', 2, keys, journal)

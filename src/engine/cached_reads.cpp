@@ -15,12 +15,6 @@ T look_at(const std::uint8_t* mapped, byte_order order) {
   return order == native_order ? v : swap_bytes(v);
 }
 
-void pause_shortly() {
-#if defined(__x86_64__)
-  __builtin_ia32_pause();
-#endif
-}
-
 struct first_page_seen {
   std::uint32_t generation;
   bool flag;
@@ -33,11 +27,16 @@ first_page_seen look_at_first_page(const PSP* h) {
   return seen;
 }
 
-bool something_moved(PSP* h) {
+bool something_moved(PSP* h, const first_page_seen& page) {
+  if (h->journal != nullptr) return journal_moved(h, h->cached->journal, page.generation, page.flag);
+  return page.flag || page.generation != h->generation;
+}
+bool something_moved(PSP* h) { return something_moved(h, look_at_first_page(h)); }
+
+// And no operation is under way whose pages go to the file.
+bool file_moved(PSP* h) {
   const first_page_seen page = look_at_first_page(h);
-  if (page.flag) return true;
-  return h->journal != nullptr ? journal_moved(h, h->cached->journal, page.generation)
-                               : page.generation != h->generation;
+  return page.flag || something_moved(h, page);
 }
 
 bool journal_in_view(PSP* h) {
@@ -49,26 +48,23 @@ bool journal_in_view(PSP* h) {
   return c->journal != nullptr;
 }
 
-// A writer is between two commits most of the time: what it changed is taken from the journal
-// without waiting for it.
+// What others changed is taken from the journal without waiting for who is at work.
 bool follow_writer(PSP* h) {
   if (h->journal == nullptr) return false;
-  constexpr int looks = 50;   // while the pages of a commit go to the file
-  first_page_seen page = look_at_first_page(h);
-  for (int i = 0; page.flag && i < looks; ++i) {
-    pause_shortly();
-    page = look_at_first_page(h);
-  }
-  if (page.flag || !journal_follow_quietly(h, page.generation)) return false;
+  const first_page_seen page = look_at_first_page(h);
+  // While the pages of a commit go to the file, what ended before is all that counts.
+  std::uint32_t generation = page.generation;
+  if (page.flag && !look_for_ended_change(&h->journal->log, h->cached->journal, &generation)) return false;
+  if (!journal_follow_quietly(h, generation)) return false;
   const first_page_seen after = look_at_first_page(h);
-  if (after.flag || after.generation != page.generation || !journal_take_seen(h, page.generation)) return false;
-  return !something_moved(h);
+  if (!page.flag && (after.flag || after.generation != generation)) return false;
+  return journal_take_seen(h, generation) && !something_moved(h);
 }
 
 }  // namespace
 
 bool nothing_moved(PSP* h) {
-  return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !something_moved(h);
+  return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !file_moved(h);
 }
 
 bool begin_quiet_read(PSP* h, int keyno) {
@@ -93,7 +89,8 @@ bool end_quiet_read(PSP* h, int* result) {
     return true;
   }
   --h->rdnest;
-  if (state == quiet::broken || something_moved(h)) return false;
+  // All it saw is the process's own, and was the file's when it began: so it was made then.
+  if (state == quiet::broken) return false;
   if (h->deferred != 0) *result = h->deferred;
   return true;
 }
@@ -103,7 +100,7 @@ int lock_quiet_read(PSP* h) {
   if (c->state == quiet::broken) return e_not_cached;
   int result = waitarbiter(h);
   if (result == e_ok) result = lockread(h, false);
-  if (result == e_ok && !something_moved(h)) {
+  if (result == e_ok && !file_moved(h)) {
     c->state = quiet::no;
     return e_ok;
   }

@@ -3,9 +3,10 @@
 // Every write operation that has ended is seen in the file: its header bears a new generation
 // or, with a journal, the journal goes on behind the last group known.  Both are looked at
 // through read-only mappings.  While nothing moved, the nodes in the cache are the file's:
-// images of the process's own that no writer can touch.  A read that begins so, and of which
-// nothing moved when it ends, is as good as one under the own reader byte, and costs no
-// system call.
+// images of the process's own that no writer can touch.  A read that begins so shows the file as
+// it was at that moment, as one under the own reader byte does, and costs no system call.  Nor
+// does a writer at work keep it waiting: until its operation has ended, what the file was before
+// is as good an answer.
 //
 // A node that is not in the cache is never read so.  The read takes its byte then and goes on
 // if nothing moved meanwhile; otherwise it is made again from the beginning, under the locks.

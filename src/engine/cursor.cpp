@@ -8,6 +8,7 @@
 #include "engine/key_search.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/read_in_place.h"
 #include "engine/record_locks.h"
 #include "engine/sharing.h"
 
@@ -34,20 +35,6 @@ int read_leaf(PSP* h) {
   const int got = nodeget(h, &main_buffer, n);
   if (got != e_ok) return got == e_not_found ? e_io : got;
   return main_buffer.image.level == 0 ? e_ok : raise_damage(h, n);
-}
-
-// An entry of a neighbouring leaf must lie on the right side of the one left behind:
-// leaves linked in a circle show here.
-bool follows_in_order(PSP* h, const cursor& left, const std::uint8_t* entry, int side) {
-  const int found = entry[entry_at::key];
-  if (left.ckeyno != found) return side * (found - left.ckeyno) > 0 || !good_key_number(left.ckeyno);
-  const int type = type_of_key(h, found);
-  if (!is_totally_ordered(type) || left.crecno == ~std::uint32_t{0}) return true;
-  const target t{left.ckey, static_cast<std::int32_t>(left.crecno), found, type, piece_of(left.cpiece), 0, h->order,
-                 nullptr};
-  const entry_sign s = entrycmp(entry, t, true);
-  const std::uint8_t byte = entry[entry_at::piece];
-  return side * s.full > 0 || (side < 0 && is_piece_128(byte, left.cpiece));
 }
 
 // Ends a step: the entry is made the one at hand, or there is none.
@@ -146,6 +133,7 @@ int next_value(PSP* h) {
   cursor& c = cursor_of(h, h->keyno);
   if (c.ckeyno == -1) return first_value(h);
   if (is_shared(h) && c.cstale) return next_stale_value(h);
+  if (int stepped = 0; next_value_in_place(h, &stepped)) return keep_status(h, stepped);
   if (h->keyno < c.ckeyno) {
     nothing_at_hand(h);
     return e_not_found;
@@ -231,6 +219,18 @@ int bracketed(PSP* h, int keyno, std::uint8_t* data, int capacity, int (*work)(P
 }
 
 }  // namespace
+
+bool follows_in_order(PSP* h, const cursor& left, const std::uint8_t* entry, int side) {
+  const int found = entry[entry_at::key];
+  if (left.ckeyno != found) return side * (found - left.ckeyno) > 0 || !good_key_number(left.ckeyno);
+  const int type = type_of_key(h, found);
+  if (!is_totally_ordered(type) || left.crecno == ~std::uint32_t{0}) return true;
+  const target t{left.ckey, static_cast<std::int32_t>(left.crecno), found, type, piece_of(left.cpiece), 0, h->order,
+                 nullptr};
+  const entry_sign s = entrycmp(entry, t, true);
+  const std::uint8_t byte = entry[entry_at::piece];
+  return side * s.full > 0 || (side < 0 && is_piece_128(byte, left.cpiece));
+}
 
 bool make_cursor(PSP* h, int key) {
   if (has_cursor(h, key)) return true;
@@ -367,6 +367,7 @@ int readval(PSP* h, std::uint8_t* buffer, int capacity) {
 }
 
 int find_value(PSP* h) {
+  if (int found = 0; find_value_in_place(h, &found)) return keep_status(h, found);
   int r = locate(h);
   if (r >= 0 && cursor_of(h, h->keyno).ckeyno != h->keyno) r = e_not_found;
   if (r >= 0) {

@@ -19,6 +19,10 @@ int blast(PSP* h, int keyno, std::uint8_t* data, int capacity);
 // 0; -1 not on this key or deleted; -16 a stale cursor's entry is gone.
 int bcurrent(PSP* h, int keyno, std::uint8_t* data, int capacity);
 
+// An entry of a neighbouring leaf must lie on the right side (1 or -1) of the one left behind:
+// leaves linked in a circle show here.
+bool follows_in_order(PSP* h, const cursor& left, const std::uint8_t* entry, int side);
+
 // One entry forward, back.  The status: 0, -1 none, or an error.
 int stepfwd(PSP* h);
 int stepback(PSP* h);

@@ -433,14 +433,16 @@ int journal_follow(PSP* h) {
   return result == e_ok ? lockread(h, false) : result;
 }
 
-bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation) {
+bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag) {
   const journal* j = h->journal;
-  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || generation != j->disk_generation) return true;
+  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive) return true;
+  if (flag ? j->deferred : generation != j->disk_generation) return true;
   // Known of the log, and not in the file: somebody's transaction.
-  if (!j->deferred && !is_at_last_change(j, generation)) return true;
+  if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   const journal_news news = look_for_news(&j->log, view);
-  if (news != journal_news::change_under_way) return news != journal_news::none;
-  // That operation has not ended if it is one, and not what a dead one left.
+  if (news != journal_news::change_under_way) return flag || news != journal_news::none;
+  // That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
+  // another one would have appended before it set it.
   return os().probe(h->file, arbiter_byte) != 1;
 }
 

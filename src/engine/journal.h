@@ -60,8 +60,10 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 // e_byte_lock, e_no_memory.
 int journal_enter(PSP* h);
 // Whether the file is as the handle knows it, asked without the system.  `view` shows the
-// journal, `generation` and `flag` are those of the first page.
-bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation);
+// journal, `generation` and `flag` are those of the first page.  An operation whose pages are on
+// their way to the file has not ended, so what the handle knows counts still; but nothing may be
+// read of the file then.
+bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag);
 // Follows what others wrote by the journal alone, no lock being held, up to the change that the
 // record file bears.  False: it must be followed under the locks.
 bool journal_follow_quietly(PSP* h, std::uint32_t generation);

@@ -364,18 +364,65 @@ int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher)
   }
 }
 
-journal_news look_for_news(const journal_file* j, const std::uint8_t* view) {
-  const auto look = [&](std::uint64_t at) {
-    const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view + at), __ATOMIC_ACQUIRE);
+namespace {
+// The first bytes of a journal as they are now, which others write meanwhile.
+class journal_view {
+ public:
+  journal_view(const journal_file* j, const std::uint8_t* view) : j_(j), view_(view) {}
+  std::uint64_t look(std::uint64_t at) const {
+    const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view_ + at), __ATOMIC_ACQUIRE);
     return native_order == byte_order::little ? v : swap_bytes(v);
-  };
+  }
+  bool same_life() const { return look(head_at::salt) == j_->salt; }
+  static bool in_sight(std::uint64_t at) { return at + group_head_size <= journal_size; }
+  // Whether a group of this life begins at a place in sight.
+  bool begins(std::uint64_t at, std::uint64_t sequence) const {
+    return look(at + group_at::sequence) == sequence && look(at + group_at::salt) == j_->salt;
+  }
+  std::uint64_t end_of(std::uint64_t at) const {
+    static_assert(group_at::length == 4);
+    return at + to_sectors(look(at) >> 32);
+  }
+  bool is_change(std::uint64_t at) const {
+    const auto kind = static_cast<std::uint32_t>(look(at + group_at::kind));
+    return kind != 0 && static_cast<std::uint32_t>(look(at + group_at::open)) == 0;
+  }
+  std::uint32_t generation_after(std::uint64_t at) const {
+    static_assert(group_at::before == 24 && group_at::after == 28);
+    return static_cast<std::uint32_t>(look(at + group_at::before) >> 32);
+  }
+
+ private:
+  const journal_file* j_;
+  const std::uint8_t* view_;
+};
+}  // namespace
+
+journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
+  const journal_view view(j, bytes);
   const std::uint64_t end = j->at.end;
-  if (look(head_at::salt) != j->salt || end + group_head_size > journal_size) return journal_news::some;
-  if (look(end + group_at::sequence) != j->at.sequence || look(end + group_at::salt) != j->salt)
-    return journal_news::none;
-  const auto kind = static_cast<std::uint32_t>(look(end + group_at::kind));
-  const auto open = static_cast<std::uint32_t>(look(end + group_at::open));
-  return kind != 0 && open == 0 ? journal_news::change_under_way : journal_news::some;
+  if (!view.same_life() || !view.in_sight(end)) return journal_news::some;
+  if (!view.begins(end, j->at.sequence)) return journal_news::none;
+  const std::uint64_t behind = view.end_of(end);
+  if (!view.in_sight(behind) || view.begins(behind, j->at.sequence + 1)) return journal_news::some;
+  return view.is_change(end) ? journal_news::change_under_way : journal_news::some;
+}
+
+bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
+  const journal_view view(j, bytes);
+  std::uint64_t at = j->at.end;
+  std::uint64_t sequence = j->at.sequence;
+  if (!view.same_life() || !view.in_sight(at) || !view.begins(at, sequence)) return false;
+  bool ended = false;
+  for (;;) {
+    if (!view.is_change(at)) return false;
+    const std::uint64_t behind = view.end_of(at);
+    if (behind == at || !view.in_sight(behind)) return false;
+    if (!view.begins(behind, ++sequence)) return ended;
+    *generation = view.generation_after(at);
+    ended = true;
+    at = behind;
+  }
 }
 
 std::uint64_t group_room(std::uint32_t nodes, bool change) {

@@ -217,6 +217,9 @@ enum class journal_news {
   some,
 };
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
+// The generation of the last change but one behind what is known, if nothing but changes that are
+// not open stands there.  Its operation has ended: another one appended behind it.
+bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation);
 
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);

@@ -11,10 +11,6 @@
 namespace zvrdb::engine {
 namespace {
 
-target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
-  return {key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order, segments_of(h, keyno)};
-}
-
 struct found_place {
   int index;
   int offset;
@@ -193,6 +189,10 @@ int step_to_leaf(PSP* h, bool right) {
 
 }  // namespace
 
+target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece) {
+  return {key, recno, keyno, type_of_key(h, keyno), piece & piece_number, h->edge, h->order, segments_of(h, keyno)};
+}
+
 int entry_offset(const node& v, int index) {
   int at = 0;
   for (int i = 0; i < index && i < v.count; ++i) at += entry_size(v.entries + at);
@@ -261,8 +261,8 @@ void publish(PSP* h, const std::uint8_t* entry) {
   h->recno = entry_record(entry, h->order);
   h->piece = entry[entry_at::piece];
   cursor& c = cursor_of(h, h->keyno);
-  std::memset(c.ckey, 0, sizeof c.ckey);
   std::memcpy(c.ckey, h->keybuf, static_cast<std::size_t>(k));
+  std::memset(c.ckey + k, 0, sizeof c.ckey - static_cast<std::size_t>(k));
   c.crecno = static_cast<std::uint32_t>(h->recno);
   c.cpiece = h->piece;
   c.ckeyno = entry[entry_at::key];

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "engine/key_compare.h"
 #include "engine/psp.h"
 
 namespace zvrdb::engine {
@@ -11,6 +12,9 @@ namespace zvrdb::engine {
 inline int entries_end(const node& v) { return entry_area - v.room; }
 // Offset of the entry at an index, or of the end for an index at or behind count.
 int entry_offset(const node& v, int index);
+
+// What a search for (keyno, key, recno, piece) with the edge of the block looks for.
+target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece);
 
 // Searches (keyno, key, recno, piece) with the edge of the block.  On success the main
 // buffer holds the leaf, h->foundoffset is the place of the first entry at or above the

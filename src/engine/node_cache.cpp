@@ -22,33 +22,61 @@ node_buffer log_buffer{{}, nullptr, -1, -1};
 node_buffer scratch_buffer{{}, nullptr, -1, -1};
 
 std::uint64_t blocks_looked_at = 0;
+std::uint64_t nodes_looked_up = 0;
 
 namespace {
 
+using entry_offsets = std::uint16_t[max_entries + 1];
+
+// A node and what is known of it, in one piece: what is looked at together lies together.
 struct block {
-  node* image;          // its place among the images, for good
   PSP* owner;           // null when free
   std::int32_t file;    // -1 when free
   std::int32_t number;  // -1 when free
   bool dirty;           // the node must still be written
+  bool indexed;         // its offsets are those of the image
+  std::uint32_t version;  // another number for each image that was here
   std::uint64_t moved;  // when it came to the front last
-  std::uint32_t imaged; // generation in which its before-image was kept
   block* newer;         // neighbours in order of use
   block* older;
   block* chain;         // next of the same hash
+  std::uint32_t imaged; // generation in which its before-image was kept
+  entry_offsets offsets;
+  node image;
 };
+
+// Where a search ended.
+struct leaf_hint {
+  std::uint32_t block;     // its place and one more; 0: none
+  std::uint32_t version;   // of the block then
+  std::uint32_t changes;   // of all nodes then
+  std::uint16_t offset;    // and 0x8000 for the first of its key value
+  std::uint8_t index;
+  std::uint8_t tag;        // of the search's hash
+};
+constexpr std::size_t memory_line = 64;
+constexpr unsigned hints_a_set = memory_line / sizeof(leaf_hint);   // looked at together
+static_assert(hints_a_set == 4);
+constexpr std::uint16_t hint_first = 0x8000;
+constexpr unsigned hints_a_block = 4;
 
 // Blocks in order of use, most recent first, and a hash table over them.
 struct block_cache {
   block* blocks = nullptr;
-  node* images = nullptr;
+  void* hint_memory = nullptr;
+  leaf_hint* hints = nullptr;   // sets, each in a line of memory
   block** table = nullptr;
+  block* viewed = nullptr;
   block* newest = nullptr;
   block* oldest = nullptr;
   unsigned count = 0;
+  unsigned used = 0;            // blocks from here on never held a node, and are in no list
   unsigned table_mask = 0;
+  unsigned hint_mask = 0;
   unsigned wanted = 10;
   std::uint64_t moves = 0;
+  std::uint32_t versions = 0;
+  std::uint32_t changes = 0;   // of nodes, as far as this process knows
 };
 block_cache cache;
 
@@ -64,7 +92,7 @@ unsigned hash_of(const PSP* h, std::int32_t file, std::int32_t n) {
 
 void release_cache() {
   os().release(cache.blocks);
-  os().release(cache.images);
+  os().release(cache.hint_memory);
   os().release(cache.table);
   const unsigned wanted = cache.wanted;
   cache = block_cache{};
@@ -94,6 +122,22 @@ void free_block(block* b) {
   b->number = -1;
 }
 
+// Numbers that begin anew would let old ones be taken for new.
+void forget_hints() {
+  for (unsigned i = 0; i <= cache.hint_mask; ++i) cache.hints[i] = {};
+}
+
+// Another image is there: what was known of the one before is of no use.
+void new_image(block* b) {
+  b->indexed = false;
+  b->version = ++cache.versions;
+  if (cache.versions == 0) forget_hints();
+}
+
+void note_change() {
+  if (++cache.changes == 0 && cache.hints != nullptr) forget_hints();
+}
+
 void own_block(block* b, PSP* h, std::int32_t n) {
   if (b->owner == h && b->file == h->file && b->number == n) return;
   free_block(b);
@@ -102,6 +146,7 @@ void own_block(block* b, PSP* h, std::int32_t n) {
   b->file = h->file;
   b->number = n;
   b->imaged = 0;
+  new_image(b);
   block** head = &cache.table[hash_of(h, h->file, n)];
   b->chain = *head;
   *head = b;
@@ -119,6 +164,18 @@ void move_to_front(block* b) {
   b->older = cache.newest;
   cache.newest->newer = b;
   cache.newest = b;
+}
+
+// The block to be used next for a node that is in none: one never used, else the oldest.
+block* spare_block() {
+  if (cache.used == cache.count) return cache.oldest;
+  block* b = cache.blocks + cache.used++;
+  b->file = -1;
+  b->number = -1;
+  b->older = cache.newest;
+  (cache.newest != nullptr ? cache.newest->newer : cache.oldest) = b;
+  cache.newest = b;
+  return b;
 }
 
 void take_to_front(block* b) {
@@ -151,7 +208,7 @@ int write_image(PSP* h, node& v, std::int32_t n) {
 }
 
 int write_block(block* b) {
-  const int written = write_image(b->owner, *b->image, b->number);
+  const int written = write_image(b->owner, b->image, b->number);
   if (written == e_ok) set_dirty(b, false);
   return written;
 }
@@ -185,7 +242,7 @@ int take_block(PSP* h, std::int32_t n, block** out, bool* hit) {
     if (is_quiet(h)) {
       if (const int locked = lock_quiet_read(h); locked != e_ok) return locked;
     }
-    b = cache.oldest;
+    b = spare_block();
     const int evicted = evict(b);
     if (evicted != e_ok) return evicted;
     take_to_front(b);
@@ -289,51 +346,130 @@ int cache_ready() {
   unsigned table = 16;
   while (table < 2 * count) table *= 2;
   cache.blocks = static_cast<block*>(os().allocate(count * sizeof(block)));
-  cache.images = static_cast<node*>(os().allocate(count * sizeof(node)));
   cache.table = static_cast<block**>(os().allocate(table * sizeof(block*)));
-  if (cache.blocks == nullptr || cache.images == nullptr || cache.table == nullptr) {
+  cache.hint_memory = os().allocate(std::size_t{hints_a_block} * table * sizeof(leaf_hint) + memory_line);
+  if (cache.blocks == nullptr || cache.table == nullptr || cache.hint_memory == nullptr) {
     release_cache();
     return e_no_memory;
   }
+  const std::size_t off = reinterpret_cast<std::uintptr_t>(cache.hint_memory) % memory_line;
+  cache.hints = reinterpret_cast<leaf_hint*>(static_cast<char*>(cache.hint_memory) + (memory_line - off));
   cache.count = count;
   cache.table_mask = table - 1;
-  for (unsigned i = 0; i < count; ++i) {
-    block& b = cache.blocks[i];
-    b.image = cache.images + i;
-    b.file = -1;
-    b.number = -1;
-    b.newer = i > 0 ? &b - 1 : nullptr;
-    b.older = i + 1 < count ? &b + 1 : nullptr;
-  }
-  cache.newest = cache.blocks;
-  cache.oldest = cache.blocks + (count - 1);
+  cache.hint_mask = hints_a_block * table - 1;
   return e_ok;
 }
 
-int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
+namespace {
+// The block that holds node n, which is read if need be.
+int find_or_read(PSP* h, std::int32_t n, block** out) {
+  ++nodes_looked_up;
+  check_generation_between_operations(h);
+  bool hit = false;
+  if (const int taken = take_block(h, n, out, &hit); taken != e_ok || hit) return taken;
+  free_block(*out);
+  const int got = read_image(h, (*out)->image, n);
+  if (got == e_ok) own_block(*out, h, n);
+  return got;
+}
+
+int check_number(const PSP* h, std::int32_t n) {
   if (n < 0) return e_negative_node;
   if (n >= h->nextnode || n > max_node) return e_unallocated_node;
-  if (cache.blocks == nullptr) return e_io;
+  return cache.blocks == nullptr ? e_io : e_ok;
+}
+
+void show(block* b, node_view* out) {
+  std::uint16_t* offsets = b->offsets;
+  if (!b->indexed) {
+    const node& v = b->image;
+    int at = 0;
+    for (int i = 0; i < v.count; ++i) {
+      offsets[i] = static_cast<std::uint16_t>(at);
+      at += entry_size(v.entries + at);
+    }
+    b->indexed = true;
+  }
+  cache.viewed = b;
+  *out = {&b->image, offsets, b->number};
+}
+
+bool is_tree_node(const node& v) { return is_tree_level(v.level) && v.count <= max_entries; }
+}  // namespace
+
+int view_node(PSP* h, std::int32_t n, node_view* out) {
+  if (const int good = check_number(h, n); good != e_ok) return good;
+  block* b = nullptr;
+  if (const int got = find_or_read(h, n, &b); got != e_ok) return got;
+  if (!is_tree_node(b->image)) return e_damaged;
+  show(b, out);
+  return e_ok;
+}
+
+namespace {
+leaf_hint* hint_set(std::uint64_t hash) {
+  return cache.hints + (hash & cache.hint_mask & ~std::uint64_t{hints_a_set - 1});
+}
+std::uint8_t tag_of(std::uint64_t hash) { return static_cast<std::uint8_t>(hash >> 56); }
+
+// Bytes that are about to be read.
+void fetch(const void* from, std::size_t n) {
+  for (std::size_t at = 0; at < n; at += memory_line) __builtin_prefetch(static_cast<const char*>(from) + at);
+}
+}  // namespace
+
+void expect_recall(std::uint64_t hash) {
+  if (cache.hints != nullptr) fetch(hint_set(hash), 1);
+}
+
+bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
+  if (cache.blocks == nullptr) return false;
+  const leaf_hint* set = hint_set(hash);
+  for (unsigned i = 0; i < hints_a_set; ++i) {
+    const leaf_hint hint = set[i];
+    if (hint.block == 0 || hint.tag != tag_of(hash)) continue;
+    block* b = cache.blocks + (hint.block - 1);
+    out->image = &b->image;
+    out->index = hint.index;
+    out->offset = hint.offset & ~hint_first;
+    fetch(out->image->entries + out->offset, max_entry_size);
+    if (b->owner != h || b->file != h->file || b->version != hint.version) continue;
+    note_use(b);
+    out->number = b->number;
+    out->first = (hint.offset & hint_first) != 0;
+    out->sure = hint.changes == cache.changes;
+    return true;
+  }
+  return false;
+}
+
+void remember_entry(std::uint64_t hash, int index, int offset, bool first) {
+  const block* b = cache.viewed;
+  leaf_hint* set = hint_set(hash);
+  leaf_hint* to = set + (hash >> 48) % hints_a_set;   // unless there is one that is of no use
+  for (unsigned i = 0; i < hints_a_set; ++i) {
+    const leaf_hint& hint = set[i];
+    const bool stale = hint.block == 0 || cache.blocks[hint.block - 1].version != hint.version;
+    if (stale || hint.tag == tag_of(hash)) to = set + i;
+  }
+  *to = {static_cast<std::uint32_t>(b - cache.blocks) + 1, b->version, cache.changes,
+         static_cast<std::uint16_t>(offset | (first ? hint_first : 0)), static_cast<std::uint8_t>(index), tag_of(hash)};
+}
+
+int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
+  if (const int good = check_number(h, n); good != e_ok) return good;
   const bool trusted = b == &main_buffer || b == &third_buffer || b == &log_buffer;
   if (trusted && holds(*b, h, n)) {
     h->current = &b->image;
     return e_ok;
   }
-  check_generation_between_operations(h);
   block* found = nullptr;
-  bool hit = false;
-  if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
-  if (!hit) {
-    free_block(found);
-    const int got = read_image(h, *found->image, n);
-    if (got != e_ok) return got;
-    own_block(found, h, n);
-  }
+  if (const int got = find_or_read(h, n, &found); got != e_ok) return got;
   if (b == nullptr) {
-    h->current = found->image;
+    h->current = &found->image;
     return e_ok;
   }
-  std::memcpy(&b->image, found->image, page_size);
+  std::memcpy(&b->image, &found->image, page_size);
   zero_spare(b->image);
   set_tag(*b, h, n);
   h->current = &b->image;
@@ -351,13 +487,15 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   bool hit = false;
   if (const int taken = take_block(h, n, &found, &hit); taken != e_ok) return taken;
   if (keeps_images(h) && !(hit && found->imaged == h->generation)) {
-    const int kept = keep_image(h, n, hit ? found->image : nullptr);
+    const int kept = keep_image(h, n, hit ? &found->image : nullptr);
     if (kept != e_ok) return kept;
   }
   own_block(found, h, n);
   take_to_front(found);   // what the end of the operation writes stands together
   found->imaged = h->generation;
-  std::memcpy(found->image, &b.image, page_size);
+  std::memcpy(&found->image, &b.image, page_size);
+  new_image(found);
+  note_change();
   if (has_companion(h)) note_node_write(h, n);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
@@ -370,7 +508,7 @@ int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
   if (keeps_images(h)) {
     const block* cached = find_block(h, n);
-    const int kept = keep_image(h, n, cached != nullptr ? cached->image : nullptr);
+    const int kept = keep_image(h, n, cached != nullptr ? &cached->image : nullptr);
     if (kept != e_ok) return kept;
   }
   drop_cached(h, n);
@@ -416,6 +554,7 @@ int dropfile(PSP* h) {
 }
 
 void purgefile(PSP* h) {
+  note_change();
   for (block* b = cache.newest; b != nullptr && h->blocks > 0; b = b->older)
     if (b->owner == h) free_block(b);
   h->dirtyblocks = 0;
@@ -423,6 +562,7 @@ void purgefile(PSP* h) {
 }
 
 void purge_memory_of(PSP* h) {
+  note_change();
   for (block* b = cache.newest; b != nullptr; b = b->older)
     if (b->owner == h) free_block(b);
   forget_buffers(h);
@@ -437,18 +577,20 @@ void renew_cached_node(PSP* h, const node_change& c) {
   const std::int32_t n = c.number;
   if (cache.blocks == nullptr || n < 0 || n > max_node) return;
   block* b = find_block(h, n);
-  if (b == nullptr && n >= h->nextnode && is_whole(c) && !cache.oldest->dirty) {
-    b = cache.oldest;
+  if (b == nullptr && n >= h->nextnode && is_whole(c) && (cache.used < cache.count || !cache.oldest->dirty)) {
+    b = spare_block();
     take_to_front(b);
     own_block(b, h, n);
   }
   if (b == nullptr) return;
-  auto* image = reinterpret_cast<std::uint8_t*>(b->image);
+  auto* image = reinterpret_cast<std::uint8_t*>(&b->image);
   std::memcpy(image, c.head, node_head_size);
   std::memcpy(image + c.from, c.entries, c.length);
-  convert_head(*b->image, h->order);
+  convert_head(b->image, h->order);
+  new_image(b);
+  note_change();
   set_dirty(b, false);
-  if (!is_tree_level(b->image->level) || !node_is_sound(h, *b->image)) free_block(b);
+  if (!is_tree_level(b->image.level) || !node_is_sound(h, b->image)) free_block(b);
 }
 
 void forget_cache() {

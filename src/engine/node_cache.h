@@ -45,6 +45,31 @@ int cache_ready();
 // 0, e_unallocated_node, e_negative_node, e_io (no cache), e_not_found (read failed),
 // e_short_read, e_damaged (the bytes are no node).
 int nodeget(PSP* h, node_buffer* b, std::int32_t n);
+// A tree node where it lies in the cache, and where its entries begin.  Good until the next call
+// that reads a node.
+struct node_view {
+  const node* image;
+  const std::uint16_t* offsets;   // of its `count` entries
+  std::int32_t number;
+};
+// As nodeget, without a buffer and without h->current.  e_damaged also for what is no tree node.
+int view_node(PSP* h, std::int32_t n, node_view* out);
+// Where a search ended: an entry in a leaf that the cache held then, and has not changed since.
+struct hinted_entry {
+  const node* image;
+  std::int32_t number;
+  int index;
+  int offset;
+  bool first;   // as it was told
+  bool sure;    // no node of any file changed since
+};
+// What is known of the search with that hash.  It may be another search of the same hash.
+bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out);
+// It will be asked for soon.
+void expect_recall(std::uint64_t hash);
+// The search ended in the node viewed last.
+void remember_entry(std::uint64_t hash, int index, int offset, bool first);
+
 // Writes a node through the cache, as the integrity level has it.
 // 0, e_damaged (room or count negative, number above extent), e_io, e_write.
 int nodeput(PSP* h, node_buffer& b, std::int32_t n);
@@ -55,8 +80,10 @@ int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 // The head of a node from the file's order to the machine's or back.
 void convert_head(node& v, byte_order order);
 
-// Blocks that were looked at for what must be written: a measure of the work, for tests.
+// Measures of the work, for tests: blocks that were looked at for what must be written, and nodes
+// that were sought in the cache by their number.
 extern std::uint64_t blocks_looked_at;
+extern std::uint64_t nodes_looked_up;
 
 // Header if dirty, each dirty block, flush of the system.  The first error.
 int flushfile(PSP* h);

@@ -310,8 +310,9 @@ std::uint64_t linux_random() {
 // What is long comes in long pages where the system has them: fewer of them to be looked up.
 void* linux_allocate(std::size_t bytes) {
   constexpr std::size_t long_page = 2u << 20;
+  constexpr std::size_t much = 16u << 20;   // of less, one long page would be more than is ever used
   void* memory = std::calloc(1, bytes);
-  if (memory == nullptr || bytes < 2 * long_page) return memory;
+  if (memory == nullptr || bytes < much) return memory;
   const std::size_t skip = (long_page - reinterpret_cast<std::uintptr_t>(memory) % long_page) % long_page;
   madvise(static_cast<char*>(memory) + skip, (bytes - skip) / long_page * long_page, MADV_HUGEPAGE);
   return memory;

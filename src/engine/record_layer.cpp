@@ -10,6 +10,7 @@
 #include "engine/key_compare.h"
 #include "engine/node_alloc.h"
 #include "engine/one_thread.h"
+#include "engine/read_in_place.h"
 #include "engine/record_locks.h"
 #include "engine/record_pack.h"
 #include "engine/separate_trees.h"
@@ -359,6 +360,7 @@ int dfind(PSP* h, int key, const void* value, char key_type, int option) {
   const auto find = [&] {
     const int found = find_by_option(h, key, file, option);
     h->recno_cur = found == 0 || found == 2 || found == 3 ? h->recno : -1;
+    if (h->recno_cur != -1) expect_body(h, h->recno_cur);
     return found;
   };
   if (option != find_equal) return read_operation(h, key, find, e_byte_lock);
@@ -389,7 +391,10 @@ int dseq(PSP* h, int key, int direction) {
     default:
       return keep_status(h, result);
   }
-  if (result == e_ok) h->recno_cur = h->recno;
+  if (result == e_ok) {
+    h->recno_cur = h->recno;
+    expect_body(h, h->recno_cur);
+  }
   return keep_status(h, result);
 }
 

@@ -436,7 +436,7 @@ TEST_F(ByteLocks, ANodeReadBetweenOperationsIsNoneThatAnotherHandleChanged) {
   ASSERT_EQ(h.open_for_work(path_), 0);
   ASSERT_EQ(writer.open_for_work(path_), 0);
   ASSERT_EQ(h.find_name(sample(7).name), 0);
-  const std::int32_t leaf = h.get()->lastleaf;
+  const std::int32_t leaf = engine::cursor_of(h, 1).cnode;
   ASSERT_EQ(engine::nodeget(h, nullptr, leaf), 0);
   const engine::node before = *h.get()->current;
   EXPECT_EQ(engine::cursor_of(h, 1).cstale, 0);

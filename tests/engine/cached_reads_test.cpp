@@ -18,6 +18,7 @@ namespace {
 int calls = 0;
 std::function<void()> before_lock;
 bool flushes_fail = false;
+std::function<void(std::uint64_t offset)> before_write;
 
 template <auto Operation>
 struct counted;
@@ -35,6 +36,12 @@ engine::lock_answer counted_lock(int file, std::uint64_t offset, std::uint64_t l
   return engine::linux_ops.lock(file, offset, length);
 }
 
+std::int64_t counted_write(int file, std::uint64_t offset, const void* bytes, std::size_t n) {
+  ++calls;
+  if (before_write) before_write(offset);
+  return engine::linux_ops.write_at(file, offset, bytes, n);
+}
+
 int counted_flush(int file) {
   ++calls;
   if (!flushes_fail) return engine::linux_ops.flush(file);
@@ -48,7 +55,7 @@ const engine::os_ops counting_ops = [] {
   ops.unlock = counted<&engine::os_ops::unlock>::call;
   ops.probe = counted<&engine::os_ops::probe>::call;
   ops.read_at = counted<&engine::os_ops::read_at>::call;
-  ops.write_at = counted<&engine::os_ops::write_at>::call;
+  ops.write_at = counted_write;
   ops.flush = counted_flush;
   ops.size = counted<&engine::os_ops::size>::call;
   ops.allocate = counted<&engine::os_ops::allocate>::call;
@@ -73,6 +80,7 @@ class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
   }
   void TearDown() override {
     before_lock = nullptr;
+    before_write = nullptr;
     flushes_fail = false;
     if (engine::checkpsp(reader_) == 'O') reader_.close();
     if (engine::checkpsp(writer_) == 'O') writer_.close();
@@ -208,6 +216,30 @@ TEST_P(JournalledReads, SeeNothingOfAChangeThatCouldNotBeKept) {
 }
 
 // A copy that is put back over a file in use begins by cutting it to nothing.
+// From the commit to the end of the operation: its pages are on their way to the file.
+TEST_P(JournalledReads, AreNotKeptWaitingByAWriterAtWork) {
+  constexpr std::int32_t none = -77777;
+  constexpr int first = records + 1;
+  for (int i = first; i <= first + 2; ++i) {
+    int writes = 0;
+    before_write = [&](std::uint64_t offset) {
+      if (writes == 0 && offset != engine::flag_offset) return;
+      if (writes++ == 0) return;   // the flag is about to be set
+      bool locked = false;
+      before_lock = [&] { locked = true; };
+      EXPECT_EQ(number_of(reader_, i), none) << "a change that has not ended";
+      // Those that ended are seen, though the reader comes to know of them only now.
+      for (int ended = first; ended < i; ++ended) EXPECT_EQ(number_of(reader_, ended), sample(ended).number);
+      before_lock = nullptr;
+      EXPECT_FALSE(locked);
+    };
+    ASSERT_EQ(writer_.insert(sample(i, 20)), 0);
+    before_write = nullptr;
+    EXPECT_GT(writes, 4);
+  }
+  EXPECT_EQ(number_of(reader_, first + 2), sample(first + 2).number);
+}
+
 TEST_P(CachedReads, EndWithACodeWhenTheFileIsCutToNothing) {
   ASSERT_EQ(truncate(path_.c_str(), 0), 0);
   EXPECT_EQ(number_of(reader_, 11), -77777);

@@ -103,6 +103,23 @@ TEST_F(Cost, OfAGetIsNothing) {
   EXPECT_EQ(of([&](int i) { get(h_, 2 + i * 4); }), cost{});
 }
 
+// A record that was found before is found without a descent: where its entries stand is known.
+// What is sought are the leaves that values go on in.
+TEST_F(Cost, OfAGetThatWasMadeBeforeIsNoDescent) {
+  for (int i = 0; i <= measured; ++i) get(h_, 2 + i * 4);
+  const std::uint64_t before = engine::nodes_looked_up;
+  for (int i = 0; i <= measured; ++i) get(h_, 2 + i * 4);
+  EXPECT_EQ(engine::nodes_looked_up - before, 10u);
+}
+
+TEST_F(Cost, OfAWalkIsOneNodeAStep) {
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_first), 0);
+  ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0);
+  const std::uint64_t before = engine::nodes_looked_up;
+  for (int i = 0; i < measured; ++i) ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0);
+  EXPECT_EQ(engine::nodes_looked_up - before, measured + 1u);   // and a leaf that ends among them
+}
+
 TEST_F(Cost, OfAStepIsNothing) {
   ASSERT_EQ(engine::dseq(h_, 1, engine::seq_first), 0);
   EXPECT_EQ(of([&](int) { ASSERT_EQ(engine::dseq(h_, 1, engine::seq_next), 0); }), cost{});
