@@ -134,7 +134,7 @@ bool others_alive(PSP* h);
 inline constexpr int not_explained = 1;
 int repair_file(PSP* h, bool all);
 // Nobody else has the file open: takes back what a transaction, whose owner must be dead, left
-// in the log and nowhere else.  0, or an error of reading.
+// in the log and nowhere else.  0, or an error of reading or writing.
 int drop_unfinished(PSP* h);
 // The pending pages to the file: flag, header, nodes, flag.  0, e_write.
 int apply_pages(PSP* h);

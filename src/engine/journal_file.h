@@ -219,7 +219,8 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
 int append_group(journal_file* j, const group_to_write& g);
 // Bytes that appending moves the end by, at most.
 std::uint64_t group_room(std::uint32_t nodes, bool change);
-// Takes all groups from a place on back; one begins there.  0, e_no_memory, e_io.
+// Takes all groups from a place on back; one begins there.  A promise that is the last one then
+// gets an empty group behind it: that it counts stays told.  0, e_no_memory, e_io, e_write.
 int take_back_from(journal_file* j, std::uint64_t place);
 // Takes the last group back: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
