@@ -53,7 +53,7 @@ bool take_user_byte(PSP* h) {
 }
 
 bool is_at_last_change(const journal* j, std::uint32_t generation) {
-  return generation >= j->log.at.changed_generation && generation <= j->log.at.generation;
+  return generation == j->log.at.changed_generation;
 }
 
 // Nodes in the cache are kept true by what the groups say of them.
@@ -281,7 +281,7 @@ int commit_change(PSP* h) {
 // the file follows with the next change.
 int note_generation(PSP* h) {
   journal* j = h->journal;
-  const bool flush = j->unflushed && (j->flush_wanted || j->closing);
+  const bool flush = j->unflushed && j->flush_wanted;
   if (const int ready = ready_log(h); ready != e_ok) {
     if (j->deferred) return ready;
     // On a full disk there may be no journal yet; whoever only looks is not refused for that.
@@ -292,14 +292,7 @@ int note_generation(PSP* h) {
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
   }
-  if (!j->deferred) {
-    forget_pages(&j->pages);
-  } else if (j->closing) {
-    if (is_shared(h) && h->locklevel != 3) {
-      if (const int locked = lockread(h, true); locked != e_ok) return locked;
-    }
-    apply_committed(h);
-  }
+  if (!j->deferred) forget_pages(&j->pages);
   return e_ok;
 }
 
@@ -458,7 +451,7 @@ bool journal_take_seen(PSP* h, std::uint32_t generation) {
   journal* j = h->journal;
   if (!j->follows || !j->log.alive || j->must_reload || j->must_repair || j->deferred) return false;
   if (!is_at_last_change(j, generation)) return false;
-  // Else the generation alone was moved.
+  // Else a checkpoint moved the generation alone.
   if (j->ahead && take_header(h, j->seen_header) != e_ok) return false;
   h->generation = generation;
   h->lastkey = -1;
@@ -508,7 +501,9 @@ void journal_begin_operation(PSP* h) {
 int journal_end_operation(PSP* h, int result) {
   journal* j = h->journal;
   if (j->broken != 0 && result == e_ok) result = j->broken;
-  if (result == e_ok) result = changes_something(j) ? commit_change(h) : note_generation(h);
+  // A close writes what a transaction deferred.
+  const bool change = changes_something(j) || (j->deferred && j->closing);
+  if (result == e_ok) result = change ? commit_change(h) : note_generation(h);
   if (result != e_ok) return undo_operation(h, result);
   h->grown = 0;
   // A checkpoint that fails is tried again after the next operation: nothing is lost.

@@ -141,7 +141,7 @@ bool load_link(const std::uint8_t* from, group_link* out) {
 
 void start_of_life(journal_file* j) {
   j->at = log_mark{};
-  j->at.changed_generation = j->settled_generation;
+  j->at.changed_generation = j->base_generation;
   j->at.generation = j->base_generation;
   j->at.chain = j->head_crc;
   j->unsure = false;

@@ -83,7 +83,7 @@ struct log_mark {
   std::uint64_t end = journal_groups;
   std::uint64_t sequence = 1;            // of the next group
   bool any_change = false;               // a change is there
-  std::uint32_t changed_generation = 0;  // after the last change; without one the settled one
+  std::uint32_t changed_generation = 0;  // after the last change; without one that of the base
   std::uint32_t generation = 0;          // after the last group of any kind
   std::uint32_t chain = 0;               // CRC of the last group, or of the head
   std::uint64_t last = 0;                // where the last group begins; 0: there is none
