@@ -53,7 +53,7 @@ bool take_user_byte(PSP* h) {
 }
 
 bool is_at_last_change(const journal* j, std::uint32_t generation) {
-  return generation >= j->log.at.changed_generation && generation <= j->log.at.generation;
+  return generation == j->log.at.changed_generation;
 }
 
 // Nodes in the cache are kept true by what the groups say of them.
@@ -108,17 +108,20 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
     // Handles that are here already keep no journal, and one that does would be in their way.
     if (others_alive(h)) return e_ok;
     *use = true;
-    if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) take_user_byte(h);
-    return e_ok;   // what failed is tried again when there is something to write
+    // What fails is tried again when there is something to write.
+    if (make_journal(&j->log, j->path) == e_ok && begin_anew(h) == e_ok) *use = take_user_byte(h);
+    return e_ok;
   }
   if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
-  if (others && !users) return e_ok;
-  if (!others) {
+  // Nobody does without beside a journal that holds changes: who has a slot then is about to
+  // look at it, or is dying, or is a program that knows nothing of it.
+  if (others && !users && !(j->log.alive && j->log.at.any_change)) return e_ok;
+  if (!users) {
     if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
   }
   // Without others the machine may have been off, and what was not flushed is gone.
-  const int settled = settle_file(h, !others && !still_mounted(&j->log));
+  const int settled = settle_file(h, !users && !still_mounted(&j->log));
   if (settled == e_write_flag) return e_ok;   // told by who opens
   if (settled != e_ok) return settled;
   if (asked == journal_use::on || users) {
@@ -128,16 +131,12 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   return j->log.alive ? check_point(h) : static_cast<int>(e_ok);
 }
 
-// The own reader byte is never held while the arbiter is waited for.
+// A journal may have come since the slot was taken.  The own reader byte is never held while
+// the arbiter is waited for.
 int with_arbiter_at_open(PSP* h, journal_use asked, bool there, bool* use) {
-  if (is_exclusive(h)) return settle_at_open(h, asked, there, use);
   int result = unlockread(h);
   if (result == e_ok) result = getarbiter(h);
-  if (result == e_ok) result = settle_at_open(h, asked, there, use);
-  const int released = relarbiter(h);
-  result = leave_result(result, released);
-  if (result == e_ok) result = waitarbiter(h);
-  return result == e_ok ? lockread(h, false) : result;
+  return result == e_ok ? settle_at_open(h, asked, there, use) : result;
 }
 
 node_change touched_node(const void* context, std::uint32_t i) {
@@ -197,7 +196,7 @@ int ready_log(PSP* h) {
   journal* j = h->journal;
   if (j->log.file < 0 && make_journal(&j->log, j->path) != e_ok) return e_write;
   if (j->log.alive) return e_ok;
-  take_user_byte(h);
+  if (!take_user_byte(h)) return e_byte_lock;
   return begin_anew(h);
 }
 
@@ -282,7 +281,7 @@ int commit_change(PSP* h) {
 // the file follows with the next change.
 int note_generation(PSP* h) {
   journal* j = h->journal;
-  const bool flush = j->unflushed && (j->flush_wanted || j->closing);
+  const bool flush = j->unflushed && j->flush_wanted;
   if (const int ready = ready_log(h); ready != e_ok) {
     if (j->deferred) return ready;
     // On a full disk there may be no journal yet; whoever only looks is not refused for that.
@@ -293,18 +292,17 @@ int note_generation(PSP* h) {
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
   }
-  if (!j->deferred) {
-    forget_pages(&j->pages);
-  } else if (j->closing) {
-    if (is_shared(h) && h->locklevel != 3) {
-      if (const int locked = lockread(h, true); locked != e_ok) return locked;
-    }
-    apply_committed(h);
-  }
+  if (!j->deferred) forget_pages(&j->pages);
   return e_ok;
 }
 
 }  // namespace
+
+bool settles_journal(const PSP* h, const char* path, journal_use asked) {
+  if (asked == journal_use::on && h->rw != 1) return true;
+  char name[path_limit];
+  return journal_path(path, name, sizeof name) && os().exists(name) != 0;
+}
 
 int journal_open(PSP* h, const char* path, journal_use asked) {
   char name[path_limit];
@@ -395,6 +393,11 @@ bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n
 
 int journal_enter(PSP* h) {
   journal* j = h->journal;
+  // It could not be made so far, and who came meanwhile found none and does without.
+  if (j->log.file < 0 && others_alive(h)) {
+    journal_let_go(h);
+    return e_ok;
+  }
   if (is_shared(h) && j->log.file >= 0) {
     if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   }
@@ -450,7 +453,7 @@ bool journal_take_seen(PSP* h, std::uint32_t generation) {
   journal* j = h->journal;
   if (!j->follows || !j->log.alive || j->must_reload || j->must_repair || j->deferred) return false;
   if (!is_at_last_change(j, generation)) return false;
-  // Else the generation alone was moved.
+  // Else a checkpoint moved the generation alone.
   if (j->ahead && take_header(h, j->seen_header) != e_ok) return false;
   h->generation = generation;
   h->lastkey = -1;
@@ -500,7 +503,9 @@ void journal_begin_operation(PSP* h) {
 int journal_end_operation(PSP* h, int result) {
   journal* j = h->journal;
   if (j->broken != 0 && result == e_ok) result = j->broken;
-  if (result == e_ok) result = changes_something(j) ? commit_change(h) : note_generation(h);
+  // A close writes what a transaction deferred.
+  const bool change = changes_something(j) || (j->deferred && j->closing);
+  if (result == e_ok) result = change ? commit_change(h) : note_generation(h);
   if (result != e_ok) return undo_operation(h, result);
   h->grown = 0;
   // A checkpoint that fails is tried again after the next operation: nothing is lost.

@@ -41,8 +41,11 @@ extern std::uint64_t checkpoint_at;
 // Length of the journal up to which a transaction defers its writing.
 extern std::uint64_t defer_to;
 
+// Whether an open has to do with a journal, and so takes the arbiter before its slot.
+bool settles_journal(const PSP* h, const char* path, journal_use asked);
 // At open, inside its read nesting: takes the journal of the file, if it has one or shall
-// have one, and brings the file up to date.  The answer is as of dopen.
+// have one, and brings the file up to date.  The arbiter may be held when it answers, and then
+// the own reader byte is not.  The answer is as of dopen.
 int journal_open(PSP* h, const char* path, journal_use asked);
 // The header of the block is that of the file now, and no node of it is in the cache.
 void journal_header_read(PSP* h);
@@ -136,7 +139,7 @@ bool others_alive(PSP* h);
 inline constexpr int not_explained = 1;
 int repair_file(PSP* h, bool all);
 // Nobody else has the file open: takes back what a transaction, whose owner must be dead, left
-// in the log and nowhere else.  0, or an error of reading.
+// in the log and nowhere else.  0, or an error of reading or writing.
 int drop_unfinished(PSP* h);
 // The pending pages to the file: flag, header, nodes, flag.  0, e_write.
 int apply_pages(PSP* h);

@@ -141,7 +141,7 @@ bool load_link(const std::uint8_t* from, group_link* out) {
 
 void start_of_life(journal_file* j) {
   j->at = log_mark{};
-  j->at.changed_generation = j->settled_generation;
+  j->at.changed_generation = j->base_generation;
   j->at.generation = j->base_generation;
   j->at.chain = j->head_crc;
   j->unsure = false;
@@ -533,8 +533,14 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
     step_over(j, g);
   }
-  take_back_group(j, j->at);
-  return e_ok;
+  if (!j->at.promise.there) {
+    take_back_group(j, j->at);
+    return e_ok;
+  }
+  // A promise that something stands behind counts, and the deciding journal may have relied on that.
+  group_to_write behind = {};
+  behind.generation_before = behind.generation_after = j->at.generation;
+  return append_group(j, behind);
 }
 
 int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }

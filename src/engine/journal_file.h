@@ -83,7 +83,7 @@ struct log_mark {
   std::uint64_t end = journal_groups;
   std::uint64_t sequence = 1;            // of the next group
   bool any_change = false;               // a change is there
-  std::uint32_t changed_generation = 0;  // after the last change; without one the settled one
+  std::uint32_t changed_generation = 0;  // after the last change; without one that of the base
   std::uint32_t generation = 0;          // after the last group of any kind
   std::uint32_t chain = 0;               // CRC of the last group, or of the head
   std::uint64_t last = 0;                // where the last group begins; 0: there is none
@@ -225,7 +225,8 @@ bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std:
 int append_group(journal_file* j, const group_to_write& g);
 // Bytes that appending moves the end by, at most.
 std::uint64_t group_room(std::uint32_t nodes, bool change);
-// Takes all groups from a place on back; one begins there.  0, e_no_memory, e_io.
+// Takes all groups from a place on back; one begins there.  A promise that is the last one then
+// gets an empty group behind it: that it counts stays told.  0, e_no_memory, e_io, e_write.
 int take_back_from(journal_file* j, std::uint64_t place);
 // Takes the last group back: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);

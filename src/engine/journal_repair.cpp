@@ -35,7 +35,7 @@ int extend_file(PSP* h, std::uint32_t extent) {
 }
 
 // States of the file that follow each other in the log: a header, with the generations that
-// operations moved it through which changed nothing else.
+// checkpoints without a change moved it through.
 struct known_state {
   std::uint8_t header[header_size];
   std::uint32_t from, to;
@@ -60,9 +60,7 @@ int find_state(journal_file* log, const first_page& page, group_place* out) {
     const int read = read_group(log, at, &g);
     if (read < 0) return read;
     if (read == 0) break;
-    if (g.header == nullptr) {
-      state.to = g.generation_after;
-    } else {
+    if (g.header != nullptr) {
       if (shows(state, page)) {
         found = true;
         *out = behind_state;
@@ -166,9 +164,9 @@ bool journal_is_ahead(const char* path) {
   return ahead;
 }
 
-bool in_step(const journal* j, const first_page& page) {
-  return page.generation >= j->log.at.changed_generation && page.generation <= j->log.at.generation;
-}
+// Operations without a change move the generation in the log alone: one that the file bears
+// behind the last change is a checkpoint's that was cut short, or another program's.
+bool in_step(const journal* j, const first_page& page) { return page.generation == j->log.at.changed_generation; }
 
 bool others_alive(PSP* h) {
   if (is_exclusive(h)) return false;
@@ -191,9 +189,8 @@ int repair_file(PSP* h, bool all) {
   j->deferred = false;
   j->must_reload = true;
   // With the flag set all was flushed, or none would have been on its way to the file; so was
-  // a change that the file shows.  A generation that it shows and no change brought was not,
-  // and the journal has to explain it as soon as the flag is set.
-  if (!page.flag && !(in_step(j, page) && page.generation == j->log.at.changed_generation)) {
+  // a change that the file shows.
+  if (!page.flag && !in_step(j, page)) {
     if (const int again = write_groups_again(h, from); again != e_ok) return again;
   }
   j->unflushed = false;

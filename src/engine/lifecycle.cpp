@@ -111,17 +111,36 @@ bool open_with_access(PSP* h, const char* path, char access) {
   return true;
 }
 
-// Slot, and a read nesting that stays until the open is done.
-int enter_shared_file(PSP* h, bool slot_as_writer) {
-  int result = getslot(h, slot_as_writer);
+// Behind the writer at work, if one is.
+int begin_reading(PSP* h) {
+  int result = waitarbiter(h);
+  if (result == e_ok) result = lockread(h, false);
+  return result == e_ok || result == e_queue ? result : static_cast<int>(e_byte_lock);
+}
+
+// Slot, and a read nesting that stays until the open is done.  Who will settle a journal takes
+// the arbiter first and keeps it until then: so each that has a slot has settled what it found,
+// and who comes sees of each whether it uses the journal.
+int enter_shared_file(PSP* h, const char* path, bool slot_as_writer, journal_use use) {
+  const bool settles = is_shared(h) && settles_journal(h, path, use);
+  if (settles) {
+    if (const int taken = getarbiter(h); taken != e_ok) return taken == e_queue ? taken : static_cast<int>(e_byte_lock);
+    gencheck(h);   // loads the header, by which old locks are looked for; one that is bad is told below
+  }
+  const int result = getslot(h, slot_as_writer);
   if (result != e_ok) return result;
-  if (is_shared(h)) {
-    result = waitarbiter(h);
-    if (result == e_ok) result = lockread(h, false);
-    if (result != e_ok) return result == e_queue ? result : static_cast<int>(e_byte_lock);
+  if (is_shared(h) && !settles) {
+    if (const int begun = begin_reading(h); begun != e_ok) return begun;
   }
   ++h->rdnest;
   return e_ok;
+}
+
+int settle_journal(PSP* h, const char* path, journal_use use) {
+  int result = journal_open(h, path, use);
+  if (h->arbiter == 'L') result = leave_result(result, relarbiter(h));
+  if (result == e_ok && is_shared(h) && h->locklevel == 1) result = begin_reading(h);
+  return result;
 }
 
 // The steps common to all opens.  Answers inside a read nesting.
@@ -136,22 +155,24 @@ int openfile(PSP* h, const char* path, char access, int mode, bool slot_as_write
     h->state = 'C';
     return e_not_found;
   }
-  int entered = enter_shared_file(h, slot_as_writer || mode == 2);
+  int entered = enter_shared_file(h, path, slot_as_writer || mode == 2, use);
   if (entered != e_ok) {
     // A file that cannot be shared is taken whole.
     const bool alone = is_exclusive(h);
     close_block(h);
+    h->arbiter = 'U';
     h->locklevel = 1;
     if (entered == e_queue) return entered;
     if (alone || !open_with_access(h, path, 'E')) {
       h->state = 'C';
       return entered == e_no_slot ? e_no_slot : e_open_exclusive;
     }
-    entered = enter_shared_file(h, true);
+    entered = enter_shared_file(h, path, true, use);
   }
-  if (const int taken = journal_open(h, path, use); taken != e_ok) {
+  if (const int taken = settle_journal(h, path, use); taken != e_ok) {
     // The reader byte may be gone meanwhile; all others go with the descriptor.
     h->rdnest = 0;
+    h->arbiter = 'U';
     h->locklevel = 1;
     close_block(h);
     h->errdetail = taken;

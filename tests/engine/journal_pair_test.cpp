@@ -447,6 +447,32 @@ TEST_F(JournalPair, OneFileDecidesForSeveralPartners) {
   ASSERT_EQ(files.of[1].close(), 0);
 }
 
+// What stood behind a promise told that it counts, and the deciding journal relied on that.
+TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
+  const disk_image start = small_files();
+  mount_memory_disk(start);
+  file_pair files;
+  files.open();
+  ASSERT_EQ(files.change_both(101, 300), 0);
+  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  ASSERT_EQ(files.of[1].insert(sample(102)), 0);
+  ASSERT_EQ(files.of[0].close(), 0);
+  const std::vector<disk_event> events = disk_events();
+  std::map<std::size_t, write_fate> fates;
+  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+  const disk_image left = after_power_cut(start, events, events.size(), fates, nullptr);
+  engine::abandon(files.of[1]);
+  for (const int first : {0, 1}) {
+    mount_memory_disk(left);
+    file_pair again;
+    again.open(first);
+    EXPECT_EQ(again.of[0].find_name(sample(101).name), 0);
+    EXPECT_EQ(again.of[1].find_name(sample(101).name), 0);
+    EXPECT_EQ(again.of[1].find_name(sample(102).name), engine::e_not_found);
+    again.close();
+  }
+}
+
 // While somebody works in the other file the deciding journal keeps what it decided.
 TEST_F(JournalPair, NoLifeBeginsWhileThePartnerIsBusy) {
   file_pair files;

@@ -1,0 +1,198 @@
+// Handles that come at the same moment, or while something is amiss: all of a file agree on
+// whether it has a journal, and none of them works on a file that was not brought up to date.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <utility>
+
+#include "engine/engine_handle.h"
+#include "engine/journal.h"
+#include "engine/memory_disk.h"
+#include "engine/os_file.h"
+#include "engine/scratch_folder.h"
+
+namespace zvrdb::test {
+namespace {
+
+using engine::journal_use;
+
+constexpr char path[] = "/disk/file";
+constexpr char journal_of_it[] = "/disk/file.jnl";
+
+// Done once, ahead of the next attempt to lock the arbiter byte.
+std::function<void()> before_arbiter;
+bool creations_fail = false;
+engine::os_ops below;
+
+engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
+  if (offset == engine::arbiter_byte && before_arbiter) std::exchange(before_arbiter, nullptr)();
+  return below.lock(file, offset, length);
+}
+int create(const char* name) { return creations_fail ? -1 : below.create(name); }
+
+class JournalOpen : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    alarm(300);
+    mount(image());
+    a_.journal = b_.journal = journal_use::on;
+  }
+  void TearDown() override {
+    before_arbiter = nullptr;
+    creations_fail = false;
+    for (handle* h : {&a_, &b_}) {
+      if (engine::checkpsp(*h) != 'O') continue;
+      EXPECT_EQ(h->close(), 0);
+    }
+    EXPECT_EQ(disk_open_files(), 0);
+    unmount_memory_disk();
+    alarm(0);
+  }
+  static void mount(const disk_image& what) {
+    mount_memory_disk(what);
+    below = engine::os();
+    static engine::os_ops watched;
+    watched = below;
+    watched.lock = lock;
+    watched.create = create;
+    engine::set_os_ops(&watched);
+  }
+  static disk_image image() {
+    file_recipe recipe = sample_recipe(false, 30, 600);
+    recipe.spare_nodes = 6;
+    disk_image start;
+    start[path] = {build_file(recipe).bytes, 5000};
+    return start;
+  }
+  static int put(handle* h, int i) {
+    if (const int begun = engine::transbeg(*h, 3, nullptr); begun != 0) return begun;
+    if (const int inserted = h->insert(sample(i)); inserted != 0) return inserted;
+    return engine::transend(*h, 1);
+  }
+  static void expect_sound() {
+    scratch_folder folder;
+    write_file(folder.file("f"), disk_now().at(path).bytes);
+    const check_result checked = check_file(folder.file("f"), true);
+    ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
+  }
+  // A commit that was acknowledged, and a power cut: the journal has it, the file nothing of it.
+  disk_image after_lost_pages() {
+    EXPECT_EQ(a_.open_for_work(path), 0);
+    EXPECT_EQ(put(&a_, 101), 0);
+    const std::vector<disk_event> events = disk_events();
+    std::map<std::size_t, write_fate> fates;
+    for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+    engine::abandon(a_);
+    return after_power_cut(image(), events, events.size(), fates, nullptr);
+  }
+  handle a_, b_;
+};
+
+TEST_F(JournalOpen, TwoAtOnceBringTheFileUpToDate) {
+  mount(after_lost_pages());
+  before_arbiter = [&] {
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    EXPECT_TRUE(engine::has_journal(a_));
+    EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  };
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_FALSE(before_arbiter);
+  EXPECT_TRUE(engine::has_journal(b_));
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+  ASSERT_EQ(put(&b_, 102), 0);
+  EXPECT_EQ(a_.find_name(sample(102).name), 0);
+}
+
+TEST_F(JournalOpen, TwoAtOnceMakeOneJournal) {
+  before_arbiter = [&] { ASSERT_EQ(a_.open_for_work(path), 0); };
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_FALSE(before_arbiter);
+  EXPECT_TRUE(engine::has_journal(a_));
+  EXPECT_TRUE(engine::has_journal(b_));
+  ASSERT_EQ(put(&a_, 101), 0);
+  ASSERT_EQ(put(&b_, 102), 0);
+}
+
+// One that asks for no journal takes no part in settling it, but brings the file up to date.
+TEST_F(JournalOpen, OneWithoutAndOneWithAtOnceBringTheFileUpToDate) {
+  mount(after_lost_pages());
+  b_.journal = journal_use::off;
+  before_arbiter = [&] {
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  };
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_FALSE(before_arbiter);
+  EXPECT_EQ(engine::has_journal(a_), engine::has_journal(b_));
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+}
+
+// A reader too settles the journal it finds.
+TEST_F(JournalOpen, AReaderAndAWriterAtOnceBringTheFileUpToDate) {
+  mount(after_lost_pages());
+  before_arbiter = [&] {
+    ASSERT_EQ(a_.open(path, 'S', 1), 0);
+    EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  };
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_FALSE(before_arbiter);
+  EXPECT_TRUE(engine::has_journal(b_));
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+}
+
+// Whoever has a slot and is not seen to use the journal may be on its way to it or from it.
+TEST_F(JournalOpen, BesideASlotThatIsTakenTheFileIsBroughtUpToDate) {
+  mount(after_lost_pages());
+  const int other = engine::os().open(path, {true, false, false});
+  ASSERT_EQ(engine::os().lock(other, engine::slot_bytes + 7, 1), engine::lock_answer::taken);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  engine::os().close(other);
+}
+
+// It could not be made at the open of the one; the other found none, and does without.
+TEST_F(JournalOpen, AJournalThatCouldNotBeMadeIsNotMadeBesideOneThatDoesWithout) {
+  creations_fail = true;
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  creations_fail = false;
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(101)), 0);
+  EXPECT_EQ(engine::transbeg(b_, 3, nullptr), engine::e_trans_busy);
+  EXPECT_EQ(b_.insert(sample(102)), 0);
+  ASSERT_EQ(a_.insert(sample(103)), 0);
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  for (const int i : {101, 102, 103}) {
+    EXPECT_EQ(a_.find_name(sample(i).name), 0) << i;
+    EXPECT_EQ(b_.find_name(sample(i).name), 0) << i;
+  }
+  EXPECT_EQ(engine::has_journal(a_), engine::has_journal(b_));
+  ASSERT_EQ(a_.close(), 0);
+  ASSERT_EQ(b_.close(), 0);
+  expect_sound();
+}
+
+// A program that knows nothing of journals goes on from the generation that the file bears,
+// and the operations that moved it in the journal alone are not in the file.
+TEST_F(JournalOpen, AProgramWithoutOneIsNoticedBehindOperationsWithoutAChange) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(put(&a_, 101), 0);
+  for (int i = 0; i < 40; ++i) ASSERT_EQ(engine::dflush(a_), 0);
+  handle foreign;
+  ASSERT_EQ(foreign.open_for_work(path), 0);
+  engine::journal_let_go(foreign);
+  for (int i = 201; i < 206; ++i) {
+    ASSERT_EQ(foreign.insert(sample(i, 700)), 0);
+    EXPECT_EQ(a_.find_name(sample(i).name), 0) << i;
+    ASSERT_EQ(put(&a_, i - 60), 0);
+    EXPECT_EQ(foreign.find_name(sample(i - 60).name), 0) << i;
+    for (int k = 0; k < 9; ++k) ASSERT_EQ(engine::dflush(a_), 0);
+  }
+  ASSERT_EQ(foreign.close(), 0);
+  ASSERT_EQ(a_.close(), 0);
+  expect_sound();
+}
+
+}  // namespace
+}  // namespace zvrdb::test
