@@ -8,14 +8,15 @@ journal_view view_journal(void* task) {
   const char* source = "default";
   if (setting.source == choice_source::environment) source = "ZVR_JOURNAL";
   if (setting.source == choice_source::installation) source = "installation";
-  return {setting.use == zvrdb::engine::journal_use::on, source, setting.misread, setting.environment_misread};
+  const char* note = "";
+  if (setting.environment_misread) note = "ZVR_JOURNAL says neither on nor off";
+  if (setting.misread) note = "the file \"journal\" of the base directory says neither on nor off";
+  return {setting.use == zvrdb::engine::journal_use::on, source, note};
 }
 
 std::string journal_text(const journal_view& view) {
-  std::string text = view.on ? "on" : "off";
-  text += " (" + (view.misread ? "the file \"journal\" of the base directory says neither on nor off" : view.source);
-  if (view.environment_misread) text += "; ZVR_JOURNAL says neither on nor off";
-  return text + ")";
+  const std::string word = view.on ? "on" : "off";
+  return word + " (" + view.source + (view.note.empty() ? "" : "; " + view.note) + ")";
 }
 
 }  // namespace zvradm

@@ -10,12 +10,11 @@ namespace zvradm {
 struct journal_view {
   bool on;
   std::string source;  // "ZVR_JOURNAL", "installation" or "default"
-  bool misread;        // the file "journal" of the base directory says neither on nor off
-  bool environment_misread;  // ZVR_JOURNAL does
+  std::string note;    // what was passed over because it says neither on nor off; most often empty
 };
 
 journal_view view_journal(void* task);
-// "on (ZVR_JOURNAL)"
+// "on (ZVR_JOURNAL)", "on (default; the file ... says neither on nor off)"
 std::string journal_text(const journal_view& view);
 
 }  // namespace zvradm

@@ -107,6 +107,7 @@ json collect(void* task, const std::string& base) {
   const journal_view journal = view_journal(task);
   all["journal"] = journal.on;
   all["journal_source"] = journal.source;
+  all["journal_note"] = journal.note;
   all["files"] = files_json(block, base);
   return all;
 }
@@ -152,7 +153,7 @@ void print_sheet(const json& all) {
                         " of them free; at most " + json_line(files_known["limit"]));
   line("default CM status", all["authorize"] == 1 ? "of all change files (AUTHORIZE is ALL)"
                                                   : "of change files that ask for it (cf_flags bit 32)");
-  line("commit journals", journal_text({all["journal"] == true, all["journal_source"], false}));
+  line("commit journals", journal_text({all["journal"] == true, all["journal_source"], all["journal_note"]}));
   line("trace", all["trace"] == 0 ? "off" : "on");
   if (all["pending_change"] == true)
     line("attention", "a change of the configuration was interrupted; repeat the init or rename-target");
