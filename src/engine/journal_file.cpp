@@ -463,6 +463,20 @@ void take_back_group(journal_file* j, const log_mark& before) {
   j->unsure = false;
 }
 
+namespace {
+// What stands behind the mark is taken back.  A promise there counts, since something stood behind
+// it, and the deciding journal may have relied on that: an empty group goes on telling so.
+int end_at_mark(journal_file* j) {
+  if (!j->at.promise.there) {
+    take_back_group(j, j->at);
+    return e_ok;
+  }
+  group_to_write behind = {};
+  behind.generation_before = behind.generation_after = j->at.generation;
+  return append_group(j, behind);
+}
+}  // namespace
+
 int take_back_from(journal_file* j, std::uint64_t place) {
   start_of_life(j);
   j->window_length = 0;
@@ -472,14 +486,15 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
     step_over(j, g);
   }
-  if (!j->at.promise.there) {
-    take_back_group(j, j->at);
-    return e_ok;
-  }
-  // A promise that something stands behind counts, and the deciding journal may have relied on that.
-  group_to_write behind = {};
-  behind.generation_before = behind.generation_after = j->at.generation;
-  return append_group(j, behind);
+  return end_at_mark(j);
+}
+
+int take_back_promise(journal_file* j) {
+  const log_mark promised = j->at;
+  j->at = j->before;
+  const int ended = end_at_mark(j);
+  if (ended != e_ok) j->at = promised;
+  return ended;
 }
 
 int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }
@@ -558,7 +573,7 @@ int write_group_again(journal_file* j, const group_read& g) {
   return written ? e_ok : e_write;
 }
 
-int find_decision(journal_file* j, const group_link& promise) {
+int find_decision(journal_file* j, const group_link& promise, bool alone) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -571,7 +586,7 @@ int find_decision(journal_file* j, const group_link& promise) {
     const int found = read_group(j, place, &g);
     if (found <= 0) return found;
     // A flush that failed may have taken groups that only look written.
-    if (const int again = write_group_again(j, g); again != e_ok) return again;
+    if (const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok); again != e_ok) return again;
     if (g.decision.there && g.decision.number == promise.number) break;
     place = place_behind(place, g);
   }

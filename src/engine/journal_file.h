@@ -222,6 +222,9 @@ std::uint64_t group_room(std::uint32_t nodes, bool change);
 // Takes all groups from a place on back; one begins there.  A promise that is the last one then
 // gets an empty group behind it: that it counts stays told.  0, e_no_memory, e_io, e_write.
 int take_back_from(journal_file* j, std::uint64_t place);
+// Takes the promise back that is the last group, with the same care.  0, e_no_memory, e_write:
+// then it stands as before.
+int take_back_promise(journal_file* j);
 // Takes the last group back: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
 // 0, e_write.
@@ -239,8 +242,9 @@ group_place place_behind(const group_place& p, const group_read& g);
 // The group at a place: 1 found, 0 there is none; e_no_memory, e_io.
 int read_group(journal_file* j, const group_place& place, group_read* out);
 // Whether the groups of an open journal hold the decision on a promise; then they are flushed
-// up to it.  For a journal of any record file.  1 or 0; e_no_memory, e_io, e_write.
-int find_decision(journal_file* j, const group_link& promise);
+// up to it.  For a journal of any record file; `alone`: the arbiter of that is held.  1 or 0;
+// e_no_memory, e_io, e_write.
+int find_decision(journal_file* j, const group_link& promise, bool alone);
 // Writes a group that was read to its place once more.  0, e_write.
 int write_group_again(journal_file* j, const group_read& g);
 
