@@ -463,20 +463,6 @@ void take_back_group(journal_file* j, const log_mark& before) {
   j->unsure = false;
 }
 
-namespace {
-// What stands behind the mark is taken back.  A promise there counts, since something stood behind
-// it, and the deciding journal may have relied on that: an empty group goes on telling so.
-int end_at_mark(journal_file* j) {
-  if (!j->at.promise.there) {
-    take_back_group(j, j->at);
-    return e_ok;
-  }
-  group_to_write behind = {};
-  behind.generation_before = behind.generation_after = j->at.generation;
-  return append_group(j, behind);
-}
-}  // namespace
-
 int take_back_from(journal_file* j, std::uint64_t place) {
   start_of_life(j);
   j->window_length = 0;
@@ -486,15 +472,14 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
     step_over(j, g);
   }
-  return end_at_mark(j);
-}
-
-int take_back_promise(journal_file* j) {
-  const log_mark promised = j->at;
-  j->at = j->before;
-  const int ended = end_at_mark(j);
-  if (ended != e_ok) j->at = promised;
-  return ended;
+  if (!j->at.promise.there) {
+    take_back_group(j, j->at);
+    return e_ok;
+  }
+  // A promise that something stood behind counts, and the deciding journal may have relied on that.
+  group_to_write behind = {};
+  behind.generation_before = behind.generation_after = j->at.generation;
+  return append_group(j, behind);
 }
 
 int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }

@@ -222,9 +222,6 @@ std::uint64_t group_room(std::uint32_t nodes, bool change);
 // Takes all groups from a place on back; one begins there.  A promise that is the last one then
 // gets an empty group behind it: that it counts stays told.  0, e_no_memory, e_io, e_write.
 int take_back_from(journal_file* j, std::uint64_t place);
-// Takes the promise back that is the last group, with the same care.  0, e_no_memory, e_write:
-// then it stands as before.
-int take_back_promise(journal_file* j);
 // Takes the last group back: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
 // 0, e_write.

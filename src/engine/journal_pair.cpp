@@ -95,7 +95,7 @@ int settle_promise(PSP* h) {
   if (counts > 0) {
     j->log.at.promise.there = false;
   } else {
-    if (const int taken = take_back_promise(&j->log); taken != e_ok) return taken;
+    take_back_group(&j->log, j->log.before);
     j->follows = false;   // nodes of it may be in the cache
   }
   return e_ok;
