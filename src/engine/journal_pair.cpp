@@ -11,8 +11,8 @@
 // taken back.  So a journal that holds a decision begins no new life before the promise is
 // known to count in its own file: something stands behind it there, on the disk.
 //
-// Who settles a promise, or a partner, holds its file's arbiter and only tries for the other.  So nobody waits in a circle, as long as all
-// name the two files in the same order.
+// Who settles a promise, or a partner, holds its file's arbiter and only tries for the other.  So
+// nobody waits in a circle, as long as all name the two files in the same order.
 #include <cstring>
 
 #include "engine/engine.h"
