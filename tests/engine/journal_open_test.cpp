@@ -178,6 +178,19 @@ TEST_F(JournalOpen, AJournalThatCouldNotBeMadeIsNotMadeBesideOneThatDoesWithout)
   expect_sound();
 }
 
+// The arbiter is held while a slot is looked for, and old locks are seen all the same.
+TEST_F(JournalOpen, AReadOnlyHandleTakesNoSlotWithOldLocks) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(put(&a_, 101), 0);
+  ASSERT_EQ(a_.find_name(sample(101).name), 0);
+  ASSERT_EQ(engine::dlock(a_), 0);
+  const int slot = a_.get()->slot;
+  engine::abandon(a_);
+  ASSERT_EQ(b_.open(path, 'S', 1), 0);
+  EXPECT_NE(b_.get()->slot, slot);
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+}
+
 // The journal holds changes, but the file went on without it, and so does who has it open.
 TEST_F(JournalOpen, BesideOneThatDoesWithoutAJournalOfAnotherStateIsLeftAlone) {
   ASSERT_EQ(a_.open_for_work(path), 0);
