@@ -56,7 +56,7 @@ void end_cached_reads(PSP* h);
 class read_request {
  public:
   read_request(PSP* h, int keyno)
-      : h_(h), cursor_(h->cursors[keyno - 1]), keyptr_(h->keyptr), damaged_source_(h->damaged_source),
+      : h_(h), keyno_(keyno), cursor_(h->cursors[keyno - 1]), keyptr_(h->keyptr), damaged_source_(h->damaged_source),
         recno_(h->recno), damaged_node_(h->damaged_node), damaged_line_(h->damaged_line), errdetail_(h->errdetail) {
     if (cursor_ != nullptr) at_ = *cursor_;
   }
@@ -68,11 +68,16 @@ class read_request {
     h_->damaged_node = damaged_node_;
     h_->damaged_line = damaged_line_;
     h_->errdetail = errdetail_;
-    if (cursor_ != nullptr) *cursor_ = at_;
+    if (cursor_ != nullptr) {
+      *cursor_ = at_;
+    } else {
+      forget_position(h_, keyno_);
+    }
   }
 
  private:
   PSP* h_;
+  int keyno_;
   cursor* cursor_;
   const std::uint8_t* keyptr_;
   const char* damaged_source_;

@@ -256,6 +256,10 @@ int cursor_node(PSP* h, int key) {
   return c.cnode > h->extent ? -1 : c.cnode;
 }
 
+void forget_position(PSP* h, int key) {
+  if (cursor* c = h->cursors[key - 1]; c != nullptr) reset_cursor(*c);
+}
+
 void free_cursors(PSP* h) {
   for (cursor*& c : h->cursors) {
     os().release(c);

@@ -114,8 +114,8 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   }
   if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   const auto [others, users] = look_around(h);
-  // Nobody does without beside a journal that holds changes: who has a slot then is about to
-  // look at it, or is dying, or is a program that knows nothing of it.
+  // Nobody does without beside a journal that holds changes of the file as it is: who has a slot
+  // then is about to look at it, or is dying, or is a program that knows nothing of it.
   if (others && !users && !(j->log.alive && j->log.at.any_change)) return e_ok;
   if (!users) {
     if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
@@ -124,6 +124,7 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   const int settled = settle_file(h, !users && !still_mounted(&j->log));
   if (settled == e_write_flag) return e_ok;   // told by who opens
   if (settled != e_ok) return settled;
+  if (others && !users && !j->log.alive) return e_ok;   // it is about another state: they may do without
   if (asked == journal_use::on || users) {
     *use = true;
     return take_user_byte(h) ? e_ok : e_byte_lock;
@@ -495,6 +496,7 @@ void journal_begin_operation(PSP* h) {
   next_operation(&j->pages);
   j->broken = 0;
   j->committed = false;
+  j->closing = false;   // a close that failed
   j->decision.there = false;
   j->transaction_begins = false;
   j->flush_wanted = false;

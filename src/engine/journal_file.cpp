@@ -537,7 +537,7 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     take_back_group(j, j->at);
     return e_ok;
   }
-  // A promise that something stands behind counts, and the deciding journal may have relied on that.
+  // A promise that something stood behind counts, and the deciding journal may have relied on that.
   group_to_write behind = {};
   behind.generation_before = behind.generation_after = j->at.generation;
   return append_group(j, behind);
@@ -619,7 +619,7 @@ int write_group_again(journal_file* j, const group_read& g) {
   return written ? e_ok : e_write;
 }
 
-int find_decision(journal_file* j, const group_link& promise) {
+int find_decision(journal_file* j, const group_link& promise, bool alone) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -632,7 +632,7 @@ int find_decision(journal_file* j, const group_link& promise) {
     const int found = read_group(j, place, &g);
     if (found <= 0) return found;
     // A flush that failed may have taken groups that only look written.
-    if (const int again = write_group_again(j, g); again != e_ok) return again;
+    if (const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok); again != e_ok) return again;
     if (g.decision.there && g.decision.number == promise.number) break;
     place = place_behind(place, g);
   }

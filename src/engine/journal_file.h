@@ -245,8 +245,9 @@ group_place place_behind(const group_place& p, const group_read& g);
 // The group at a place: 1 found, 0 there is none; e_no_memory, e_io.
 int read_group(journal_file* j, const group_place& place, group_read* out);
 // Whether the groups of an open journal hold the decision on a promise; then they are flushed
-// up to it.  For a journal of any record file.  1 or 0; e_no_memory, e_io, e_write.
-int find_decision(journal_file* j, const group_link& promise);
+// up to it.  For a journal of any record file; `alone`: the arbiter of that is held.  1 or 0;
+// e_no_memory, e_io, e_write.
+int find_decision(journal_file* j, const group_link& promise, bool alone);
 // Writes a group that was read to its place once more.  0, e_write.
 int write_group_again(journal_file* j, const group_read& g);
 

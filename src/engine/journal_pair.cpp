@@ -11,9 +11,8 @@
 // taken back.  So a journal that holds a decision begins no new life before the promise is
 // known to count in its own file: something stands behind it there, on the disk.
 //
-// Who settles a promise holds its file's arbiter and takes no other; who settles a partner
-// holds an arbiter and only tries for the other.  So nobody waits in a circle, as long as all
-// name the two files in the same order.
+// Who settles a promise, or a partner, holds its file's arbiter and only tries for the other.  So
+// nobody waits in a circle, as long as all name the two files in the same order.
 #include <cstring>
 
 #include "engine/engine.h"
@@ -51,7 +50,13 @@ int was_decided(PSP* h, const group_link& promise) {
   if (!path_beside(h->journal, promise.name, record) || !journal_path(record, name, sizeof name)) return 0;
   journal_file other;
   if (open_journal(&other, name) != e_ok) return os().exists(name) == 0 ? 0 : static_cast<int>(e_io);
-  const int found = find_decision(&other, promise);
+  // Who works there may begin a new life meanwhile: its groups must not be written over.  A life
+  // that holds the decision stays, since it does not end without the arbiter of this file.
+  const int file = os().open(record, {true, false, false});
+  const bool alone = file >= 0 && os().lock(file, arbiter_byte, 1) == lock_answer::taken;
+  const int found = find_decision(&other, promise, alone);
+  if (alone) os().unlock(file, arbiter_byte, 1);
+  if (file >= 0) os().close(file);
   close_journal(&other);
   return found;
 }

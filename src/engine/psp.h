@@ -170,6 +170,8 @@ inline bool has_cursor(const PSP* h, int key) { return h->cursors[key - 1] != nu
 // False when the cursor could not be made (deferred error set).
 bool make_cursor(PSP* h, int key);
 void free_cursors(PSP* h);
+// A cursor that is there is as if it had just been made.
+void forget_position(PSP* h, int key);
 void mark_cursors_stale(PSP* h);
 // Node of the cursor; -1 for none, or when it lies behind the end of the file.
 int cursor_node(PSP* h, int key);

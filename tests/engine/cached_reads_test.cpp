@@ -9,6 +9,7 @@
 #include "engine/engine_handle.h"
 #include "engine/journal.h"
 #include "engine/os_file.h"
+#include "engine/psp.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
@@ -17,6 +18,7 @@ namespace {
 // Operations to the system, counted; `before_lock` is done once, ahead of the next lock.
 int calls = 0;
 std::function<void()> before_lock;
+std::function<void()> before_allocate;   // the same
 bool flushes_fail = false;
 std::function<void(std::uint64_t offset)> before_write;
 
@@ -49,6 +51,12 @@ int counted_flush(int file) {
   return -1;
 }
 
+void* counted_allocate(std::size_t bytes) {
+  ++calls;
+  if (before_allocate) std::exchange(before_allocate, nullptr)();
+  return engine::linux_ops.allocate(bytes);
+}
+
 const engine::os_ops counting_ops = [] {
   engine::os_ops ops = engine::linux_ops;
   ops.lock = counted_lock;
@@ -58,7 +66,7 @@ const engine::os_ops counting_ops = [] {
   ops.write_at = counted_write;
   ops.flush = counted_flush;
   ops.size = counted<&engine::os_ops::size>::call;
-  ops.allocate = counted<&engine::os_ops::allocate>::call;
+  ops.allocate = counted_allocate;
   return ops;
 }();
 
@@ -81,6 +89,7 @@ class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
   void TearDown() override {
     before_lock = nullptr;
     before_write = nullptr;
+    before_allocate = nullptr;
     flushes_fail = false;
     if (engine::checkpsp(reader_) == 'O') reader_.close();
     if (engine::checkpsp(writer_) == 'O') writer_.close();
@@ -191,6 +200,20 @@ TEST_P(CachedReads, AreMadeAgainWhenTheFileChangesOnTheWay) {
     EXPECT_EQ(number_of(reader_, i), 3000 + i);
   }
   EXPECT_EQ(other.tell("close"), 0);
+}
+
+// The first step of a cursor is made twice, and comes to the first entry all the same.
+TEST_P(CachedReads, BeginAtTheFirstEntryWhenTheFirstStepIsMadeAgain) {
+  sample_record first;
+  ASSERT_EQ(engine::dseq(reader_, 1, engine::seq_first), 0);
+  ASSERT_EQ(reader_.read(&first), 0);
+  engine::free_cursors(reader_);
+  before_allocate = [&] { ASSERT_EQ(change(writer_, 150, 4711), 0); };
+  ASSERT_EQ(engine::dseq(reader_, 1, engine::seq_next), 0);
+  ASSERT_FALSE(before_allocate);
+  sample_record found;
+  ASSERT_EQ(reader_.read(&found), 0);
+  EXPECT_EQ(found.name, first.name);
 }
 
 TEST_P(CachedReads, TakeTheirLockWhereARecordIsLocked) {

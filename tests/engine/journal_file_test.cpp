@@ -371,16 +371,16 @@ TEST_F(JournalFile, ADecisionIsFoundByItsNumberInTheLifeThatThePromiseNames) {
   promise.salt = j_.salt;
   journal_file other;
   ASSERT_EQ(engine::open_journal(&other, path_.c_str()), 0);
-  EXPECT_EQ(engine::find_decision(&other, promise), 1);
+  EXPECT_EQ(engine::find_decision(&other, promise, true), 1);
   promise.number = 8;
-  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  EXPECT_EQ(engine::find_decision(&other, promise, true), 0);
   promise.number = 7;
   promise.salt++;
-  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  EXPECT_EQ(engine::find_decision(&other, promise, true), 0);
   promise.salt--;
   // The decision torn: there is none.
   patch(engine::journal_groups + 700, {0xEE});
-  EXPECT_EQ(engine::find_decision(&other, promise), 0);
+  EXPECT_EQ(engine::find_decision(&other, promise, true), 0);
   engine::close_journal(&other);
 }
 

@@ -10,7 +10,9 @@
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/os_file.h"
+#include "engine/psp.h"
 #include "engine/scratch_folder.h"
+#include "engine/sharing.h"
 
 namespace zvrdb::test {
 namespace {
@@ -23,6 +25,7 @@ constexpr char journal_of_it[] = "/disk/file.jnl";
 // Done once, ahead of the next attempt to lock the arbiter byte.
 std::function<void()> before_arbiter;
 bool creations_fail = false;
+bool flushes_fail = false;
 engine::os_ops below;
 
 engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
@@ -30,6 +33,7 @@ engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
   return below.lock(file, offset, length);
 }
 int create(const char* name) { return creations_fail ? -1 : below.create(name); }
+int flush(int file) { return flushes_fail ? -1 : below.flush(file); }
 
 class JournalOpen : public ::testing::Test {
  protected:
@@ -40,7 +44,7 @@ class JournalOpen : public ::testing::Test {
   }
   void TearDown() override {
     before_arbiter = nullptr;
-    creations_fail = false;
+    creations_fail = flushes_fail = false;
     for (handle* h : {&a_, &b_}) {
       if (engine::checkpsp(*h) != 'O') continue;
       EXPECT_EQ(h->close(), 0);
@@ -56,6 +60,7 @@ class JournalOpen : public ::testing::Test {
     watched = below;
     watched.lock = lock;
     watched.create = create;
+    watched.flush = flush;
     engine::set_os_ops(&watched);
   }
   static disk_image image() {
@@ -171,6 +176,59 @@ TEST_F(JournalOpen, AJournalThatCouldNotBeMadeIsNotMadeBesideOneThatDoesWithout)
   ASSERT_EQ(a_.close(), 0);
   ASSERT_EQ(b_.close(), 0);
   expect_sound();
+}
+
+// The arbiter is held while a slot is looked for, and old locks are seen all the same.
+TEST_F(JournalOpen, AReadOnlyHandleTakesNoSlotWithOldLocks) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(put(&a_, 101), 0);
+  ASSERT_EQ(a_.find_name(sample(101).name), 0);
+  ASSERT_EQ(engine::dlock(a_), 0);
+  const int slot = a_.get()->slot;
+  engine::abandon(a_);
+  ASSERT_EQ(b_.open(path, 'S', 1), 0);
+  EXPECT_NE(b_.get()->slot, slot);
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+}
+
+// The journal holds changes, but the file went on without it, and so does who has it open.
+TEST_F(JournalOpen, BesideOneThatDoesWithoutAJournalOfAnotherStateIsLeftAlone) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(put(&a_, 101), 0);
+  handle foreign;
+  ASSERT_EQ(foreign.open_for_work(path), 0);
+  engine::journal_let_go(foreign);
+  ASSERT_EQ(foreign.insert(sample(201)), 0);
+  engine::abandon(a_);
+  ASSERT_EQ(foreign.close(), 0);
+  b_.journal = journal_use::off;
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_FALSE(engine::has_journal(b_));
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_FALSE(engine::has_journal(a_));
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(202)), 0);
+  EXPECT_EQ(engine::transbeg(b_, 3, nullptr), engine::e_trans_busy);
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  for (const int i : {101, 201, 202}) EXPECT_EQ(b_.find_name(sample(i).name), 0) << i;
+}
+
+// A close that failed left the handle as it was.
+TEST_F(JournalOpen, AHandleThatCouldNotBeClosedKeepsItsSlot) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(101)), 0);
+  flushes_fail = true;
+  EXPECT_NE(a_.close(), 0);
+  flushes_fail = false;
+  ASSERT_EQ(engine::checkpsp(a_), 'O');
+  ASSERT_EQ(a_.insert(sample(102)), 0);
+  EXPECT_TRUE(engine::slot_is_alive(b_, a_.get()->slot));
+  EXPECT_EQ(engine::transbeg(b_, 3, nullptr), engine::e_trans_busy);
+  ASSERT_EQ(engine::transend(a_, 1), 0);
+  EXPECT_EQ(b_.find_name(sample(101).name), 0);
+  EXPECT_EQ(b_.find_name(sample(102).name), 0);
 }
 
 // A program that knows nothing of journals goes on from the generation that the file bears,

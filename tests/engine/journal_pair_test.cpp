@@ -4,7 +4,9 @@
 // Kills and power cuts are made as in journal_crash_test.  ZVR_TORTURE=1 tries everything.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -13,6 +15,7 @@
 #include "engine/faulty_os.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
+#include "engine/os_file.h"
 #include "engine/power_cuts.h"
 #include "engine/scratch_folder.h"
 #include "engine/psp.h"
@@ -447,6 +450,26 @@ TEST_F(JournalPair, OneFileDecidesForSeveralPartners) {
   ASSERT_EQ(files.of[1].close(), 0);
 }
 
+// What a power cut leaves when nothing is kept but what was flushed.
+disk_image all_lost(const disk_image& start) {
+  const std::vector<disk_event> events = disk_events();
+  std::map<std::size_t, write_fate> fates;
+  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+  return after_power_cut(start, events, events.size(), fates, nullptr);
+}
+
+void expect_the_first_pair_alone(const disk_image& left) {
+  for (const int first : {0, 1}) {
+    mount_memory_disk(left);
+    file_pair again;
+    again.open(first);
+    EXPECT_EQ(again.of[0].find_name(sample(101).name), 0);
+    EXPECT_EQ(again.of[1].find_name(sample(101).name), 0);
+    EXPECT_EQ(again.of[1].find_name(sample(102).name), engine::e_not_found);
+    again.close();
+  }
+}
+
 // What stood behind a promise told that it counts, and the deciding journal relied on that.
 TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
   const disk_image start = small_files();
@@ -457,19 +480,56 @@ TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
   ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   ASSERT_EQ(files.of[0].close(), 0);
-  const std::vector<disk_event> events = disk_events();
-  std::map<std::size_t, write_fate> fates;
-  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
-  const disk_image left = after_power_cut(start, events, events.size(), fates, nullptr);
+  const disk_image left = all_lost(start);
   engine::abandon(files.of[1]);
-  for (const int first : {0, 1}) {
+  expect_the_first_pair_alone(left);
+}
+
+// The next pair's promise stood behind it, whose writer died before that was decided.
+TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
+  const disk_image start = small_files();
+  mount_memory_disk(start);
+  file_pair files;
+  files.open();
+  ASSERT_EQ(files.change_both(101, 300), 0);
+  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  ASSERT_EQ(engine::wrenter(files.of[1]), 0);
+  ASSERT_EQ(files.of[1].insert(sample(102)), 0);
+  engine::group_link next;
+  next.there = true;
+  next.number = 4711;
+  next.salt = files.of[0].get()->journal->log.salt;
+  std::strcpy(next.name, "first");
+  ASSERT_EQ(engine::wrleave_with_promise(files.of[1], 0, next), 0);
+  engine::abandon(files.of[1]);
+  ASSERT_EQ(files.of[0].close(), 0);
+  expect_the_first_pair_alone(all_lost(start));
+}
+
+// Who works in the deciding file may begin a new life there at any moment.
+TEST_F(JournalPair, WhoSettlesAPromiseWritesNothingWhereSomebodyWorks) {
+  const disk_image start = small_files();
+  mount_memory_disk(start);
+  file_pair files;
+  files.open();
+  ASSERT_EQ(files.change_both(101, 300), 0);
+  const disk_image left = all_lost(start);
+  for (handle& h : files.of) engine::abandon(h);
+  for (const bool at_work : {false, true}) {
     mount_memory_disk(left);
-    file_pair again;
-    again.open(first);
-    EXPECT_EQ(again.of[0].find_name(sample(101).name), 0);
-    EXPECT_EQ(again.of[1].find_name(sample(101).name), 0);
-    EXPECT_EQ(again.of[1].find_name(sample(102).name), engine::e_not_found);
-    again.close();
+    const int other = engine::os().open(paths[0], {true, false, false});
+    if (at_work) {
+      ASSERT_EQ(engine::os().lock(other, engine::arbiter_byte, 1), engine::lock_answer::taken);
+    }
+    ASSERT_EQ(files.of[1].open_for_work(paths[1]), 0);
+    EXPECT_EQ(files.of[1].find_name(sample(101).name), 0);
+    const std::uint64_t deciding = left.at("/disk/first.jnl").identity;
+    const auto written = std::count_if(disk_events().begin(), disk_events().end(), [&](const disk_event& e) {
+      return e.what == disk_event::kind::write && e.identity == deciding;
+    });
+    EXPECT_EQ(written == 0, at_work);
+    engine::os().close(other);
+    ASSERT_EQ(files.of[1].close(), 0);
   }
 }
 

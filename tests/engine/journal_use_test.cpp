@@ -516,6 +516,36 @@ TEST_F(JournalUse, AWriterWithoutOneBetweenTwoOperationsIsNoticed) {
   expect_sound();
 }
 
+// It goes on from 1 behind the last one, in the midst of a transaction or of questions.
+TEST_F(JournalUse, AGenerationThatWrapsIsFollowed) {
+  for (const int left : {2, 5, 9, 14, 20, 30}) {
+    disk_image start = image();
+    disk_bytes& bytes = start.at(path).bytes;
+    bytes[0] = static_cast<unsigned char>(0xFF - left);
+    bytes[1] = bytes[2] = bytes[3] = 0xFF;
+    mount_memory_disk(start);
+    ASSERT_EQ(a_.open_for_work(path), 0);
+    ASSERT_EQ(b_.open_for_work(path), 0);
+    for (int i = 101; i < 109; ++i) {
+      handle& writer = i % 2 ? a_ : b_;
+      handle& other = i % 2 ? b_ : a_;
+      ASSERT_EQ(engine::transbeg(writer, 3, nullptr), 0);
+      ASSERT_EQ(writer.insert(sample(i)), 0);
+      if (i % 4 < 2) {
+        EXPECT_EQ(other.find_name(sample(i).name), 0);
+      }
+      ASSERT_EQ(writer.insert(sample(i + 100)), 0);
+      ASSERT_EQ(engine::transend(writer, 1), 0);
+      EXPECT_EQ(other.find_name(sample(i + 100).name), 0);
+      ASSERT_EQ(engine::dflush(writer), 0);
+    }
+    for (handle* h : {&a_, &b_}) EXPECT_EQ(all_records(h).size(), 46U);
+    ASSERT_EQ(a_.close(), 0);
+    ASSERT_EQ(b_.close(), 0);
+    expect_sound();
+  }
+}
+
 TEST_F(JournalUse, AReaderFinishesWhatADeadWriterCommitted) {
   ASSERT_EQ(a_.open_for_work(path), 0);
   ASSERT_EQ(b_.open(path, 'S', 1), 0);
