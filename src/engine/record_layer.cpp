@@ -318,6 +318,8 @@ int skip_equal(PSP* h, int key, const std::uint8_t* value) {
 
 int find_by_option(PSP* h, int key, const std::uint8_t* value, int option) {
   const int r = bfind(h, key, value, 0, nullptr, 0);
+  // Where the search failed nothing is known of what lies there.
+  if (option != find_equal && r < e_ok && r != e_not_found) return r;
   switch (option) {
     case find_equal:
       return r == 1 ? e_ok : e_not_found;
