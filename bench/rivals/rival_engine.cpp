@@ -39,7 +39,7 @@ class Engine final : public Rival {
                 : engine::dcreate(psp(), path_.c_str(), buffer_.data(), record_buffer, 'S', 3, keys, journal),
           "open of the engine");
     check(engine::csetfile(psp(), 4), "integrity level");
-    check(engine::read_from_cache(psp(), 1), "reads from the cache");
+    check(engine::read_from_cache(psp(), 0), "reads from the cache");
   }
   void close() override { check(engine::dclose(psp()), "close of the engine"); }
   void begin() override { check(engine::transbeg(psp(), 3, nullptr), "begin"); }

@@ -2,6 +2,7 @@
 
 #include "engine/header_page.h"
 #include "engine/journal.h"
+#include "engine/node_cache.h"
 #include "engine/one_thread.h"
 #include "engine/os_file.h"
 
@@ -72,6 +73,7 @@ bool begin_quiet_read(PSP* h, int keyno) {
   if (c == nullptr || is_exclusive(h) || h->rdnest != 0 || h->wrnest != 0 || h->keylocks[keyno - 1] != 'U') return false;
   if (!journal_in_view(h) || (something_moved(h) && !follow_writer(h))) return false;
   c->state = quiet::running;
+  c->due = 0;
   h->deferred = 0;
   h->hops = 0;
   ++h->rdnest;
@@ -98,6 +100,7 @@ bool end_quiet_read(PSP* h, int* result) {
 int lock_quiet_read(PSP* h) {
   cached_reads* c = h->cached;
   if (c->state == quiet::broken) return e_not_cached;
+  c->due = c->leaves_ahead;
   int result = waitarbiter(h);
   if (result == e_ok) result = lockread(h, false);
   if (result == e_ok && !file_moved(h)) {
@@ -116,14 +119,17 @@ int leave_quiet_read(PSP* h) {
   return e_ok;
 }
 
-int read_from_cache(PSP* h, int on) {
+int read_from_cache(PSP* h, int leaves_ahead) {
   const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
-  if (on == 0) {
-    end_cached_reads(h);
+  if (leaves_ahead < 0) return e_bad_argument;
+  if (const int ready = cache_ready(); ready != e_ok) return ready;
+  const int most = static_cast<int>(cache_blocks()) - 1;
+  if (leaves_ahead > most) leaves_ahead = most > 0 ? most : 0;
+  if (h->cached != nullptr) {
+    h->cached->leaves_ahead = leaves_ahead;
     return e_ok;
   }
-  if (h->cached != nullptr) return e_ok;
   const void* page = os().map != nullptr ? os().map(h->file, page_size) : nullptr;
   if (page == nullptr) return e_io;
   auto* c = static_cast<cached_reads*>(os().allocate(sizeof(cached_reads)));
@@ -132,7 +138,15 @@ int read_from_cache(PSP* h, int on) {
     return e_no_memory;
   }
   c->page = static_cast<const std::uint8_t*>(page);
+  c->leaves_ahead = leaves_ahead;
   h->cached = c;
+  return e_ok;
+}
+
+int read_under_locks(PSP* h) {
+  const one_thread alone;
+  if (!is_open(h)) return e_bad_handle;
+  end_cached_reads(h);
   return e_ok;
 }
 

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "engine/cursor.h"
 #include "engine/psp.h"
@@ -30,6 +31,9 @@ struct cached_reads {
   const std::uint8_t* page;      // first page of the record file
   const std::uint8_t* journal;   // the journal as it was made, null: none, or not mapped yet
   quiet state;
+  int leaves_ahead;              // that a missing leaf brings with it
+  int due;                       // of these, by the read that is under the locks now
+  bool backwards;                // the read steps back
 };
 
 inline bool is_quiet(const PSP* h) { return h->cached != nullptr && h->cached->state != quiet::no; }
@@ -48,6 +52,13 @@ bool end_quiet_read(PSP* h, int* result);
 int lock_quiet_read(PSP* h);
 // A write operation begins inside a read: what follows is under its locks.
 int leave_quiet_read(PSP* h);
+
+// Which way a find or step goes.
+inline void tell_direction(PSP* h, bool backwards) {
+  if (h->cached != nullptr) h->cached->backwards = backwards;
+}
+// Leaves to bring with the one that was just read, once a read.
+inline int take_leaves_ahead(PSP* h) { return h->cached != nullptr ? std::exchange(h->cached->due, 0) : 0; }
 
 // Lets go of the mappings.
 void end_cached_reads(PSP* h);

@@ -209,6 +209,7 @@ int last_value(PSP* h) {
 int bracketed(PSP* h, int keyno, std::uint8_t* data, int capacity, int (*work)(PSP*)) {
   if (!is_open(h)) return e_bad_handle;
   if (!good_key_number(keyno)) return keep_status(h, e_bad_argument);
+  tell_direction(h, work == previous_value || work == last_value);
   return read_operation(h, keyno, [=] {
     h->keyno = keyno;
     h->dataptr = data;

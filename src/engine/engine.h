@@ -153,8 +153,13 @@ int dflush(PSP* h);
 // is not locked, uses the cache alone as long as the file did not change; whatever it needs of
 // the file is read under the locks as ever.  The first page of the file is mapped for it.
 // Not on remote file systems.
-// 0; e_io, the file cannot be looked at like that; e_no_memory.  Reads are as before then.
-int read_from_cache(PSP* h, int on);
+// A find or step that misses a leaf brings as many more leaves into the cache as `leaves_ahead`
+// says, in its direction; of these at most one less than the cache has blocks.
+// 0; e_bad_argument, a negative count; e_io, the file cannot be looked at like that; e_no_memory.
+// Reads are as before then.
+int read_from_cache(PSP* h, int leaves_ahead);
+// Every read takes its lock again.  0.
+int read_under_locks(PSP* h);
 char checkpsp(const PSP* h);  // 'O' open, 'C' closed, 'I' neither
 // Lets go of a block that is still open and whose close failed or must not write:
 // blocks of the cache, byte locks and descriptor are given up, nothing is written.

@@ -360,7 +360,32 @@ int cache_ready() {
   return e_ok;
 }
 
+unsigned cache_blocks() { return cache.count; }
+
 namespace {
+// Brings leaves behind (or before) one that was just read into the cache.  What stands in the way
+// ends it: whoever needs that node meets it.
+void read_ahead(PSP* h, const block* leaf, int count, bool backwards) {
+  const std::int32_t detail = h->errdetail;
+  for (; count > 0; --count) {
+    const std::int32_t n = backwards ? leaf->image.prev : leaf->image.next;
+    if (n < 0 || n >= h->nextnode || n > max_node) break;
+    block* b = find_block(h, n);
+    if (b == nullptr) {
+      b = spare_block();
+      if (b->dirty) break;
+      free_block(b);
+      if (physical_read(h, node_offset(n), &b->image, page_size) != e_ok) break;
+      convert_head(b->image, h->order);
+      if (b->image.level != 0 || !node_is_sound(h, b->image)) break;
+      own_block(b, h, n);
+      take_to_front(b);
+    }
+    leaf = b;
+  }
+  h->errdetail = detail;
+}
+
 // The block that holds node n, which is read if need be.
 int find_or_read(PSP* h, std::int32_t n, block** out) {
   ++nodes_looked_up;
@@ -369,8 +394,14 @@ int find_or_read(PSP* h, std::int32_t n, block** out) {
   if (const int taken = take_block(h, n, out, &hit); taken != e_ok || hit) return taken;
   free_block(*out);
   const int got = read_image(h, (*out)->image, n);
-  if (got == e_ok) own_block(*out, h, n);
-  return got;
+  if (got != e_ok) return got;
+  own_block(*out, h, n);
+  if ((*out)->image.level != 0) return e_ok;
+  if (const int ahead = take_leaves_ahead(h); ahead > 0) {
+    read_ahead(h, *out, ahead, h->cached->backwards);
+    take_to_front(*out);   // who asked for it looks at it next
+  }
+  return e_ok;
 }
 
 int check_number(const PSP* h, std::int32_t n) {

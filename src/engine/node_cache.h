@@ -77,6 +77,8 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n);
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n);
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 
+// Blocks that the cache has.
+unsigned cache_blocks();
 // The head of a node from the file's order to the machine's or back.
 void convert_head(node& v, byte_order order);
 

@@ -139,7 +139,7 @@ std::int16_t open_entry(void* task, file_entry* entry, iocb* block, unsigned ind
   }
   if (engine::has_journal(entry->psp)) share_journal(task, path.text);
   // Where it cannot be had, reads take their locks.
-  engine::read_from_cache(entry->psp, 1);
+  engine::read_from_cache(entry->psp, 0);
   count_open(task, index);
   entry->use_count = 1;
   entry->iocb = block;

@@ -17,6 +17,7 @@ namespace {
 
 // Operations to the system, counted; `before_lock` is done once, ahead of the next lock.
 int calls = 0;
+int locks = 0;
 std::function<void()> before_lock;
 std::function<void()> before_allocate;   // the same
 bool flushes_fail = false;
@@ -34,6 +35,7 @@ struct counted<Operation> {
 
 engine::lock_answer counted_lock(int file, std::uint64_t offset, std::uint64_t length) {
   ++calls;
+  ++locks;
   if (before_lock) std::exchange(before_lock, nullptr)();
   return engine::linux_ops.lock(file, offset, length);
 }
@@ -278,8 +280,42 @@ TEST_P(JournalledReads, GoOnWhenTheJournalIsCutToNothing) {
   EXPECT_EQ(number_of(reader_, 11), 4711);
 }
 
+// How often a walk over all records takes a lock: each time that it misses a node.
+TEST_P(CachedReads, BringLeavesAheadInTheirDirection) {
+  for (const int direction : {engine::seq_next, engine::seq_previous}) {
+    int misses[2] = {};
+    for (const int ahead : {0, 5}) {
+      ASSERT_EQ(reader_.close(), 0);
+      ASSERT_EQ(reader_.open_for_work(path_), 0);
+      ASSERT_EQ(engine::read_from_cache(reader_, ahead), 0);
+      int steps = 1;
+      ASSERT_EQ(engine::dseq(reader_, 1, direction == engine::seq_next ? engine::seq_first : engine::seq_last), 0);
+      locks = 0;
+      while (engine::dseq(reader_, 1, direction) == 0) ++steps;
+      EXPECT_EQ(steps, records);
+      misses[ahead > 0] = locks;
+    }
+    EXPECT_GT(misses[1], 0);
+    EXPECT_LE(misses[1], misses[0] / 4);
+  }
+}
+
+TEST_P(CachedReads, BringNoMoreLeavesThanTheCacheHolds) {
+  ASSERT_EQ(reader_.close(), 0);
+  ASSERT_EQ(writer_.close(), 0);
+  engine::set_cache_blocks(10);
+  ASSERT_EQ(reader_.open_for_work(path_), 0);
+  ASSERT_EQ(engine::read_from_cache(reader_, 1 << 30), 0);
+  EXPECT_EQ(engine::read_from_cache(reader_, -1), engine::e_bad_argument);
+  warm();
+  int steps = 1;
+  ASSERT_EQ(engine::dseq(reader_, 1, engine::seq_last), 0);
+  while (engine::dseq(reader_, 1, engine::seq_previous) == 0) ++steps;
+  EXPECT_EQ(steps, records);
+}
+
 TEST_P(CachedReads, CanBeTurnedOff) {
-  ASSERT_EQ(engine::read_from_cache(reader_, 0), 0);
+  ASSERT_EQ(engine::read_under_locks(reader_), 0);
   calls = 0;
   EXPECT_EQ(number_of(reader_, 11), sample(11).number);
   EXPECT_GT(calls, 0);

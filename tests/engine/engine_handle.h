@@ -82,7 +82,7 @@ class handle {
 
  private:
   int opened(int result) {
-    if (result == engine::e_ok && from_cache) engine::read_from_cache(get(), 1);
+    if (result == engine::e_ok && from_cache) engine::read_from_cache(get(), 0);
     return result;
   }
   alignas(16) std::array<unsigned char, engine::psp_size> block_;
