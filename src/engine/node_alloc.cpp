@@ -7,6 +7,9 @@
 namespace zvrdb::engine {
 namespace {
 
+constexpr std::int32_t grown_at_once = 16;
+constexpr std::uint8_t zero_nodes[std::size_t{grown_at_once} * page_size] = {};
+
 // The next number never used; it must lie in the file already.
 std::int32_t take_unused(PSP* h) {
   if (h->nextnode < 1 || h->nextnode >= h->extent || h->nextnode > max_node) return -1;
@@ -62,13 +65,14 @@ int ensurenodes(PSP* h, std::int64_t need) {
     if ((spare < 0 && !new_file) || h->extent < 0) return raise_damage(h, h->extent);
     const std::int64_t last = h->extent + std::max<std::int64_t>(need - spare, h->growstep) - 1;
     if (last > max_node) return e_write;
-    clear_buffer(scratch_buffer);
     h->hdrdirty = 1;
     while (result == e_ok && h->extent <= last) {
+      const auto nodes = static_cast<std::int32_t>(std::min<std::int64_t>(last - h->extent + 1, grown_at_once));
       result = raise_flag(h);
       if (result == e_ok)
-        result = physical_write(h, write_kind::growth, node_offset(h->extent), &scratch_buffer.image, page_size);
-      if (result == e_ok) ++h->extent;
+        result = physical_write(h, write_kind::growth, node_offset(h->extent), zero_nodes,
+                                static_cast<std::size_t>(nodes) * page_size);
+      if (result == e_ok) h->extent += nodes;
     }
     h->grown = 1;
   }

@@ -410,6 +410,9 @@ int check_number(const PSP* h, std::int32_t n) {
   return cache.blocks == nullptr ? e_io : e_ok;
 }
 
+// A block's place as it is told outside: one more than its index.
+std::uint32_t place_of(const block* b) { return static_cast<std::uint32_t>(b - cache.blocks) + 1; }
+
 void show(block* b, node_view* out) {
   std::uint16_t* offsets = b->offsets;
   if (!b->indexed) {
@@ -422,16 +425,20 @@ void show(block* b, node_view* out) {
     b->indexed = true;
   }
   cache.viewed = b;
-  *out = {&b->image, offsets, b->number};
+  *out = {&b->image, offsets, b->number, place_of(b)};
 }
 
 bool is_tree_node(const node& v) { return is_tree_level(v.level) && v.count <= max_entries; }
 }  // namespace
 
-int view_node(PSP* h, std::int32_t n, node_view* out) {
+int view_node(PSP* h, std::int32_t n, node_view* out, std::uint32_t where) {
   if (const int good = check_number(h, n); good != e_ok) return good;
-  block* b = nullptr;
-  if (const int got = find_or_read(h, n, &b); got != e_ok) return got;
+  block* b = where != 0 && where <= cache.used ? cache.blocks + (where - 1) : nullptr;
+  if (b != nullptr && b->owner == h && b->file == h->file && b->number == n) {
+    note_use(b);
+  } else if (const int got = find_or_read(h, n, &b); got != e_ok) {
+    return got;
+  }
   if (!is_tree_node(b->image)) return e_damaged;
   show(b, out);
   return e_ok;
@@ -467,6 +474,7 @@ bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
     if (b->owner != h || b->file != h->file || b->version != hint.version) continue;
     note_use(b);
     out->number = b->number;
+    out->where = hint.block;
     out->first = (hint.offset & hint_first) != 0;
     out->sure = hint.changes == cache.changes;
     return true;
@@ -483,7 +491,7 @@ void remember_entry(std::uint64_t hash, int index, int offset, bool first) {
     const bool stale = hint.block == 0 || cache.blocks[hint.block - 1].version != hint.version;
     if (stale || hint.tag == tag_of(hash)) to = set + i;
   }
-  *to = {static_cast<std::uint32_t>(b - cache.blocks) + 1, b->version, cache.changes,
+  *to = {place_of(b), b->version, cache.changes,
          static_cast<std::uint16_t>(offset | (first ? hint_first : 0)), static_cast<std::uint8_t>(index), tag_of(hash)};
 }
 

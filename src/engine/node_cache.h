@@ -24,7 +24,7 @@ extern node_buffer main_buffer;     // the leaf at hand: all searches and change
 extern node_buffer second_buffer;   // the new node of a split; free nodes read
 extern node_buffer third_buffer;    // log nodes during a roll-back
 extern node_buffer log_buffer;      // the log node being filled
-extern node_buffer scratch_buffer;  // the zero node of growth, the empty root
+extern node_buffer scratch_buffer;  // the empty root
 
 inline bool holds(const node_buffer& b, const PSP* h, std::int32_t n) {
   return b.owner == h && b.file == h->file && b.number == n && n >= 0;
@@ -51,13 +51,16 @@ struct node_view {
   const node* image;
   const std::uint16_t* offsets;   // of its `count` entries
   std::int32_t number;
+  std::uint32_t where;            // in the cache, for a later view of the same node
 };
 // As nodeget, without a buffer and without h->current.  e_damaged also for what is no tree node.
-int view_node(PSP* h, std::int32_t n, node_view* out);
+// `where` may tell the place of an earlier view, or anything.
+int view_node(PSP* h, std::int32_t n, node_view* out, std::uint32_t where = 0);
 // Where a search ended: an entry in a leaf that the cache held then, and has not changed since.
 struct hinted_entry {
   const node* image;
   std::int32_t number;
+  std::uint32_t where;
   int index;
   int offset;
   bool first;   // as it was told

@@ -21,6 +21,7 @@ struct cursor {
   std::uint8_t cpiece;                // its piece byte
   std::uint8_t cdeleted;              // the entry was deleted; cindex is one before its follower
   std::uint8_t cstale;                // another process changed the file: find the place by key
+  std::uint32_t cwhere;               // where in the cache its node was seen, or anything
 };
 
 inline constexpr int cursor_count = 21;         // key numbers 1 to 21

@@ -16,6 +16,7 @@ namespace {
 struct place {
   const node* image;
   std::int32_t number;
+  std::uint32_t where;
   int index;
   int offset;
   entry_sign sign;
@@ -78,6 +79,7 @@ bool descend(PSP* h, const target& t, place* out) {
       if (index == v.image->count) return false;
       out->image = v.image;
       out->number = v.number;
+      out->where = v.where;
       out->index = index;
       out->offset = v.offsets[index];
       return true;
@@ -92,7 +94,7 @@ bool descend(PSP* h, const target& t, place* out) {
 bool recall_place(PSP* h, const target& t, std::uint64_t hash, place* out) {
   hinted_entry e;
   if (!recall_entry(h, hash, &e)) return false;
-  *out = {e.image, e.number, e.index, e.offset, entrycmp(e.image->entries + e.offset, t, true)};
+  *out = {e.image, e.number, e.where, e.index, e.offset, entrycmp(e.image->entries + e.offset, t, true)};
   if (out->sign.full == 0) return true;
   return out->sign.key == 0 && t.recno == 0 && e.first && (e.index > 0 || e.sure);
 }
@@ -117,6 +119,7 @@ bool step(PSP* h, place* at) {
   if (v.image->level != 0 || v.image->count == 0) return false;
   at->image = v.image;
   at->number = v.number;
+  at->where = v.where;
   at->index = 0;
   at->offset = 0;
   return true;
@@ -158,10 +161,11 @@ bool has_data(const PSP* h, const std::uint8_t* entry) {
   return key_value_length(type_of_key(h, entry[entry_at::key]), entry + entry_at::value, avail) < avail;
 }
 
-void stand_at(PSP* h, std::int32_t leaf, int index, const std::uint8_t* entry) {
+void stand_at(PSP* h, const place& at, const std::uint8_t* entry) {
   cursor& c = cursor_of(h, h->keyno);
-  c.cnode = leaf;
-  c.cindex = index;
+  c.cnode = at.number;
+  c.cwhere = at.where;
+  c.cindex = at.index;
   c.cstale = 0;
   c.cdeleted = 0;
   publish(h, entry);
@@ -171,18 +175,17 @@ void stand_at(PSP* h, std::int32_t leaf, int index, const std::uint8_t* entry) {
 // but the caller's buffer.
 bool take_value(PSP* h, const place& at) {
   const std::uint8_t* entry = entry_of(at);
-  const std::int32_t leaf = at.number;
   if (h->dataptr == nullptr || !has_data(h, entry)) {
     h->datalen = 0;
     h->datafull = 0;
-    stand_at(h, leaf, at.index, entry);
+    stand_at(h, at, entry);
     return true;
   }
   // Its leaf may leave the cache when the value goes on in another one.
   std::uint8_t first[max_entry_size];
   std::memcpy(first, entry, static_cast<std::size_t>(entry_size(entry)));
   if (!read_value(h, at)) return false;
-  stand_at(h, leaf, at.index, first);
+  stand_at(h, at, first);
   return true;
 }
 
@@ -200,7 +203,7 @@ bool find_value_in_place(PSP* h, int* result) {
   if (!find_place(h, t, &at)) return false;
   const std::uint8_t* entry = entry_of(at);
   if (entry[entry_at::key] != h->keyno) {
-    stand_at(h, at.number, at.index, entry);
+    stand_at(h, at, entry);
     *result = e_not_found;
   } else {
     if (!take_value(h, at)) return false;
@@ -216,9 +219,9 @@ bool next_value_in_place(PSP* h, int* result) {
   if (h->wrnest != 0 || c.ckeyno != h->keyno || c.cdeleted || c.crecno == ~std::uint32_t{0}) return false;
   if ((c.cpiece & last_piece) == 0 || (is_shared(h) && c.cstale)) return false;
   node_view v;
-  if (view_node(h, cursor_node(h, h->keyno), &v) != e_ok) return false;
+  if (view_node(h, cursor_node(h, h->keyno), &v, c.cwhere) != e_ok) return false;
   if (v.image->level != 0 || c.cindex < 0 || c.cindex >= v.image->count) return false;
-  place at{v.image, v.number, c.cindex, v.offsets[c.cindex], {}};
+  place at{v.image, v.number, v.where, c.cindex, v.offsets[c.cindex], {}};
   if (!step(h, &at)) return false;
   const std::uint8_t* entry = entry_of(at);
   if (entry[entry_at::key] != h->keyno) return false;
