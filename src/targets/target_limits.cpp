@@ -33,6 +33,9 @@ std::int16_t log_maximum(void* task, std::uint32_t message, std::int64_t maximum
 
 }  // namespace
 
+bool is_configured(void* task) {
+  return co_croca(task, CO_AREA_CONFIG) != nullptr;
+}
 std::uint32_t configured_targets(void* task) {
   return configured(task, config_max_targets);
 }

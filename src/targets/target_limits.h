@@ -18,6 +18,8 @@ struct target_limits {
 };
 target_limits limits_now(void* task);
 
+// Whether the base configuration can be looked at; 0 stands for all of it otherwise.
+bool is_configured(void* task);
 // MAX TARGETS and MAX LOCAL TARGETS as they stand in the base configuration.
 std::uint32_t configured_targets(void* task);
 std::uint32_t configured_local_targets(void* task);

@@ -138,6 +138,11 @@ std::int16_t alloc_trg(void* task) {
   trace_bracket trace(task, "alloc_trg", &rc);
   DBR_CNTL* cntl = tcb_of(task)->cntl;
   if (cntl->alloc_generation == cntl->shm_generation && cntl->finitialized) return rc;
+  if (!is_configured(task)) {
+    // Tables of the length 0 would stay for all who come.
+    co_log2(task, 36355, 0, 0, 0, "%s", "base configuration");
+    return rc = DBE_INIT_FAILED;
+  }
   cntl->num_trgs_allowed = std::min(configured_targets(task), most_targets);
   cntl->trg_cntl_len = cntl->num_trgs_allowed * head_len;
   cntl->name_index_len = cntl->num_trgs_allowed * static_cast<std::uint32_t>(sizeof(NAME_INDEX_ENTRY));

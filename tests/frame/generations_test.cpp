@@ -273,6 +273,20 @@ TEST_F(Generations, AnOldOneThatATaskHadWhenItWasKilledGoesWithTheNextTaskThatCo
   EXPECT_EQ(1u, zvrtest::segments_in(co_shared_folder(task)));
 }
 
+// Descriptors ran out just then, say: tables of no length would stay for everybody.
+TEST_F(Generations, NoTablesAreBuiltWhileTheConfigurationCannotBeHad) {
+  client_task task("first");
+  const std::string area = std::string(co_shared_folder(task)) + "/area-1";
+  const std::string aside = area + ".aside";
+  ASSERT_EQ(0, rename(area.c_str(), aside.c_str()));
+  ASSERT_EQ(0, mkdir(area.c_str(), 0700));
+  EXPECT_EQ(DBE_INIT_FAILED, put_target(task, "A"));
+  ASSERT_EQ(0, rmdir(area.c_str()));
+  ASSERT_EQ(0, rename(aside.c_str(), area.c_str()));
+  EXPECT_EQ(DBE_OK, put_target(task, "A"));
+  EXPECT_EQ(100u, task.cntl()->num_trgs_allowed);
+}
+
 TEST_F(Generations, ASegmentThatItsBuilderLeftUnfinishedIsClearedFirst) {
   client_task task("next");
   auto* base =
