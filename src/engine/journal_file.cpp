@@ -283,13 +283,21 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   return e_ok;
 }
 
-bool still_mounted(const journal_file* j) {
+namespace {
+// Of the life; 0 unknown, or forgotten.
+std::uint64_t mount_of_life(const journal_file* j) {
   std::uint8_t bytes[sizeof(std::uint64_t)];
   const std::int64_t got = os().read_at(j->file, journal_mount_at, bytes, sizeof bytes);
-  if (got != static_cast<std::int64_t>(sizeof bytes)) return false;
-  const std::uint64_t then = load_le64(bytes);
+  return got == static_cast<std::int64_t>(sizeof bytes) ? load_le64(bytes) : 0;
+}
+}  // namespace
+
+bool still_mounted(const journal_file* j) {
+  const std::uint64_t then = mount_of_life(j);
   return then != 0 && then == os().mount(j->file);
 }
+
+bool was_mount_forgotten(const journal_file* j) { return mount_of_life(j) == 0 && os().mount(j->file) != 0; }
 
 void forget_mount(const journal_file* j) {
   static constexpr std::uint8_t zeros[sizeof(std::uint64_t)] = {};

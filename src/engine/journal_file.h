@@ -189,6 +189,8 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
 bool still_mounted(const journal_file* j);
 // It is as if it were not, for good: a flush of the record file failed.
 void forget_mount(const journal_file* j);
+// Whether somebody said so in this life.
+bool was_mount_forgotten(const journal_file* j);
 
 // Told of what is met on the way.
 struct group_read;

@@ -291,7 +291,8 @@ int note_in_file(PSP* h, const first_page& page, std::uint32_t generation) {
 
 int check_point(PSP* h) {
   journal* j = h->journal;
-  if (j->pages_lost || j->must_repair) {
+  // The system tells of a flush that failed once; the next one of another handle would succeed.
+  if (j->pages_lost || j->must_repair || was_mount_forgotten(&j->log)) {
     const int repaired = repair_file(h, true);
     if (repaired != e_ok) return repaired == not_explained ? static_cast<int>(e_io) : repaired;
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -26,6 +27,8 @@ constexpr char journal_of_it[] = "/disk/file.jnl";
 std::function<void()> before_arbiter;
 bool creations_fail = false;
 bool flushes_fail = false;
+bool file_flushes_fail = false;   // of the record file alone
+constexpr std::uint64_t file_identity = 5000;
 engine::os_ops below;
 
 engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
@@ -33,7 +36,10 @@ engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
   return below.lock(file, offset, length);
 }
 int create(const char* name) { return creations_fail ? -1 : below.create(name); }
-int flush(int file) { return flushes_fail ? -1 : below.flush(file); }
+int flush(int file) {
+  const bool fails = flushes_fail || (file_flushes_fail && below.identity(file) == file_identity);
+  return fails ? -1 : below.flush(file);
+}
 
 class JournalOpen : public ::testing::Test {
  protected:
@@ -44,7 +50,8 @@ class JournalOpen : public ::testing::Test {
   }
   void TearDown() override {
     before_arbiter = nullptr;
-    creations_fail = flushes_fail = false;
+    creations_fail = flushes_fail = file_flushes_fail = false;
+    engine::checkpoint_at = engine::journal_size;
     for (handle* h : {&a_, &b_}) {
       if (engine::checkpsp(*h) != 'O') continue;
       EXPECT_EQ(h->close(), 0);
@@ -67,7 +74,7 @@ class JournalOpen : public ::testing::Test {
     file_recipe recipe = sample_recipe(false, 30, 600);
     recipe.spare_nodes = 6;
     disk_image start;
-    start[path] = {build_file(recipe).bytes, 5000};
+    start[path] = {build_file(recipe).bytes, file_identity};
     return start;
   }
   static int put(handle* h, int i) {
@@ -229,6 +236,38 @@ TEST_F(JournalOpen, AHandleThatCouldNotBeClosedKeepsItsSlot) {
   ASSERT_EQ(engine::transend(a_, 1), 0);
   EXPECT_EQ(b_.find_name(sample(101).name), 0);
   EXPECT_EQ(b_.find_name(sample(102).name), 0);
+}
+
+// What the system could not write is gone from its memory too, sooner or later, and it tells that
+// once: the one who was told is killed.
+TEST_F(JournalOpen, WhatAFlushThatFailedMayHaveLostIsWrittenAgainByWhoeverFlushesNext) {
+  engine::checkpoint_at = 24 * 1024;
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  file_flushes_fail = true;
+  for (int i = 101; i < 111; ++i) ASSERT_EQ(a_.insert(sample(i, 700)), 0);
+  const std::size_t written_in_vain = disk_events().size();
+  engine::abandon(a_);
+  file_flushes_fail = false;
+  ASSERT_EQ(put(&b_, 201), 0);
+  const std::vector<disk_event> events = disk_events();
+  EXPECT_TRUE(std::any_of(events.begin() + static_cast<std::ptrdiff_t>(written_in_vain), events.end(), [](const disk_event& e) {
+    return e.what == disk_event::kind::flush && e.identity == file_identity;
+  })) << "a checkpoint";
+  std::map<std::size_t, write_fate> fates;
+  for (std::size_t i = 0; i < written_in_vain; ++i)
+    if (events[i].what == disk_event::kind::write && events[i].identity == file_identity) fates[i] = write_fate::lost;
+  const disk_image left = after_power_cut(image(), events, events.size(), fates, nullptr);
+  engine::abandon(b_);
+  mount(left);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  for (int i = 101; i < 111; ++i) {
+    sample_record found;
+    EXPECT_EQ(a_.find_name(sample(i).name), 0) << i;
+    EXPECT_EQ(a_.read(&found), 0) << i;
+    EXPECT_EQ(found.payload, sample(i, 700).payload) << i;
+  }
+  EXPECT_EQ(a_.find_name(sample(201).name), 0);
 }
 
 // A program that knows nothing of journals goes on from the generation that the file bears,
