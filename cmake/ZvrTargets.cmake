@@ -32,10 +32,10 @@ function(zvr_floor name)
   target_link_libraries(${name} PRIVATE zvr_library_rules PUBLIC ${arg_USES})
 endfunction()
 
-# zvr_test(NAME SOURCES ... USES ...): one test program; each of its cases is a
+# zvr_test(NAME SOURCES ... USES ... [TIMEOUT s] [ENVIRONMENT NAME=VALUE]): one test program; each of its cases is a
 # test of its own for ctest.
 function(zvr_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT;ENVIRONMENT" "SOURCES;USES" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
@@ -49,7 +49,11 @@ function(zvr_test name)
     $<$<CONFIG:Release>:-O1> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow;-Wno-array-bounds>)
   # Parsed once a program and not once a source: half of what building the tests takes.
   target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT})
+  set(environment)
+  if(arg_ENVIRONMENT)
+    set(environment ENVIRONMENT ${arg_ENVIRONMENT})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT} ${environment})
 endfunction()
 
 # zvr_planted_test(NAME TESTS PROGRAM SOURCES ... USES ...): the tests of a program once more,

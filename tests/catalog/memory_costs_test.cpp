@@ -57,7 +57,8 @@ class MemoryCosts : public CatalogTest {
   const CfName files[repeated] = {cf(file_name(7)), cf(file_name(31))};
 };
 
-// The figure as it is, and 5 in a hundred for other versions of the C library.
+// The figure with the functions of the C library that every processor can do (the environment of
+// the test chooses them), and 5 in a hundred for other versions of it.
 #define EXPECT_COST(figure, ...)                    \
   do {                                              \
     const double found = cost(__VA_ARGS__);         \
@@ -66,14 +67,14 @@ class MemoryCosts : public CatalogTest {
   } while (0)
 
 TEST_F(MemoryCosts, OfALookupByName) {
-  EXPECT_COST(1034, 1, [&](void* own, unsigned i) {
+  EXPECT_COST(1065, 1, [&](void* own, unsigned i) {
     std::uint32_t number = 0;
     return db_get_trg_index(own, names[i].c_str(), &number);
   });
 }
 
 TEST_F(MemoryCosts, OfAGetOf148Bytes) {
-  EXPECT_COST(1257, 1, [&](void* own, unsigned i) {
+  EXPECT_COST(1298, 1, [&](void* own, unsigned i) {
     unsigned char record[148];
     const void* keys[] = {names[i].c_str()};
     return db_get(own, DB_TRG, 1, keys, record, sizeof record);
@@ -81,7 +82,7 @@ TEST_F(MemoryCosts, OfAGetOf148Bytes) {
 }
 
 TEST_F(MemoryCosts, OfAStateReadAndWritten) {
-  EXPECT_COST(1507, 1, [&](void* own, unsigned i) {
+  EXPECT_COST(1569, 1, [&](void* own, unsigned i) {
     unsigned char status[4];
     const int rc = db_get_trg_stat(own, names[i].c_str(), status);
     return rc == DBE_OK ? db_put_trg_stat(own, names[i].c_str(), status) : rc;
@@ -90,7 +91,7 @@ TEST_F(MemoryCosts, OfAStateReadAndWritten) {
 
 TEST_F(MemoryCosts, OfAStepOfAList) {
   constexpr unsigned steps = 6;
-  EXPECT_COST(1543, steps, [](void* own, unsigned) -> int {
+  EXPECT_COST(1591, steps, [](void* own, unsigned) -> int {
     unsigned char filter[138] = {}, state[420], record[148];
     int rc = db_init_list(own, DB_TRG, filter, state, sizeof state);
     for (unsigned step = 0; rc == DBE_OK && step < steps; ++step)
@@ -100,7 +101,7 @@ TEST_F(MemoryCosts, OfAStepOfAList) {
 }
 
 TEST_F(MemoryCosts, OfAGetOfTheHeadOfAChangeFile) {
-  EXPECT_COST(1485, 1, [&](void* own, unsigned i) {
+  EXPECT_COST(1579, 1, [&](void* own, unsigned i) {
     unsigned char record[head_len];
     const void* keys[] = {files[i].data()};
     return db_get(own, DB_CAT, 1, keys, record, sizeof record);
@@ -110,7 +111,7 @@ TEST_F(MemoryCosts, OfAGetOfTheHeadOfAChangeFile) {
 TEST_F(MemoryCosts, OfAChangeFileInAListByFilter) {
   constexpr unsigned listed = change_files / 3 / 2;
   const CfName filter = cf("SECTION1.*.FIX.*");
-  EXPECT_COST(825, listed, [&](void* own, unsigned) {
+  EXPECT_COST(893, listed, [&](void* own, unsigned) {
     ListEntry list[change_files];
     std::uint16_t count = 0, index = 0;
     const int rc = db_start_list(own, DB_CAT, filter.data(), list, sizeof list, &count, &index);
