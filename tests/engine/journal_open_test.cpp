@@ -21,7 +21,6 @@ namespace {
 using engine::journal_use;
 
 constexpr char path[] = "/disk/file";
-constexpr char journal_of_it[] = "/disk/file.jnl";
 
 // Done once, ahead of the next attempt to lock the arbiter byte.
 std::function<void()> before_arbiter;
