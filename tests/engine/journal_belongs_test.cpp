@@ -44,9 +44,7 @@ TEST_F(JournalUse, ASpoiltJournalIsNeverAppliedInPart) {
   const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(102, 20)), 0);
   const records after = all_records(&a_);
-  std::size_t flagged = events;
-  while (disk_events()[flagged].offset != flag_at) flagged++;
-  const disk_image crashed = after_kill(image(), disk_events(), flagged + 3);   // flag, header, one node
+  const disk_image crashed = after_kill(image(), disk_events(), next_flag_write(events) + 3);   // flag, header, one node
   ASSERT_NE(crashed.at(path).bytes[flag_at], 0);
   const std::uint64_t end = a_.get()->journal->log.at.end;
   engine::abandon(a_);
@@ -106,11 +104,10 @@ TEST_F(JournalUse, AFileMadeAnewStartsWithoutTheJournalOfTheOldOne) {
 // Neither is it taken for the journal of another file, nor is one made that nobody knows again.
 TEST_F(JournalUse, AFileWhoseIdentityCannotBeHadIsNotOpened) {
   ASSERT_EQ(a_.open_for_work(path), 0);
-  std::size_t at = disk_events().size();
+  const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(102)), 0);
   engine::abandon(a_);
-  while (disk_events()[at].what != disk_event::kind::flush) at++;
-  rewind_disk(image(), at + 1);   // committed, the file not yet changed
+  rewind_disk(image(), next_flush(events) + 1);   // committed, the file not yet changed
   const disk_image left = disk_now();
   static engine::os_ops blind;
   for (const bool with_journal : {true, false}) {

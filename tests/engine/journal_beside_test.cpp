@@ -97,12 +97,6 @@ void a_call(handle* h) {
   ASSERT_EQ(engine::dflush(*h), 0);
 }
 
-// The commit: from here on others must see the change whole.
-std::size_t behind_first_flush(std::size_t from) {
-  while (from < disk_events().size() && disk_events()[from].what != disk_event::kind::flush) from++;
-  return from + 1;
-}
-
 // The other one reads first, or writes first, or a third comes.
 TEST_F(JournalUse, ALiveHandleFinishesWhatAKilledOneBegan) {
   enum { reads, writes, comes };
@@ -125,7 +119,7 @@ TEST_F(JournalUse, ALiveHandleFinishesWhatAKilledOneBegan) {
       engine::abandon(dead);
       const std::size_t until = events + static_cast<std::size_t>(n);
       after_seen = until >= disk_events().size();
-      const bool committed = until >= behind_first_flush(events);
+      const bool committed = until > next_flush(events);   // from there on others must see the change whole
       rewind_disk(image(), std::min(until, disk_events().size()));
       handle& other = who == comes ? third : live;
       if (who == comes) {
@@ -171,11 +165,10 @@ TEST_F(JournalUse, AReaderFinishesWhatADeadWriterCommitted) {
   ASSERT_EQ(a_.open_for_work(path), 0);
   ASSERT_EQ(b_.open(path, 'S', 1), 0);
   EXPECT_TRUE(engine::has_journal(b_));
-  std::size_t flagged = disk_events().size();
+  const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(102)), 0);
   engine::abandon(a_);
-  while (disk_events()[flagged].offset != flag_at) flagged++;
-  rewind_disk(image(), flagged + 2);
+  rewind_disk(image(), next_flag_write(events) + 2);
   ASSERT_TRUE(flag_set());
   EXPECT_EQ(b_.find_name(sample(102).name), 0);
   EXPECT_FALSE(flag_set());
@@ -191,11 +184,10 @@ TEST_F(JournalUse, WhoHoldsTheWritersHasWhatADeadOneCommitted) {
     if (beside_others) {
       ASSERT_EQ(b_.open_for_work(path), 0);
     }
-    std::size_t committed = disk_events().size();
+    const std::size_t events = disk_events().size();
     ASSERT_EQ(a_.insert(sample(102)), 0);
     engine::abandon(a_);
-    while (disk_events()[committed].what != disk_event::kind::flush) committed++;
-    rewind_disk(image(), committed + 1);
+    rewind_disk(image(), next_flush(events) + 1);
     disk_bytes held;
     {
       const engine::writers_held keeps(path);
@@ -218,9 +210,7 @@ TEST_F(JournalUse, AnOpenWithoutBringsTheFileUpToDateFirst) {
   ASSERT_EQ(a_.open_for_work(path), 0);
   const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(101)), 0);
-  std::size_t flagged = events;
-  while (disk_events()[flagged].offset != flag_at) flagged++;
-  const disk_image crashed = after_kill(image(), disk_events(), flagged + 2);
+  const disk_image crashed = after_kill(image(), disk_events(), next_flag_write(events) + 2);
   engine::abandon(a_);
   mount_memory_disk(crashed);
   a_.journal = journal_use::off;

@@ -152,14 +152,13 @@ TEST_F(JournalUse, ALifeBegunWithoutAFlushMayBeLost) {
 TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
   ASSERT_EQ(a_.open_for_work(path), 0);
   EXPECT_FALSE(engine::journal_is_ahead(path));
-  std::size_t at = disk_events().size();
+  const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(102)), 0);
   engine::abandon(a_);
   EXPECT_FALSE(engine::journal_is_ahead(path));
-  while (disk_events()[at].what != disk_event::kind::flush) at++;
-  rewind_disk(image(), at + 3);   // among the pages
+  rewind_disk(image(), next_flush(events) + 3);   // among the pages
   EXPECT_TRUE(engine::journal_is_ahead(path));
-  rewind_disk(image(), at + 1);   // committed, the file not yet changed
+  rewind_disk(image(), next_flush(events) + 1);   // committed, the file not yet changed
   EXPECT_TRUE(engine::journal_is_ahead(path));
   ASSERT_EQ(a_.open_for_work(path), 0);
   EXPECT_FALSE(engine::journal_is_ahead(path));

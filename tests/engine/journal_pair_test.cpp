@@ -11,7 +11,9 @@
 #include <iostream>
 #include <map>
 
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
@@ -25,8 +27,6 @@ namespace zvrdb::test {
 namespace {
 
 using engine::journal_use;
-using records = std::map<std::string, sample_record>;
-
 constexpr const char* paths[] = {"/disk/first", "/disk/second"};
 
 bool torture() { return std::getenv("ZVR_TORTURE") != nullptr; }
@@ -40,16 +40,6 @@ struct milestone {
   both_states state;
 };
 
-records all_records(handle* h) {
-  records result;
-  for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-    sample_record r;
-    EXPECT_EQ(h->read(&r), 0);
-    result[r.name] = r;
-  }
-  return result;
-}
-
 disk_image small_files() {
   file_recipe recipe = sample_recipe(false, 20, 600);
   recipe.spare_nodes = 6;
@@ -58,17 +48,6 @@ disk_image small_files() {
   start[paths[0]] = {bytes, 5000};
   start[paths[1]] = {bytes, 6000};
   return start;
-}
-
-void settle(handle* h) {
-  const int state = engine::transstat(*h);
-  if (state == engine::e_trans_interrupted) {
-    ASSERT_EQ(engine::transroll(*h, nullptr, 0, nullptr), 0);
-  } else if (state == engine::e_trans_empty) {
-    ASSERT_EQ(engine::transend(*h, 1), 0);
-  } else {
-    ASSERT_EQ(state, 0);
-  }
 }
 
 struct file_pair {
@@ -95,6 +74,11 @@ struct file_pair {
     }
     EXPECT_TRUE(engine::can_end_together(of[0], of[1]));
     return engine::transend_together(of[0], of[1], 1);
+  }
+  // Both changed, and in the second file a transaction begun behind that.
+  void change_both_and_go_on() {
+    ASSERT_EQ(change_both(101, 300), 0);
+    ASSERT_EQ(engine::transbeg(of[1], 3, nullptr), 0);
   }
   int change_one(int which, int i) {
     handle& h = of[which];
@@ -178,12 +162,7 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
     if (points_ % (torture() ? 1 : 32) == 0) expect_sound();
   }
   static void expect_sound() {
-    for (const char* path : paths) {
-      scratch_folder folder;
-      write_file(folder.file("check"), disk_now().at(path).bytes);
-      const check_result checked = check_file(folder.file("check"), true);
-      ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
-    }
+    for (const char* path : paths) expect_sound_bytes(disk_now().at(path).bytes);
   }
 
   disk_image start_;
@@ -450,14 +429,6 @@ TEST_F(JournalPair, OneFileDecidesForSeveralPartners) {
   ASSERT_EQ(files.of[1].close(), 0);
 }
 
-// What a power cut leaves when nothing is kept but what was flushed.
-disk_image all_lost(const disk_image& start) {
-  const std::vector<disk_event> events = disk_events();
-  std::map<std::size_t, write_fate> fates;
-  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
-  return after_power_cut(start, events, events.size(), fates, nullptr);
-}
-
 void expect_the_first_pair_alone(const disk_image& left) {
   for (const int first : {0, 1}) {
     mount_memory_disk(left);
@@ -472,27 +443,23 @@ void expect_the_first_pair_alone(const disk_image& left) {
 
 // What stood behind a promise told that it counts, and the deciding journal relied on that.
 TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   ASSERT_EQ(files.of[0].close(), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   engine::abandon(files.of[1]);
   expect_the_first_pair_alone(left);
 }
 
 // The next pair's promise stood behind it, whose writer died before that was decided.
 TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(engine::wrenter(files.of[1]), 0);
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   engine::group_link next;
@@ -503,17 +470,15 @@ TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
   ASSERT_EQ(engine::wrleave_with_promise(files.of[1], 0, next), 0);
   engine::abandon(files.of[1]);
   ASSERT_EQ(files.of[0].close(), 0);
-  expect_the_first_pair_alone(all_lost(start));
+  expect_the_first_pair_alone(flushed_alone(small_files(), disk_events()));
 }
 
 // Who works in the deciding file may begin a new life there at any moment.
 TEST_F(JournalPair, WhoSettlesAPromiseWritesNothingWhereSomebodyWorks) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
   ASSERT_EQ(files.change_both(101, 300), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   for (handle& h : files.of) engine::abandon(h);
   for (const bool at_work : {false, true}) {
     mount_memory_disk(left);

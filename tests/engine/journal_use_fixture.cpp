@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
+#include "engine/after_a_crash.h"
 #include "engine/journal.h"
-#include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
 
@@ -42,11 +42,16 @@ void JournalUse::put(handle* h, int i, std::size_t payload) {
   ASSERT_EQ(engine::dflush(*h), 0);
 }
 
-void JournalUse::expect_sound() {
-  scratch_folder folder;
-  write_file(folder.file("f"), disk_now().at(path).bytes);
-  const check_result checked = check_file(folder.file("f"), true);
-  ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
+std::size_t JournalUse::next_flush(std::size_t from) {
+  while (from < disk_events().size() && disk_events()[from].what != disk_event::kind::flush) from++;
+  return from;
 }
+
+std::size_t JournalUse::next_flag_write(std::size_t from) {
+  while (from < disk_events().size() && disk_events()[from].offset != flag_at) from++;
+  return from;
+}
+
+void JournalUse::expect_sound() { expect_sound_bytes(disk_now().at(path).bytes); }
 
 }  // namespace zvrdb::test

@@ -26,6 +26,9 @@ class JournalUse : public ::testing::Test {
   static void put(handle* h, int i, std::size_t payload = 300);
   static bool flag_set() { return disk_now().at(path).bytes[flag_at] != 0; }
   static void expect_sound();
+  // The first event from there on that flushes, or that writes the flag; the end where none does.
+  static std::size_t next_flush(std::size_t from);
+  static std::size_t next_flag_write(std::size_t from);
   handle a_, b_;
 };
 

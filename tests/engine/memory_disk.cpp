@@ -224,6 +224,7 @@ void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes&
 int disk_open_files() { return static_cast<int>(disk.open.size()); }
 
 void rewind_disk(const disk_image& start, std::size_t n) {
+  n = std::min(n, disk.events.size());
   const disk_image image = after_kill(start, disk.events, n);
   for (auto& [path, f] : disk.names) f->bytes = image.at(path).bytes;
   disk.events.resize(n);
@@ -231,7 +232,7 @@ void rewind_disk(const disk_image& start, std::size_t n) {
 
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n) {
   builder b(start);
-  for (std::size_t i = 0; i < n; i++) b.apply(events[i]);
+  for (std::size_t i = 0; i < std::min(n, events.size()); i++) b.apply(events[i]);
   return b.image();
 }
 
@@ -260,6 +261,12 @@ disk_image after_power_cut(const disk_image& start, const std::vector<disk_event
     }
   }
   return b.image();
+}
+
+disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events) {
+  std::map<std::size_t, write_fate> fates;
+  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+  return after_power_cut(start, events, events.size(), fates, nullptr);
 }
 
 }  // namespace zvrdb::test
