@@ -19,22 +19,8 @@
 namespace zvrdb::recfile {
 namespace {
 
-struct target_key {
-  std::uint32_t db_id;
-  std::uint32_t number;
-  std::uint32_t recnum;
-};
-
-std::int16_t write_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  const unsigned char record[40] = {};
-  return db_write(files.task(), files.tcb()->trg_file, &key, record, sizeof record);
-}
-
-std::int16_t find_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  return db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ);
-}
+using zvrtest::find_target;
+using zvrtest::write_target;
 
 // Waits pass at once as long as it lives; they are counted all the same.
 class no_waiting {
