@@ -75,8 +75,8 @@ class FailedReads : public ::testing::Test {
     EXPECT_NE(rc, DBE_NOT_FOUND);
     return rc;
   }
-  // As of a process that just came.  No file is open.  An open walks all blocks that were ever
-  // used, and so would take ever longer.
+  // The cache of a process that just came; no file is open.  Opens look through all blocks that
+  // were ever used: what earlier tries left would cost most of the time.
   void empty_cache() const { engine::set_cache_blocks(cache_blocks_); }
   using operation = std::int16_t (*)(zvrtest::file_task& files);
   // The n-th read fails, for every n, each time in files that were just opened.
