@@ -38,11 +38,17 @@ struct neighbours {
   bool any, users;
 };
 neighbours look_around(PSP* h) {
+  if (is_exclusive(h)) return {false, false};
+  const int log = h->journal->log.file;
+  const std::int64_t user = os().find_held(log, user_bytes, slot_count);
+  if (user == none_held) return {others_alive(h), false};
+  if (user >= 0 && slot_is_alive(h, static_cast<int>(user - static_cast<std::int64_t>(user_bytes)))) return {true, true};
+  // That one is about to go: its slot is given back before its byte of the journal.
   neighbours found{false, false};
-  for (int s = 0; is_shared(h) && !found.users && s < slot_count; ++s) {
+  for (int s = 0; !found.users && s < slot_count; ++s) {
     if (s == h->slot || !slot_is_alive(h, s)) continue;
     found.any = true;
-    found.users = os().probe(h->journal->log.file, user_byte(s)) != 0;
+    found.users = os().probe(log, user_byte(s)) != 0;
   }
   return found;
 }

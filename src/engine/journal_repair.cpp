@@ -169,10 +169,7 @@ bool journal_is_ahead(const char* path) {
 bool in_step(const journal* j, const first_page& page) { return page.generation == j->log.at.changed_generation; }
 
 bool others_alive(PSP* h) {
-  if (is_exclusive(h)) return false;
-  for (int s = 0; s < slot_count; ++s)
-    if (s != h->slot && slot_is_alive(h, s)) return true;
-  return false;
+  return is_shared(h) && os().find_held(h->file, slot_bytes, slot_count) != none_held;
 }
 
 int repair_file(PSP* h, bool all) {

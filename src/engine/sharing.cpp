@@ -130,9 +130,8 @@ int getslot(PSP* h, bool read_write) {
   bool failed = false;   // rather than found every slot in use
   for (int s = 0; s < slot_count; ++s) {
     const std::uint64_t byte = slot_bytes + static_cast<std::uint64_t>(s);
-    const int used = os().probe(h->file, byte);
-    const lock_answer answer = used == 0 ? os().lock(h->file, byte, 1) : lock_answer::busy;
-    failed = failed || used < 0 || answer == lock_answer::failed;
+    const lock_answer answer = os().lock(h->file, byte, 1);
+    failed = failed || answer == lock_answer::failed;
     if (answer != lock_answer::taken) continue;
     h->slot = s;
     if (read_write || purgelocks(h) != e_old_locks) return e_ok;

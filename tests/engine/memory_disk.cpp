@@ -123,11 +123,13 @@ int do_unlock(int fd, std::uint64_t offset, std::uint64_t length) {
   locks = left;
   return 0;
 }
-int do_probe(int fd, std::uint64_t offset) {
+std::int64_t do_find_held(int fd, std::uint64_t offset, std::uint64_t length) {
   for (const held& l : disk.locks[file_of(fd)->identity])
-    if (l.fd != fd && l.from <= offset && offset < l.to) return 1;
-  return 0;
+    if (l.fd != fd && l.from < offset + length && offset < l.to)
+      return static_cast<std::int64_t>(std::max(l.from, offset));
+  return engine::none_held;
 }
+int do_probe(int fd, std::uint64_t offset) { return do_find_held(fd, offset, 1) == engine::none_held ? 0 : 1; }
 
 const engine::os_ops& table() {
   static const engine::os_ops ops = [] {
@@ -149,6 +151,7 @@ const engine::os_ops& table() {
     t.lock = do_lock;
     t.unlock = do_unlock;
     t.probe = do_probe;
+    t.find_held = do_find_held;
     return t;
   }();
   return ops;

@@ -43,13 +43,16 @@ std::int64_t write_unless_full(int file, std::uint64_t offset, const void* from,
   return disk_is_full ? 0 : engine::linux_ops.write_at(file, offset, from, n);
 }
 
+bool is_busy_slot(std::uint64_t offset) {
+  return offset == engine::slot_bytes && co_test_delayed() < first_slot_busy_until;
+}
 int probe_with_busy_slot(int file, std::uint64_t offset) {
-  const bool busy = offset == engine::slot_bytes && co_test_delayed() < first_slot_busy_until;
-  return busy ? 1 : engine::linux_ops.probe(file, offset);
+  return is_busy_slot(offset) ? 1 : engine::linux_ops.probe(file, offset);
 }
 
 // Holds the thread of that name until somebody asks for a wait.
 engine::lock_answer lock_and_hold(int file, std::uint64_t offset, std::uint64_t length) {
+  if (is_busy_slot(offset)) return engine::lock_answer::busy;
   if (held_thread.load() == std::this_thread::get_id()) {
     held_thread = std::thread::id();
     const std::uint64_t before = co_test_delayed();
