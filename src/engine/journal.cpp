@@ -92,6 +92,7 @@ int catch_up(PSP* h, bool arbiter_held) { return catch_up(&h->journal->log, arbi
 // The file is brought to what the log says, if it is not there already.
 int settle_file(PSP* h, bool all) {
   journal* j = h->journal;
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   if (const int settled = settle_promise(h); settled != e_ok) return settled;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
@@ -123,6 +124,7 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   // Nobody does without beside a journal that holds changes of the file as it is: who has a slot
   // then is about to look at it, or is dying, or is a program that knows nothing of it.
   if (others && !users && !(j->log.alive && j->log.at.any_change)) return e_ok;
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   if (!users) {
     if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
   }
@@ -158,14 +160,18 @@ node_change touched_node(const void* context, std::uint32_t i) {
   return c;
 }
 
-// Header fields of the block from the file, and everything remembered of nodes forgotten.
-int reload(PSP* h) {
-  journal* j = h->journal;
+void forget_nodes(PSP* h) {
   purgefile(h);
   h->lastkey = -1;
   mark_cursors_stale(h);
+  h->journal->follows = false;
+}
+
+// Header fields of the block from the file, and everything remembered of nodes forgotten.
+int reload(PSP* h) {
+  journal* j = h->journal;
+  forget_nodes(h);
   j->must_reload = true;
-  j->follows = false;
   if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
   j->must_reload = false;
   journal_header_read(h);
@@ -174,22 +180,28 @@ int reload(PSP* h) {
 
 }  // namespace
 
-// The operation never was.  Those before it in its transaction are in the log.
-int undo_operation(PSP* h, int result) {
+void forget_operation(PSP* h) {
   journal* j = h->journal;
-  const bool earlier = j->deferred;
   forget_pages(&j->pages);
   next_operation(&j->pages);
   j->deferred = false;
   h->hdrdirty = 0;
   h->grown = 0;
-  if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
-  reload(h);
-  if (j->log.alive) h->generation = j->log.at.generation;
+  forget_nodes(h);
   if (h->transtype != 0) {
     h->lognode = h->opnode;
     h->logpos = h->oppos;
   }
+}
+
+// The operation never was.  Those before it in its transaction are in the log.
+int undo_operation(PSP* h, int result) {
+  journal* j = h->journal;
+  const bool earlier = j->deferred;
+  forget_operation(h);
+  if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
+  reload(h);
+  if (j->log.alive) h->generation = j->log.at.generation;
   return result;
 }
 
@@ -276,7 +288,7 @@ int commit_change(PSP* h) {
     return e_ok;
   }
   if (const int flushed = flush_log(j); flushed != e_ok) {
-    take_back_group(&j->log, before);
+    refuse_group(&j->log, before);
     return flushed;
   }
   j->committed = true;
@@ -409,11 +421,14 @@ int journal_enter(PSP* h) {
     if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   }
   first_page page;
-  const bool look = is_shared(h) || j->must_repair;
+  const bool look = is_shared(h) || j->must_repair || j->log.doubt;
   if (look) {
     if (const int got = read_first_page(h, &page); got != e_ok) return got;
   }
   const bool own = j->deferred && look && !page.flag && page.generation == j->disk_generation;
+  if (own) {
+    if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
+  }
   if (look && !own) {
     if (const int settled = settle_file(h, false); settled != e_ok) return settled;
   }
@@ -445,7 +460,7 @@ int journal_follow(PSP* h) {
 
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag) {
   const journal* j = h->journal;
-  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive) return true;
+  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || j->log.doubt) return true;
   if (flag ? j->deferred : generation != j->disk_generation) return true;
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;

@@ -64,6 +64,10 @@ constexpr std::size_t buffer_kept = 1024 * 1024;
 constexpr std::size_t first_window = 4 * 1024;
 constexpr std::size_t longest_window = 64 * 1024;
 
+// The head and what stands behind it in the next sector.
+constexpr std::size_t head_and_state = journal_doubt_at + 8;
+static_assert(journal_mount_at == journal_head_size && journal_doubt_at == journal_mount_at + 8);
+
 std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
 void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::little); }
 
@@ -142,9 +146,17 @@ bool load_link(const std::uint8_t* from, group_link* out) {
   return end != nullptr && out->name[0] != 0 && std::strchr(out->name, '/') == nullptr;
 }
 
+void note_doubt(journal_file* j, bool there) {
+  std::uint8_t bytes[8];
+  store_le64(bytes, there ? 1 : 0);
+  os().write_at(j->file, journal_doubt_at, bytes, sizeof bytes);
+  j->doubt = there;
+}
+
 void start_of_life(journal_file* j) {
   j->at = log_mark{};
   j->at.changed_generation = j->base_generation;
+  std::memcpy(j->at.header, j->base, header_size);
   j->at.generation = j->base_generation;
   j->at.chain = j->head_crc;
   j->unsure = false;
@@ -175,6 +187,7 @@ void step_over(journal_file* j, const group_read& g) {
   if (g.header == nullptr) return;
   at.any_change = true;
   at.changed_generation = g.generation_after;
+  std::memcpy(at.header, g.header, header_size);
 }
 
 // Whether the head of a group says what can be: bytes that are none of this life's end it.
@@ -273,12 +286,17 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   std::memcpy(head + head_at::header, header, header_size);
   store_le32(head + head_at::crc, crc32c(0, head, head_at::crc));
   j->alive = false;
-  std::uint8_t begin[journal_head_size + sizeof(std::uint64_t)];
-  static_assert(journal_mount_at == journal_head_size);
+  std::uint8_t begin[head_and_state];
   std::memcpy(begin, head, sizeof head);
   store_le64(begin + journal_mount_at, os().mount(j->file));
+  // Whoever dies before he can tell that the flush failed has told it.
+  store_le64(begin + journal_doubt_at, how == begun::flushed ? 1 : 0);
   if (os().write_at(j->file, 0, begin, sizeof begin) != static_cast<std::int64_t>(sizeof begin)) return e_write;
-  if (how == begun::flushed && os().flush(j->file) != 0) return e_write;
+  if (how == begun::flushed) {
+    if (const int flushed = flush_journal(j); flushed != e_ok) return flushed;
+    note_doubt(j, false);
+  }
+  j->doubt = false;
   take_head(j, head);
   // The groups of a giant transaction count no more, and whether they go is no matter.
   if (how == begun::flushed && os().size(j->file) > static_cast<std::int64_t>(journal_kept))
@@ -345,13 +363,24 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
   return found;
 }
 
+namespace {
+// With what is told behind it.  1; 0 the file is too short, e_io.
+int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
+  std::uint8_t bytes[head_and_state] = {};
+  const std::int64_t got = os().read_at(j->file, 0, bytes, sizeof bytes);
+  if (got < 0) return e_io;
+  if (got < static_cast<std::int64_t>(journal_head_size)) return 0;
+  std::memcpy(*head, bytes, sizeof *head);
+  if (load_le64(bytes + journal_doubt_at) != 0) j->doubt = true;
+  return 1;
+}
+}  // namespace
+
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
-  const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
-  if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(sizeof head)) {
+  if (const int got = read_head(j, &head); got <= 0) {
     j->alive = false;
-    return e_ok;
+    return got;
   }
   if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
     take_head(j, head);
@@ -412,7 +441,7 @@ class journal_view {
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
   const journal_view view(j, bytes);
   const std::uint64_t end = j->at.end;
-  if (!view.same_life() || !view.in_sight(end)) return journal_news::some;
+  if (!view.same_life() || !view.in_sight(end) || view.look(journal_doubt_at) != 0) return journal_news::some;
   if (!view.begins(end, j->at.sequence)) return journal_news::none;
   const std::uint64_t behind = view.end_of(end);
   if (!view.in_sight(behind) || view.begins(behind, j->at.sequence + 1)) return journal_news::some;
@@ -556,10 +585,45 @@ int take_back_from(journal_file* j, std::uint64_t place) {
   // A promise that something stood behind counts, and the deciding journal may have relied on that.
   group_to_write behind = {};
   behind.generation_before = behind.generation_after = j->at.generation;
-  return append_group(j, behind);
+  // On the disk before anything else is written over what stood there.
+  const int told = append_group(j, behind);
+  return told == e_ok ? flush_journal(j) : told;
 }
 
-int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }
+int refuse_group(journal_file* j, const log_mark& before) {
+  take_back_group(j, before);
+  return end_doubt(j);
+}
+
+int end_doubt(journal_file* j) {
+  // Without a life there is nothing to be sure of: one begins with the next change.
+  if (!j->doubt || !j->alive) return e_ok;
+  if (const int written = write_head_again(j); written != e_ok) return written;
+  group_place place = first_place(j);
+  while (place.at < j->at.end) {
+    group_read g;
+    const int found = read_group(j, place, &g);
+    if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
+    if (const int written = write_group_again(j, g); written != e_ok) return written;
+    place = place_behind(place, g);
+  }
+  const std::int64_t size = os().size(j->file);
+  if (size < 0) return e_io;
+  // What was refused may still stand there on the disk.
+  static constexpr std::uint8_t zeros[journal_sector] = {};
+  const bool room = place.at + sizeof zeros <= static_cast<std::uint64_t>(size);
+  if (room && os().write_at(j->file, place.at, zeros, sizeof zeros) != static_cast<std::int64_t>(sizeof zeros))
+    return e_write;
+  if (const int flushed = flush_journal(j); flushed != e_ok) return flushed;
+  note_doubt(j, false);
+  return e_ok;
+}
+
+int flush_journal(journal_file* j) {
+  if (os().flush(j->file) == 0) return e_ok;
+  if (!planted(planted_fault::doubt_forgotten)) note_doubt(j, true);
+  return e_write;
+}
 
 group_place first_place(journal_file* j) {
   j->window_length = 0;
@@ -634,25 +698,48 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   return list_is_good(*out) ? 1 : 0;
 }
 
+int write_head_again(journal_file* j) {
+  std::uint8_t head[journal_head_size];
+  if (os().read_at(j->file, 0, head, sizeof head) != static_cast<std::int64_t>(sizeof head)) return e_io;
+  return os().write_at(j->file, 0, head, sizeof head) == static_cast<std::int64_t>(sizeof head) ? e_ok : e_write;
+}
+
 int write_group_again(journal_file* j, const group_read& g) {
   const bool written = os().write_at(j->file, g.place, g.bytes, g.length) == static_cast<std::int64_t>(g.length);
   return written ? e_ok : e_write;
 }
 
+namespace {
+// In a journal of another record file.
+int end_doubt_there(journal_file* j) {
+  j->window_length = 0;
+  int found = 1;
+  for (group_read g; found == 1;) found = take_next_group(j, nobody_watches, &g);
+  return found < 0 ? found : end_doubt(j);
+}
+}  // namespace
+
 int find_decision(journal_file* j, const group_link& promise, bool alone) {
   std::uint8_t head[journal_head_size];
-  const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
-  if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(sizeof head)) return 0;
+  if (const int got = read_head(j, &head); got <= 0) return got;
   j->identity = load_le64(head + head_at::identity);
   take_head(j, head);
   if (!j->alive || j->salt != promise.salt) return 0;
+  // One that was refused may be on the disk although nobody sees it.
+  if (j->doubt) {
+    if (!alone) return e_byte_lock;
+    if (const int ended = end_doubt_there(j); ended != e_ok) return ended;
+  }
+  // A flush that failed may have taken what only looks written.
+  if (alone) {
+    if (const int again = write_head_again(j); again != e_ok) return again;
+  }
   for (group_place place = first_place(j);;) {
     group_read g;
     const int found = read_group(j, place, &g);
     if (found <= 0) return found;
-    // A flush that failed may have taken groups that only look written.
-    if (const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok); again != e_ok) return again;
+    const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok);
+    if (again != e_ok) return again;
     if (g.decision.there && g.decision.number == promise.number) break;
     place = place_behind(place, g);
   }

@@ -71,6 +71,7 @@ struct block_cache {
   block* oldest = nullptr;
   unsigned count = 0;
   unsigned used = 0;            // blocks from here on never held a node, and are in no list
+  unsigned owned = 0;           // blocks that hold a node
   unsigned table_mask = 0;
   unsigned hint_mask = 0;
   unsigned wanted = 10;
@@ -117,6 +118,7 @@ void free_block(block* b) {
   set_dirty(b, false);
   unchain(b);
   --b->owner->blocks;
+  --cache.owned;
   b->owner = nullptr;
   b->file = -1;
   b->number = -1;
@@ -142,6 +144,7 @@ void own_block(block* b, PSP* h, std::int32_t n) {
   if (b->owner == h && b->file == h->file && b->number == n) return;
   free_block(b);
   ++h->blocks;
+  ++cache.owned;
   b->owner = h;
   b->file = h->file;
   b->number = n;
@@ -602,8 +605,12 @@ void purgefile(PSP* h) {
 
 void purge_memory_of(PSP* h) {
   note_change();
-  for (block* b = cache.newest; b != nullptr; b = b->older)
+  unsigned left = cache.owned;
+  for (block* b = cache.newest; b != nullptr && left > 0; b = b->older) {
+    if (b->owner == nullptr) continue;
+    --left;
     if (b->owner == h) free_block(b);
+  }
   forget_buffers(h);
 }
 
@@ -639,6 +646,7 @@ void forget_cache() {
     b->number = -1;
     b->dirty = false;
   }
+  cache.owned = 0;
   for (unsigned i = 0; cache.table != nullptr && i <= cache.table_mask; ++i) cache.table[i] = nullptr;
   for (node_buffer* b : tagged_buffers) clear_tag(*b);
 }

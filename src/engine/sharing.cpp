@@ -306,11 +306,17 @@ int wrleave_with_promise(PSP* h, int result, const group_link& link) {
   return result;
 }
 
-void leave_promised(PSP* h, bool keep, int result) {
-  if (keep) {
-    journal_keep_promise(h);
-  } else {
-    journal_break_promise(h, result);
+void leave_promised(PSP* h, promise_fate fate, int result) {
+  switch (fate) {
+    case promise_fate::counts:
+      journal_keep_promise(h);
+      break;
+    case promise_fate::broken:
+      journal_break_promise(h, result);
+      break;
+    case promise_fate::open:
+      journal_leave_open(h);
+      break;
   }
   release_writer(h);
   --h->wrnest;

@@ -18,7 +18,12 @@ int wrleave(PSP* h);
 struct group_link;
 int wrleave_with_promise(PSP* h, int result, const group_link& link);
 // Closes an operation that became a promise; result: why it is not kept.
-void leave_promised(PSP* h, bool keep, int result);
+enum class promise_fate {
+  counts,
+  broken,
+  open,     // nobody can know yet: who next comes to the file has to find out
+};
+void leave_promised(PSP* h, promise_fate fate, int result);
 
 // A good result gives way to that of a leave.
 inline int leave_result(int result, int left) { return left != e_ok ? left : result; }

@@ -395,6 +395,9 @@ TEST_P(CallFaults, WhicheverRequestFailsNothingIsLostAndNothingLeftBehind) {
     ASSERT_EQ(run_with(kind, 0, false), 0u);
     all[k] = counted(kind);
   }
+  unsigned requests_of_run = 0;
+  for (const unsigned n : all) requests_of_run += n;
+  std::cout << requests_of_run << " requests" << std::endl;
   for (unsigned k = 0; k < requests; ++k) {
     const auto kind = static_cast<request>(k);
     for (const bool for_good : {false, true}) {
