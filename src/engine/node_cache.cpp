@@ -41,6 +41,7 @@ struct block {
   block* older;
   block* chain;         // next of the same hash
   std::uint32_t imaged; // generation in which its before-image was kept
+  byte_range changed;   // while it is dirty: entries in which it may differ from what was there before
   entry_offsets offsets;
   node image;
 };
@@ -197,18 +198,18 @@ block* find_block(const PSP* h, std::int32_t n) {
   return nullptr;
 }
 
-int write_image(PSP* h, node& v, std::int32_t n) {
+int write_image(PSP* h, node& v, std::int32_t n, const byte_range& changed = all_entries) {
   if (n < 0 || n > max_node) return e_write;
   const int flagged = raise_flag(h);
   if (flagged != e_ok) return flagged;
   convert_head(v, h->order);
-  const int written = physical_write(h, write_kind::node, node_offset(n), &v, page_size);
+  const int written = physical_write(h, write_kind::node, node_offset(n), &v, page_size, changed);
   convert_head(v, h->order);
   return written;
 }
 
 int write_block(block* b) {
-  const int written = write_image(b->owner, b->image, b->number);
+  const int written = write_image(b->owner, b->image, b->number, b->changed);
   if (written == e_ok) set_dirty(b, false);
   return written;
 }
@@ -267,6 +268,15 @@ void zero_spare(node& v) { std::memset(v.entries + entry_area, 0, node_spare); }
 void forget_other_copies(const node_buffer& b, const PSP* h, std::int32_t n) {
   for (node_buffer* other : tagged_buffers)
     if (other != &b && holds(*other, h, n)) clear_tag(*other);
+}
+
+// What writing a node over the one in a block changes, together with what was changed already.
+// The journal alone asks for it.
+byte_range change_of(const PSP* h, const block* b, const node& now) {
+  if (h->journal == nullptr) return all_entries;
+  const byte_range differing = differing_entries(reinterpret_cast<const std::uint8_t*>(&b->image),
+                                                 reinterpret_cast<const std::uint8_t*>(&now));
+  return b->dirty ? unite(differing, b->changed) : differing;
 }
 
 void drop_cached(PSP* h, std::int32_t n) {
@@ -529,6 +539,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
     const int kept = keep_image(h, n, hit ? &found->image : nullptr);
     if (kept != e_ok) return kept;
   }
+  found->changed = hit ? change_of(h, found, b.image) : all_entries;
   own_block(found, h, n);
   take_to_front(found);   // what the end of the operation writes stands together
   found->imaged = h->generation;
@@ -545,15 +556,16 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (b.image.room < 0 || (b.image.count & 0x8000) != 0) return raise_damage(h, n);
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
+  const block* cached = find_block(h, n);
   if (keeps_images(h)) {
-    const block* cached = find_block(h, n);
     const int kept = keep_image(h, n, cached != nullptr ? &cached->image : nullptr);
     if (kept != e_ok) return kept;
   }
+  const byte_range changed = cached != nullptr ? change_of(h, cached, b.image) : all_entries;
   drop_cached(h, n);
   set_tag(b, h, n);
   forget_other_copies(b, h, n);
-  return write_image(h, b.image, n);
+  return write_image(h, b.image, n, changed);
 }
 
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "engine/changed_bytes.h"
 #include "engine/format.h"
 
 namespace zvrdb::engine {
@@ -11,8 +12,7 @@ namespace zvrdb::engine {
 struct pending_node {
   std::int32_t number;
   std::uint32_t touched;     // of the operation that wrote it last
-  std::uint16_t from;        // of the entries that this one changed, an offset in the node
-  std::uint16_t to;          // behind them; not beyond `from`: none but the head
+  byte_range changed;        // by that operation
   std::uint8_t* bytes;       // page_size
 };
 
@@ -36,8 +36,9 @@ struct pending_pages {
   std::uint8_t header[header_size] = {};
 };
 
-// Keeps a node; false when memory is out, with nothing changed.
-bool keep_node(pending_pages* p, std::int32_t n, const void* bytes);
+// Keeps a node.  `changed` tells in which entries it may differ from what it was when the
+// operation began, if it is not among the kept ones.  False when memory is out, with nothing changed.
+bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_range& changed);
 // The kept bytes of a node, or null.
 const std::uint8_t* find_node(const pending_pages* p, std::int32_t n);
 // The next operation begins: no node is touched by it yet.
