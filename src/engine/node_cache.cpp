@@ -553,6 +553,21 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   return through ? write_block(found) : e_ok;
 }
 
+namespace {
+// A node that was just written goes to the cache if it is a free one: the next allocation reads it.
+int keep_free_node(PSP* h, const node& v, std::int32_t n) {
+  if (v.level != level_free) return e_ok;
+  block* b = nullptr;
+  bool hit = false;
+  if (const int taken = take_block(h, n, &b, &hit); taken != e_ok) return taken;
+  own_block(b, h, n);
+  std::memcpy(&b->image, &v, page_size);
+  new_image(b);
+  note_change();
+  return e_ok;
+}
+}  // namespace
+
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (b.image.room < 0 || (b.image.count & 0x8000) != 0) return raise_damage(h, n);
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
@@ -565,7 +580,8 @@ int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   drop_cached(h, n);
   set_tag(b, h, n);
   forget_other_copies(b, h, n);
-  return write_image(h, b.image, n, changed);
+  const int written = write_image(h, b.image, n, changed);
+  return written == e_ok && h->journal != nullptr ? keep_free_node(h, b.image, n) : written;
 }
 
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n) {

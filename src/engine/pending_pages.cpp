@@ -1,5 +1,6 @@
 #include "engine/pending_pages.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "engine/os_file.h"
@@ -100,6 +101,14 @@ const std::uint8_t* find_node(const pending_pages* p, std::int32_t n) {
   if (p->count == 0) return nullptr;
   const std::uint32_t index = p->table[place_of(p, n)];
   return index == 0 ? nullptr : p->nodes[index - 1].bytes;
+}
+
+const std::uint32_t* order_of_nodes(pending_pages* p) {
+  p->touched_count = 0;
+  for (std::uint32_t i = 0; i < p->count; ++i) p->touched[i] = i;
+  std::sort(p->touched, p->touched + p->count,
+            [p](std::uint32_t a, std::uint32_t b) { return p->nodes[a].number < p->nodes[b].number; });
+  return p->touched;
 }
 
 void next_operation(pending_pages* p) {
