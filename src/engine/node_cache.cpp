@@ -167,8 +167,20 @@ void move_to_front(block* b) {
   cache.newest = b;
 }
 
-// The block to be used next for a node that is in none: one never used, else the oldest.
+void move_to_back(block* b) {
+  if (cache.oldest == b) return;
+  b->older->newer = b->newer;
+  (b->newer != nullptr ? b->newer->older : cache.newest) = b->older;
+  b->older = nullptr;
+  b->newer = cache.oldest;
+  cache.oldest->older = b;
+  cache.oldest = b;
+}
+
+// The block to be used next for a node that is in none: one that was let go of, one never used,
+// else the oldest.
 block* spare_block() {
+  if (cache.oldest != nullptr && cache.oldest->owner == nullptr) return cache.oldest;
   if (cache.used == cache.count) return cache.oldest;
   block* b = cache.blocks + cache.used++;
   b->file = -1;
@@ -280,7 +292,10 @@ byte_range change_of(const PSP* h, const block* b, const node& now) {
 }
 
 void drop_cached(PSP* h, std::int32_t n) {
-  if (block* b = find_block(h, n)) free_block(b);
+  block* b = find_block(h, n);
+  if (b == nullptr) return;
+  free_block(b);
+  move_to_back(b);
 }
 
 bool entry_is_sound(const PSP* h, const std::uint8_t* entry, int left, bool inner) {
