@@ -152,10 +152,10 @@ node_change touched_node(const void* context, std::uint32_t i) {
   const auto* p = static_cast<const pending_pages*>(context);
   const pending_node& n = p->nodes[p->touched[i]];
   node_change c = {n.number, static_cast<std::uint16_t>(node_head_size), 0, n.bytes, n.bytes + node_head_size};
-  if (n.to > n.from) {
-    c.from = n.from;
-    c.length = static_cast<std::uint16_t>(n.to - n.from);
-    c.entries = n.bytes + n.from;
+  if (n.changed.to > n.changed.from) {
+    c.from = n.changed.from;
+    c.length = static_cast<std::uint16_t>(n.changed.to - n.changed.from);
+    c.entries = n.bytes + n.changed.from;
   }
   return c;
 }
@@ -374,7 +374,8 @@ void remove_journal(const char* path) {
   if (journal_path(path, name, sizeof name)) os().remove(name);
 }
 
-int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
+int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n,
+                  const byte_range& changed) {
   journal* j = h->journal;
   int result = e_ok;
   switch (kind) {
@@ -390,7 +391,7 @@ int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* byt
       break;
     case write_kind::node: {
       const auto number = static_cast<std::int32_t>((offset - page_size) / page_size);
-      if (!keep_node(&j->pages, number, bytes)) result = e_no_memory;
+      if (!keep_node(&j->pages, number, bytes, changed)) result = e_no_memory;
       break;
     }
   }

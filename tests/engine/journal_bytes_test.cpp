@@ -82,6 +82,34 @@ TEST_P(SameBytes, AreLeftWithAJournalAndWithout) {
   }
 }
 
+// Groups hold only what was changed of a node, and make the file of today of the one that was
+// there when the life began.
+TEST_P(SameBytes, ComeOutOfTheJournalWhereAllWritesToTheFileWereLost) {
+  for (const unsigned blocks : {10u, 2000u}) {
+    mount_memory_disk(image());
+    engine::set_cache_blocks(blocks);
+    engine::checkpoint_at = 64 * engine::journal_size;
+    handle first, second;
+    first.journal = second.journal = journal_use::on;
+    ASSERT_EQ(first.open_for_work(path), 0);
+    ASSERT_EQ(second.open_for_work(path), 0);
+    random_work(&first, GetParam() % 3 ? &first : &second, static_cast<unsigned>(GetParam()));
+    if (HasFatalFailure()) return;
+    const disk_image whole = disk_now();
+    disk_image lost = whole;
+    lost.at(path) = image().at(path);
+    engine::abandon(first);
+    engine::abandon(second);
+    mount_memory_disk(lost);
+    handle after;
+    after.journal = journal_use::on;
+    ASSERT_EQ(after.open_for_work(path), 0);
+    EXPECT_TRUE(disk_now().at(path).bytes == whole.at(path).bytes) << blocks << " blocks";
+    ASSERT_EQ(after.close(), 0);
+    engine::set_cache_blocks(10);
+  }
+}
+
 TEST_F(JournalUse, AllAccessesAndLevelsWorkWithIt) {
   for (const char access : {'S', 'E', 'D'}) {
     for (int level = 0; level <= 4; level++) {

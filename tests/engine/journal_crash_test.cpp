@@ -108,11 +108,15 @@ class work {
 
 const std::uint64_t deferred_by_default = engine::defer_to;
 
+constexpr unsigned few = 10;
+constexpr unsigned many = 500;
+
 struct scenario {
   const char* name;
   void (*run)(work& w);
   std::uint64_t checkpoint;   // length of the journal
   bool fresh_journal;         // the journal is made by the run's own open
+  unsigned blocks = few;      // of the cache: groups have less of the nodes that it holds
 };
 void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 
@@ -186,6 +190,7 @@ class Crash : public ::testing::TestWithParam<scenario> {
   }
   void run() {
     mount_memory_disk(start_, power::stays_on);
+    engine::set_cache_blocks(GetParam().blocks);
     handle h;
     h.journal = journal_use::on;
     work w(&h, base_);
@@ -193,6 +198,7 @@ class Crash : public ::testing::TestWithParam<scenario> {
     GetParam().run(w);
     if (HasFatalFailure()) return;
     ASSERT_EQ(h.close(), 0);
+    engine::set_cache_blocks(few);
     milestones_ = w.milestones();
     events_ = disk_events();
     end_ = disk_now();
@@ -224,6 +230,9 @@ const scenario scenarios[] = {
     {"Checkpoints", [](work& w) { for (int i = 101; i < 113; i++) w.call([&] { w.insert(i, 300); }); }, small, false},
     {"CheckpointsInATransaction", [](work& w) { w.begin(); for (int i = 101; i < 121; i++) w.insert(i, 500); w.end(); w.insert(121); }, small / 2, false},
     {"CheckpointsInARollBack", [](work& w) { w.begin(); for (int i = 101; i < 116; i++) w.insert(i, 500); w.roll_back(); w.insert(121); }, small / 2, false},
+    {"CallsOnNodesInTheCache", [](work& w) { w.call([&] { w.insert(101, 300); }); w.call([&] { w.update(7, 500); }); w.update(7, 30); w.call([&] { w.remove(8); }); }, big, false, many},
+    {"CommitOfNodesInTheCache", [](work& w) { w.insert(103); w.begin(); w.insert(101, 300); w.update(7, 400); w.remove(8); w.end(); w.insert(102); }, big, false, many},
+    {"CheckpointsAmongNodesInTheCache", [](work& w) { for (int i = 101; i < 109; i++) w.call([&] { w.insert(i, 300); w.remove(i - 90); }); }, small, false, many},
 };
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, Crash, ::testing::ValuesIn(scenarios), [](const auto& c) { return c.param.name; });

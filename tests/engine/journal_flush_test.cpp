@@ -64,7 +64,31 @@ TEST_F(JournalUse, ATransactionOfAnyLengthCostsOneFlush) {
   for (int i = 1000; i < 3500; i++) ASSERT_EQ(a_.find_name(sample(i).name), 0);
 }
 
-// Later operations of a transaction append what they changed of a node, not the node.
+// An operation appends what it changed of the nodes that the cache has, not the nodes.
+TEST_F(JournalUse, AGroupIsSmallerThanTheNodesThatItChanges) {
+  engine::set_cache_blocks(200);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  for (int i = 101; i < 140; i++) ASSERT_EQ(a_.insert(sample(i, 20)), 0);
+  const std::size_t from = disk_events().size();
+  for (int i = 141; i < 161; i++) {
+    ASSERT_EQ(a_.find_name(sample(i - 40).name), 0);
+    sample_record changed = sample(i - 40, 20);
+    changed.payload[7] = 'x';
+    ASSERT_EQ(a_.update(changed), 0);
+  }
+  std::size_t groups = 0, of_the_file = 0;
+  for (std::size_t at = from; at < disk_events().size(); at++) {
+    const disk_event& e = disk_events()[at];
+    if (e.what != disk_event::kind::write) continue;
+    (e.identity == 5000 ? of_the_file : groups) += e.bytes.size();
+  }
+  EXPECT_LT(groups, 3 * 20 * 2 * engine::journal_sector) << "lock, update, unlock";
+  EXPECT_GT(of_the_file, 3 * 20 * engine::page_size);
+  ASSERT_EQ(a_.close(), 0);
+  engine::set_cache_blocks(10);
+}
+
+// In a transaction too, from the second operation on whatever the cache has.
 TEST_F(JournalUse, GroupsOfATransactionGrowWithWhatItChanges) {
   ASSERT_EQ(a_.open_for_work(path), 0);
   put(&a_, 101);

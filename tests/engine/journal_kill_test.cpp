@@ -94,7 +94,7 @@ TEST_F(JournalKill, WhatWasFlushedIsThereWhereverItsWriterDies) {
     if (!died) break;
   }
   std::cout << nth << " points" << std::endl;
-  EXPECT_GT(nth, 5);
+  EXPECT_GE(nth, 5) << "header, at least two of nodes, flag";
 }
 
 TEST_F(JournalKill, AHandleThatLivedBesideItFindsItToo) {
