@@ -149,8 +149,9 @@ bool load_link(const std::uint8_t* from, group_link* out) {
 void note_doubt(journal_file* j, bool there) {
   std::uint8_t bytes[8];
   store_le64(bytes, there ? 1 : 0);
-  os().write_at(j->file, journal_doubt_at, bytes, sizeof bytes);
+  const bool told = os().write_at(j->file, journal_doubt_at, bytes, sizeof bytes) == static_cast<std::int64_t>(sizeof bytes);
   j->doubt = there;
+  j->doubt_untold = there && !told;
 }
 
 void start_of_life(journal_file* j) {
@@ -296,7 +297,7 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
     if (const int flushed = flush_journal(j); flushed != e_ok) return flushed;
     note_doubt(j, false);
   }
-  j->doubt = false;
+  j->doubt = j->doubt_untold = false;
   take_head(j, head);
   // The groups of a giant transaction count no more, and whether they go is no matter.
   if (how == begun::flushed && os().size(j->file) > static_cast<std::int64_t>(journal_kept))
@@ -371,7 +372,7 @@ int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
   if (got < 0) return e_io;
   if (got < static_cast<std::int64_t>(journal_head_size)) return 0;
   std::memcpy(*head, bytes, sizeof *head);
-  if (load_le64(bytes + journal_doubt_at) != 0) j->doubt = true;
+  j->doubt = j->doubt_untold || load_le64(bytes + journal_doubt_at) != 0;
   return 1;
 }
 }  // namespace

@@ -113,6 +113,7 @@ struct journal_file {
   log_mark at;                    // behind the last group known
   log_mark before;                // behind the one before it, while the last is a promise
   bool doubt = false;             // a flush failed: see above
+  bool doubt_untold = false;      // and that could not be written
   bool unsure = false;            // the last group may be taken back: its writer was at work
 
   std::uint8_t* buffer = nullptr;        // of the group at hand, or a piece of the journal

@@ -405,6 +405,7 @@ TEST_P(CallFaults, WhicheverRequestFailsNothingIsLostAndNothingLeftBehind) {
         unsigned n = 1;
         while (n < most_faults && try_point(kind, n, for_good)) ++n;
         ASSERT_LT(n, most_faults);
+        std::cout << name_of(kind) << (for_good ? " all " : " ") << n - 1 << std::endl;
       } else if (all[k] != 0) {
         try_point(kind, 1 + static_cast<unsigned>(random_() % all[k]), for_good);
       }
