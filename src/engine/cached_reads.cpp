@@ -68,6 +68,19 @@ bool nothing_moved(PSP* h) {
   return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !file_moved(h);
 }
 
+const std::uint8_t* view_of_journal(PSP* h) {
+  return h->cached != nullptr && journal_in_view(h) ? h->cached->journal : nullptr;
+}
+
+unsigned nodes_to_bring(PSP* h) {
+  constexpr unsigned misses_a_node = 4;
+  if (h->cached == nullptr || h->locklevel == 1 || h->wrnest != 0) return 1;
+  const unsigned worth = ++h->cached->misses / misses_a_node;
+  unsigned nodes = 1;
+  while (nodes < most_nodes_brought && 2 * nodes <= worth) nodes *= 2;
+  return nodes;
+}
+
 bool begin_quiet_read(PSP* h, int keyno) {
   cached_reads* c = h->cached;
   if (c == nullptr || is_exclusive(h) || h->rdnest != 0 || h->wrnest != 0 || h->keylocks[keyno - 1] != 'U') return false;

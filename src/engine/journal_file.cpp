@@ -342,7 +342,7 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
   return found;
 }
 
-int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
+int look_at_life(journal_file* j, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
   const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
   if (got < 0) return e_io;
@@ -354,6 +354,11 @@ int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher)
     take_head(j, head);
     watcher.new_life(watcher.context, *j);
   }
+  return e_ok;
+}
+
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
+  if (const int looked = look_at_life(j, watcher); looked != e_ok) return looked;
   if (!j->alive) return e_ok;
   const int taken_back = was_taken_back(j);
   if (taken_back < 0) return taken_back;

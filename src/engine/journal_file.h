@@ -206,6 +206,8 @@ inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal
 // who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
+// Its first part: whether a new life has begun.  0, e_io.
+int look_at_life(journal_file* j, const journal_watcher& watcher);
 // Reads groups of the same life as far as the change that led to a generation, which the record
 // file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
 // nothing is known beyond what was; e_no_memory, e_io.

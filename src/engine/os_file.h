@@ -18,6 +18,9 @@ struct open_how {
 
 enum class lock_answer { taken, busy, failed };
 
+// The attempt from which on waiting gives the processor to others.
+inline constexpr unsigned give_way = 4;
+
 struct os_ops {
   // An existing file.  A descriptor, or -1 when absent, forbidden or refused by the
   // share mode of another handle.
