@@ -65,7 +65,8 @@ bool follow_writer(PSP* h) {
 }  // namespace
 
 bool nothing_moved(PSP* h) {
-  return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !file_moved(h);
+  if (h->cached == nullptr || !is_shared(h) || !journal_in_view(h) || file_moved(h)) return false;
+  return h->journal == nullptr || look_for_news(&h->journal->log, h->cached->journal) == journal_news::none;
 }
 
 const std::uint8_t* view_of_journal(PSP* h) {
@@ -73,7 +74,7 @@ const std::uint8_t* view_of_journal(PSP* h) {
 }
 
 unsigned nodes_to_bring(PSP* h) {
-  constexpr unsigned misses_a_node = 4;
+  constexpr unsigned misses_a_node = 32;
   if (h->cached == nullptr || h->locklevel == 1 || h->wrnest != 0) return 1;
   const unsigned worth = ++h->cached->misses / misses_a_node;
   unsigned nodes = 1;

@@ -263,7 +263,7 @@ int commit_change(PSP* h) {
   const bool defer = more && j->log.at.end + room <= defer_to;
   const log_mark before = j->log.at;
   change_kind kind;
-  kind.open = defer;
+  if (defer) kind.open = h->one_call ? group_open::in_call : group_open::in_transaction;
   if (j->decision.there) kind.decision = &j->decision;
   if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {
@@ -435,7 +435,8 @@ bool follow_to_file(PSP* h) {
     return false;
   }
   const journal_news news = look_for_news(&j->log, view);
-  return news == journal_news::none || (news == journal_news::change_under_way && os().probe(h->file, arbiter_byte) == 1);
+  return news <= journal_news::nothing_to_read ||
+         (news == journal_news::change_under_way && os().probe(h->file, arbiter_byte) == 1);
 }
 
 // Who comes behind a living writer need not take the arbiter from it: the writer brings the file
@@ -489,7 +490,7 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   const journal_news news = look_for_news(&j->log, view);
-  if (news != journal_news::change_under_way) return flag || news != journal_news::none;
+  if (news != journal_news::change_under_way) return flag || news == journal_news::some;
   // Its commit should not wait for the end of a reader's time slice.
   constexpr unsigned reads_without_pause = 16;
   if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);

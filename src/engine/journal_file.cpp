@@ -396,29 +396,43 @@ class journal_view {
     static_assert(group_at::length == 4);
     return at + to_sectors(look(at) >> 32);
   }
-  bool is_change(std::uint64_t at) const {
-    const auto kind = static_cast<std::uint32_t>(look(at + group_at::kind));
-    return kind != 0 && static_cast<std::uint32_t>(look(at + group_at::open)) == 0;
-  }
+  bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
+  // Of no interest to who only reads, as long as nothing else follows.
+  bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
   std::uint32_t generation_after(std::uint64_t at) const {
     static_assert(group_at::before == 24 && group_at::after == 28);
     return static_cast<std::uint32_t>(look(at + group_at::before) >> 32);
   }
 
  private:
+  std::uint32_t kind_of(std::uint64_t at) const { return static_cast<std::uint32_t>(look(at + group_at::kind)); }
+  group_open open_of(std::uint64_t at) const {
+    return static_cast<group_open>(static_cast<std::uint32_t>(look(at + group_at::open)));
+  }
+
   const journal_file* j_;
   const std::uint8_t* view_;
 };
 }  // namespace
 
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
+  constexpr int most_groups = 16;
   const journal_view view(j, bytes);
-  const std::uint64_t end = j->at.end;
-  if (!view.same_life() || !view.in_sight(end)) return journal_news::some;
-  if (!view.begins(end, j->at.sequence)) return journal_news::none;
-  const std::uint64_t behind = view.end_of(end);
-  if (!view.in_sight(behind) || view.begins(behind, j->at.sequence + 1)) return journal_news::some;
-  return view.is_change(end) ? journal_news::change_under_way : journal_news::some;
+  if (!view.same_life()) return journal_news::some;
+  std::uint64_t at = j->at.end;
+  std::uint64_t sequence = j->at.sequence;
+  for (int groups = 0; groups < most_groups && view.in_sight(at); ++groups) {
+    if (!view.begins(at, sequence)) return groups == 0 ? journal_news::none : journal_news::nothing_to_read;
+    const std::uint64_t behind = view.end_of(at);
+    if (behind == at || !view.in_sight(behind)) break;
+    if (!view.may_wait(at)) {
+      const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
+      return last ? journal_news::change_under_way : journal_news::some;
+    }
+    at = behind;
+    ++sequence;
+  }
+  return journal_news::some;
 }
 
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
@@ -509,7 +523,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::kind, kind);
   store_le32(at + group_at::chain, j->at.chain);
   store_le64(at + group_at::random, next_random(j));
-  store_le32(at + group_at::open, g.open ? 1 : 0);
+  store_le32(at + group_at::open, static_cast<std::uint32_t>(g.open));
   if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);
   group_read written = {};

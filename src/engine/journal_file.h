@@ -36,7 +36,8 @@
 // Header and nodes are as they lie in the record file.
 //
 // Open is 1 in a change inside a transaction that was not flushed: it counts for nothing before
-// the one that ends the transaction, or another that was flushed.
+// the one that ends the transaction, or another that was flushed.  It is 2 where the transaction
+// is that of one call, which nobody was answered anything of.
 //
 // Kinds 2 and 3 are changes of two record files that end together: a promise in the journal
 // of the one, which counts if the journal of the other holds the decision.  Both bear a link
@@ -125,6 +126,13 @@ struct node_change {
 };
 inline bool is_whole(const node_change& c) { return c.from == node_head_size && c.length == page_size - node_head_size; }
 
+// Whether a group counts by itself.  The numbers are those of the format.
+enum class group_open : std::uint32_t {
+  no,
+  in_transaction,
+  in_call,   // in a transaction of a call that has answered nothing yet
+};
+
 // What is appended.
 struct group_to_write {
   std::uint32_t generation_before;
@@ -135,7 +143,7 @@ struct group_to_write {
   // What is said of node i, i from 0 to nodes - 1.
   node_change (*node_at)(const void* context, std::uint32_t i);
   const void* context;
-  bool open;                          // inside a transaction, and not to be flushed
+  group_open open;                    // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;    // at most one of these two, and then a header
   const group_link* decision = nullptr;
 };
@@ -217,7 +225,8 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
 // of the journal as they are now.
 enum class journal_news {
   none,
-  change_under_way,   // one change that is not open: while its operation lasts the record file is ahead of nobody
+  nothing_to_read,    // operations without a change, or of a call that goes on
+  change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   some,
 };
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
