@@ -185,7 +185,7 @@ int lockread(PSP* h, bool all) {
   if (all && h->locklevel == 3) return e_ok;
   // Taking the range over the own byte would merge the two, and unlocking free both.
   if (h->locklevel != 1 && unlockread(h) != e_ok) return e_byte_lock;
-  const int taken = all ? wait_for_bytes(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
+  const int taken = all ? wait_for_each_byte(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
   if (taken != e_ok) return taken;
   h->locklevel = all ? 3 : 2;
   return e_ok;
@@ -204,7 +204,18 @@ int relarbiter(PSP* h) {
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
 }
 
+namespace {
+// A writer with a journal shuts readers out only while pages go to the file, and cannot be kept
+// out by them.  So they let it go before them, but don't wait for its flush.
+int wait_a_moment(PSP* h) {
+  constexpr unsigned patience = 4;
+  for (unsigned attempt = 0; attempt < patience && os().probe(h->file, arbiter_byte) != 0; ++attempt) os().wait(attempt);
+  return e_ok;
+}
+}  // namespace
+
 int waitarbiter(PSP* h) {
+  if (h->journal != nullptr && !queues(h)) return wait_a_moment(h);
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
   const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
