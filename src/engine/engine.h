@@ -144,6 +144,9 @@ bool has_journal(const PSP* h);
 // Whether the open took back a transaction that its dead owner left in the journal.  The
 // file never had any of it, or what it has is rolled back as ever.
 bool took_back_transaction(const PSP* h);
+// Whether the file told of a transaction when its header was read last.  Behind an open, before
+// anything else: false is what transstat says by 0, without a write operation.
+bool tells_of_transaction(const PSP* h);
 int clrwrit(PSP* h);
 int cclose(PSP* h);
 int dclose(PSP* h);

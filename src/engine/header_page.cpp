@@ -10,8 +10,9 @@
 
 namespace zvrdb::engine {
 
-int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
-  if (h->journal != nullptr) return journal_write(h, kind, offset, bytes, n);
+int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n,
+                   const byte_range& changed) {
+  if (h->journal != nullptr) return journal_write(h, kind, offset, bytes, n, changed);
   if (keeps_images(h)) {
     if (const int ready = images_before_write(h); ready != e_ok) return ready;
   }

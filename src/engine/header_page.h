@@ -5,14 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "engine/changed_bytes.h"
 #include "engine/psp.h"
 
 namespace zvrdb::engine {
 
 enum class write_kind { header, flag, node, growth };
 
-// Every physical write of the engine passes here.  0, e_write.
-int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n);
+// Every physical write of the engine passes here.  0, e_write.  Of a node it may be told in which
+// entries it differs from what the operation at hand found.
+int physical_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n,
+                   const byte_range& changed = all_entries);
 // 0, e_not_found (read failed), e_short_read.
 int physical_read(PSP* h, std::uint64_t offset, void* bytes, std::size_t n);
 

@@ -38,11 +38,17 @@ struct neighbours {
   bool any, users;
 };
 neighbours look_around(PSP* h) {
+  if (is_exclusive(h)) return {false, false};
+  const int log = h->journal->log.file;
+  const std::int64_t user = os().find_held(log, user_bytes, slot_count);
+  if (user == none_held) return {others_alive(h), false};
+  if (user >= 0 && slot_is_alive(h, static_cast<int>(user - static_cast<std::int64_t>(user_bytes)))) return {true, true};
+  // That one is about to go: its slot is given back before its byte of the journal.
   neighbours found{false, false};
-  for (int s = 0; is_shared(h) && !found.users && s < slot_count; ++s) {
+  for (int s = 0; !found.users && s < slot_count; ++s) {
     if (s == h->slot || !slot_is_alive(h, s)) continue;
     found.any = true;
-    found.users = os().probe(h->journal->log.file, user_byte(s)) != 0;
+    found.users = os().probe(log, user_byte(s)) != 0;
   }
   return found;
 }
@@ -146,10 +152,10 @@ node_change touched_node(const void* context, std::uint32_t i) {
   const auto* p = static_cast<const pending_pages*>(context);
   const pending_node& n = p->nodes[p->touched[i]];
   node_change c = {n.number, static_cast<std::uint16_t>(node_head_size), 0, n.bytes, n.bytes + node_head_size};
-  if (n.to > n.from) {
-    c.from = n.from;
-    c.length = static_cast<std::uint16_t>(n.to - n.from);
-    c.entries = n.bytes + n.from;
+  if (n.changed.to > n.changed.from) {
+    c.from = n.changed.from;
+    c.length = static_cast<std::uint16_t>(n.changed.to - n.changed.from);
+    c.entries = n.bytes + n.changed.from;
   }
   return c;
 }
@@ -368,7 +374,8 @@ void remove_journal(const char* path) {
   if (journal_path(path, name, sizeof name)) os().remove(name);
 }
 
-int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n) {
+int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n,
+                  const byte_range& changed) {
   journal* j = h->journal;
   int result = e_ok;
   switch (kind) {
@@ -384,7 +391,7 @@ int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* byt
       break;
     case write_kind::node: {
       const auto number = static_cast<std::int32_t>((offset - page_size) / page_size);
-      if (!keep_node(&j->pages, number, bytes)) result = e_no_memory;
+      if (!keep_node(&j->pages, number, bytes, changed)) result = e_no_memory;
       break;
     }
   }

@@ -55,7 +55,8 @@ void journal_let_go(PSP* h);
 void remove_journal(const char* path);
 
 // What physical_write and physical_read do with a journal.
-int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n);
+int journal_write(PSP* h, write_kind kind, std::uint64_t offset, const void* bytes, std::size_t n,
+                  const byte_range& changed);
 bool journal_read(const PSP* h, std::uint64_t offset, void* bytes, std::size_t n);
 
 // At the beginning of an outermost write operation, the arbiter held: repairs what a dead

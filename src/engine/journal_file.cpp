@@ -1,5 +1,6 @@
 #include "engine/journal_file.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -59,7 +60,9 @@ constexpr std::uint32_t kind_change = 1;
 constexpr std::uint32_t kind_promise = 2;
 constexpr std::uint32_t kind_decision = 3;
 constexpr std::size_t buffer_kept = 1024 * 1024;
-constexpr std::size_t window_size = 64 * 1024;   // read at once
+// Read at once: most often there are few groups, and short ones.  Then four times as much each time.
+constexpr std::size_t first_window = 4 * 1024;
+constexpr std::size_t longest_window = 64 * 1024;
 
 // The head and what stands behind it in the next sector.
 constexpr std::size_t head_and_state = journal_doubt_at + 8;
@@ -86,7 +89,7 @@ bool make_room(journal_file* j, std::size_t n) {
   if (j->capacity >= n) return true;
   os().release(j->buffer);
   j->capacity = 0;
-  const std::size_t wanted = n < window_size ? window_size : n;
+  const std::size_t wanted = n <= first_window ? first_window : std::max(n, longest_window);
   j->buffer = static_cast<std::uint8_t*>(os().allocate(wanted));
   if (j->buffer == nullptr) return false;
   j->capacity = wanted;
@@ -556,10 +559,17 @@ int append_group(journal_file* j, const group_to_write& g) {
   return e_ok;
 }
 
-void take_back_group(journal_file* j, const log_mark& before) {
+namespace {
+// No group begins behind the last one known.
+bool cut_off(const journal_file* j, std::uint64_t end) {
   static constexpr std::uint8_t zeros[journal_sector] = {};
+  return os().write_at(j->file, end, zeros, sizeof zeros) == static_cast<std::int64_t>(sizeof zeros);
+}
+}  // namespace
+
+void take_back_group(journal_file* j, const log_mark& before) {
   const log_mark back = before;   // it may be one of the journal's own
-  os().write_at(j->file, back.end, zeros, sizeof zeros);
+  cut_off(j, back.end);
   j->at = back;
   j->unsure = false;
 }
@@ -573,10 +583,8 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
     step_over(j, g);
   }
-  if (!j->at.promise.there) {
-    take_back_group(j, j->at);
-    return e_ok;
-  }
+  // Should that fail, the next one to read would find them again.
+  if (!j->at.promise.there) return cut_off(j, j->at.end) ? static_cast<int>(e_ok) : static_cast<int>(e_write);
   // A promise that something stood behind counts, and the deciding journal may have relied on that.
   group_to_write behind = {};
   behind.generation_before = behind.generation_after = j->at.generation;
@@ -635,12 +643,16 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
   *out = nullptr;
   const std::uint8_t* at = in_window(j, place.at, group_head_size);
   if (at == nullptr) {
-    // Most often nothing has been appended: that costs one short read.
-    std::uint8_t head[group_head_size];
-    const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
-    if (got < 0) return e_io;
-    if (got != static_cast<std::int64_t>(sizeof head) || std::memcmp(head, group_magic, 4) != 0) return e_ok;
-    if (const int filled = fill_window(j, place.at, window_size); filled != e_ok) return filled;
+    std::size_t window = std::min(4 * j->window_length, longest_window);
+    if (window == 0) {
+      // Most often nothing has been appended: that costs one short read.
+      std::uint8_t head[group_head_size];
+      const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
+      if (got < 0) return e_io;
+      if (got != static_cast<std::int64_t>(sizeof head) || !head_is_good(j, head, place)) return e_ok;
+      window = std::clamp<std::size_t>(load_le32(head + group_at::length), first_window, longest_window);
+    }
+    if (const int filled = fill_window(j, place.at, window); filled != e_ok) return filled;
     at = in_window(j, place.at, group_head_size);
   }
   if (at == nullptr || !head_is_good(j, at, place)) return e_ok;
@@ -650,7 +662,7 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
     if (size < 0) return e_io;
     const auto bytes = static_cast<std::uint64_t>(size);
     if (place.at >= bytes || length > bytes - place.at) return e_ok;
-    const std::size_t wanted = length < window_size ? window_size : length;
+    const std::size_t wanted = std::max(length, longest_window);
     if (const int filled = fill_window(j, place.at, wanted); filled != e_ok) return filled;
     at = in_window(j, place.at, length);
     // What was read now may not be what the head was read from: another one may be writing.

@@ -27,10 +27,11 @@
 //
 //      0 number of the node (4)   4 where its changed entries begin (2)   6 their length (2)
 //
-// Of each node its head (18) and those entries lie there, one behind the other.  A node is whole
-// where it is changed first by an operation, or in a transaction; later operations of a
-// transaction append what they changed of it.  So a byte of the record file is what the last
-// group of the life says of it, whichever of the groups before it is written again.
+// Of each node its head (18) and those entries lie there, one behind the other: what the operation
+// changed of it, or all of them where what was there before is not known, as of a new node.  A
+// byte of the record file is what the last group of the life that has it says, whichever of the
+// groups before is written again, and a byte that is in none is what it was when the life began:
+// the record file was on the disk then.
 //
 // Kind 1 is a change.  Kind 0 is an operation that moved nothing but the generation: it has
 // no header and no nodes.  The CRC is over all `length` bytes, its own field taken as zero.

@@ -1,6 +1,7 @@
 // From the journal to the record file: applying, repair after a death, checkpoints.
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "engine/journal.h"
 #include "engine/node_cache.h"
@@ -200,10 +201,7 @@ bool in_step(const journal* j, const first_page& page) {
 }
 
 bool others_alive(PSP* h) {
-  if (is_exclusive(h)) return false;
-  for (int s = 0; s < slot_count; ++s)
-    if (s != h->slot && slot_is_alive(h, s)) return true;
-  return false;
+  return is_shared(h) && os().find_held(h->file, slot_bytes, slot_count) != none_held;
 }
 
 int repair_file(PSP* h, bool all) {
@@ -268,15 +266,37 @@ int drop_unfinished(PSP* h) {
   return take_back_from(&j->log, keep);
 }
 
+namespace {
+// Nodes that lie side by side go in one write.
+int write_nodes(PSP* h) {
+  static std::uint8_t together[64][page_size];
+  pending_pages* p = &h->journal->pages;
+  const std::uint32_t* order = order_of_nodes(p);
+  const auto node_in = [&](std::uint32_t at) -> const pending_node& { return p->nodes[order[at]]; };
+  for (std::uint32_t at = 0; at < p->count;) {
+    const pending_node& first = node_in(at);
+    std::uint32_t n = 1;
+    while (n < std::size(together) && at + n < p->count &&
+           node_in(at + n).number == first.number + static_cast<std::int32_t>(n))
+      ++n;
+    for (std::uint32_t i = 0; n > 1 && i < n; ++i) std::memcpy(together[i], node_in(at + i).bytes, page_size);
+    at += n;
+    if (planted(planted_fault::writes_swapped) && at == p->count) write_flag(h, false);
+    const std::uint8_t* bytes = n > 1 ? together[0] : first.bytes;
+    if (const int written = write_through(h, node_offset(first.number), bytes, n * page_size); written != e_ok)
+      return written;
+  }
+  return e_ok;
+}
+}  // namespace
+
 int apply_pages(PSP* h) {
   const pending_pages& p = h->journal->pages;
   int result = planted(planted_fault::flag_late) ? static_cast<int>(e_ok) : write_flag(h, true);
+  // Before the nodes: a header that no journal knows tells that there are changes behind it.
   if (result == e_ok && p.has_header) result = write_through(h, 0, p.header, header_size);
   if (planted(planted_fault::flag_late)) result = write_flag(h, true);
-  for (std::uint32_t i = 0; result == e_ok && i < p.count; ++i) {
-    if (planted(planted_fault::writes_swapped) && i + 1 == p.count) write_flag(h, false);
-    result = write_through(h, node_offset(p.nodes[i].number), p.nodes[i].bytes, page_size);
-  }
+  if (result == e_ok) result = write_nodes(h);
   return result == e_ok ? write_flag(h, false) : result;
 }
 

@@ -41,6 +41,7 @@ struct block {
   block* older;
   block* chain;         // next of the same hash
   std::uint32_t imaged; // generation in which its before-image was kept
+  byte_range changed;   // while it is dirty: entries in which it may differ from what was there before
   entry_offsets offsets;
   node image;
 };
@@ -169,8 +170,20 @@ void move_to_front(block* b) {
   cache.newest = b;
 }
 
-// The block to be used next for a node that is in none: one never used, else the oldest.
+void move_to_back(block* b) {
+  if (cache.oldest == b) return;
+  b->older->newer = b->newer;
+  (b->newer != nullptr ? b->newer->older : cache.newest) = b->older;
+  b->older = nullptr;
+  b->newer = cache.oldest;
+  cache.oldest->older = b;
+  cache.oldest = b;
+}
+
+// The block to be used next for a node that is in none: one that was let go of, one never used,
+// else the oldest.
 block* spare_block() {
+  if (cache.oldest != nullptr && cache.oldest->owner == nullptr) return cache.oldest;
   if (cache.used == cache.count) return cache.oldest;
   block* b = cache.blocks + cache.used++;
   b->file = -1;
@@ -200,18 +213,18 @@ block* find_block(const PSP* h, std::int32_t n) {
   return nullptr;
 }
 
-int write_image(PSP* h, node& v, std::int32_t n) {
+int write_image(PSP* h, node& v, std::int32_t n, const byte_range& changed = all_entries) {
   if (n < 0 || n > max_node) return e_write;
   const int flagged = raise_flag(h);
   if (flagged != e_ok) return flagged;
   convert_head(v, h->order);
-  const int written = physical_write(h, write_kind::node, node_offset(n), &v, page_size);
+  const int written = physical_write(h, write_kind::node, node_offset(n), &v, page_size, changed);
   convert_head(v, h->order);
   return written;
 }
 
 int write_block(block* b) {
-  const int written = write_image(b->owner, b->image, b->number);
+  const int written = write_image(b->owner, b->image, b->number, b->changed);
   if (written == e_ok) set_dirty(b, false);
   return written;
 }
@@ -272,8 +285,20 @@ void forget_other_copies(const node_buffer& b, const PSP* h, std::int32_t n) {
     if (other != &b && holds(*other, h, n)) clear_tag(*other);
 }
 
+// What writing a node over the one in a block changes, together with what was changed already.
+// The journal alone asks for it.
+byte_range change_of(const PSP* h, const block* b, const node& now) {
+  if (h->journal == nullptr) return all_entries;
+  const byte_range differing = differing_entries(reinterpret_cast<const std::uint8_t*>(&b->image),
+                                                 reinterpret_cast<const std::uint8_t*>(&now));
+  return b->dirty ? unite(differing, b->changed) : differing;
+}
+
 void drop_cached(PSP* h, std::int32_t n) {
-  if (block* b = find_block(h, n)) free_block(b);
+  block* b = find_block(h, n);
+  if (b == nullptr) return;
+  free_block(b);
+  move_to_back(b);
 }
 
 bool entry_is_sound(const PSP* h, const std::uint8_t* entry, int left, bool inner) {
@@ -532,6 +557,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
     const int kept = keep_image(h, n, hit ? &found->image : nullptr);
     if (kept != e_ok) return kept;
   }
+  found->changed = hit ? change_of(h, found, b.image) : all_entries;
   own_block(found, h, n);
   take_to_front(found);   // what the end of the operation writes stands together
   found->imaged = h->generation;
@@ -545,18 +571,35 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   return through ? write_block(found) : e_ok;
 }
 
+namespace {
+// A node that was just written goes to the cache if it is a free one: the next allocation reads it.
+int keep_free_node(PSP* h, const node& v, std::int32_t n) {
+  if (v.level != level_free) return e_ok;
+  block* b = nullptr;
+  bool hit = false;
+  if (const int taken = take_block(h, n, &b, &hit); taken != e_ok) return taken;
+  own_block(b, h, n);
+  std::memcpy(&b->image, &v, page_size);
+  new_image(b);
+  note_change();
+  return e_ok;
+}
+}  // namespace
+
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   if (b.image.room < 0 || (b.image.count & 0x8000) != 0) return raise_damage(h, n);
   if (cache.blocks == nullptr || n < 0 || n > max_node) return e_io;
+  const block* cached = find_block(h, n);
   if (keeps_images(h)) {
-    const block* cached = find_block(h, n);
     const int kept = keep_image(h, n, cached != nullptr ? &cached->image : nullptr);
     if (kept != e_ok) return kept;
   }
+  const byte_range changed = cached != nullptr ? change_of(h, cached, b.image) : all_entries;
   drop_cached(h, n);
   set_tag(b, h, n);
   forget_other_copies(b, h, n);
-  return write_image(h, b.image, n);
+  const int written = write_image(h, b.image, n, changed);
+  return written == e_ok && h->journal != nullptr ? keep_free_node(h, b.image, n) : written;
 }
 
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n) {

@@ -1,5 +1,6 @@
 #include "engine/pending_pages.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "engine/os_file.h"
@@ -69,20 +70,9 @@ std::uint8_t* new_page(pending_pages* p) {
   return p->slabs->pages[p->slabs->used++];
 }
 
-// First and one behind the last of the entries' bytes in which two images differ.
-void widen_to_differences(pending_node* node, const std::uint8_t* now) {
-  std::size_t from = node_head_size;
-  std::size_t to = page_size;
-  while (from < to && node->bytes[from] == now[from]) ++from;
-  while (to > from && node->bytes[to - 1] == now[to - 1]) --to;
-  if (from == to) return;
-  if (from < node->from) node->from = static_cast<std::uint16_t>(from);
-  if (to > node->to) node->to = static_cast<std::uint16_t>(to);
-}
-
 }  // namespace
 
-bool keep_node(pending_pages* p, std::int32_t n, const void* bytes) {
+bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_range& changed) {
   if (p->count == p->room && !grow(p)) return false;
   const std::uint32_t at = place_of(p, n);
   std::uint32_t index = p->table[at];
@@ -90,18 +80,15 @@ bool keep_node(pending_pages* p, std::int32_t n, const void* bytes) {
   if (is_new) {
     std::uint8_t* page = new_page(p);
     if (page == nullptr) return false;
-    p->nodes[p->count] = {n, 0, node_head_size, page_size, page};
+    p->nodes[p->count] = {n, 0, changed, page};
     index = ++p->count;
     p->table[at] = index;
   }
   pending_node& node = p->nodes[index - 1];
   const bool first_time = node.touched != p->operation;
   if (!is_new) {
-    if (first_time) {
-      node.from = page_size;
-      node.to = 0;
-    }
-    widen_to_differences(&node, static_cast<const std::uint8_t*>(bytes));
+    const byte_range now = differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes));
+    node.changed = first_time ? now : unite(node.changed, now);
   }
   std::memcpy(node.bytes, bytes, page_size);
   if (!first_time) return true;
@@ -114,6 +101,14 @@ const std::uint8_t* find_node(const pending_pages* p, std::int32_t n) {
   if (p->count == 0) return nullptr;
   const std::uint32_t index = p->table[place_of(p, n)];
   return index == 0 ? nullptr : p->nodes[index - 1].bytes;
+}
+
+const std::uint32_t* order_of_nodes(pending_pages* p) {
+  p->touched_count = 0;
+  for (std::uint32_t i = 0; i < p->count; ++i) p->touched[i] = i;
+  std::sort(p->touched, p->touched + p->count,
+            [p](std::uint32_t a, std::uint32_t b) { return p->nodes[a].number < p->nodes[b].number; });
+  return p->touched;
 }
 
 void next_operation(pending_pages* p) {

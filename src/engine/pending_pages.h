@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "engine/changed_bytes.h"
 #include "engine/format.h"
 
 namespace zvrdb::engine {
@@ -11,8 +12,7 @@ namespace zvrdb::engine {
 struct pending_node {
   std::int32_t number;
   std::uint32_t touched;     // of the operation that wrote it last
-  std::uint16_t from;        // of the entries that this one changed, an offset in the node
-  std::uint16_t to;          // behind them; not beyond `from`: none but the head
+  byte_range changed;        // by that operation
   std::uint8_t* bytes;       // page_size
 };
 
@@ -28,7 +28,7 @@ struct pending_pages {
   std::uint32_t room = 0;
   std::uint32_t* table = nullptr;     // hash table: index in nodes + 1, 0 empty
   std::uint32_t table_size = 0;       // a power of two
-  std::uint32_t* touched = nullptr;   // indexes of the nodes that the operation at hand wrote
+  std::uint32_t* touched = nullptr;   // indexes of the nodes that the operation at hand wrote; `room` of them
   std::uint32_t touched_count = 0;
   std::uint32_t operation = 1;
   page_slab* slabs = nullptr;
@@ -36,10 +36,14 @@ struct pending_pages {
   std::uint8_t header[header_size] = {};
 };
 
-// Keeps a node; false when memory is out, with nothing changed.
-bool keep_node(pending_pages* p, std::int32_t n, const void* bytes);
+// Keeps a node.  `changed` tells in which entries it may differ from what it was when the
+// operation began, if it is not among the kept ones.  False when memory is out, with nothing changed.
+bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_range& changed);
 // The kept bytes of a node, or null.
 const std::uint8_t* find_node(const pending_pages* p, std::int32_t n);
+// Sorts the nodes by their number, for who writes them all: `order` has the index of each.  No
+// operation touches them before the next one begins.
+const std::uint32_t* order_of_nodes(pending_pages* p);
 // The next operation begins: no node is touched by it yet.
 void next_operation(pending_pages* p);
 // Forgets everything and gives the memory back, but for a little.

@@ -18,6 +18,7 @@
 //        quiet reading --wrenter--> write begun
 //        idle --wrenter--> write begun --first physical write--> writing --wrleave--> idle
 //        idle --wrenter below level 4--> writing
+//        idle --wrenter of what will commit, with a journal and no reader at work--> writing
 //        reading --wrenter--> write begun; wrleave takes the own byte again before it
 //        lets go of the arbiter, so that no other writer comes between
 #include "engine/sharing.h"
@@ -109,9 +110,34 @@ int end_write_operation(PSP* h) {
   return result;
 }
 
+constexpr std::uint64_t writer_length = slot_count + 1;   // all reader bytes and the arbiter
+static_assert(reader_bytes + slot_count == arbiter_byte);
+
+// The arbiter; where the operation will commit and no reader is at work, all reader bytes with it:
+// a new reader waits for the arbiter anyway.
+int get_writer_bytes(PSP* h, bool will_commit) {
+  if (!will_commit || h->journal == nullptr || queues(h) || h->arbiter != 'U') return getarbiter(h);
+  switch (os().lock(h->file, reader_bytes, writer_length)) {
+    case lock_answer::failed:
+      return e_byte_lock;
+    case lock_answer::busy:
+      return getarbiter(h);
+    case lock_answer::taken:
+      break;
+  }
+  h->arbiter = 'L';
+  h->locklevel = 3;
+  return e_ok;
+}
+
 // The locks go at the end of an outermost write operation, or when it cannot begin.
 int release_writer(PSP* h) {
   if (is_exclusive(h)) return e_ok;
+  if (h->locklevel == 3 && h->arbiter == 'L' && h->rdnest == 0) {
+    h->locklevel = 1;
+    h->arbiter = 'U';
+    return os().unlock(h->file, reader_bytes, writer_length) == 0 ? e_ok : e_byte_lock;
+  }
   int result = e_ok;
   if (h->locklevel != 1) result = unlockread(h);
   if (h->rdnest != 0) result = leave_result(lockread(h, false), result);
@@ -130,9 +156,8 @@ int getslot(PSP* h, bool read_write) {
   bool failed = false;   // rather than found every slot in use
   for (int s = 0; s < slot_count; ++s) {
     const std::uint64_t byte = slot_bytes + static_cast<std::uint64_t>(s);
-    const int used = os().probe(h->file, byte);
-    const lock_answer answer = used == 0 ? os().lock(h->file, byte, 1) : lock_answer::busy;
-    failed = failed || used < 0 || answer == lock_answer::failed;
+    const lock_answer answer = os().lock(h->file, byte, 1);
+    failed = failed || answer == lock_answer::failed;
     if (answer != lock_answer::taken) continue;
     h->slot = s;
     if (read_write || purgelocks(h) != e_old_locks) return e_ok;
@@ -157,6 +182,7 @@ int unlockread(PSP* h) {
 }
 
 int lockread(PSP* h, bool all) {
+  if (all && h->locklevel == 3) return e_ok;
   // Taking the range over the own byte would merge the two, and unlocking free both.
   if (h->locklevel != 1 && unlockread(h) != e_ok) return e_byte_lock;
   const int taken = all ? wait_for_bytes(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
@@ -243,7 +269,8 @@ int rdleave(PSP* h) {
   return result;
 }
 
-int wrenter(PSP* h) {
+namespace {
+int enter_write(PSP* h, bool will_commit) {
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   if (h->wrnest == 0) h->deferred = 0;
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
@@ -251,7 +278,7 @@ int wrenter(PSP* h) {
   if (result != e_ok) return result;
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok) result = getarbiter(h);
+    if (result == e_ok) result = get_writer_bytes(h, will_commit);
     const bool known = result == e_ok && nothing_moved(h);
     if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
     if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
@@ -276,6 +303,10 @@ int wrenter(PSP* h) {
   }
   return e_ok;
 }
+}  // namespace
+
+int wrenter(PSP* h) { return enter_write(h, h->transtype == 0); }
+int wrenter_to_end(PSP* h) { return enter_write(h, true); }
 
 int wrleave(PSP* h) {
   assert_handle(h);

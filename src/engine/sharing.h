@@ -11,6 +11,8 @@ namespace zvrdb::engine {
 int rdenter(PSP* h);   // 0, e_byte_lock, e_no_memory
 int rdleave(PSP* h);
 int wrenter(PSP* h);   // 0, e_byte_lock, e_write_flag, e_no_memory, errors of the log
+// The same for an operation that will end the transaction of the handle.
+int wrenter_to_end(PSP* h);
 int wrleave(PSP* h);
 
 // In place of wrleave, of a handle with a journal: the outermost operation, which came to
@@ -31,7 +33,7 @@ inline int leave_result(int result, int left) { return left != e_ok ? left : res
 int getslot(PSP* h, bool read_write);   // 0, e_no_slot, e_byte_lock
 void relslot(PSP* h);
 
-// Reader bytes: the own one, or all.  e_byte_lock when they cannot be had.
+// Reader bytes: the own one, or all; nothing is done if it has all.  e_byte_lock when they cannot be had.
 int lockread(PSP* h, bool all);
 int unlockread(PSP* h);
 int getarbiter(PSP* h);

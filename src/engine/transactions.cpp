@@ -474,7 +474,7 @@ int transend(PSP* h, int mode) {
   if (!is_open(h)) return e_bad_handle;
   if (mode < 1 || mode > 3) return keep_status(h, e_bad_argument);
   if (h->rw == 1) return keep_status(h, e_read_only);
-  const int entered = wrenter(h);
+  const int entered = wrenter_to_end(h);
   if (entered != e_ok) return keep_status(h, entered);
   h->status = end_transaction(h, mode);
   const int result = leave_result(h->status, wrleave(h));

@@ -101,6 +101,7 @@ void share_journal(void* task, const char* path) {
 // Rolls back what a dead task left in the file.  0, or the code of a transaction that
 // a live task keeps open or that could not be rolled back.
 int settle_transaction(void* task, engine::PSP* psp, unsigned index, const char* path) {
+  if (!engine::tells_of_transaction(psp)) return engine::e_ok;   // most often, and it costs no write
   int state = engine::transstat(psp);
   if (state == engine::e_trans_busy) {
     ZVR_TRACE(task, 4, 2, "Busy transaction found for file %s, waiting for 60 secs", path);

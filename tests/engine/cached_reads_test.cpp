@@ -64,6 +64,7 @@ const engine::os_ops counting_ops = [] {
   ops.lock = counted_lock;
   ops.unlock = counted<&engine::os_ops::unlock>::call;
   ops.probe = counted<&engine::os_ops::probe>::call;
+  ops.find_held = counted<&engine::os_ops::find_held>::call;
   ops.read_at = counted<&engine::os_ops::read_at>::call;
   ops.write_at = counted_write;
   ops.flush = counted_flush;

@@ -27,8 +27,8 @@ namespace {
 bool torture() { return std::getenv("ZVR_TORTURE") != nullptr; }
 
 // Without an expectation: reads may be refused too.
-std::optional<file_records> records_if_readable(handle* h) {
-  file_records result;
+std::optional<records> records_if_readable(handle* h) {
+  records result;
   int found = engine::dseq(*h, 1, engine::seq_first);
   for (; found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
     sample_record r;
@@ -58,7 +58,7 @@ struct step {
 
 both_states behind(const step& s, both_states state) {
   if (s.what == act::pair) {
-    for (file_records& r : state.of) r[sample(s.i).name] = sample(s.i, 300);
+    for (records& r : state.of) r[sample(s.i).name] = sample(s.i, 300);
     state.of[1].erase(sample(s.i - 100).name);
   }
   if (s.what == act::one) state.of[s.which][sample(s.i).name] = sample(s.i, 300);
@@ -189,7 +189,7 @@ class FailedFlush : public ::testing::TestWithParam<scenario> {
 
   static std::string told(const both_states& s) {
     std::string text;
-    for (const file_records& r : s.of) {
+    for (const records& r : s.of) {
       text += "(";
       for (const int i : {1, 2, 3, 4, 5, 6, 101, 102, 103, 104, 105, 106, 151, 152, 153, 154, 155, 156})
         if (r.count(sample(i).name)) text += " " + std::to_string(i);

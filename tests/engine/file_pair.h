@@ -3,10 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <string>
-
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/memory_disk.h"
 #include "engine/sample_files.h"
 
@@ -14,22 +13,10 @@ namespace zvrdb::test {
 
 inline constexpr const char* pair_paths[] = {"/disk/first", "/disk/second"};
 
-using file_records = std::map<std::string, sample_record>;
-
 struct both_states {
-  file_records of[2];
+  records of[2];
   bool operator==(const both_states&) const = default;
 };
-
-inline file_records all_records(handle* h) {
-  file_records result;
-  for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-    sample_record r;
-    EXPECT_EQ(h->read(&r), 0);
-    result[r.name] = r;
-  }
-  return result;
-}
 
 inline disk_image small_files() {
   file_recipe recipe = sample_recipe(false, 20, 600);
@@ -39,17 +26,6 @@ inline disk_image small_files() {
   start[pair_paths[0]] = {bytes, 5000};
   start[pair_paths[1]] = {bytes, 6000};
   return start;
-}
-
-inline void settle(handle* h) {
-  const int state = engine::transstat(*h);
-  if (state == engine::e_trans_interrupted) {
-    ASSERT_EQ(engine::transroll(*h, nullptr, 0, nullptr), 0);
-  } else if (state == engine::e_trans_empty) {
-    ASSERT_EQ(engine::transend(*h, 1), 0);
-  } else {
-    ASSERT_EQ(state, 0);
-  }
 }
 
 struct file_pair {
@@ -76,6 +52,11 @@ struct file_pair {
     }
     EXPECT_TRUE(engine::can_end_together(of[0], of[1]));
     return engine::transend_together(of[0], of[1], 1);
+  }
+  // Both changed, and in the second file a transaction begun behind that.
+  void change_both_and_go_on() {
+    ASSERT_EQ(change_both(101, 300), 0);
+    ASSERT_EQ(engine::transbeg(of[1], 3, nullptr), 0);
   }
   int change_one(int which, int i) {
     handle& h = of[which];

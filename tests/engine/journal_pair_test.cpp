@@ -11,7 +11,9 @@
 #include <iostream>
 #include <map>
 
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
 #include "engine/file_pair.h"
 #include "engine/journal.h"
@@ -26,7 +28,6 @@ namespace zvrdb::test {
 namespace {
 
 using engine::journal_use;
-using records = file_records;
 
 constexpr auto& paths = pair_paths;
 
@@ -110,12 +111,7 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
     if (points_ % (torture() ? 1 : 32) == 0) expect_sound();
   }
   static void expect_sound() {
-    for (const char* path : paths) {
-      scratch_folder folder;
-      write_file(folder.file("check"), disk_now().at(path).bytes);
-      const check_result checked = check_file(folder.file("check"), true);
-      ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
-    }
+    for (const char* path : paths) expect_sound_bytes(disk_now().at(path).bytes);
   }
 
   disk_image start_;
@@ -382,14 +378,6 @@ TEST_F(JournalPair, OneFileDecidesForSeveralPartners) {
   ASSERT_EQ(files.of[1].close(), 0);
 }
 
-// What a power cut leaves when nothing is kept but what was flushed.
-disk_image all_lost(const disk_image& start) {
-  const std::vector<disk_event> events = disk_events();
-  std::map<std::size_t, write_fate> fates;
-  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
-  return after_power_cut(start, events, events.size(), fates, nullptr);
-}
-
 void expect_the_first_pair_alone(const disk_image& left) {
   for (const int first : {0, 1}) {
     mount_memory_disk(left);
@@ -404,27 +392,23 @@ void expect_the_first_pair_alone(const disk_image& left) {
 
 // What stood behind a promise told that it counts, and the deciding journal relied on that.
 TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   ASSERT_EQ(files.of[0].close(), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   engine::abandon(files.of[1]);
   expect_the_first_pair_alone(left);
 }
 
 // The next pair's promise stood behind it, whose writer died before that was decided.
 TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(engine::wrenter(files.of[1]), 0);
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   engine::group_link next;
@@ -435,17 +419,15 @@ TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
   ASSERT_EQ(engine::wrleave_with_promise(files.of[1], 0, next), 0);
   engine::abandon(files.of[1]);
   ASSERT_EQ(files.of[0].close(), 0);
-  expect_the_first_pair_alone(all_lost(start));
+  expect_the_first_pair_alone(flushed_alone(small_files(), disk_events()));
 }
 
 // Who works in the deciding file may begin a new life there at any moment.
 TEST_F(JournalPair, WhoSettlesAPromiseWritesNothingWhereSomebodyWorks) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
   ASSERT_EQ(files.change_both(101, 300), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   for (handle& h : files.of) engine::abandon(h);
   for (const bool at_work : {false, true}) {
     mount_memory_disk(left);

@@ -142,11 +142,13 @@ int do_unlock(int fd, std::uint64_t offset, std::uint64_t length) {
   locks = left;
   return 0;
 }
-int do_probe(int fd, std::uint64_t offset) {
+std::int64_t do_find_held(int fd, std::uint64_t offset, std::uint64_t length) {
   for (const held& l : disk.locks[file_of(fd)->identity])
-    if (l.fd != fd && l.from <= offset && offset < l.to) return 1;
-  return 0;
+    if (l.fd != fd && l.from < offset + length && offset < l.to)
+      return static_cast<std::int64_t>(std::max(l.from, offset));
+  return engine::none_held;
 }
+int do_probe(int fd, std::uint64_t offset) { return do_find_held(fd, offset, 1) == engine::none_held ? 0 : 1; }
 
 const engine::os_ops& table() {
   static const engine::os_ops ops = [] {
@@ -168,6 +170,7 @@ const engine::os_ops& table() {
     t.lock = do_lock;
     t.unlock = do_unlock;
     t.probe = do_probe;
+    t.find_held = do_find_held;
     return t;
   }();
   return ops;
@@ -250,6 +253,7 @@ int failed_flushes() { return disk.failed; }
 int disk_open_files() { return static_cast<int>(disk.open.size()); }
 
 void rewind_disk(const disk_image& start, std::size_t n) {
+  n = std::min(n, disk.events.size());
   const disk_image image = after_kill(start, disk.events, n);
   for (auto& [path, f] : disk.names) f->bytes = image.at(path).bytes;
   disk.events.resize(n);
@@ -257,7 +261,7 @@ void rewind_disk(const disk_image& start, std::size_t n) {
 
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n) {
   builder b(start);
-  for (std::size_t i = 0; i < n; i++) b.apply(events[i]);
+  for (std::size_t i = 0; i < std::min(n, events.size()); i++) b.apply(events[i]);
   return b.image();
 }
 
@@ -300,6 +304,12 @@ disk_image after_power_cut(const disk_image& start, const std::vector<disk_event
     }
   }
   return b.image();
+}
+
+disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events) {
+  std::map<std::size_t, write_fate> fates;
+  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+  return after_power_cut(start, events, events.size(), fates, nullptr);
 }
 
 }  // namespace zvrdb::test

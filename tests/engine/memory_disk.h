@@ -54,5 +54,7 @@ std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events,
 enum class write_fate { kept, lost, torn };   // torn: each 512 bytes by a coin
 disk_image after_power_cut(const disk_image& start, const std::vector<disk_event>& events, std::size_t n,
                            const std::map<std::size_t, write_fate>& fates, std::mt19937* coin);
+// Behind all events, when a power cut leaves nothing but what was flushed.
+disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events);
 
 }  // namespace zvrdb::test
