@@ -379,9 +379,11 @@ int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
 
 int look_at_life(journal_file* j, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
-  if (const int got = read_head(j, &head); got <= 0) {
+  const int got = read_head(j, &head);
+  if (got < 0) return got;
+  if (got == 0) {
     j->alive = false;
-    return got;
+    return e_ok;
   }
   if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
     take_head(j, head);
