@@ -34,6 +34,9 @@ constexpr std::size_t path_limit = 4096;
 // Locked in the journal by each shared handle that uses it, one byte a slot.
 constexpr std::uint64_t user_bytes = (std::uint64_t{1} << 32) + 64;
 
+// Length of a journal without a change that a close leaves to others.
+constexpr std::uint64_t idle_kept = journal_groups + 16 * journal_sector;
+
 std::uint64_t user_byte(int slot) { return user_bytes + static_cast<std::uint64_t>(slot); }
 
 // Handles beside this one, and whether one of them uses the journal.
@@ -587,7 +590,15 @@ int journal_end_operation(PSP* h, int result) {
 }
 
 int journal_finish(PSP* h) {
-  const int result = others_alive(h) ? static_cast<int>(e_ok) : check_point(h);
+  const journal* j = h->journal;
+  int result = e_ok;
+  if (!others_alive(h)) {
+    result = check_point(h);
+  } else if (!j->log.at.any_change && j->log.at.end > idle_kept) {
+    // Who opens the file reads what opens and closes before it have left, and all for nothing.  A
+    // life without a change is ended without a flush; if it cannot be just now, the next one may.
+    check_point(h);
+  }
   relslot(h);
   return result;
 }
