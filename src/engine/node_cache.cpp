@@ -391,6 +391,8 @@ int cache_ready() {
 
 unsigned cache_blocks() { return cache.count; }
 
+unsigned nodes_in_cache() { return cache.owned; }
+
 namespace {
 // Brings leaves behind (or before) one that was just read into the cache.  What stands in the way
 // ends it: whoever needs that node meets it.

@@ -181,7 +181,7 @@ TEST_F(Cost, OfAnOpenBesideAnotherHandleIsAFewCalls) {
   spent = {};
   ASSERT_EQ(third.open_for_work(folder_.file("cost")), 0);
   EXPECT_FALSE(engine::tells_of_transaction(third));
-  EXPECT_EQ(spent, (cost{18, 0, 2}));
+  EXPECT_EQ(spent, (cost{17, 0, 2}));
   ASSERT_EQ(third.close(), 0);
 }
 
