@@ -34,8 +34,8 @@ constexpr std::size_t path_limit = 4096;
 // Locked in the journal by each shared handle that uses it, one byte a slot.
 constexpr std::uint64_t user_bytes = (std::uint64_t{1} << 32) + 64;
 
-// Length of a journal without a change that a close leaves to others.
-constexpr std::uint64_t idle_kept = journal_groups + 16 * journal_sector;
+// Length of a journal without a change that a close leaves to others: they read it at once.
+constexpr std::uint64_t idle_kept = journal_groups + 15 * journal_sector;
 
 std::uint64_t user_byte(int slot) { return user_bytes + static_cast<std::uint64_t>(slot); }
 

@@ -61,7 +61,7 @@ constexpr std::uint32_t kind_promise = 2;
 constexpr std::uint32_t kind_decision = 3;
 constexpr std::size_t buffer_kept = 1024 * 1024;
 // Read at once: most often there are few groups, and short ones.  Then four times as much each time.
-constexpr std::size_t first_window = 4 * 1024;
+constexpr std::size_t first_window = 8 * 1024;
 constexpr std::size_t longest_window = 64 * 1024;
 
 // The head and what stands behind it in the next sector.
