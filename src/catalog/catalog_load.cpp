@@ -51,9 +51,10 @@ std::int16_t enter_record(loading& load, const unsigned char* record, std::uint1
 // Each record is found once and read once, as with the targets.
 std::int16_t enter_all(loading& load, unsigned char* stored) {
   file_entry* file = load.tcb->cat_file;
+  const recfile::reading_through ahead(file);
   catalog_key key = {};
-  for (std::int16_t option = recfile::KEY_FIRST;; option = recfile::KEY_GT) {
-    std::int16_t rc = recfile::db_locate_surely(load.task, file, &key, option);
+  for (std::int16_t rc = recfile::db_locate_surely(load.task, file, &key, recfile::KEY_FIRST);;
+       rc = recfile::db_locate_next(load.task, file, &key)) {
     if (rc == DBE_NOT_FOUND || (rc == DBE_OK && key.db_id != DB_CAT)) return DBE_OK;
     if (rc != DBE_OK) return rc;
     std::uint32_t stored_len = keyed::external_capacity;

@@ -15,14 +15,17 @@
 
 #include <cstring>
 
+#include "engine/cached_reads.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 #include "engine/planted_fault.h"
 #include "engine/sharing.h"
+#include "engine/waiting_queue.h"
 
 namespace zvrdb::engine {
 
-std::uint64_t checkpoint_at = journal_size;
+// What one more operation appends has room in what was made ahead.
+std::uint64_t checkpoint_at = journal_size - journal_size / 16;
 std::uint64_t defer_to = std::uint64_t{1} << 30;
 
 namespace {
@@ -30,6 +33,9 @@ namespace {
 constexpr std::size_t path_limit = 4096;
 // Locked in the journal by each shared handle that uses it, one byte a slot.
 constexpr std::uint64_t user_bytes = (std::uint64_t{1} << 32) + 64;
+
+// Length of a journal without a change that a close leaves to others.
+constexpr std::uint64_t idle_kept = journal_groups + 16 * journal_sector;
 
 std::uint64_t user_byte(int slot) { return user_bytes + static_cast<std::uint64_t>(slot); }
 
@@ -255,7 +261,9 @@ int flush_log(journal* j) {
 // and is none of the operation.
 void apply_committed(PSP* h) {
   journal* j = h->journal;
-  const int applied = apply_pages(h);
+  // Not before the flush is over: readers go on while it lasts.
+  int applied = is_shared(h) && h->locklevel != 3 ? lockread(h, true) : static_cast<int>(e_ok);
+  if (applied == e_ok) applied = apply_pages(h);
   forget_pages(&j->pages);
   j->deferred = false;
   if (applied == e_ok) {
@@ -274,13 +282,9 @@ int commit_change(PSP* h) {
   const bool more = (h->transtype != 0 || j->transaction_begins) && !j->closing;
   const std::uint64_t room = group_room(j->pages.touched_count, true);
   const bool defer = more && j->log.at.end + room <= defer_to;
-  // Before the commit: a lock that fails afterwards would leave it between two states.
-  if (!defer && is_shared(h) && h->locklevel != 3) {
-    if (const int locked = lockread(h, true); locked != e_ok) return locked;
-  }
   const log_mark before = j->log.at;
   change_kind kind;
-  kind.open = defer;
+  if (defer) kind.open = h->one_call ? group_open::in_call : group_open::in_transaction;
   if (j->decision.there) kind.decision = &j->decision;
   if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {
@@ -439,9 +443,50 @@ int journal_enter(PSP* h) {
   return e_ok;
 }
 
+namespace {
+// The own reader byte is held, so no page of a group goes to the file: it is as the change says
+// that it bears.  Whether that is known now, and what stands behind it has not ended.
+bool follow_to_file(PSP* h) {
+  journal* j = h->journal;
+  if (j->deferred || j->must_repair || j->must_reload || !is_shared(h)) return false;
+  const std::uint8_t* view = view_of_journal(h);
+  first_page page;
+  if (view == nullptr || read_first_page(h, &page) != e_ok || page.flag) return false;
+  const journal_watcher watcher = watcher_of(h);
+  if (look_at_life(&j->log, watcher) != e_ok || !j->log.alive || j->log.unsure) return false;
+  if (!is_at_last_change(j, page.generation) && catch_up_to(&j->log, page.generation, watcher) != 1) {
+    // What was taken on the way may be taken back yet by its writer.
+    if (j->ahead) j->follows = false;
+    return false;
+  }
+  const journal_news news = look_for_news(&j->log, view);
+  return news <= journal_news::nothing_to_read ||
+         (news == journal_news::change_under_way && os().probe(h->file, arbiter_byte) == 1);
+}
+
+// Who comes behind a living writer need not take the arbiter from it: the writer brings the file
+// along itself.  0 the arbiter is held; file_changed; e_byte_lock, e_io.
+constexpr int file_changed = 1;
+int wait_for_arbiter_or_change(PSP* h, std::uint32_t generation) {
+  if (queues(h)) return getarbiter(h);
+  for (unsigned attempt = 0;; ++attempt) {
+    const lock_answer answer = os().lock(h->file, arbiter_byte, 1);
+    if (answer == lock_answer::failed) return e_byte_lock;
+    if (answer == lock_answer::taken) {
+      h->arbiter = 'L';
+      return e_ok;
+    }
+    os().wait(attempt);
+    first_page page;
+    if (const int got = read_first_page(h, &page); got != e_ok) return got;
+    if (!page.flag && page.generation != generation) return file_changed;
+  }
+}
+}  // namespace
+
 int journal_follow(PSP* h) {
   journal* j = h->journal;
-  if (j->log.file < 0) return e_ok;
+  if (j->log.file < 0 || follow_to_file(h)) return e_ok;
   if (const int caught = catch_up(h, false); caught != e_ok) return caught;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
@@ -451,7 +496,11 @@ int journal_follow(PSP* h) {
   const bool behind = j->log.alive && j->log.at.any_change && (page.flag || !in_step(j, page));
   if (!behind && !j->must_repair && !j->must_reload) return e_ok;
   int result = unlockread(h);
-  if (result == e_ok) result = getarbiter(h);
+  if (result == e_ok) result = wait_for_arbiter_or_change(h, page.generation);
+  if (result == file_changed) {
+    result = lockread(h, false);
+    return result == e_ok ? journal_follow(h) : result;
+  }
   if (result == e_ok) result = journal_enter(h);
   // A flag that the journal does not explain is the business of writers.
   if (result == e_write_flag) result = e_ok;
@@ -466,7 +515,10 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   const journal_news news = look_for_news(&j->log, view);
-  if (news != journal_news::change_under_way) return flag || news != journal_news::none;
+  if (news != journal_news::change_under_way) return flag || news == journal_news::some;
+  // Its commit should not wait for the end of a reader's time slice.
+  constexpr unsigned reads_without_pause = 16;
+  if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
   // That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
   // another one would have appended before it set it.
   return os().probe(h->file, arbiter_byte) != 1;
@@ -538,7 +590,15 @@ int journal_end_operation(PSP* h, int result) {
 }
 
 int journal_finish(PSP* h) {
-  const int result = others_alive(h) ? static_cast<int>(e_ok) : check_point(h);
+  const journal* j = h->journal;
+  int result = e_ok;
+  if (!others_alive(h)) {
+    result = check_point(h);
+  } else if (!j->log.at.any_change && j->log.at.end > idle_kept) {
+    // Who opens the file reads what opens and closes before it have left, and all for nothing.  A
+    // life without a change is ended without a flush; if it cannot be just now, the next one may.
+    check_point(h);
+  }
   relslot(h);
   return result;
 }

@@ -120,7 +120,7 @@ bool journal_is_ahead(const char* path);
 // ---- parts of an operation's end, journal.cpp
 int ready_log(PSP* h);
 struct change_kind {
-  bool open = false;                        // inside a transaction, and not to be flushed
+  group_open open = group_open::no;         // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;
   const group_link* decision = nullptr;
 };

@@ -377,7 +377,7 @@ int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
 }
 }  // namespace
 
-int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
+int look_at_life(journal_file* j, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
   const int got = read_head(j, &head);
   if (got < 0) return got;
@@ -389,6 +389,11 @@ int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher)
     take_head(j, head);
     watcher.new_life(watcher.context, *j);
   }
+  return e_ok;
+}
+
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
+  if (const int looked = look_at_life(j, watcher); looked != e_ok) return looked;
   if (!j->alive) return e_ok;
   const int taken_back = was_taken_back(j);
   if (taken_back < 0) return taken_back;
@@ -426,29 +431,43 @@ class journal_view {
     static_assert(group_at::length == 4);
     return at + to_sectors(look(at) >> 32);
   }
-  bool is_change(std::uint64_t at) const {
-    const auto kind = static_cast<std::uint32_t>(look(at + group_at::kind));
-    return kind != 0 && static_cast<std::uint32_t>(look(at + group_at::open)) == 0;
-  }
+  bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
+  // Of no interest to who only reads, as long as nothing else follows.
+  bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
   std::uint32_t generation_after(std::uint64_t at) const {
     static_assert(group_at::before == 24 && group_at::after == 28);
     return static_cast<std::uint32_t>(look(at + group_at::before) >> 32);
   }
 
  private:
+  std::uint32_t kind_of(std::uint64_t at) const { return static_cast<std::uint32_t>(look(at + group_at::kind)); }
+  group_open open_of(std::uint64_t at) const {
+    return static_cast<group_open>(static_cast<std::uint32_t>(look(at + group_at::open)));
+  }
+
   const journal_file* j_;
   const std::uint8_t* view_;
 };
 }  // namespace
 
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
+  constexpr int most_groups = 16;
   const journal_view view(j, bytes);
-  const std::uint64_t end = j->at.end;
-  if (!view.same_life() || !view.in_sight(end) || view.look(journal_doubt_at) != 0) return journal_news::some;
-  if (!view.begins(end, j->at.sequence)) return journal_news::none;
-  const std::uint64_t behind = view.end_of(end);
-  if (!view.in_sight(behind) || view.begins(behind, j->at.sequence + 1)) return journal_news::some;
-  return view.is_change(end) ? journal_news::change_under_way : journal_news::some;
+  if (!view.same_life() || view.look(journal_doubt_at) != 0) return journal_news::some;
+  std::uint64_t at = j->at.end;
+  std::uint64_t sequence = j->at.sequence;
+  for (int groups = 0; groups < most_groups && view.in_sight(at); ++groups) {
+    if (!view.begins(at, sequence)) return groups == 0 ? journal_news::none : journal_news::nothing_to_read;
+    const std::uint64_t behind = view.end_of(at);
+    if (behind == at || !view.in_sight(behind)) break;
+    if (!view.may_wait(at)) {
+      const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
+      return last ? journal_news::change_under_way : journal_news::some;
+    }
+    at = behind;
+    ++sequence;
+  }
+  return journal_news::some;
 }
 
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
@@ -539,7 +558,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::kind, kind);
   store_le32(at + group_at::chain, j->at.chain);
   store_le64(at + group_at::random, next_random(j));
-  store_le32(at + group_at::open, g.open ? 1 : 0);
+  store_le32(at + group_at::open, static_cast<std::uint32_t>(g.open));
   if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);
   group_read written = {};

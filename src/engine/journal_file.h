@@ -38,7 +38,8 @@
 // Header and nodes are as they lie in the record file.
 //
 // Open is 1 in a change inside a transaction that was not flushed: it counts for nothing before
-// the one that ends the transaction, or another that was flushed.
+// the one that ends the transaction, or another that was flushed.  It is 2 where the transaction
+// is that of one call, which nobody was answered anything of.
 //
 // Kinds 2 and 3 are changes of two record files that end together: a promise in the journal
 // of the one, which counts if the journal of the other holds the decision.  Both bear a link
@@ -135,6 +136,13 @@ struct node_change {
 };
 inline bool is_whole(const node_change& c) { return c.from == node_head_size && c.length == page_size - node_head_size; }
 
+// Whether a group counts by itself.  The numbers are those of the format.
+enum class group_open : std::uint32_t {
+  no,
+  in_transaction,
+  in_call,   // in a transaction of a call that has answered nothing yet
+};
+
 // What is appended.
 struct group_to_write {
   std::uint32_t generation_before;
@@ -145,7 +153,7 @@ struct group_to_write {
   // What is said of node i, i from 0 to nodes - 1.
   node_change (*node_at)(const void* context, std::uint32_t i);
   const void* context;
-  bool open;                          // inside a transaction, and not to be flushed
+  group_open open;                    // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;    // at most one of these two, and then a header
   const group_link* decision = nullptr;
 };
@@ -216,6 +224,8 @@ inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal
 // who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
+// Its first part: whether a new life has begun.  0, e_io.
+int look_at_life(journal_file* j, const journal_watcher& watcher);
 // Reads groups of the same life as far as the change that led to a generation, which the record
 // file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
 // nothing is known beyond what was; e_no_memory, e_io.
@@ -225,7 +235,8 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
 // of the journal as they are now.
 enum class journal_news {
   none,
-  change_under_way,   // one change that is not open: while its operation lasts the record file is ahead of nobody
+  nothing_to_read,    // operations without a change, or of a call that goes on
+  change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   some,
 };
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view);

@@ -218,13 +218,13 @@ int end_pair(PSP* decides, PSP* promises, int (*end)(PSP* h)) {
   promise.number = decision.number = os().random();
   name_partner(promises->journal, decides->journal, &promise);
   name_partner(decides->journal, promises->journal, &decision);
-  if (const int entered = wrenter_to_end(decides); entered != e_ok) return entered;
+  if (const int entered = wrenter(decides); entered != e_ok) return entered;
   int result = end(decides);
   if (result == e_ok) result = ready_to_decide(decides, decision);
   promise.salt = decides->journal->log.salt;
   bool promised = false;
   if (result == e_ok) {
-    result = wrenter_to_end(promises);
+    result = wrenter(promises);
     if (result == e_ok) {
       result = wrleave_with_promise(promises, end(promises), promise);
       promised = result == e_ok;

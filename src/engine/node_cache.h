@@ -82,6 +82,7 @@ int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 
 // Blocks that the cache has.
 unsigned cache_blocks();
+unsigned nodes_in_cache();
 // The head of a node from the file's order to the machine's or back.
 void convert_head(node& v, byte_order order);
 

@@ -55,4 +55,10 @@ bool forget_handle(PSP* h) {
 
 bool any_open_handle() { return first_open != nullptr; }
 
+unsigned nodes_of_open_handles() {
+  unsigned nodes = 0;
+  for (const PSP* h = first_open; h != nullptr; h = h->next_open) nodes += static_cast<unsigned>(h->blocks);
+  return nodes;
+}
+
 }  // namespace zvrdb::engine

@@ -20,6 +20,9 @@ inline constexpr std::int64_t none_held = -2;
 
 enum class lock_answer { taken, busy, failed };
 
+// The attempt from which on waiting gives the processor to others.
+inline constexpr unsigned give_way = 4;
+
 struct os_ops {
   // An existing file.  A descriptor, or -1 when absent, forbidden or refused by the
   // share mode of another handle.

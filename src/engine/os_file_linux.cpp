@@ -101,7 +101,7 @@ lock_answer linux_lock(int file, std::uint64_t offset, std::uint64_t length) {
 int linux_probe(int file, std::uint64_t offset) { return foreign_lock(file, offset, 1); }
 
 void linux_wait(unsigned attempt) {
-  if (attempt < 4) return;
+  if (attempt < give_way) return;
   if (attempt < 12) {
     sched_yield();
     return;

@@ -18,7 +18,6 @@
 //        quiet reading --wrenter--> write begun
 //        idle --wrenter--> write begun --first physical write--> writing --wrleave--> idle
 //        idle --wrenter below level 4--> writing
-//        idle --wrenter of what will commit, with a journal and no reader at work--> writing
 //        reading --wrenter--> write begun; wrleave takes the own byte again before it
 //        lets go of the arbiter, so that no other writer comes between
 #include "engine/sharing.h"
@@ -113,23 +112,6 @@ int end_write_operation(PSP* h) {
 constexpr std::uint64_t writer_length = slot_count + 1;   // all reader bytes and the arbiter
 static_assert(reader_bytes + slot_count == arbiter_byte);
 
-// The arbiter; where the operation will commit and no reader is at work, all reader bytes with it:
-// a new reader waits for the arbiter anyway.
-int get_writer_bytes(PSP* h, bool will_commit) {
-  if (!will_commit || h->journal == nullptr || queues(h) || h->arbiter != 'U') return getarbiter(h);
-  switch (os().lock(h->file, reader_bytes, writer_length)) {
-    case lock_answer::failed:
-      return e_byte_lock;
-    case lock_answer::busy:
-      return getarbiter(h);
-    case lock_answer::taken:
-      break;
-  }
-  h->arbiter = 'L';
-  h->locklevel = 3;
-  return e_ok;
-}
-
 // The locks go at the end of an outermost write operation, or when it cannot begin.
 int release_writer(PSP* h) {
   if (is_exclusive(h)) return e_ok;
@@ -185,7 +167,7 @@ int lockread(PSP* h, bool all) {
   if (all && h->locklevel == 3) return e_ok;
   // Taking the range over the own byte would merge the two, and unlocking free both.
   if (h->locklevel != 1 && unlockread(h) != e_ok) return e_byte_lock;
-  const int taken = all ? wait_for_bytes(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
+  const int taken = all ? wait_for_each_byte(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
   if (taken != e_ok) return taken;
   h->locklevel = all ? 3 : 2;
   return e_ok;
@@ -204,7 +186,18 @@ int relarbiter(PSP* h) {
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
 }
 
+namespace {
+// A writer with a journal shuts readers out only while pages go to the file, and cannot be kept
+// out by them.  So they let it go before them, but don't wait for its flush.
+int wait_a_moment(PSP* h) {
+  constexpr unsigned patience = 4;
+  for (unsigned attempt = 0; attempt < patience && os().probe(h->file, arbiter_byte) != 0; ++attempt) os().wait(attempt);
+  return e_ok;
+}
+}  // namespace
+
 int waitarbiter(PSP* h) {
+  if (h->journal != nullptr && !queues(h)) return wait_a_moment(h);
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
   const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
@@ -269,8 +262,7 @@ int rdleave(PSP* h) {
   return result;
 }
 
-namespace {
-int enter_write(PSP* h, bool will_commit) {
+int wrenter(PSP* h) {
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   if (h->wrnest == 0) h->deferred = 0;
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
@@ -278,7 +270,7 @@ int enter_write(PSP* h, bool will_commit) {
   if (result != e_ok) return result;
   if (is_shared(h) && h->arbiter == 'U') {
     if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok) result = get_writer_bytes(h, will_commit);
+    if (result == e_ok) result = getarbiter(h);
     const bool known = result == e_ok && nothing_moved(h);
     if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
     if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
@@ -303,10 +295,6 @@ int enter_write(PSP* h, bool will_commit) {
   }
   return e_ok;
 }
-}  // namespace
-
-int wrenter(PSP* h) { return enter_write(h, h->transtype == 0); }
-int wrenter_to_end(PSP* h) { return enter_write(h, true); }
 
 int wrleave(PSP* h) {
   assert_handle(h);

@@ -11,8 +11,6 @@ namespace zvrdb::engine {
 int rdenter(PSP* h);   // 0, e_byte_lock, e_no_memory
 int rdleave(PSP* h);
 int wrenter(PSP* h);   // 0, e_byte_lock, e_write_flag, e_no_memory, errors of the log
-// The same for an operation that will end the transaction of the handle.
-int wrenter_to_end(PSP* h);
 int wrleave(PSP* h);
 
 // In place of wrleave, of a handle with a journal: the outermost operation, which came to

@@ -25,8 +25,8 @@ enum class sharing : char { with_all = 'S', with_nobody = 'E' };
 constexpr int read_write = 2;
 constexpr int native_order = 3;
 constexpr std::uint32_t busy_wait_ms = 60000;
-// The nodes of a file of 100,000 requests. Memory is used as nodes are read, 1.7 KiB each.
-constexpr unsigned cache_blocks = 65536;
+// Twice the nodes of a file of 100,000 requests. Memory is used as nodes are read, 1.7 KiB each.
+constexpr unsigned cache_blocks = 131072;
 
 DBR_TCB* tcb_of(void* task) {
   return static_cast<DBR_TCB*>(co_slots(task)->dbr_tcb);

@@ -53,6 +53,21 @@ bool locate_failed(const file_entry* handle);
 // db_locate for who builds tables from the file: 8194 only when there is no such record for
 // sure, 8455 when the search itself failed.
 std::int16_t db_locate_surely(void* task, file_entry* handle, void* key, std::int16_t option);
+// Behind a db_read that answered 0, the file unchanged since: the record behind the one of `key`
+// that was read.  As db_locate_surely with KEY_GT, without a search where the read ended on it.
+std::int16_t db_locate_next(void* task, file_entry* handle, void* key);
+// For as long as it lives, who reads a file from one end to the other is brought what comes next
+// in larger pieces.
+class reading_through {
+ public:
+  explicit reading_through(const file_entry* handle);
+  ~reading_through();
+  reading_through(const reading_through&) = delete;
+  reading_through& operator=(const reading_through&) = delete;
+
+ private:
+  const file_entry* handle_;
+};
 // 0, 8224 or 8455.  length: in the buffer's size, out the bytes returned, key included.
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length);
 // 0 or 8455.

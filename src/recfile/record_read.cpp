@@ -15,6 +15,7 @@ constexpr std::uint32_t locate_wait_ms = 500;
 // A record of the callers has at most five pieces; a run without end would mean a
 // damaged file.
 constexpr unsigned most_pieces = 256;
+constexpr int leaves_read_through = 64;
 
 // A delay, not a lock: whoever finds it set waits once and goes on.
 std::atomic<std::uint16_t> exact_search_running{0};
@@ -150,6 +151,30 @@ bool locate_failed(const file_entry* handle) {
 std::int16_t db_locate_surely(void* task, file_entry* handle, void* key, std::int16_t option) {
   const std::int16_t rc = db_locate(task, handle, key, option);
   return rc == DBE_NOT_FOUND && locate_failed(handle) ? static_cast<std::int16_t>(DBE_IO_ERROR) : rc;
+}
+
+std::int16_t db_locate_next(void* task, file_entry* handle, void* key) {
+  open_file file;
+  if (key && find_open(task, handle, &file) && engine::last_status(handle->psp) == engine::e_ok) {
+    file_key read;
+    load_key(task, file, key, &read);
+    const unsigned char* current = current_key(file);
+    if (current && !same_record(file, current, read.bytes)) {
+      std::memcpy(read.bytes, current, file.key_len);
+      return_key(task, file, read, key);
+      return DBE_OK;
+    }
+  }
+  return db_locate_surely(task, handle, key, KEY_GT);
+}
+
+reading_through::reading_through(const file_entry* handle) : handle_(handle) {
+  // Where it cannot be had, reads are as ever.
+  if (handle_ && handle_->psp) engine::read_from_cache(handle_->psp, leaves_read_through);
+}
+
+reading_through::~reading_through() {
+  if (handle_ && handle_->psp) engine::read_from_cache(handle_->psp, 0);
 }
 
 std::int16_t db_read(void* task, file_entry* handle, void* buffer, std::uint32_t* length) {

@@ -273,11 +273,11 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
-  int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+  int code = engine::transbeg_of_call(file.entry->psp);
   if (left_behind(code)) {
     transaction->reopened = true;
     reopen_after_failure(task, file.index);
-    if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
+    if (file.entry->iocb) code = engine::transbeg_of_call(file.entry->psp);
   }
   if (code != engine::e_ok) {
     issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);

@@ -69,9 +69,10 @@ std::int16_t enter_record(loading& load, const unsigned char* record, std::uint3
 // in the time of one call, so each is found once here.
 std::int16_t enter_all(loading& load, unsigned char* stored) {
   file_entry* file = load.tcb->trg_file;
+  const recfile::reading_through ahead(file);
   target_key key{DB_TRG, 0, 0};
-  for (std::int16_t option = recfile::KEY_GE;; option = recfile::KEY_GT) {
-    std::int16_t rc = recfile::db_locate_surely(load.task, file, &key, option);
+  for (std::int16_t rc = recfile::db_locate_surely(load.task, file, &key, recfile::KEY_GE);;
+       rc = recfile::db_locate_next(load.task, file, &key)) {
     if (rc == DBE_NOT_FOUND || (rc == DBE_OK && key.db_id != DB_TRG)) return DBE_OK;
     if (rc != DBE_OK) return rc;
     std::uint32_t stored_len = keyed::external_capacity;
@@ -82,7 +83,6 @@ std::int16_t enter_all(loading& load, unsigned char* stored) {
     rc = keyed::parse_keyed(load.task, DB_TRG, stored, record, &stored_len, &record_len);
     if (rc == DBE_OK) rc = enter_record(load, record, key.number);
     if (rc != DBE_OK) return rc;
-    key = {DB_TRG, key.number, 0};
   }
 }
 

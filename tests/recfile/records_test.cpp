@@ -247,6 +247,38 @@ TEST_F(Records, GreaterPassesOverAllPiecesOfTheGivenRecord) {
   EXPECT_EQ(9u, key.number);
 }
 
+TEST_F(Records, NextBehindAReadIsWhatAGreaterSearchFinds) {
+  const std::uint32_t lengths[] = {10, 3 * target_piece, target_piece, 0, 2 * target_piece + 1};
+  std::uint32_t number = 5;
+  for (const std::uint32_t length : lengths) ASSERT_EQ(DBE_OK, write(number += 300, length));
+  for (const bool ahead : {false, true}) {
+    const reading_through brought(ahead ? trg() : nullptr);
+    target_key key = {4, 0, 0};
+    std::vector<std::uint32_t> met;
+    std::int16_t rc = db_locate(task(), trg(), &key, KEY_FIRST);
+    for (; rc == DBE_OK && met.size() < 100; rc = db_locate_next(task(), trg(), &key)) {
+      met.push_back(key.number);
+      EXPECT_EQ(0u, key.recnum);
+      std::vector<unsigned char> all(most);
+      std::uint32_t length = most;
+      ASSERT_EQ(DBE_OK, db_read(task(), trg(), all.data(), &length));
+      EXPECT_EQ(12 + lengths[met.size() - 1], length);
+    }
+    EXPECT_EQ(DBE_NOT_FOUND, rc);
+    EXPECT_EQ((std::vector<std::uint32_t>{305, 605, 905, 1205, 1505}), met);
+  }
+}
+
+TEST_F(Records, NextWithoutAReadBeforeIsAGreaterSearch) {
+  ASSERT_EQ(DBE_OK, write(7, 3 * target_piece));
+  ASSERT_EQ(DBE_OK, write(9, 10));
+  target_key key = {4, 7, 0};
+  ASSERT_EQ(DBE_OK, db_locate(task(), trg(), &key, KEY_EQ));
+  ASSERT_EQ(DBE_OK, db_locate_next(task(), trg(), &key));
+  EXPECT_EQ(9u, key.number);
+  EXPECT_EQ(DBE_NOT_FOUND, db_locate_next(task(), trg(), &key));
+}
+
 TEST_F(Records, EachOptionFindsItsRecordAndGivesTheKeyBackAsTold) {
   for (std::uint32_t number : {300u, 10u, 20u}) ASSERT_EQ(DBE_OK, write(number, 10));
   target_key key = {0, 0, 0};
