@@ -174,6 +174,15 @@ void step_over(journal_file* j, const group_read& g) {
   at.changed_generation = g.generation_after;
 }
 
+// No group stands there any more, nor behind it.
+void end_journal_at(journal_file* j, const log_mark& mark) {
+  static constexpr std::uint8_t zeros[journal_sector] = {};
+  const log_mark back = mark;   // it may be one of the journal's own
+  os().write_at(j->file, back.end, zeros, sizeof zeros);
+  j->at = back;
+  j->unsure = false;
+}
+
 // Whether the head of a group says what can be: bytes that are none of this life's end it.
 bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_place& place) {
   if (std::memcmp(head, group_magic, 4) != 0) return false;
@@ -254,8 +263,9 @@ void close_journal(journal_file* j) {
   j->file = -1;
   j->alive = false;
   os().release(j->buffer);
-  j->buffer = nullptr;
-  j->capacity = 0;
+  os().release(j->gathered);
+  j->buffer = j->gathered = nullptr;
+  j->capacity = j->gathered_length = 0;
   j->window_length = 0;
 }
 
@@ -485,6 +495,36 @@ std::uint64_t next_random(journal_file* j) {
 }
 }  // namespace
 
+namespace {
+// Puts a group behind those that wait in memory.  False when it shall not, or has no room.
+bool gather(journal_file* j, const std::uint8_t* group, std::size_t n) {
+  if (!j->gathers || planted(planted_fault::group_cut) || n > gathered_room - j->gathered_length) return false;
+  if (j->gathered == nullptr) j->gathered = static_cast<std::uint8_t*>(os().allocate(gathered_room));
+  if (j->gathered == nullptr) return false;
+  if (j->gathered_length == 0) j->gathered_from = j->at;
+  std::memcpy(j->gathered + j->gathered_length, group, n);
+  j->gathered_length += n;
+  return true;
+}
+
+int put_gathered(journal_file* j) {
+  const auto n = static_cast<std::int64_t>(j->gathered_length);
+  if (n == 0) return e_ok;
+  j->gathered_length = 0;
+  if (os().write_at(j->file, j->gathered_from.end, j->gathered, static_cast<std::size_t>(n)) == n) return e_ok;
+  end_journal_at(j, j->gathered_from);
+  j->lost = true;
+  return e_write;
+}
+}  // namespace
+
+void gather_groups(journal_file* j) { j->gathers = true; }
+
+int write_gathered(journal_file* j) {
+  j->gathers = false;
+  return put_gathered(j);
+}
+
 int append_group(journal_file* j, const group_to_write& g) {
   const std::uint32_t kind = kind_of(g);
   const std::uint64_t length = length_of(g, kind);
@@ -516,7 +556,9 @@ int append_group(journal_file* j, const group_to_write& g) {
   if (g.decision != nullptr) written.decision = *g.decision;
   store_le32(at + group_at::crc, written.crc);
   const std::uint64_t kept = padded - (planted(planted_fault::group_cut) ? journal_sector : 0);
-  const bool good = os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept);
+  const bool good = gather(j, at, padded) ||
+                    (put_gathered(j) == e_ok &&
+                     os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept));
   give_back_room(j);
   if (!good) return e_write;
   step_over(j, written);
@@ -525,11 +567,7 @@ int append_group(journal_file* j, const group_to_write& g) {
 }
 
 void take_back_group(journal_file* j, const log_mark& before) {
-  static constexpr std::uint8_t zeros[journal_sector] = {};
-  const log_mark back = before;   // it may be one of the journal's own
-  os().write_at(j->file, back.end, zeros, sizeof zeros);
-  j->at = back;
-  j->unsure = false;
+  if (j->at.sequence >= before.sequence) end_journal_at(j, before);
 }
 
 int take_back_from(journal_file* j, std::uint64_t place) {
@@ -551,7 +589,10 @@ int take_back_from(journal_file* j, std::uint64_t place) {
   return append_group(j, behind);
 }
 
-int flush_journal(journal_file* j) { return os().flush(j->file) == 0 ? e_ok : e_write; }
+int flush_journal(journal_file* j) {
+  if (const int put = put_gathered(j); put != e_ok) return put;
+  return os().flush(j->file) == 0 ? e_ok : e_write;
+}
 
 group_place first_place(journal_file* j) {
   j->window_length = 0;
