@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench_installation.h"
+#include "command_line.h"
 #include "long_records.h"
 #include "measurement.h"
 #include "support/cf_names.h"
@@ -216,35 +217,26 @@ void measure_first_call(const Installation& installation) {
   }));
 }
 
-int usage() {
-  std::fprintf(stderr,
-               "usage: catalog_bench [--short] [--dir FOLDER] [--targets N]\n"
-               "  --short    1200 change files, 2000 targets and a tenth of the calls\n"
-               "  --dir      where the installation is made (default /tmp)\n"
-               "  --targets  targets that a change file has status on (default 60000)\n");
-  return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--short") {
-      options.files = 1200;
-      options.targets = 2000;
-      options.reads /= 10;
-      options.writes /= 4;
-      options.lists /= 4;
-    } else if (argument == "--dir" && i + 1 < argc) {
-      options.folder = argv[++i];
-    } else if (argument == "--targets" && i + 1 < argc) {
-      options.targets = static_cast<unsigned>(std::clamp(std::atol(argv[++i]), 1L, 60000L));
-    } else {
-      return usage();
-    }
-  }
+  const auto shorter = [&](const char*) {
+    options.files = 1200;
+    options.targets = 2000;
+    options.reads /= 10;
+    options.writes /= 4;
+    options.lists /= 4;
+  };
+  const auto targets = [&](const char* n) {
+    options.targets = static_cast<unsigned>(std::clamp(std::atol(n), 1L, 60000L));
+  };
+  if (!read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "1200 change files, 2000 targets and a tenth of the calls", shorter},
+           {"--dir", "FOLDER", "where the installation is made (default /tmp)", [&](const char* f) { options.folder = f; }},
+           {"--targets", "N", "targets that a change file has status on (default 60000)", targets}}))
+    return 2;
   const Installation installation(options.folder, options.targets + 1000);
   std::printf("Change files: %u in the catalog, %u targets, installation under %s\n\n| whole catalog | |\n|---|---:|\n",
               options.files, options.targets, options.folder.c_str());

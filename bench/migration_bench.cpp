@@ -12,6 +12,7 @@
 #include <string>
 
 #include "bench_installation.h"
+#include "command_line.h"
 #include "measurement.h"
 #include "migration/older_database.h"
 
@@ -60,12 +61,12 @@ int main(int argc, char** argv) {
   migration_test::older_size size = {.targets = 2000, .change_files = 10000, .pairs_per_target = 500, .users_per_target = 5,
                                      .users = 400, .hardware = 20, .parameters = 50, .groups = 50, .members = 200};
   std::string folder = ".";
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--short") == 0)
-      size.targets = 200, size.change_files = 1000;
-    else if (std::strcmp(argv[i], "--dir") == 0 && i + 1 < argc)
-      folder = argv[++i];
-  }
+  const auto shorter = [&](const char*) { size.targets = 200, size.change_files = 1000; };
+  if (!bench::read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "200 targets and 1000 change files", shorter},
+           {"--dir", "FOLDER", "where the installation is made (default here)", [&](const char* f) { folder = f; }}}))
+    return 2;
   const bench::Installation installation(folder, most_targets);
   migration_test::write_older_database(installation.base(), size);
   std::printf("# Conversion of %u targets, %u change files, %u files of %u status entries\n\n", size.targets,

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "command_line.h"
 #include "engine/engine.h"
 #include "engine/os_file.h"
 
@@ -164,11 +165,12 @@ int main(int argc, char** argv) {
   std::uint32_t records = 100000;
   int rounds = 15;
   std::string parent = ".";
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--short") == 0) records = 20000, rounds = 5;
-    else if (std::strcmp(argv[i], "--dir") == 0 && i + 1 < argc) parent = argv[++i];
-    else return 2;
-  }
+  const auto shorter = [&](const char*) { records = 20000, rounds = 5; };
+  if (!bench::read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "20,000 records and five rounds", shorter},
+           {"--dir", "FOLDER", "where the file is made (default here)", [&](const char* f) { parent = f; }}}))
+    return 2;
   std::string folder = parent + "/zvr-reopen-XXXXXX";
   if (!mkdtemp(folder.data())) give_up("mkdtemp", 0);
   const std::string path = folder + "/records";

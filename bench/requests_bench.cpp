@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench_installation.h"
+#include "command_line.h"
 #include "measurement.h"
 #include "system_call_count.h"
 
@@ -238,31 +239,21 @@ void measure_trees(const Options& options) {
   print_counted("tree deleted by db_del_rq_tree", deletions[deletions.size() / 2], of_deletion);
 }
 
-int usage() {
-  std::fprintf(stderr,
-               "usage: requests_bench [--short] [--dir FOLDER]\n"
-               "  --short  5000 request records and a quarter of the calls\n"
-               "  --dir    where the installation is made (default /tmp)\n");
-  return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--short") {
-      options.records /= 20;
-      options.lists /= 4;
-      options.groups /= 4;
-      options.trees = 3;
-    } else if (argument == "--dir" && i + 1 < argc) {
-      options.folder = argv[++i];
-    } else {
-      return usage();
-    }
-  }
+  const auto shorter = [&](const char*) {
+    options.records /= 20;
+    options.lists /= 4;
+    options.groups /= 4;
+    options.trees = 3;
+  };
+  if (!read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "5000 request records and a quarter of the calls", shorter},
+           {"--dir", "FOLDER", "where the installation is made (default /tmp)", [&](const char* f) { options.folder = f; }}}))
+    return 2;
   const Installation installation(options.folder, 4 * members);
   std::printf("Requests: %u records, %u to each destination, installation under %s\n\n| whole requests | |\n|---|---:|\n",
               options.records, options.requests(), options.folder.c_str());

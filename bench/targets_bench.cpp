@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench_installation.h"
+#include "command_line.h"
 #include "measurement.h"
 
 namespace {
@@ -176,35 +177,26 @@ void measure_first_call(const Installation& installation) {
   }));
 }
 
-int usage() {
-  std::fprintf(stderr,
-               "usage: targets_bench [--short] [--dir FOLDER] [--targets N]\n"
-               "  --short    2000 targets and a tenth of the calls\n"
-               "  --dir      where the installation is made (default /tmp)\n"
-               "  --targets  size of the table (default 65000)\n");
-  return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--first-call") return first_call_worker();
-    if (argument == "--short") {
-      options.targets = 2000;
-      options.reads /= 10;
-      options.writes /= 4;
-      options.lists /= 4;
-    } else if (argument == "--dir" && i + 1 < argc) {
-      options.folder = argv[++i];
-    } else if (argument == "--targets" && i + 1 < argc) {
-      options.targets = static_cast<unsigned>(std::clamp(std::atol(argv[++i]), 1L, 65000L));
-    } else {
-      return usage();
-    }
-  }
+  if (argc == 2 && std::strcmp(argv[1], "--first-call") == 0) return first_call_worker();
+  const auto shorter = [&](const char*) {
+    options.targets = 2000;
+    options.reads /= 10;
+    options.writes /= 4;
+    options.lists /= 4;
+  };
+  const auto targets = [&](const char* n) {
+    options.targets = static_cast<unsigned>(std::clamp(std::atol(n), 1L, 65000L));
+  };
+  if (!read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "2000 targets and a tenth of the calls", shorter},
+           {"--dir", "FOLDER", "where the installation is made (default /tmp)", [&](const char* f) { options.folder = f; }},
+           {"--targets", "N", "size of the table (default 65000)", targets}}))
+    return 2;
   const Installation installation(options.folder, options.targets + 1000);
   std::printf("Targets: %u in the table, installation under %s\n\n| whole table | |\n|---|---:|\n",
               options.targets, options.folder.c_str());

@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "bench_installation.h"
+#include "command_line.h"
 #include "rivals/figures.h"
 #include "rivals/rival.h"
 #include "rivals/store_workloads.h"
@@ -64,41 +65,27 @@ void describe(const StoreOptions& options, const Rivals& rivals, Report* report)
   for (const auto& rival : rivals) report->notes.push_back(rival->name() + ": " + rival->settings());
 }
 
-int usage() {
-  std::fprintf(stderr,
-               "usage: rivals_bench [--short] [--dir FOLDER] [--only WORKLOAD] [--json FILE]\n"
-               "  --short  10,000 records and a fifth of the time\n"
-               "  --dir    where the files are made (default /tmp)\n"
-               "  --only   one workload of the table, e.g. get\n"
-               "  --json   where the figures go (default rivals.json)\n");
-  return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   StoreOptions options;
   SystemOptions system;
   std::string json = "rivals.json";
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--short") {
-      options.records = 10000;
-      options.slice = 0.1;
-      options.rounds = 2;
-      options.mixed_seconds = 1;
-      system.targets = 6000;
-      system.files = 3000;
-    } else if (argument == "--dir" && i + 1 < argc) {
-      options.folder = argv[++i];
-    } else if (argument == "--only" && i + 1 < argc) {
-      options.only = argv[++i];
-    } else if (argument == "--json" && i + 1 < argc) {
-      json = argv[++i];
-    } else {
-      return usage();
-    }
-  }
+  const auto shorter = [&](const char*) {
+    options.records = 10000;
+    options.slice = 0.1;
+    options.rounds = 2;
+    options.mixed_seconds = 1;
+    system.targets = 6000;
+    system.files = 3000;
+  };
+  if (!read_command_line(
+          argc, argv,
+          {{"--short", nullptr, "10,000 records and a fifth of the time", shorter},
+           {"--dir", "FOLDER", "where the files are made (default /tmp)", [&](const char* f) { options.folder = f; }},
+           {"--only", "WORKLOAD", "one workload of the table, e.g. get", [&](const char* w) { options.only = w; }},
+           {"--json", "FILE", "where the figures go (default rivals.json)", [&](const char* f) { json = f; }}}))
+    return 2;
   setenv("ZVR_JOURNAL", "on", 1);
   std::string folder = options.folder + "/zvr-rivals-XXXXXX";
   if (!mkdtemp(folder.data())) give_up("making a folder", 0);

@@ -65,7 +65,21 @@ bool follow_writer(PSP* h) {
 }  // namespace
 
 bool nothing_moved(PSP* h) {
-  return h->cached != nullptr && is_shared(h) && journal_in_view(h) && !file_moved(h);
+  if (h->cached == nullptr || !is_shared(h) || !journal_in_view(h) || file_moved(h)) return false;
+  return h->journal == nullptr || look_for_news(&h->journal->log, h->cached->journal) == journal_news::none;
+}
+
+const std::uint8_t* view_of_journal(PSP* h) {
+  return h->cached != nullptr && journal_in_view(h) ? h->cached->journal : nullptr;
+}
+
+unsigned nodes_to_bring(PSP* h) {
+  constexpr unsigned misses_a_node = 32;
+  if (h->cached == nullptr || h->locklevel == 1 || h->wrnest != 0) return 1;
+  const unsigned worth = ++h->cached->misses / misses_a_node;
+  unsigned nodes = 1;
+  while (nodes < most_nodes_brought && 2 * nodes <= worth) nodes *= 2;
+  return nodes;
 }
 
 bool begin_quiet_read(PSP* h, int keyno) {

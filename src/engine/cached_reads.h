@@ -27,12 +27,16 @@ enum class quiet : std::uint8_t {
   broken,   // something moved: what the read found is no answer
 };
 
+inline constexpr unsigned most_nodes_brought = 64;
+
 struct cached_reads {
   const std::uint8_t* page;      // first page of the record file
   const std::uint8_t* journal;   // the journal as it was made, null: none, or not mapped yet
   quiet state;
   int leaves_ahead;              // that a missing leaf brings with it
   int due;                       // of these, by the read that is under the locks now
+  unsigned misses;               // nodes that had to be read
+  unsigned reads_beside;         // a change that was on its way
   bool backwards;                // the read steps back
 };
 
@@ -59,6 +63,13 @@ inline void tell_direction(PSP* h, bool backwards) {
 }
 // Leaves to bring with the one that was just read, once a read.
 inline int take_leaves_ahead(PSP* h) { return h->cached != nullptr ? std::exchange(h->cached->due, 0) : 0; }
+
+// The journal as it is now, journal_size bytes; null: not mapped.
+const std::uint8_t* view_of_journal(PSP* h);
+
+// A node had to be read, under the own byte: how many places, a power of two, its part of the
+// file has that is worth reading with it.  Who misses much reads much at once.
+unsigned nodes_to_bring(PSP* h);
 
 // Lets go of the mappings.
 void end_cached_reads(PSP* h);
@@ -100,7 +111,9 @@ class read_request {
 // What it answers when the bracket cannot be entered may be told.
 template <class Work>
 int read_operation(PSP* h, int keyno, Work work, int refused = e_ok) {
-  if (begin_quiet_read(h, keyno)) {
+  // Beside a busy writer the first attempt often meets the end of an operation.
+  constexpr int attempts = 4;
+  for (int attempt = 0; attempt < attempts && begin_quiet_read(h, keyno); ++attempt) {
     const read_request request(h, keyno);
     int result = work();
     if (end_quiet_read(h, &result)) return keep_status(h, result);

@@ -144,6 +144,9 @@ bool has_journal(const PSP* h);
 // Whether the open took back a transaction that its dead owner left in the journal.  The
 // file never had any of it, or what it has is rolled back as ever.
 bool took_back_transaction(const PSP* h);
+// Whether the file told of a transaction when its header was read last.  Behind an open, before
+// anything else: false is what transstat says by 0, without a write operation.
+bool tells_of_transaction(const PSP* h);
 int clrwrit(PSP* h);
 int cclose(PSP* h);
 int dclose(PSP* h);
@@ -197,6 +200,9 @@ using progress_fn = int (*)(PSP* h, double done, const log_view* record);
 // and all that follow in the transaction answer why; the file itself is whole, and the
 // companion no copy any more.  Nor is it one when the transaction was left behind by a death.
 int transbeg(PSP* h, int type, PSP* companion);
+// A plain transaction that one call of the caller's begins and ends.  It may stay unseen by readers
+// without locks (read_from_cache) until it ends; all else is as of transbeg.
+int transbeg_of_call(PSP* h);
 int transend(PSP* h, int mode);
 // Ends the transactions of two files in the same folder at once: after a crash at any point
 // both count or neither.  0, or an error: then both are to be rolled back.  Each file is

@@ -12,7 +12,7 @@ void begin_call(PSP* h) {
   const one_thread alone;
   if (!is_open(h) || is_exclusive(h) || h->journal == nullptr || h->rw == 1) return;
   if (h->held || h->wrnest != 0 || h->rdnest != 0 || cache_ready() != e_ok) return;
-  if (become_writer(h, true) != e_ok || h->journal == nullptr) {
+  if (become_writer(h) != e_ok || h->journal == nullptr) {
     release_writer(h);
     return;
   }

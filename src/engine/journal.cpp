@@ -16,15 +16,18 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/cached_reads.h"
 #include "engine/companion.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 #include "engine/planted_fault.h"
 #include "engine/sharing.h"
+#include "engine/waiting_queue.h"
 
 namespace zvrdb::engine {
 
-std::uint64_t checkpoint_at = journal_size;
+// What one more operation appends has room in what was made ahead.
+std::uint64_t checkpoint_at = journal_size - journal_size / 16;
 std::uint64_t defer_to = std::uint64_t{1} << 30;
 
 namespace {
@@ -40,11 +43,17 @@ struct neighbours {
   bool any, users;
 };
 neighbours look_around(PSP* h) {
+  if (is_exclusive(h)) return {false, false};
+  const int log = h->journal->log.file;
+  const std::int64_t user = os().find_held(log, user_bytes, slot_count);
+  if (user == none_held) return {others_alive(h), false};
+  if (user >= 0 && slot_is_alive(h, static_cast<int>(user - static_cast<std::int64_t>(user_bytes)))) return {true, true};
+  // That one is about to go: its slot is given back before its byte of the journal.
   neighbours found{false, false};
-  for (int s = 0; is_shared(h) && !found.users && s < slot_count; ++s) {
+  for (int s = 0; !found.users && s < slot_count; ++s) {
     if (s == h->slot || !slot_is_alive(h, s)) continue;
     found.any = true;
-    found.users = os().probe(h->journal->log.file, user_byte(s)) != 0;
+    found.users = os().probe(log, user_byte(s)) != 0;
   }
   return found;
 }
@@ -88,6 +97,7 @@ int catch_up(PSP* h, bool arbiter_held) { return catch_up(&h->journal->log, arbi
 // The file is brought to what the log says, if it is not there already.
 int settle_file(PSP* h, bool all) {
   journal* j = h->journal;
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   if (const int settled = settle_promise(h); settled != e_ok) return settled;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
@@ -119,6 +129,7 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   // Nobody does without beside a journal that holds changes of the file as it is: who has a slot
   // then is about to look at it, or is dying, or is a program that knows nothing of it.
   if (others && !users && !(j->log.alive && j->log.at.any_change)) return e_ok;
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   if (!users) {
     if (const int dropped = drop_unfinished(h); dropped != e_ok) return dropped;
   }
@@ -154,14 +165,18 @@ node_change touched_node(const void* context, std::uint32_t i) {
   return c;
 }
 
-// Header fields of the block from the file, and everything remembered of nodes forgotten.
-int reload(PSP* h) {
-  journal* j = h->journal;
+void forget_nodes(PSP* h) {
   purgefile(h);
   h->lastkey = -1;
   mark_cursors_stale(h);
+  h->journal->follows = false;
+}
+
+// Header fields of the block from the file, and everything remembered of nodes forgotten.
+int reload(PSP* h) {
+  journal* j = h->journal;
+  forget_nodes(h);
   j->must_reload = true;
-  j->follows = false;
   if (const int loaded = readhdr(h); loaded != e_ok) return loaded;
   j->must_reload = false;
   journal_header_read(h);
@@ -188,6 +203,20 @@ void take_place(PSP* h) {
 
 }  // namespace
 
+void forget_operation(PSP* h) {
+  journal* j = h->journal;
+  forget_pages(&j->pages);
+  next_operation(&j->pages);
+  j->deferred = false;
+  h->hdrdirty = 0;
+  h->grown = 0;
+  forget_nodes(h);
+  if (h->transtype != 0) {
+    h->lognode = h->opnode;
+    h->logpos = h->oppos;
+  }
+}
+
 // The operation never was.  Those before it in its transaction are in the log, or, where that could
 // not be written, those of its call never were either.
 int undo_operation(PSP* h, int result) {
@@ -196,18 +225,10 @@ int undo_operation(PSP* h, int result) {
   const bool lost = std::exchange(j->log.lost, false);
   if (lost) take_place(h);
   const bool earlier = j->deferred;
-  forget_pages(&j->pages);
-  next_operation(&j->pages);
-  j->deferred = false;
-  h->hdrdirty = 0;
-  h->grown = 0;
+  forget_operation(h);
   if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
   reload(h);
   if (j->log.alive) h->generation = j->log.at.generation;
-  if (h->transtype != 0) {
-    h->lognode = h->opnode;
-    h->logpos = h->oppos;
-  }
   if (h->transtype == 0 && lost) companion_let_go(h);
   return result;
 }
@@ -263,7 +284,9 @@ int flush_log(journal* j) {
 // and is none of the operation.
 void apply_committed(PSP* h) {
   journal* j = h->journal;
-  const int applied = apply_pages(h);
+  // Not before the flush is over: readers go on while it lasts.
+  int applied = is_shared(h) && h->locklevel != 3 ? lockread(h, true) : static_cast<int>(e_ok);
+  if (applied == e_ok) applied = apply_pages(h);
   forget_pages(&j->pages);
   j->deferred = false;
   if (applied == e_ok) {
@@ -283,13 +306,9 @@ int commit_change(PSP* h) {
   const bool more = (h->transtype != 0 || j->transaction_begins) && !j->closing;
   const std::uint64_t room = group_room(j->pages.touched_count, true);
   const bool defer = more && j->log.at.end + room <= defer_to;
-  // Before the commit: a lock that fails afterwards would leave it between two states.
-  if (!defer && is_shared(h) && h->locklevel != 3) {
-    if (const int locked = lockread(h, true); locked != e_ok) return locked;
-  }
   const log_mark before = j->log.at;
   change_kind kind;
-  kind.open = defer;
+  if (defer) kind.open = h->one_call ? group_open::in_call : group_open::in_transaction;
   if (j->decision.there) kind.decision = &j->decision;
   if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {
@@ -297,7 +316,7 @@ int commit_change(PSP* h) {
     return e_ok;
   }
   if (const int flushed = flush_log(j); flushed != e_ok) {
-    take_back_group(&j->log, before);
+    refuse_group(&j->log, before);
     return flushed;
   }
   j->committed = true;
@@ -432,11 +451,14 @@ int journal_enter(PSP* h) {
     if (const int caught = catch_up(h, true); caught != e_ok) return caught;
   }
   first_page page;
-  const bool look = is_shared(h) || j->must_repair;
+  const bool look = is_shared(h) || j->must_repair || j->log.doubt;
   if (look) {
     if (const int got = read_first_page(h, &page); got != e_ok) return got;
   }
   const bool own = j->deferred && look && !page.flag && page.generation == j->disk_generation;
+  if (own) {
+    if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
+  }
   if (look && !own) {
     if (const int settled = settle_file(h, false); settled != e_ok) return settled;
   }
@@ -446,9 +468,50 @@ int journal_enter(PSP* h) {
   return e_ok;
 }
 
+namespace {
+// The own reader byte is held, so no page of a group goes to the file: it is as the change says
+// that it bears.  Whether that is known now, and what stands behind it has not ended.
+bool follow_to_file(PSP* h) {
+  journal* j = h->journal;
+  if (j->deferred || j->must_repair || j->must_reload || !is_shared(h)) return false;
+  const std::uint8_t* view = view_of_journal(h);
+  first_page page;
+  if (view == nullptr || read_first_page(h, &page) != e_ok || page.flag) return false;
+  const journal_watcher watcher = watcher_of(h);
+  if (look_at_life(&j->log, watcher) != e_ok || !j->log.alive || j->log.unsure) return false;
+  if (!is_at_last_change(j, page.generation) && catch_up_to(&j->log, page.generation, watcher) != 1) {
+    // What was taken on the way may be taken back yet by its writer.
+    if (j->ahead) j->follows = false;
+    return false;
+  }
+  const journal_news news = look_for_news(&j->log, view);
+  return news <= journal_news::nothing_to_read ||
+         (news == journal_news::change_under_way && os().probe(h->file, arbiter_byte) == 1);
+}
+
+// Who comes behind a living writer need not take the arbiter from it: the writer brings the file
+// along itself.  0 the arbiter is held; file_changed; e_byte_lock, e_io.
+constexpr int file_changed = 1;
+int wait_for_arbiter_or_change(PSP* h, std::uint32_t generation) {
+  if (queues(h)) return getarbiter(h);
+  for (unsigned attempt = 0;; ++attempt) {
+    const lock_answer answer = os().lock(h->file, arbiter_byte, 1);
+    if (answer == lock_answer::failed) return e_byte_lock;
+    if (answer == lock_answer::taken) {
+      h->arbiter = 'L';
+      return e_ok;
+    }
+    os().wait(attempt);
+    first_page page;
+    if (const int got = read_first_page(h, &page); got != e_ok) return got;
+    if (!page.flag && page.generation != generation) return file_changed;
+  }
+}
+}  // namespace
+
 int journal_follow(PSP* h) {
   journal* j = h->journal;
-  if (j->log.file < 0) return e_ok;
+  if (j->log.file < 0 || follow_to_file(h)) return e_ok;
   if (const int caught = catch_up(h, false); caught != e_ok) return caught;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
@@ -458,7 +521,11 @@ int journal_follow(PSP* h) {
   const bool behind = j->log.alive && j->log.at.any_change && (page.flag || !in_step(j, page));
   if (!behind && !j->must_repair && !j->must_reload) return e_ok;
   int result = unlockread(h);
-  if (result == e_ok) result = getarbiter(h);
+  if (result == e_ok) result = wait_for_arbiter_or_change(h, page.generation);
+  if (result == file_changed) {
+    result = lockread(h, false);
+    return result == e_ok ? journal_follow(h) : result;
+  }
   if (result == e_ok) result = journal_enter(h);
   // A flag that the journal does not explain is the business of writers.
   if (result == e_write_flag) result = e_ok;
@@ -468,12 +535,15 @@ int journal_follow(PSP* h) {
 
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag) {
   const journal* j = h->journal;
-  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive) return true;
+  if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || j->log.doubt) return true;
   if (flag ? j->deferred : generation != j->disk_generation) return true;
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   const journal_news news = look_for_news(&j->log, view);
-  if (news != journal_news::change_under_way) return flag || news != journal_news::none;
+  if (news != journal_news::change_under_way) return flag || news == journal_news::some;
+  // Its commit should not wait for the end of a reader's time slice.
+  constexpr unsigned reads_without_pause = 16;
+  if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
   // That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
   // another one would have appended before it set it.
   return os().probe(h->file, arbiter_byte) != 1;

@@ -97,9 +97,10 @@ int journal_finish(PSP* h);
 // flushed, readers shut out, pages pending, the operation still open.  On an error it never
 // was.  `result` as in journal_end_operation.
 int journal_promise(PSP* h, int result, const group_link& link);
-// The end of that operation: it counts, or it never was.
+// The end of that operation: it counts, or it never was, or that is open.
 void journal_keep_promise(PSP* h);
 int journal_break_promise(PSP* h, int result);
+void journal_leave_open(PSP* h);
 // The arbiter held, the log read to its end: what became of a promise that stands there.
 // 0, e_io, e_no_memory, e_write.
 int settle_promise(PSP* h);
@@ -126,13 +127,15 @@ bool journal_is_ahead(const char* path);
 // ---- parts of an operation's end, journal.cpp
 int ready_log(PSP* h);
 struct change_kind {
-  bool open = false;                        // inside a transaction, and not to be flushed
+  group_open open = group_open::no;         // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;
   const group_link* decision = nullptr;
 };
 int append_change(PSP* h, const change_kind& kind);
 bool changes_something(const journal* j);
 int undo_operation(PSP* h, int result);
+// What undo_operation does with the block alone.
+void forget_operation(PSP* h);
 void apply_committed(PSP* h);
 int flush_log(journal* j);
 

@@ -1,5 +1,6 @@
 #include "engine/journal_file.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -59,7 +60,13 @@ constexpr std::uint32_t kind_change = 1;
 constexpr std::uint32_t kind_promise = 2;
 constexpr std::uint32_t kind_decision = 3;
 constexpr std::size_t buffer_kept = 1024 * 1024;
-constexpr std::size_t window_size = 64 * 1024;   // read at once
+// Read at once: most often there are few groups, and short ones.  Then four times as much each time.
+constexpr std::size_t first_window = 4 * 1024;
+constexpr std::size_t longest_window = 64 * 1024;
+
+// The head and what stands behind it in the next sector.
+constexpr std::size_t head_and_state = journal_doubt_at + 8;
+static_assert(journal_mount_at == journal_head_size && journal_doubt_at == journal_mount_at + 8);
 
 std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
 void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::little); }
@@ -82,7 +89,7 @@ bool make_room(journal_file* j, std::size_t n) {
   if (j->capacity >= n) return true;
   os().release(j->buffer);
   j->capacity = 0;
-  const std::size_t wanted = n < window_size ? window_size : n;
+  const std::size_t wanted = n <= first_window ? first_window : std::max(n, longest_window);
   j->buffer = static_cast<std::uint8_t*>(os().allocate(wanted));
   if (j->buffer == nullptr) return false;
   j->capacity = wanted;
@@ -139,9 +146,18 @@ bool load_link(const std::uint8_t* from, group_link* out) {
   return end != nullptr && out->name[0] != 0 && std::strchr(out->name, '/') == nullptr;
 }
 
+void note_doubt(journal_file* j, bool there) {
+  std::uint8_t bytes[8];
+  store_le64(bytes, there ? 1 : 0);
+  const bool told = os().write_at(j->file, journal_doubt_at, bytes, sizeof bytes) == static_cast<std::int64_t>(sizeof bytes);
+  j->doubt = there;
+  j->doubt_untold = there && !told;
+}
+
 void start_of_life(journal_file* j) {
   j->at = log_mark{};
   j->at.changed_generation = j->base_generation;
+  std::memcpy(j->at.header, j->base, header_size);
   j->at.generation = j->base_generation;
   j->at.chain = j->head_crc;
   j->unsure = false;
@@ -172,13 +188,18 @@ void step_over(journal_file* j, const group_read& g) {
   if (g.header == nullptr) return;
   at.any_change = true;
   at.changed_generation = g.generation_after;
+  std::memcpy(at.header, g.header, header_size);
 }
 
-// No group stands there any more, nor behind it.
-void end_journal_at(journal_file* j, const log_mark& mark) {
+// No group begins behind the last one known.
+bool cut_off(const journal_file* j, std::uint64_t end) {
   static constexpr std::uint8_t zeros[journal_sector] = {};
+  return os().write_at(j->file, end, zeros, sizeof zeros) == static_cast<std::int64_t>(sizeof zeros);
+}
+
+void end_journal_at(journal_file* j, const log_mark& mark) {
   const log_mark back = mark;   // it may be one of the journal's own
-  os().write_at(j->file, back.end, zeros, sizeof zeros);
+  cut_off(j, back.end);
   j->at = back;
   j->unsure = false;
 }
@@ -280,12 +301,17 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   std::memcpy(head + head_at::header, header, header_size);
   store_le32(head + head_at::crc, crc32c(0, head, head_at::crc));
   j->alive = false;
-  std::uint8_t begin[journal_head_size + sizeof(std::uint64_t)];
-  static_assert(journal_mount_at == journal_head_size);
+  std::uint8_t begin[head_and_state];
   std::memcpy(begin, head, sizeof head);
   store_le64(begin + journal_mount_at, os().mount(j->file));
+  // Whoever dies before he can tell that the flush failed has told it.
+  store_le64(begin + journal_doubt_at, how == begun::flushed ? 1 : 0);
   if (os().write_at(j->file, 0, begin, sizeof begin) != static_cast<std::int64_t>(sizeof begin)) return e_write;
-  if (how == begun::flushed && os().flush(j->file) != 0) return e_write;
+  if (how == begun::flushed) {
+    if (const int flushed = flush_journal(j); flushed != e_ok) return flushed;
+    note_doubt(j, false);
+  }
+  j->doubt = j->doubt_untold = false;
   take_head(j, head);
   // The groups of a giant transaction count no more, and whether they go is no matter.
   if (how == begun::flushed && os().size(j->file) > static_cast<std::int64_t>(journal_kept))
@@ -352,18 +378,34 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
   return found;
 }
 
-int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
-  std::uint8_t head[journal_head_size];
-  const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
+namespace {
+// With what is told behind it.  1; 0 the file is too short, e_io.
+int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
+  std::uint8_t bytes[head_and_state] = {};
+  const std::int64_t got = os().read_at(j->file, 0, bytes, sizeof bytes);
   if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(sizeof head)) {
+  if (got < static_cast<std::int64_t>(journal_head_size)) return 0;
+  std::memcpy(*head, bytes, sizeof *head);
+  j->doubt = j->doubt_untold || load_le64(bytes + journal_doubt_at) != 0;
+  return 1;
+}
+}  // namespace
+
+int look_at_life(journal_file* j, const journal_watcher& watcher) {
+  std::uint8_t head[journal_head_size];
+  if (const int got = read_head(j, &head); got <= 0) {
     j->alive = false;
-    return e_ok;
+    return got;
   }
   if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
     take_head(j, head);
     watcher.new_life(watcher.context, *j);
   }
+  return e_ok;
+}
+
+int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
+  if (const int looked = look_at_life(j, watcher); looked != e_ok) return looked;
   if (!j->alive) return e_ok;
   const int taken_back = was_taken_back(j);
   if (taken_back < 0) return taken_back;
@@ -401,29 +443,43 @@ class journal_view {
     static_assert(group_at::length == 4);
     return at + to_sectors(look(at) >> 32);
   }
-  bool is_change(std::uint64_t at) const {
-    const auto kind = static_cast<std::uint32_t>(look(at + group_at::kind));
-    return kind != 0 && static_cast<std::uint32_t>(look(at + group_at::open)) == 0;
-  }
+  bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
+  // Of no interest to who only reads, as long as nothing else follows.
+  bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
   std::uint32_t generation_after(std::uint64_t at) const {
     static_assert(group_at::before == 24 && group_at::after == 28);
     return static_cast<std::uint32_t>(look(at + group_at::before) >> 32);
   }
 
  private:
+  std::uint32_t kind_of(std::uint64_t at) const { return static_cast<std::uint32_t>(look(at + group_at::kind)); }
+  group_open open_of(std::uint64_t at) const {
+    return static_cast<group_open>(static_cast<std::uint32_t>(look(at + group_at::open)));
+  }
+
   const journal_file* j_;
   const std::uint8_t* view_;
 };
 }  // namespace
 
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
+  constexpr int most_groups = 16;
   const journal_view view(j, bytes);
-  const std::uint64_t end = j->at.end;
-  if (!view.same_life() || !view.in_sight(end)) return journal_news::some;
-  if (!view.begins(end, j->at.sequence)) return journal_news::none;
-  const std::uint64_t behind = view.end_of(end);
-  if (!view.in_sight(behind) || view.begins(behind, j->at.sequence + 1)) return journal_news::some;
-  return view.is_change(end) ? journal_news::change_under_way : journal_news::some;
+  if (!view.same_life() || view.look(journal_doubt_at) != 0) return journal_news::some;
+  std::uint64_t at = j->at.end;
+  std::uint64_t sequence = j->at.sequence;
+  for (int groups = 0; groups < most_groups && view.in_sight(at); ++groups) {
+    if (!view.begins(at, sequence)) return groups == 0 ? journal_news::none : journal_news::nothing_to_read;
+    const std::uint64_t behind = view.end_of(at);
+    if (behind == at || !view.in_sight(behind)) break;
+    if (!view.may_wait(at)) {
+      const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
+      return last ? journal_news::change_under_way : journal_news::some;
+    }
+    at = behind;
+    ++sequence;
+  }
+  return journal_news::some;
 }
 
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
@@ -544,7 +600,7 @@ int append_group(journal_file* j, const group_to_write& g) {
   store_le32(at + group_at::kind, kind);
   store_le32(at + group_at::chain, j->at.chain);
   store_le64(at + group_at::random, next_random(j));
-  store_le32(at + group_at::open, g.open ? 1 : 0);
+  store_le32(at + group_at::open, static_cast<std::uint32_t>(g.open));
   if (kind != 0) fill_content(at + group_head_size, g);
   std::memset(at + length, 0, padded - length);
   group_read written = {};
@@ -567,7 +623,8 @@ int append_group(journal_file* j, const group_to_write& g) {
 }
 
 void take_back_group(journal_file* j, const log_mark& before) {
-  if (j->at.sequence >= before.sequence) end_journal_at(j, before);
+  if (j->at.sequence < before.sequence) return;
+  end_journal_at(j, before);
 }
 
 int take_back_from(journal_file* j, std::uint64_t place) {
@@ -579,19 +636,50 @@ int take_back_from(journal_file* j, std::uint64_t place) {
     if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
     step_over(j, g);
   }
-  if (!j->at.promise.there) {
-    take_back_group(j, j->at);
-    return e_ok;
-  }
+  // Should that fail, the next one to read would find them again.
+  if (!j->at.promise.there) return cut_off(j, j->at.end) ? static_cast<int>(e_ok) : static_cast<int>(e_write);
   // A promise that something stood behind counts, and the deciding journal may have relied on that.
   group_to_write behind = {};
   behind.generation_before = behind.generation_after = j->at.generation;
-  return append_group(j, behind);
+  // On the disk before anything else is written over what stood there.
+  const int told = append_group(j, behind);
+  return told == e_ok ? flush_journal(j) : told;
+}
+
+int refuse_group(journal_file* j, const log_mark& before) {
+  take_back_group(j, before);
+  return end_doubt(j);
+}
+
+int end_doubt(journal_file* j) {
+  // Without a life there is nothing to be sure of: one begins with the next change.
+  if (!j->doubt || !j->alive) return e_ok;
+  if (const int written = write_head_again(j); written != e_ok) return written;
+  group_place place = first_place(j);
+  while (place.at < j->at.end) {
+    group_read g;
+    const int found = read_group(j, place, &g);
+    if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
+    if (const int written = write_group_again(j, g); written != e_ok) return written;
+    place = place_behind(place, g);
+  }
+  const std::int64_t size = os().size(j->file);
+  if (size < 0) return e_io;
+  // What was refused may still stand there on the disk.
+  static constexpr std::uint8_t zeros[journal_sector] = {};
+  const bool room = place.at + sizeof zeros <= static_cast<std::uint64_t>(size);
+  if (room && os().write_at(j->file, place.at, zeros, sizeof zeros) != static_cast<std::int64_t>(sizeof zeros))
+    return e_write;
+  if (const int flushed = flush_journal(j); flushed != e_ok) return flushed;
+  note_doubt(j, false);
+  return e_ok;
 }
 
 int flush_journal(journal_file* j) {
   if (const int put = put_gathered(j); put != e_ok) return put;
-  return os().flush(j->file) == 0 ? e_ok : e_write;
+  if (os().flush(j->file) == 0) return e_ok;
+  if (!planted(planted_fault::doubt_forgotten)) note_doubt(j, true);
+  return e_write;
 }
 
 group_place first_place(journal_file* j) {
@@ -609,12 +697,16 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
   *out = nullptr;
   const std::uint8_t* at = in_window(j, place.at, group_head_size);
   if (at == nullptr) {
-    // Most often nothing has been appended: that costs one short read.
-    std::uint8_t head[group_head_size];
-    const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
-    if (got < 0) return e_io;
-    if (got != static_cast<std::int64_t>(sizeof head) || std::memcmp(head, group_magic, 4) != 0) return e_ok;
-    if (const int filled = fill_window(j, place.at, window_size); filled != e_ok) return filled;
+    std::size_t window = std::min(4 * j->window_length, longest_window);
+    if (window == 0) {
+      // Most often nothing has been appended: that costs one short read.
+      std::uint8_t head[group_head_size];
+      const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
+      if (got < 0) return e_io;
+      if (got != static_cast<std::int64_t>(sizeof head) || !head_is_good(j, head, place)) return e_ok;
+      window = std::clamp<std::size_t>(load_le32(head + group_at::length), first_window, longest_window);
+    }
+    if (const int filled = fill_window(j, place.at, window); filled != e_ok) return filled;
     at = in_window(j, place.at, group_head_size);
   }
   if (at == nullptr || !head_is_good(j, at, place)) return e_ok;
@@ -624,7 +716,7 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
     if (size < 0) return e_io;
     const auto bytes = static_cast<std::uint64_t>(size);
     if (place.at >= bytes || length > bytes - place.at) return e_ok;
-    const std::size_t wanted = length < window_size ? window_size : length;
+    const std::size_t wanted = std::max(length, longest_window);
     if (const int filled = fill_window(j, place.at, wanted); filled != e_ok) return filled;
     at = in_window(j, place.at, length);
     // What was read now may not be what the head was read from: another one may be writing.
@@ -663,25 +755,48 @@ int read_group(journal_file* j, const group_place& place, group_read* out) {
   return list_is_good(*out) ? 1 : 0;
 }
 
+int write_head_again(journal_file* j) {
+  std::uint8_t head[journal_head_size];
+  if (os().read_at(j->file, 0, head, sizeof head) != static_cast<std::int64_t>(sizeof head)) return e_io;
+  return os().write_at(j->file, 0, head, sizeof head) == static_cast<std::int64_t>(sizeof head) ? e_ok : e_write;
+}
+
 int write_group_again(journal_file* j, const group_read& g) {
   const bool written = os().write_at(j->file, g.place, g.bytes, g.length) == static_cast<std::int64_t>(g.length);
   return written ? e_ok : e_write;
 }
 
+namespace {
+// In a journal of another record file.
+int end_doubt_there(journal_file* j) {
+  j->window_length = 0;
+  int found = 1;
+  for (group_read g; found == 1;) found = take_next_group(j, nobody_watches, &g);
+  return found < 0 ? found : end_doubt(j);
+}
+}  // namespace
+
 int find_decision(journal_file* j, const group_link& promise, bool alone) {
   std::uint8_t head[journal_head_size];
-  const std::int64_t got = os().read_at(j->file, 0, head, sizeof head);
-  if (got < 0) return e_io;
-  if (got != static_cast<std::int64_t>(sizeof head)) return 0;
+  if (const int got = read_head(j, &head); got <= 0) return got;
   j->identity = load_le64(head + head_at::identity);
   take_head(j, head);
   if (!j->alive || j->salt != promise.salt) return 0;
+  // One that was refused may be on the disk although nobody sees it.
+  if (j->doubt) {
+    if (!alone) return e_byte_lock;
+    if (const int ended = end_doubt_there(j); ended != e_ok) return ended;
+  }
+  // A flush that failed may have taken what only looks written.
+  if (alone) {
+    if (const int again = write_head_again(j); again != e_ok) return again;
+  }
   for (group_place place = first_place(j);;) {
     group_read g;
     const int found = read_group(j, place, &g);
     if (found <= 0) return found;
-    // A flush that failed may have taken groups that only look written.
-    if (const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok); again != e_ok) return again;
+    const int again = alone ? write_group_again(j, g) : static_cast<int>(e_ok);
+    if (again != e_ok) return again;
     if (g.decision.there && g.decision.number == promise.number) break;
     place = place_behind(place, g);
   }

@@ -10,7 +10,8 @@
 //        | 384 zero (124)  508 CRC-32C of 0 to 507 (4) |
 //    512 +---------------------------------------------+
 //        | mount (8): where the life began, see below  |
-//    520 | zero                                        |
+//    520 | doubt (8): 0 none, see below                |
+//    528 | zero                                        |
 //   4096 +---------------------------------------------+
 //        | group 1, group 2, ...                       |  each begins at a multiple of 512
 //        +---------------------------------------------+
@@ -37,7 +38,8 @@
 // Header and nodes are as they lie in the record file.
 //
 // Open is 1 in a change inside a transaction that was not flushed: it counts for nothing before
-// the one that ends the transaction, or another that was flushed.
+// the one that ends the transaction, or another that was flushed.  It is 2 where the transaction
+// is that of one call, which nobody was answered anything of.
 //
 // Kinds 2 and 3 are changes of two record files that end together: a promise in the journal
 // of the one, which counts if the journal of the other holds the decision.  Both bear a link
@@ -48,6 +50,10 @@
 //
 // While the file system stays mounted that the life began on, the record file has all that was
 // written to it, and a repair need not write again what it shows.  A mount of 0 is none.
+//
+// After a flush of the journal that failed nobody knows what of it is on the disk: programs see
+// what was written, and the next flush answers well.  Until all of the life was written once
+// more and flushed, doubt is 1, and nothing is appended.
 //
 // A life is what was appended since the journal was begun: its groups bear its salt and the
 // sequence 1, 2, 3...  The first place that holds no such group, whole, is the end.  Each
@@ -64,6 +70,7 @@ namespace zvrdb::engine {
 
 inline constexpr std::uint64_t journal_sector = 512;
 inline constexpr std::uint64_t journal_mount_at = 512;
+inline constexpr std::uint64_t journal_doubt_at = 520;
 inline constexpr std::uint64_t journal_groups = 4096;          // where group 1 begins
 inline constexpr std::uint64_t journal_size = 1024 * 1024;     // bytes made ahead
 inline constexpr std::uint64_t journal_kept = 4 * journal_size; // a longer one is cut back to journal_size
@@ -86,6 +93,7 @@ struct log_mark {
   std::uint64_t sequence = 1;            // of the next group
   bool any_change = false;               // a change is there
   std::uint32_t changed_generation = 0;  // after the last change; without one that of the base
+  std::uint8_t header[header_size] = {}; // the same of the record file's header
   std::uint32_t generation = 0;          // after the last group of any kind
   std::uint32_t chain = 0;               // CRC of the last group, or of the head
   std::uint64_t last = 0;                // where the last group begins; 0: there is none
@@ -106,6 +114,8 @@ struct journal_file {
 
   log_mark at;                    // behind the last group known
   log_mark before;                // behind the one before it, while the last is a promise
+  bool doubt = false;             // a flush failed: see above
+  bool doubt_untold = false;      // and that could not be written
   bool unsure = false;            // the last group may be taken back: its writer was at work
 
   std::uint8_t* buffer = nullptr;        // of the group at hand, or a piece of the journal
@@ -134,6 +144,13 @@ struct node_change {
 };
 inline bool is_whole(const node_change& c) { return c.from == node_head_size && c.length == page_size - node_head_size; }
 
+// Whether a group counts by itself.  The numbers are those of the format.
+enum class group_open : std::uint32_t {
+  no,
+  in_transaction,
+  in_call,   // in a transaction of a call that has answered nothing yet
+};
+
 // What is appended.
 struct group_to_write {
   std::uint32_t generation_before;
@@ -144,7 +161,7 @@ struct group_to_write {
   // What is said of node i, i from 0 to nodes - 1.
   node_change (*node_at)(const void* context, std::uint32_t i);
   const void* context;
-  bool open;                          // inside a transaction, and not to be flushed
+  group_open open;                    // inside a transaction, and not to be flushed
   const group_link* promise = nullptr;    // at most one of these two, and then a header
   const group_link* decision = nullptr;
 };
@@ -215,6 +232,8 @@ inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal
 // who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
+// Its first part: whether a new life has begun.  0, e_io.
+int look_at_life(journal_file* j, const journal_watcher& watcher);
 // Reads groups of the same life as far as the change that led to a generation, which the record
 // file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
 // nothing is known beyond what was; e_no_memory, e_io.
@@ -224,7 +243,8 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
 // of the journal as they are now.
 enum class journal_news {
   none,
-  change_under_way,   // one change that is not open: while its operation lasts the record file is ahead of nobody
+  nothing_to_read,    // operations without a change, or of a call that goes on
+  change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   some,
 };
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
@@ -247,7 +267,14 @@ std::uint64_t group_room(std::uint32_t nodes, bool change);
 int take_back_from(journal_file* j, std::uint64_t place);
 // Takes the last group back, unless it was lost: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
-// 0, e_write.  Groups that wait are written first.
+// The same for one whose flush failed, so that no power cut brings it back.  e_ok; or the journal
+// is in doubt.
+int refuse_group(journal_file* j, const log_mark& before);
+// Puts an end to doubt: the life as far as it is known, and that there is nothing behind it, is
+// on the disk.  For who holds the arbiter and has read the log to its end.
+// 0; e_write, e_io, e_no_memory: the doubt stays.
+int end_doubt(journal_file* j);
+// Groups that wait are written first.  0; e_write: and then there is doubt, or those were lost.
 int flush_journal(journal_file* j);
 
 // Where a group stands, and what it must say to belong there.
@@ -263,9 +290,10 @@ group_place place_behind(const group_place& p, const group_read& g);
 int read_group(journal_file* j, const group_place& place, group_read* out);
 // Whether the groups of an open journal hold the decision on a promise; then they are flushed
 // up to it.  For a journal of any record file; `alone`: the arbiter of that is held.  1 or 0;
-// e_no_memory, e_io, e_write.
+// e_no_memory, e_io, e_write; e_byte_lock: in doubt, and somebody works there.
 int find_decision(journal_file* j, const group_link& promise, bool alone);
-// Writes a group that was read to its place once more.  0, e_write.
+// Writes the head, or a group that was read, to its place once more.  0, e_write, e_io.
+int write_head_again(journal_file* j);
 int write_group_again(journal_file* j, const group_read& g);
 
 }  // namespace zvrdb::engine

@@ -6,6 +6,10 @@
 //   3  the decision is appended and flushed: the commit of both
 //   4  the pages of the deciding file are written, then those of the promising one
 //
+// When the flush of the decision fails, the decision is taken back on the disk before the promise
+// is.  As long as that cannot be done the promise stays as it is, and nobody works in its file:
+// a power cut leaves both or neither.
+//
 // Who finds a promise at the end of a journal looks for the decision in the other one.  It is
 // there: the promise counts.  It is not, or that journal has begun a new life: the promise is
 // taken back.  So a journal that holds a decision begins no new life before the promise is
@@ -41,7 +45,7 @@ bool path_beside(const journal* j, const char* name, char (&out)[path_limit]) {
 int shows_promise(PSP* h) {
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
-  return page.generation == h->journal->log.at.generation ? 1 : 0;
+  return in_step(h->journal, page) ? 1 : 0;
 }
 
 int was_decided(PSP* h, const group_link& promise) {
@@ -70,6 +74,7 @@ int make_known(int record_file, const char* record, const group_link& decision) 
   if (log.identity == 0) return e_io;
   if (open_journal(&log, name) != e_ok) return os().exists(name) == 0 ? e_ok : e_io;
   int result = catch_up(&log, true);
+  if (result == e_ok) result = end_doubt(&log);
   // A later life began with the file flushed.
   if (result == e_ok && log.alive && log.salt == decision.salt) {
     if (log.at.promise.there && log.at.promise.number == decision.number) {
@@ -132,7 +137,7 @@ int journal_promise(PSP* h, int result, const group_link& link) {
   result = append_change(h, kind);
   if (result == e_ok) {
     result = flush_log(j);
-    if (result != e_ok) take_back_group(&j->log, before);
+    if (result != e_ok) refuse_group(&j->log, before);
   }
   return result == e_ok ? result : undo_operation(h, result);
 }
@@ -148,6 +153,15 @@ void journal_keep_promise(PSP* h) {
 int journal_break_promise(PSP* h, int result) {
   take_back_group(&h->journal->log, h->journal->log.before);
   return undo_operation(h, result);
+}
+
+void journal_leave_open(PSP* h) {
+  journal* j = h->journal;
+  stop_holding(h);
+  forget_operation(h);
+  j->log.unsure = true;   // another one may come to know
+  j->must_repair = true;
+  j->must_reload = true;
 }
 
 namespace {
@@ -190,6 +204,14 @@ bool can_end_together(const PSP* decides, const PSP* promises) {
          name_partner(promises->journal, decides->journal, &link);
 }
 
+namespace {
+// While it may be on the disk that the pair counts, nobody may make it so that it does not.
+promise_fate fate_of(const journal& decides) {
+  if (decides.committed) return promise_fate::counts;
+  return decides.log.doubt && !planted(planted_fault::promise_not_kept_open) ? promise_fate::open : promise_fate::broken;
+}
+}  // namespace
+
 int end_pair(PSP* decides, PSP* promises, int (*end)(PSP* h)) {
   group_link promise;
   group_link decision;
@@ -197,13 +219,13 @@ int end_pair(PSP* decides, PSP* promises, int (*end)(PSP* h)) {
   promise.number = decision.number = os().random();
   name_partner(promises->journal, decides->journal, &promise);
   name_partner(decides->journal, promises->journal, &decision);
-  if (const int entered = wrenter_to_end(decides); entered != e_ok) return entered;
+  if (const int entered = wrenter(decides); entered != e_ok) return entered;
   int result = end(decides);
   if (result == e_ok) result = ready_to_decide(decides, decision);
   promise.salt = decides->journal->log.salt;
   bool promised = false;
   if (result == e_ok) {
-    result = wrenter_to_end(promises);
+    result = wrenter(promises);
     if (result == e_ok) {
       result = wrleave_with_promise(promises, end(promises), promise);
       promised = result == e_ok;
@@ -218,7 +240,7 @@ int end_pair(PSP* decides, PSP* promises, int (*end)(PSP* h)) {
   const int left = wrleave(decides);
   const bool committed = decides->journal->committed;
   if (result == e_ok && !committed) result = left != e_ok ? left : static_cast<int>(e_write);
-  if (promised) leave_promised(promises, committed, result);
+  if (promised) leave_promised(promises, fate_of(*decides->journal), result);
   return result;
 }
 

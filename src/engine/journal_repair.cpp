@@ -42,9 +42,12 @@ struct known_state {
   std::uint32_t from, to;
 };
 
+bool same_but_for_generation(const std::uint8_t* header, const first_page& page) {
+  return std::memcmp(header + behind_generation, page.bytes + behind_generation, header_size - behind_generation) == 0;
+}
+
 bool shows(const known_state& s, const first_page& page) {
-  return std::memcmp(s.header + behind_generation, page.bytes + behind_generation, header_size - behind_generation) == 0 &&
-         page.generation >= s.from && page.generation <= s.to;
+  return same_but_for_generation(s.header, page) && page.generation >= s.from && page.generation <= s.to;
 }
 
 // The place behind the group whose state the header of the file shows: the first place for the
@@ -108,8 +111,33 @@ int for_groups(PSP* h, group_place at, group_step step) {
   return e_ok;
 }
 
+// When the file shall show groups of a transaction that goes on, or whose owner died: nobody may
+// take them back any more, even when a power cut leaves nodes of them in the file and no flag.
+int close_open_groups(PSP* h, const group_place& from) {
+  journal_file* log = &h->journal->log;
+  std::uint8_t header[header_size];
+  bool open = false;
+  for (group_place at = from; at.at < log->at.end;) {
+    group_read g;
+    const int read = read_group(log, at, &g);
+    if (read <= 0) return read == 0 ? static_cast<int>(e_io) : read;
+    if (g.header != nullptr) {
+      open = g.open;
+      std::memcpy(header, g.header, sizeof header);
+    }
+    at = place_behind(at, g);
+  }
+  if (!open || planted(planted_fault::open_groups_left_open)) return e_ok;
+  store32(header + header_at::generation, log->at.generation, order_of_marker(header + header_at::marker));
+  group_to_write none = {};
+  none.header = header;
+  none.generation_before = none.generation_after = log->at.generation;
+  return append_group(log, none);
+}
+
 // A flush that failed may have taken bytes that only look written.
 int write_groups_again(PSP* h, const group_place& at) {
+  if (const int head = write_head_again(&h->journal->log); head != e_ok) return head;
   const int written =
       for_groups(h, at, [](PSP* handle, const group_read& g) { return write_group_again(&handle->journal->log, g); });
   return written != e_ok ? written : flush_journal(&h->journal->log);
@@ -166,18 +194,19 @@ bool journal_is_ahead(const char* path) {
 }
 
 // Operations without a change move the generation in the log alone: one that the file bears
-// behind the last change is a checkpoint's that was cut short, or another program's.
-bool in_step(const journal* j, const first_page& page) { return page.generation == j->log.at.changed_generation; }
+// behind the last change is a checkpoint's that was cut short, or another program's.  It may be
+// that of a change, when a power cut brought back what an opener had taken back.
+bool in_step(const journal* j, const first_page& page) {
+  return page.generation == j->log.at.changed_generation && same_but_for_generation(j->log.at.header, page);
+}
 
 bool others_alive(PSP* h) {
-  if (is_exclusive(h)) return false;
-  for (int s = 0; s < slot_count; ++s)
-    if (s != h->slot && slot_is_alive(h, s)) return true;
-  return false;
+  return is_shared(h) && os().find_held(h->file, slot_bytes, slot_count) != none_held;
 }
 
 int repair_file(PSP* h, bool all) {
   journal* j = h->journal;
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   first_page page;
   if (const int got = read_first_page(h, &page); got != e_ok) return got;
   if (!j->log.alive || !j->log.at.any_change) return page.flag ? not_explained : static_cast<int>(e_ok);
@@ -192,6 +221,7 @@ int repair_file(PSP* h, bool all) {
   // With the flag set all was flushed, or none would have been on its way to the file; so was
   // a change that the file shows.
   if (!page.flag && !in_step(j, page)) {
+    if (const int closed = close_open_groups(h, from); closed != e_ok) return closed;
     if (const int again = write_groups_again(h, from); again != e_ok) return again;
   }
   j->unflushed = false;
@@ -276,9 +306,10 @@ namespace {
 int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
   journal* j = h->journal;
   if (const int settled = settle_partner(h); settled != e_ok) return settled;
+  // Told before it fails: nobody may come to tell it afterwards.
+  forget_mount(&j->log);
   if (!planted(planted_fault::checkpoint_before_flush) && os().flush(h->file) != 0) {
     j->pages_lost = true;
-    forget_mount(&j->log);
     return e_write;
   }
   j->pages_lost = false;
@@ -319,6 +350,7 @@ int check_point(PSP* h) {
     j->log.lost = false;
     return e_write;
   }
+  if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   // The system tells of a flush that failed once; the next one of another handle would succeed.
   if (j->pages_lost || j->must_repair || was_mount_forgotten(&j->log)) {
     const int repaired = repair_file(h, true);

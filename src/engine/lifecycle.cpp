@@ -127,7 +127,8 @@ int enter_shared_file(PSP* h, const char* path, bool slot_as_writer, journal_use
   const bool settles = is_shared(h) && settles_journal(h, path, use);
   if (settles) {
     if (const int taken = getarbiter(h); taken != e_ok) return taken == e_queue ? taken : static_cast<int>(e_byte_lock);
-    gencheck(h);   // loads the header, by which old locks are looked for; one that is bad is told below
+    // Loads the header, by which a reader looks for old locks; one that is bad is told below.
+    if (!slot_as_writer) gencheck(h);
   }
   const int result = getslot(h, slot_as_writer);
   if (result != e_ok) return result;
@@ -140,7 +141,11 @@ int enter_shared_file(PSP* h, const char* path, bool slot_as_writer, journal_use
 
 int settle_journal(PSP* h, const char* path, journal_use use) {
   int result = journal_open(h, path, use);
-  if (h->arbiter == 'L') result = leave_result(result, relarbiter(h));
+  // No writer comes between: the own byte is taken before the arbiter is given back.
+  if (h->arbiter == 'L') {
+    if (result == e_ok && h->locklevel == 1) result = lockread(h, false);
+    return leave_result(result, relarbiter(h));
+  }
   if (result == e_ok && is_shared(h) && h->locklevel == 1) result = begin_reading(h);
   return result;
 }
@@ -373,6 +378,8 @@ int _bopen(PSP* h, const char* path, char access, int mode, journal_use journal,
 bool has_journal(const PSP* h) { return is_open(h) && h->journal != nullptr; }
 
 bool took_back_transaction(const PSP* h) { return is_open(h) && h->took_back != 0; }
+
+bool tells_of_transaction(const PSP* h) { return is_open(h) && h->transhead >= 0; }
 
 int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int order, const key_entry* keys,
             journal_use journal, unsigned options) {

@@ -7,6 +7,7 @@
 #include "engine/companion.h"
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
+#include "engine/journal.h"
 #include "engine/key_compare.h"
 #include "engine/one_thread.h"
 #include "engine/open_handles.h"
@@ -72,6 +73,7 @@ struct block_cache {
   block* oldest = nullptr;
   unsigned count = 0;
   unsigned used = 0;            // blocks from here on never held a node, and are in no list
+  unsigned owned = 0;           // blocks that hold a node
   unsigned table_mask = 0;
   unsigned hint_mask = 0;
   unsigned wanted = 10;
@@ -118,6 +120,7 @@ void free_block(block* b) {
   set_dirty(b, false);
   unchain(b);
   --b->owner->blocks;
+  --cache.owned;
   b->owner = nullptr;
   b->file = -1;
   b->number = -1;
@@ -143,6 +146,7 @@ void own_block(block* b, PSP* h, std::int32_t n) {
   if (b->owner == h && b->file == h->file && b->number == n) return;
   free_block(b);
   ++h->blocks;
+  ++cache.owned;
   b->owner = h;
   b->file = h->file;
   b->number = n;
@@ -411,6 +415,27 @@ void read_ahead(PSP* h, const block* leaf, int count, bool backwards) {
   h->errdetail = detail;
 }
 
+// Brings tree nodes that lie beside one that was just read, while there are blocks that never
+// held one.  Not into a small cache, where they would put nodes in use next in line to go.
+void read_neighbours(PSP* h, std::int32_t n, unsigned count) {
+  static std::uint8_t images[most_nodes_brought * page_size];
+  static node v;
+  constexpr unsigned small = 16 * most_nodes_brought;
+  if (cache.count < small || cache.used == cache.count) return;
+  if (h->journal != nullptr && h->journal->pages.count != 0) return;   // newer than the file
+  const std::int32_t first = n & ~static_cast<std::int32_t>(count - 1);
+  const std::int64_t got = os().read_at(h->file, node_offset(first), images, count * page_size);
+  const std::int32_t behind = first + static_cast<std::int32_t>(got < 0 ? 0 : got / static_cast<std::int64_t>(page_size));
+  for (std::int32_t i = first; i < behind && i < h->nextnode && i <= max_node && cache.used < cache.count; ++i) {
+    std::memcpy(&v, images + static_cast<std::size_t>(i - first) * page_size, page_size);
+    convert_head(v, h->order);
+    if (!is_tree_level(v.level) || find_block(h, i) != nullptr || !node_is_sound(h, v)) continue;
+    block* b = spare_block();
+    std::memcpy(&b->image, &v, page_size);
+    own_block(b, h, i);
+  }
+}
+
 // The block that holds node n, which is read if need be.
 int find_or_read(PSP* h, std::int32_t n, block** out) {
   ++nodes_looked_up;
@@ -421,6 +446,10 @@ int find_or_read(PSP* h, std::int32_t n, block** out) {
   const int got = read_image(h, (*out)->image, n);
   if (got != e_ok) return got;
   own_block(*out, h, n);
+  if (const unsigned nodes = nodes_to_bring(h); nodes > 1) {
+    read_neighbours(h, n, nodes);
+    take_to_front(*out);   // who asked for it looks at it next
+  }
   if ((*out)->image.level != 0) return e_ok;
   if (const int ahead = take_leaves_ahead(h); ahead > 0) {
     read_ahead(h, *out, ahead, h->cached->backwards);
@@ -645,8 +674,12 @@ void purgefile(PSP* h) {
 
 void purge_memory_of(PSP* h) {
   note_change();
-  for (block* b = cache.newest; b != nullptr; b = b->older)
+  unsigned left = cache.owned;
+  for (block* b = cache.newest; b != nullptr && left > 0; b = b->older) {
+    if (b->owner == nullptr) continue;
+    --left;
     if (b->owner == h) free_block(b);
+  }
   forget_buffers(h);
 }
 
@@ -682,6 +715,7 @@ void forget_cache() {
     b->number = -1;
     b->dirty = false;
   }
+  cache.owned = 0;
   for (unsigned i = 0; cache.table != nullptr && i <= cache.table_mask; ++i) cache.table[i] = nullptr;
   for (node_buffer* b : tagged_buffers) clear_tag(*b);
 }

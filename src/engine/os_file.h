@@ -16,7 +16,12 @@ struct open_how {
   bool deny_write;   // no other handle may write
 };
 
+inline constexpr std::int64_t none_held = -2;
+
 enum class lock_answer { taken, busy, failed };
+
+// The attempt from which on waiting gives the processor to others.
+inline constexpr unsigned give_way = 4;
 
 struct os_ops {
   // An existing file.  A descriptor, or -1 when absent, forbidden or refused by the
@@ -56,6 +61,8 @@ struct os_ops {
   lock_answer (*lock)(int file, std::uint64_t offset, std::uint64_t length);
   int (*unlock)(int file, std::uint64_t offset, std::uint64_t length);
   int (*probe)(int file, std::uint64_t offset);   // 1 another handle locks the byte, 0 free, -1 failed
+  // One of the bytes of a range that other handles lock, whichever; none_held, or -1 failed.
+  std::int64_t (*find_held)(int file, std::uint64_t offset, std::uint64_t length);
 
   // Passes time before the next attempt; attempt counts from 0.
   void (*wait)(unsigned attempt);

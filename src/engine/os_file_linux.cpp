@@ -12,6 +12,10 @@
 //        + 3  denies: writes   a shared lock of a handle that shares no writes
 //        + 4  gate             held alone while the four are checked and taken
 //
+// Who denies nothing needs no gate: it takes its uses, and then looks for denials.  Who denies
+// takes its denials, and then looks for uses.  So of two at once one sees the other; who met a
+// denial gives its uses back and asks again behind the gate, where it is told for good.
+//
 // A program that keeps no such bytes still takes slots, so a handle that denies all
 // also looks at the slot bytes.
 #include <fcntl.h>
@@ -62,13 +66,19 @@ lock_answer set_lock(int file, short kind, std::uint64_t offset, std::uint64_t l
   return lock_answer::taken;
 }
 
-// 1 another descriptor has any lock in the range, 0 none, -1 failed.
-int foreign_lock(int file, std::uint64_t offset, std::uint64_t length) {
+std::int64_t linux_find_held(int file, std::uint64_t offset, std::uint64_t length) {
   struct flock f = range_of(F_WRLCK, offset, length);
   while (fcntl(file, F_OFD_GETLK, &f) != 0) {
     if (errno != EINTR) return -1;
   }
-  return f.l_type == F_UNLCK ? 0 : 1;
+  if (f.l_type == F_UNLCK) return none_held;
+  return f.l_start > static_cast<off_t>(offset) ? f.l_start : static_cast<std::int64_t>(offset);
+}
+
+// 1 another descriptor has any lock in the range, 0 none, -1 failed.
+int foreign_lock(int file, std::uint64_t offset, std::uint64_t length) {
+  const std::int64_t held = linux_find_held(file, offset, length);
+  return held == none_held ? 0 : held < 0 ? -1 : 1;
 }
 
 int linux_unlock(int file, std::uint64_t offset, std::uint64_t length) {
@@ -91,7 +101,7 @@ lock_answer linux_lock(int file, std::uint64_t offset, std::uint64_t length) {
 int linux_probe(int file, std::uint64_t offset) { return foreign_lock(file, offset, 1); }
 
 void linux_wait(unsigned attempt) {
-  if (attempt < 4) return;
+  if (attempt < give_way) return;
   if (attempt < 12) {
     sched_yield();
     return;
@@ -111,20 +121,41 @@ lock_answer lock_patiently(int file, std::uint64_t offset) {
   }
 }
 
+static_assert(uses_write == uses_read + 1 && denies_write == denies_read + 1);
+
+void take_uses(int file, open_how how) { set_lock(file, F_RDLCK, uses_read, how.write ? 2 : 1); }
+
+bool is_denied(int file, open_how how) { return foreign_lock(file, denies_read, how.write ? 2 : 1) > 0; }
+
+void take_denials(int file, open_how how) {
+  if (how.deny_read) set_lock(file, F_RDLCK, denies_read, 1);
+  if (how.deny_write) set_lock(file, F_RDLCK, denies_write, 1);
+}
+
+// Whether others use what is denied.
+bool is_used(int file, open_how how) {
+  if (how.deny_read && foreign_lock(file, uses_read, 1) > 0) return true;
+  if (how.deny_write && foreign_lock(file, uses_write, 1) > 0) return true;
+  return how.deny_read && how.deny_write && foreign_lock(file, slot_bytes, slot_count) > 0;
+}
+
 // Takes the share mode; false when another handle stands against it.  Where the file
 // system knows no locks there is nobody to refuse: slots will show that later.
 bool take_share_mode(int file, open_how how) {
+  if (!how.deny_read && !how.deny_write) {
+    take_uses(file, how);
+    if (!is_denied(file, how)) return true;
+    linux_unlock(file, uses_read, 2);
+  }
   if (lock_patiently(file, gate) != lock_answer::taken) return true;
-  bool free = foreign_lock(file, denies_read, 1) <= 0;
-  free = free && !(how.write && foreign_lock(file, denies_write, 1) > 0);
-  free = free && !(how.deny_read && foreign_lock(file, uses_read, 1) > 0);
-  free = free && !(how.deny_write && foreign_lock(file, uses_write, 1) > 0);
-  free = free && !(how.deny_read && how.deny_write && foreign_lock(file, slot_bytes, slot_count) > 0);
+  bool free = !is_denied(file, how);
   if (free) {
-    set_lock(file, F_RDLCK, uses_read, 1);
-    if (how.write) set_lock(file, F_RDLCK, uses_write, 1);
-    if (how.deny_read) set_lock(file, F_RDLCK, denies_read, 1);
-    if (how.deny_write) set_lock(file, F_RDLCK, denies_write, 1);
+    take_denials(file, how);
+    free = !is_used(file, how);
+    if (free)
+      take_uses(file, how);
+    else
+      linux_unlock(file, denies_read, 2);
   }
   linux_unlock(file, gate, 1);
   return free;
@@ -342,6 +373,7 @@ const os_ops linux_ops = {
     .lock = linux_lock,
     .unlock = linux_unlock,
     .probe = linux_probe,
+    .find_held = linux_find_held,
     .wait = linux_wait,
     .allocate = linux_allocate,
     .release = linux_release,

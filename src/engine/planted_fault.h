@@ -21,6 +21,9 @@ enum class planted_fault : int {
   growth_not_restored = 12,      // nodes behind the end of a cut file are not made again
   promise_believed = 13,         // half of a commit on two files counts without its decision
   partner_forgotten = 14,        // a decision is dropped while the promise still hangs on it
+  doubt_forgotten = 15,          // a flush of the journal that failed is taken for none
+  promise_not_kept_open = 16,    // a promise is broken while its decision may be on the disk
+  open_groups_left_open = 17,    // groups that a repair brings to the file may be taken back
 };
 
 #ifdef ZVR_PLANTED_FAULTS

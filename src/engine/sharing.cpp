@@ -19,7 +19,6 @@
 //        quiet reading --wrenter--> write begun
 //        idle --wrenter--> write begun --first physical write--> writing --wrleave--> idle
 //        idle --wrenter below level 4--> writing
-//        idle --wrenter of what will commit, with a journal and no reader at work--> writing
 //        reading --wrenter--> write begun; wrleave takes the own byte again before it
 //        lets go of the arbiter, so that no other writer comes between
 #include "engine/sharing.h"
@@ -114,23 +113,6 @@ int end_write_operation(PSP* h) {
 constexpr std::uint64_t writer_length = slot_count + 1;   // all reader bytes and the arbiter
 static_assert(reader_bytes + slot_count == arbiter_byte);
 
-// The arbiter; where the operation will commit and no reader is at work, all reader bytes with it:
-// a new reader waits for the arbiter anyway.
-int get_writer_bytes(PSP* h, bool will_commit) {
-  if (!will_commit || h->journal == nullptr || queues(h) || h->arbiter != 'U') return getarbiter(h);
-  switch (os().lock(h->file, reader_bytes, writer_length)) {
-    case lock_answer::failed:
-      return e_byte_lock;
-    case lock_answer::busy:
-      return getarbiter(h);
-    case lock_answer::taken:
-      break;
-  }
-  h->arbiter = 'L';
-  h->locklevel = 3;
-  return e_ok;
-}
-
 }  // namespace
 
 bool slot_is_alive(PSP* h, int slot) {
@@ -143,9 +125,8 @@ int getslot(PSP* h, bool read_write) {
   bool failed = false;   // rather than found every slot in use
   for (int s = 0; s < slot_count; ++s) {
     const std::uint64_t byte = slot_bytes + static_cast<std::uint64_t>(s);
-    const int used = os().probe(h->file, byte);
-    const lock_answer answer = used == 0 ? os().lock(h->file, byte, 1) : lock_answer::busy;
-    failed = failed || used < 0 || answer == lock_answer::failed;
+    const lock_answer answer = os().lock(h->file, byte, 1);
+    failed = failed || answer == lock_answer::failed;
     if (answer != lock_answer::taken) continue;
     h->slot = s;
     if (read_write || purgelocks(h) != e_old_locks) return e_ok;
@@ -173,7 +154,7 @@ int lockread(PSP* h, bool all) {
   if (all && h->locklevel == 3) return e_ok;
   // Taking the range over the own byte would merge the two, and unlocking free both.
   if (h->locklevel != 1 && unlockread(h) != e_ok) return e_byte_lock;
-  const int taken = all ? wait_for_bytes(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
+  const int taken = all ? wait_for_each_byte(h->file, reader_bytes, slot_count) : wait_for_bytes(h->file, own_reader_byte(h), 1);
   if (taken != e_ok) return taken;
   h->locklevel = all ? 3 : 2;
   return e_ok;
@@ -207,7 +188,18 @@ int release_writer(PSP* h) {
   return leave_result(relarbiter(h), result);
 }
 
+namespace {
+// A writer with a journal shuts readers out only while pages go to the file, and cannot be kept
+// out by them.  So they let it go before them, but don't wait for its flush.
+int wait_a_moment(PSP* h) {
+  constexpr unsigned patience = 4;
+  for (unsigned attempt = 0; attempt < patience && os().probe(h->file, arbiter_byte) != 0; ++attempt) os().wait(attempt);
+  return e_ok;
+}
+}  // namespace
+
 int waitarbiter(PSP* h) {
+  if (h->journal != nullptr && !queues(h)) return wait_a_moment(h);
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
   const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
@@ -272,23 +264,22 @@ int rdleave(PSP* h) {
   return result;
 }
 
-int become_writer(PSP* h, bool will_commit) {
+int become_writer(PSP* h) {
   int result = h->locklevel != 1 && unlockread(h) != e_ok ? e_byte_lock : e_ok;
-  if (result == e_ok) result = get_writer_bytes(h, will_commit);
+  if (result == e_ok) result = getarbiter(h);
   const bool known = result == e_ok && nothing_moved(h);
   if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
   if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
   return result;
 }
 
-namespace {
-int enter_write(PSP* h, bool will_commit) {
+int wrenter(PSP* h) {
   if (const int ready = cache_ready(); ready != e_ok) return ready;
   if (h->wrnest == 0) h->deferred = 0;
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
   int result = is_quiet(h) ? leave_quiet_read(h) : static_cast<int>(e_ok);
   if (result != e_ok) return result;
-  if (is_shared(h) && h->arbiter == 'U') result = become_writer(h, will_commit);
+  if (is_shared(h) && h->arbiter == 'U') result = become_writer(h);
   if (result == e_ok && h->journal != nullptr && is_exclusive(h) && h->wrnest == 0) result = journal_enter(h);
   if (result == e_ok && h->wrnest == 0) result = begin_write_operation(h);
   if (result != e_ok) {
@@ -309,10 +300,6 @@ int enter_write(PSP* h, bool will_commit) {
   }
   return e_ok;
 }
-}  // namespace
-
-int wrenter(PSP* h) { return enter_write(h, h->transtype == 0); }
-int wrenter_to_end(PSP* h) { return enter_write(h, true); }
 
 int wrleave(PSP* h) {
   assert_handle(h);
@@ -344,11 +331,17 @@ int wrleave_with_promise(PSP* h, int result, const group_link& link) {
   return result;
 }
 
-void leave_promised(PSP* h, bool keep, int result) {
-  if (keep) {
-    journal_keep_promise(h);
-  } else {
-    journal_break_promise(h, result);
+void leave_promised(PSP* h, promise_fate fate, int result) {
+  switch (fate) {
+    case promise_fate::counts:
+      journal_keep_promise(h);
+      break;
+    case promise_fate::broken:
+      journal_break_promise(h, result);
+      break;
+    case promise_fate::open:
+      journal_leave_open(h);
+      break;
   }
   release_writer(h);
   --h->wrnest;

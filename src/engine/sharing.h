@@ -11,8 +11,6 @@ namespace zvrdb::engine {
 int rdenter(PSP* h);   // 0, e_byte_lock, e_no_memory
 int rdleave(PSP* h);
 int wrenter(PSP* h);   // 0, e_byte_lock, e_write_flag, e_no_memory, errors of the log
-// The same for an operation that will end the transaction of the handle.
-int wrenter_to_end(PSP* h);
 int wrleave(PSP* h);
 
 // In place of wrleave, of a handle with a journal: the outermost operation, which came to
@@ -20,7 +18,12 @@ int wrleave(PSP* h);
 struct group_link;
 int wrleave_with_promise(PSP* h, int result, const group_link& link);
 // Closes an operation that became a promise; result: why it is not kept.
-void leave_promised(PSP* h, bool keep, int result);
+enum class promise_fate {
+  counts,
+  broken,
+  open,     // nobody can know yet: who next comes to the file has to find out
+};
+void leave_promised(PSP* h, promise_fate fate, int result);
 
 // A good result gives way to that of a leave.
 inline int leave_result(int result, int left) { return left != e_ok ? left : result; }
@@ -36,9 +39,8 @@ int unlockread(PSP* h);
 void stop_holding(PSP* h);
 int release_writer(PSP* h);
 int getarbiter(PSP* h);
-// The arbiter, and what others did meanwhile is known.  `will_commit`: all reader bytes too, if
-// no reader is at work.  On an error the locks may be held.
-int become_writer(PSP* h, bool will_commit);
+// The arbiter, and what others did meanwhile is known.  On an error locks may be held.
+int become_writer(PSP* h);
 int relarbiter(PSP* h);
 // Waits for the writer at work, if there is one.
 int waitarbiter(PSP* h);

@@ -39,6 +39,7 @@ constexpr std::uint8_t rollback_key[] = "TRANSNDE";
 
 void forget_transaction(PSP* h) {
   h->transtype = 0;
+  h->one_call = 0;
   h->lognode = -1;
   h->opnode = -1;
   h->logpos = 0;
@@ -469,12 +470,22 @@ int transbeg(PSP* h, int type, PSP* companion) {
   return begin_transaction(h, type, companion);
 }
 
+int transbeg_of_call(PSP* h) {
+  const one_thread alone;
+  if (!is_open(h)) return e_bad_handle;
+  const bool begins = h->transtype == 0;
+  if (begins) h->one_call = 1;
+  const int result = transbeg(h, 3, nullptr);
+  if (begins && result != e_ok) h->one_call = 0;
+  return result;
+}
+
 int transend(PSP* h, int mode) {
   const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
   if (mode < 1 || mode > 3) return keep_status(h, e_bad_argument);
   if (h->rw == 1) return keep_status(h, e_read_only);
-  const int entered = wrenter_to_end(h);
+  const int entered = wrenter(h);
   if (entered != e_ok) return keep_status(h, entered);
   h->status = end_transaction(h, mode);
   const int result = leave_result(h->status, wrleave(h));

@@ -1,38 +1,17 @@
 // Several processes change the catalog at once while they are killed: what was answered
 // as done is there, what was under way is there whole or not at all, and no number is
 // given twice.
-//
-// The killer owns the writer arbiter of the catalog file while it kills, so that the
-// victim may be anywhere but in the bytes of one write operation.
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <csignal>
 #include <cstring>
-#include <random>
 
 #include "catalog/catalog_fixture.h"
-#include "engine/writers_held.h"
+#include "targets/killed_writers.h"
 
 namespace catalog_test {
 namespace {
 
-constexpr unsigned writers = 3;
-constexpr unsigned cells = 12;
+using target_test::StoredVersion;
 
-// One name: the version that its text tells, 0 when there is no such change file.
-struct Cell {
-  std::atomic<std::uint32_t> under_way;
-  std::atomic<std::uint32_t> done;
-};
-struct Shared {
-  std::atomic<std::uint32_t> stop;
-  std::atomic<int> unexpected;  // the first answer that a writer did not expect
-  Cell cell[writers][cells];
-};
+constexpr unsigned cells = 12;
 
 std::string name_of(unsigned writer, unsigned cell) {
   return numbered("W", writer) + numbered(".", cell);
@@ -46,61 +25,28 @@ CatRecord version_of(const std::string& name, std::uint32_t version) {
   return record;
 }
 
-class CatalogProcesses : public CatalogTest {
+class CatalogProcesses : public CatalogTest, public target_test::KilledWriters {
  protected:
-  void SetUp() override {
-    CatalogTest::SetUp();
-    void* memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    shared = static_cast<Shared*>(memory);
-  }
-  void TearDown() override {
-    munmap(shared, sizeof(Shared));
-    CatalogTest::TearDown();
-  }
+  struct Shared {
+    StoredVersion cell[writers][cells];   // of each name: what its text tells
+  };
 
-  bool expect(int rc, int wanted) {
-    if (rc == wanted) return true;
-    int none = 0;
-    shared->unexpected.compare_exchange_strong(none, rc == 0 ? -1 : rc);
-    shared->stop = 1;
-    return false;
-  }
+  std::string written_file() override { return installation_->path("db/catalog"); }
 
-  void write_until_stopped(void* own, unsigned writer, unsigned seed, int progress) {
-    std::mt19937 random(seed);
-    while (!shared->stop) {
-      const unsigned at = static_cast<unsigned>(random() % cells);
-      Cell& cell = shared->cell[writer][at];
-      const std::string name = name_of(writer, at);
-      const std::uint32_t old = cell.done;
-      const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
-      cell.under_way = next;
-      if (next == 0) {
-        if (!expect(del_on(own, name), old ? DBE_OK : DBE_NOT_FOUND)) return;
-      } else if (!expect(put_on(own, version_of(name, next)), old ? DBE_RECORD_REPLACED : DBE_OK)) {
-        return;
-      }
-      cell.done = next;
-      const char byte = 0;
-      if (write(progress, &byte, 1) != 1) _exit(3);
+  bool step(void* own, unsigned writer, std::mt19937& random) override {
+    const auto at = static_cast<unsigned>(random() % cells);
+    StoredVersion& cell = shared->cell[writer][at];
+    const std::string name = name_of(writer, at);
+    const std::uint32_t old = cell.done;
+    const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
+    cell.under_way = next;
+    if (next == 0) {
+      if (!expect(del_on(own, name), old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
+    } else if (!expect(put_on(own, version_of(name, next)), old ? DBE_RECORD_REPLACED : DBE_OK, 2)) {
+      return false;
     }
-  }
-
-  pid_t start(unsigned writer, unsigned seed, int* progress) {
-    int ends[2];
-    if (pipe(ends) != 0) return -1;
-    const pid_t child = fork();
-    if (child != 0) {
-      close(ends[1]);
-      *progress = ends[0];
-      return child;
-    }
-    void* own = co_init_task("writer", nullptr, 1);
-    if (!own) _exit(2);
-    write_until_stopped(own, writer, seed, ends[1]);
-    coi_term_task(own, 0);
-    _exit(0);
+    cell.done = next;
+    return true;
   }
 
   std::uint32_t stored_version(const std::string& name) {
@@ -115,55 +61,18 @@ class CatalogProcesses : public CatalogTest {
     return static_cast<std::uint32_t>(std::stoul(whole.record.text()));
   }
 
-  // After the writer's death the stored version becomes the one that counts.
-  void check_dead_writer(unsigned writer) {
+  void check_dead_writer(unsigned writer) override {
     for (unsigned at = 0; at < cells; ++at) {
-      Cell& cell = shared->cell[writer][at];
-      const std::uint32_t stored = stored_version(name_of(writer, at));
-      EXPECT_TRUE(stored == cell.done || stored == cell.under_way) << name_of(writer, at);
-      cell.done = stored;
-      cell.under_way = stored;
+      const std::string name = name_of(writer, at);
+      shared->cell[writer][at].settle(stored_version(name), name);
     }
   }
 
-  Shared* shared = nullptr;
+  Shared* shared = share<Shared>();
 };
 
 TEST_F(CatalogProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAWriterBetweenWriteOperations) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE(numbered("seed ", seed));
-  std::mt19937 random(seed);
-  std::array<int, writers> progress{};
-  std::array<pid_t, writers> children{};
-  for (unsigned w = 0; w < writers; ++w)
-    children[w] = start(w, static_cast<unsigned>(random()), &progress[w]);
-  for (int kill_count = 0; kill_count < 12 && !HasFailure() && !shared->stop; ++kill_count) {
-    const unsigned victim = static_cast<unsigned>(random() % writers);
-    char byte;
-    unsigned steps = 5 + static_cast<unsigned>(random() % 20);
-    while (steps > 0 && read(progress[victim], &byte, 1) == 1) --steps;
-    if (steps > 0) break;  // it gave up on an answer
-    {
-      const zvrdb::engine::writers_held arbiter(installation_->path("db/catalog").c_str());
-      ASSERT_EQ(arbiter.result(), 0);
-      ASSERT_EQ(kill(children[victim], SIGKILL), 0);
-      ASSERT_EQ(waitpid(children[victim], nullptr, 0), children[victim]);
-    }
-    check_dead_writer(victim);
-    close(progress[victim]);
-    children[victim] = start(victim, static_cast<unsigned>(random()), &progress[victim]);
-  }
-  shared->stop = 1;
-  for (unsigned w = 0; w < writers; ++w) {
-    char bytes[256];
-    while (read(progress[w], bytes, sizeof bytes) > 0) {
-    }
-    close(progress[w]);
-    int status = -1;
-    ASSERT_EQ(waitpid(children[w], &status, 0), children[w]);
-    EXPECT_EQ(status, 0);
-  }
-  EXPECT_EQ(shared->unexpected, 0) << "an answer that a writer did not expect";
+  run_and_kill({.kills = 12, .fewest_steps = 5, .most_steps = 24});
   for (unsigned w = 0; w < writers; ++w)
     for (unsigned at = 0; at < cells; ++at)
       EXPECT_EQ(stored_version(name_of(w, at)), shared->cell[w][at].done) << name_of(w, at);

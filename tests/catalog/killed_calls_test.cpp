@@ -1,44 +1,17 @@
 // A process is killed right before each of its write operations in turn: memory and file
 // agree afterwards, and the change was made whole or not at all.
-#include <signal.h>
-#include <unistd.h>
-
 #include <functional>
 
 #include "catalog/catalog.h"
 #include "catalog/catalog_fixture.h"
-#include "engine/os_file.h"
 #include "frame/frame_fixture.h"
+#include "support/killed_writes.h"
 
 namespace catalog_test {
 namespace {
 
-// Write operations before the one that is not come to; negative for none.
-int operations_left = -1;
-
-// They begin with the writing of their flag.
-bool begins_write_operation(std::uint64_t offset, const void* from, std::size_t n) {
-  return offset == 1010 && n == 2 && *static_cast<const unsigned char*>(from) != 0;
-}
-
-std::int64_t write_or_die(int file, std::uint64_t offset, const void* from, std::size_t n) {
-  if (operations_left >= 0 && begins_write_operation(offset, from, n) && operations_left-- == 0)
-    kill(getpid(), SIGKILL);
-  return zvrdb::engine::linux_ops.write_at(file, offset, from, n);
-}
-
 class KilledCatalogCalls : public CatalogTest {
  protected:
-  void SetUp() override {
-    operations = zvrdb::engine::linux_ops;
-    operations.write_at = write_or_die;
-    operations_left = -1;
-    CatalogTest::SetUp();
-  }
-  void TearDown() override {
-    zvrdb::engine::set_os_ops(nullptr);
-    CatalogTest::TearDown();
-  }
   // The change is made by a process that dies before its first, second, ... write operation,
   // until it lives.  Then restore brings the catalog back.
   void sweep(const std::function<bool(void*)>& change, const std::function<void()>& restore) {
@@ -49,10 +22,9 @@ class KilledCatalogCalls : public CatalogTest {
       const int parts_before = parts_of(1);
       const int ended = in_child([&](void* child) {
         get_on(child, "A");
-        zvrdb::engine::set_os_ops(&operations);
-        operations_left = nth;
+        zvrtest::die_before_write_operation(nth);
         const bool done = change(child);
-        operations_left = -1;
+        zvrtest::live_on();
         return done ? 0 : 1;
       });
       ASSERT_TRUE(ended == 0 || ended == -SIGKILL) << ended;
@@ -80,7 +52,6 @@ class KilledCatalogCalls : public CatalogTest {
     ASSERT_EQ(store_part(DB_PRD, 1, 1), DBE_OK);
     ASSERT_EQ(store_part(DB_FST, 1, 1, 1), DBE_OK);
   }
-  zvrdb::engine::os_ops operations;
   std::vector<std::string> before, made;
 };
 

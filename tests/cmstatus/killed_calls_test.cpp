@@ -1,47 +1,22 @@
 // A process is killed right before each of its write operations in turn: both sides of
 // every pair agree afterwards, and the change was made whole or not at all.
-#include <signal.h>
-#include <unistd.h>
-
 #include <functional>
 
 #include "cmstatus/cms_fixture.h"
-#include "engine/os_file.h"
 #include "support/journal_mode.h"
+#include "support/killed_writes.h"
 
 namespace cms_test {
 namespace {
 
-// Write operations before the one that is not come to; negative for none.
-int operations_left = -1;
-
-// They begin with the writing of their flag.  With a journal there is no part of one that a
-// kill could leave, and each write counts.
-bool begins_write_operation(std::uint64_t offset, const void* from, std::size_t n) {
-  return zvrdb::test::journals_on() || (offset == 1010 && n == 2 && *static_cast<const unsigned char*>(from) != 0);
-}
-
-std::int64_t write_or_die(int file, std::uint64_t offset, const void* from, std::size_t n) {
-  if (operations_left >= 0 && begins_write_operation(offset, from, n) && operations_left-- == 0)
-    kill(getpid(), SIGKILL);
-  return zvrdb::engine::linux_ops.write_at(file, offset, from, n);
-}
-
 class KilledCalls : public CmStatusTest {
  protected:
   void SetUp() override {
-    operations = zvrdb::engine::linux_ops;
-    operations.write_at = write_or_die;
-    operations_left = -1;
     CmStatusTest::SetUp();
     for (const char* name : {"A", "B", "C"}) ASSERT_EQ(put_target(name), DBE_OK);
     ASSERT_EQ(put_file(one), DBE_OK);
     ASSERT_EQ(put_file(two), DBE_OK);
     begin_anew();
-  }
-  void TearDown() override {
-    zvrdb::engine::set_os_ops(nullptr);
-    CmStatusTest::TearDown();
   }
   void begin_anew() {
     const int rc = put_target("A");
@@ -60,10 +35,10 @@ class KilledCalls : public CmStatusTest {
       SCOPED_TRACE(numbered("before write operation ", static_cast<unsigned>(nth)));
       const int ended = in_child([&](void* child) {
         get_status(child, "A", one);
-        zvrdb::engine::set_os_ops(&operations);
-        operations_left = nth;
+        // With a journal there is no part of an operation that a kill could leave.
+        zvrtest::die_before_write_operation(nth, zvrdb::test::journals_on());
         const int rc = change(child);
-        operations_left = -1;
+        zvrtest::live_on();
         return rc == DBE_OK || rc == DBE_RECORD_REPLACED ? 0 : 1;
       });
       ASSERT_TRUE(ended == 0 || ended == -SIGKILL) << ended;
@@ -89,7 +64,6 @@ class KilledCalls : public CmStatusTest {
     EXPECT_TRUE(rc == DBE_OK || rc == DBE_RECORD_REPLACED) << rc;
     return stored_pairs(task).by_target;
   }
-  zvrdb::engine::os_ops operations;
   const CfName one = cf("ONE"), two = cf("TWO");
   StoredPairs before;
 };

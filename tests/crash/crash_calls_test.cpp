@@ -47,12 +47,6 @@ script whole_life_of(std::vector<step> steps) {
   return {std::move(steps), {}, true};
 }
 
-bool explicit_transaction(void* task, bool keep) {
-  return db_start_trans(task, DB_TRG) == DBE_OK && put_target(task, "NEW", "in a transaction") &&
-         put_shadow(task, "NEW", 1000, 1) && put_target(task, "T1", "changed in it") && del_shadow(task, "T2") &&
-         (keep ? db_commit(task, DB_TRG) : db_rollback(task, DB_TRG)) == DBE_OK;
-}
-
 // Small journals, so that there are checkpoints between the steps.
 bool small_journals(void* task) {
   zvrdb::engine::checkpoint_at = 8 * 1024;
@@ -92,24 +86,7 @@ const named_script scripts[] = {
 
 class CrashCalls : public ::testing::TestWithParam<named_script> {
  protected:
-  void SetUp() override {
-    script base;
-    base.steps.push_back([](void* t) {
-      for (const char* name : {"LOCAL", "SRC", "SRV", "T1", "T2"})
-        if (!put_target(t, name, "of the start")) return false;
-      return put_parameters(t, "T1", 20, 1) && put_hardware(t, "T1", 1) && put_shadow(t, "T2", 1000, 1) &&
-             put_shadow(t, "SRV", 10, 1) && put_change_file(t, "APP.ONE.REF.1") &&
-             put_change_file(t, "APP.TWO.REF.1") && put_status(t, "T1", "APP.ONE.REF.1", 1) &&
-             put_status(t, "T1", "APP.TWO.REF.1", 2) && put_status(t, "T2", "APP.ONE.REF.1", 3) &&
-             put_request(t, 1) && put_request(t, 2);
-    });
-    const outcome made = place_.rehearse(base);
-    ASSERT_FALSE(made.failed);
-    ASSERT_EQ(made.done, 1u);
-    ASSERT_EQ(place_.faults(), "");
-    place_.forget_shared_state();
-    place_.keep_this();
-  }
+  void SetUp() override { ASSERT_EQ(place_.start_with(put_start), ""); }
   // So many of the points, the first and the last among them.
   std::vector<int> chosen(int points, int sample) {
     std::vector<int> all;

@@ -197,6 +197,18 @@ outcome installation::rehearse(const script& s) {
   return end(begin([&](int to) { return run_script(s, 0, true, to); }));
 }
 
+std::string installation::start_with(const step& first) {
+  script base;
+  base.steps.push_back(first);
+  const outcome made = rehearse(base);
+  if (made.failed || made.done != 1) return "the first step was refused";
+  const std::string found = faults();
+  if (!found.empty()) return found;
+  forget_shared_state();
+  keep_this();
+  return {};
+}
+
 outcome installation::look(const step& work) {
   return end(begin([&work](int to) { return look_and_work(to, -1, work); }));
 }

@@ -48,6 +48,9 @@ class installation {
   ~installation();
   installation(const installation&) = delete;
   installation& operator=(const installation&) = delete;
+  // What the step stores, and it alone, is what put_back goes back to.  Empty when it was done and
+  // left sound files.
+  std::string start_with(const step& first);
   // What lies in "db" now is what put_back goes back to.  Nobody has a task.
   void keep_this();
   struct kept_file {

@@ -281,6 +281,22 @@ bool del_request(void* task, std::uint32_t sequence) {
   return db_del_rq_tree(task, id.data()) == DBE_OK;
 }
 
+bool put_start(void* task) {
+  for (const char* name : {"LOCAL", "SRC", "SRV", "T1", "T2"})
+    if (!put_target(task, name, "of the start")) return false;
+  return put_parameters(task, "T1", 20, 1) && put_hardware(task, "T1", 1) && put_shadow(task, "T2", 1000, 1) &&
+         put_shadow(task, "SRV", 10, 1) && put_change_file(task, "APP.ONE.REF.1") &&
+         put_change_file(task, "APP.TWO.REF.1") && put_status(task, "T1", "APP.ONE.REF.1", 1) &&
+         put_status(task, "T1", "APP.TWO.REF.1", 2) && put_status(task, "T2", "APP.ONE.REF.1", 3) &&
+         put_request(task, 1) && put_request(task, 2);
+}
+
+bool explicit_transaction(void* task, bool keep) {
+  return db_start_trans(task, DB_TRG) == DBE_OK && put_target(task, "NEW", "in a transaction") &&
+         put_shadow(task, "NEW", 1000, 1) && put_target(task, "T1", "changed in it") && del_shadow(task, "T2") &&
+         (keep ? db_commit(task, DB_TRG) : db_rollback(task, DB_TRG)) == DBE_OK;
+}
+
 std::string observe(void* task) {
   std::ostringstream out;
   observe_targets(task, out);

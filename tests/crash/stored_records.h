@@ -25,4 +25,10 @@ bool put_request_root(void* task, std::uint32_t sequence);
 bool has_request_root(void* task, std::uint32_t sequence);
 bool del_request(void* task, std::uint32_t sequence);
 
+// Some records of each kind, for scripts to begin with: targets LOCAL, SRC, SRV, T1 and T2, change
+// files APP.ONE.REF.1 and APP.TWO.REF.1 with their status, requests 1 and 2.
+bool put_start(void* task);
+// Target NEW comes, T1 is changed and T2 loses its shadow; committed, or rolled back.
+bool explicit_transaction(void* task, bool keep);
+
 }  // namespace crash_test

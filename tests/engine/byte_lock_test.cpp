@@ -89,6 +89,29 @@ class ByteLocks : public ::testing::Test {
   int watcher_ = -1;
 };
 
+// Readers that come in turn, so that never all bytes are free at once, keep no writer out.
+TEST_F(ByteLocks, AreHadOneAfterTheOtherWhereReadersComeAgainAndAgain) {
+  const int writer = linux_ops.open(path_.c_str(), {true, false, false});
+  ASSERT_GE(writer, 0);
+  std::uint64_t held = first_reader + 7;
+  ASSERT_EQ(linux_ops.lock(watcher_, held, 1), lock_answer::taken);
+  int refused = 0;
+  std::function<void()> next_reader = [&] {
+    const std::uint64_t other = first_reader + (held - first_reader + 100) % all_readers;
+    const bool had = linux_ops.lock(watcher_, other, 1) == lock_answer::taken;
+    linux_ops.unlock(watcher_, held, 1);
+    refused += !had;
+    held = other;
+    if (had) at_wait = next_reader;
+  };
+  at_wait = next_reader;
+  EXPECT_EQ(engine::wait_for_each_byte(writer, first_reader, all_readers), 0);
+  EXPECT_EQ(refused, 1);
+  EXPECT_LT(waits, 10);
+  for (std::uint64_t i = 0; i < all_readers; ++i) EXPECT_EQ(linux_ops.probe(watcher_, first_reader + i), 1) << i;
+  linux_ops.close(writer);
+}
+
 TEST_F(ByteLocks, FollowTheStatesOfAHandle) {
   handle h;
   ASSERT_EQ(h.open_for_work(path_), 0);

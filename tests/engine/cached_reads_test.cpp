@@ -21,6 +21,8 @@ int locks = 0;
 std::function<void()> before_lock;
 std::function<void()> before_allocate;   // the same
 bool flushes_fail = false;
+int flushes = 0;
+std::function<void()> before_flush;
 std::function<void(std::uint64_t offset)> before_write;
 
 template <auto Operation>
@@ -48,6 +50,8 @@ std::int64_t counted_write(int file, std::uint64_t offset, const void* bytes, st
 
 int counted_flush(int file) {
   ++calls;
+  ++flushes;
+  if (before_flush) before_flush();
   if (!flushes_fail) return engine::linux_ops.flush(file);
   errno = EIO;
   return -1;
@@ -64,6 +68,7 @@ const engine::os_ops counting_ops = [] {
   ops.lock = counted_lock;
   ops.unlock = counted<&engine::os_ops::unlock>::call;
   ops.probe = counted<&engine::os_ops::probe>::call;
+  ops.find_held = counted<&engine::os_ops::find_held>::call;
   ops.read_at = counted<&engine::os_ops::read_at>::call;
   ops.write_at = counted_write;
   ops.flush = counted_flush;
@@ -92,6 +97,7 @@ class CachedReads : public ::testing::TestWithParam<engine::journal_use> {
     before_lock = nullptr;
     before_write = nullptr;
     before_allocate = nullptr;
+    before_flush = nullptr;
     flushes_fail = false;
     if (engine::checkpsp(reader_) == 'O') reader_.close();
     if (engine::checkpsp(writer_) == 'O') writer_.close();
@@ -240,7 +246,6 @@ TEST_P(JournalledReads, SeeNothingOfAChangeThatCouldNotBeKept) {
   }
 }
 
-// A copy that is put back over a file in use begins by cutting it to nothing.
 // From the commit to the end of the operation: its pages are on their way to the file.
 TEST_P(JournalledReads, AreNotKeptWaitingByAWriterAtWork) {
   constexpr std::int32_t none = -77777;
@@ -265,6 +270,98 @@ TEST_P(JournalledReads, AreNotKeptWaitingByAWriterAtWork) {
   EXPECT_EQ(number_of(reader_, first + 2), sample(first + 2).number);
 }
 
+// A flush is long, and the arbiter is held while it lasts.  A reader that waited for it, or for its
+// own byte, would wait for ever here.
+TEST_P(JournalledReads, GoToTheFileWhileAWriterFlushes) {
+  const auto read_all = [&](std::int32_t fifth) {
+    for (int i = 1; i <= records; ++i)
+      EXPECT_EQ(number_of(reader_, i), i == 5 ? fifth : sample(i).number);
+  };
+  for (const bool under_locks : {false, true}) {
+    ASSERT_EQ(change(writer_, 5, sample(5).number), 0);
+    ASSERT_EQ(reader_.close(), 0);
+    ASSERT_EQ(reader_.open_for_work(path_), 0);
+    if (under_locks) {   // it has that to follow first
+      ASSERT_EQ(change(writer_, 4, sample(4).number), 0);
+    }
+    int flushed = 0;
+    before_flush = [&] {
+      if (++flushed == 1) read_all(sample(5).number);   // a checkpoint may follow
+    };
+    ASSERT_EQ(change(writer_, 5, 4711), 0);
+    before_flush = nullptr;
+    EXPECT_GT(flushed, 0);
+    read_all(4711);
+  }
+}
+
+TEST_P(JournalledReads, SeeNothingOfACallThatHasNotEnded) {
+  for (const int mode : {1, 2}) {
+    ASSERT_EQ(engine::transbeg_of_call(writer_), 0);
+    flushes = 0;
+    for (int i = 5; i <= 8; ++i) {
+      ASSERT_EQ(change(writer_, i, 4000 + mode), 0);
+      const std::int32_t before = mode == 1 ? sample(i).number : 4001;
+      EXPECT_EQ(number_of(reader_, i), before);
+    }
+    EXPECT_EQ(flushes, 0) << "the reader made it count before its end";
+    ASSERT_EQ(engine::transend(writer_, 1), 0);
+    for (int i = 5; i <= 8; ++i) EXPECT_EQ(number_of(reader_, i), 4000 + mode);
+  }
+}
+
+// What a reader need not know, who writes has to.
+TEST_P(JournalledReads, BeginAWriteBehindOperationsThatChangedNothing) {
+  for (int i = 1; i <= 5; ++i) {
+    ASSERT_EQ(engine::transstat(writer_), 0);
+    ASSERT_EQ(engine::dflush(writer_), 0);
+    calls = 0;
+    EXPECT_EQ(number_of(reader_, 9), i == 1 ? sample(9).number : 7000 + i - 1);
+    EXPECT_EQ(calls, 0);
+    ASSERT_EQ(change(reader_, 9, 7000 + i), 0);
+    EXPECT_EQ(number_of(writer_, 9), 7000 + i);
+  }
+}
+
+// The roll-back of a call's transaction, and one that its owner's death ends, leave readers where
+// they were.
+TEST_P(JournalledReads, SeeNothingOfACallThatFailed) {
+  ASSERT_EQ(engine::transbeg_of_call(writer_), 0);
+  ASSERT_EQ(change(writer_, 5, 4711), 0);
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number);
+  ASSERT_EQ(engine::transroll(writer_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number);
+  ASSERT_EQ(engine::transbeg_of_call(writer_), 0);
+  ASSERT_EQ(change(writer_, 5, 4712), 0);
+  engine::abandon(writer_);
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number);
+  EXPECT_EQ(engine::transstat(reader_), engine::e_trans_interrupted);
+  ASSERT_EQ(engine::transroll(reader_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number);
+}
+
+// Who misses many nodes brings those beside them: a walk in no order takes far fewer locks than
+// it needs nodes.
+TEST_P(CachedReads, BringNeighboursWhenTheyMissMuch) {
+  constexpr int many = 6000;
+  ASSERT_EQ(reader_.close(), 0);
+  ASSERT_EQ(writer_.close(), 0);
+  engine::set_cache_blocks(8192);
+  ASSERT_EQ(writer_.open_for_work(path_), 0);
+  ASSERT_EQ(engine::csetfile(writer_, 0), 0);
+  for (int i = records + 1; i <= many; ++i) ASSERT_EQ(writer_.insert(sample(i, 300)), 0);
+  ASSERT_EQ(engine::csetfile(writer_, 4), 0);
+  ASSERT_EQ(reader_.open_for_work(path_), 0);
+  locks = 0;
+  for (int i = 0; i < many; ++i) {
+    const int record = 1 + static_cast<int>(i * 4637LL % many);
+    EXPECT_EQ(number_of(reader_, record), sample(record).number);
+  }
+  EXPECT_LT(locks, 700);
+  EXPECT_GT(static_cast<engine::PSP*>(reader_)->blocks, 3000) << "nodes";
+}
+
+// A copy that is put back over a file in use begins by cutting it to nothing.
 TEST_P(CachedReads, EndWithACodeWhenTheFileIsCutToNothing) {
   ASSERT_EQ(truncate(path_.c_str(), 0), 0);
   EXPECT_EQ(number_of(reader_, 11), -77777);

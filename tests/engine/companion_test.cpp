@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <map>
 
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
 #include "engine/psp.h"
 #include "engine/scratch_folder.h"
@@ -19,8 +19,6 @@ struct companion_case {
   engine::journal_use journal;      // of the file
   engine::journal_use companion;    // of the companion
 };
-
-using records = std::map<std::string, sample_record>;
 
 class Companion : public ::testing::TestWithParam<companion_case> {
  protected:
@@ -52,15 +50,6 @@ class Companion : public ::testing::TestWithParam<companion_case> {
     ASSERT_EQ(h_.open(path_, GetParam().access), 0);
     ASSERT_EQ(engine::csetfile(h_, 4), 0);
     ASSERT_EQ(other_.open(copy_, GetParam().access), 0);
-  }
-  static records all_records(handle* h) {
-    records result;
-    for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-      sample_record r;
-      EXPECT_EQ(h->read(&r), 0);
-      result[r.name] = r;
-    }
-    return result;
   }
   void expect_same_records() { EXPECT_EQ(all_records(&h_), all_records(&other_)); }
   // Byte for byte, but for the generation.

@@ -96,6 +96,10 @@ int do_probe(int file, std::uint64_t offset) {
   return fails(os_call::probe, file, offset, 1) ? -1 : linux_ops.probe(file, offset);
 }
 
+std::int64_t do_find_held(int file, std::uint64_t offset, std::uint64_t length) {
+  return fails(os_call::probe, file, offset, length) ? -1 : linux_ops.find_held(file, offset, length);
+}
+
 void* do_allocate(std::size_t bytes) { return fails(os_call::allocate, -1, 0, bytes) ? nullptr : linux_ops.allocate(bytes); }
 
 const engine::os_ops& table() {
@@ -114,6 +118,7 @@ const engine::os_ops& table() {
     t.lock = do_lock;
     t.unlock = do_unlock;
     t.probe = do_probe;
+    t.find_held = do_find_held;
     t.allocate = do_allocate;
     return t;
   }();

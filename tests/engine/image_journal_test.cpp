@@ -7,7 +7,9 @@
 #include <random>
 
 #include "engine/crc32c.h"
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
 #include "engine/image_journal.h"
 #include "engine/memory_disk.h"
@@ -18,20 +20,8 @@
 namespace zvrdb::test {
 namespace {
 
-using records = std::map<std::string, sample_record>;
-
 constexpr char path[] = "/disk/file";
 constexpr char images[] = "/disk/file.images";
-
-records all_records(handle* h) {
-  records result;
-  for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-    sample_record r;
-    EXPECT_EQ(h->read(&r), 0);
-    result[r.name] = r;
-  }
-  return result;
-}
 
 disk_image small_file() {
   file_recipe recipe = sample_recipe(false, 30, 600);
@@ -238,14 +228,8 @@ class ImageCrash : public ::testing::TestWithParam<bool> {   // whether records 
     handle h;
     ASSERT_EQ(restore(&h), 0);
     ASSERT_EQ(h.open_for_work(path), 0);
-    const int state = engine::transstat(h);
-    if (state == engine::e_trans_interrupted) {
-      ASSERT_EQ(engine::transroll(h, nullptr, 0, nullptr), 0);
-    } else if (state == engine::e_trans_empty) {
-      ASSERT_EQ(engine::transend(h, 1), 0);
-    } else {
-      ASSERT_EQ(state, 0);
-    }
+    settle(&h);
+    if (HasFatalFailure()) return;
     const records found = all_records(&h);
     std::size_t step = 0;
     while (step + 1 < milestones_.size() && milestones_[step + 1].events <= n) step++;
@@ -254,10 +238,7 @@ class ImageCrash : public ::testing::TestWithParam<bool> {   // whether records 
     ASSERT_TRUE(before || after) << "step " << step << ": " << found.size() << " records";
     ASSERT_EQ(h.insert(sample(399)), 0);
     ASSERT_EQ(h.close(), 0);
-    scratch_folder folder;
-    write_file(folder.file("f"), disk_now().at(path).bytes);
-    const check_result checked = check_file(folder.file("f"), true);
-    ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
+    expect_sound_bytes(disk_now().at(path).bytes);
   }
   handle* h_ = nullptr;
   disk_image start_;

@@ -14,18 +14,17 @@
 #include <iostream>
 #include <map>
 
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/power_cuts.h"
-#include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
 namespace {
 
 using engine::journal_use;
-using records = std::map<std::string, sample_record>;
-
 constexpr char path[] = "/disk/crash";
 
 bool torture() { return std::getenv("ZVR_TORTURE") != nullptr; }
@@ -173,34 +172,11 @@ class Crash : public ::testing::TestWithParam<scenario> {
     base_ = all_records(&h);
     ASSERT_EQ(h.close(), 0);
   }
-  static records all_records(handle* h) {
-    records result;
-    for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-      sample_record r;
-      EXPECT_EQ(h->read(&r), 0);
-      result[r.name] = r;
-    }
-    return result;
-  }
-  static void expect_sound(const disk_image& image) {
-    scratch_folder folder;
-    const std::string file = folder.file("check");
-    write_file(file, image.at(path).bytes);
-    const check_result checked = check_file(file, true);
-    ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
-  }
   // Opens what a crash left, as the layer above does.  Events of the repair stay on the disk.
   void recover(handle* h) {
     h->journal = journal_use::on;
     ASSERT_EQ(h->open_for_work(path), 0);
-    const int state = engine::transstat(*h);
-    if (state == engine::e_trans_interrupted) {
-      ASSERT_EQ(engine::transroll(*h, nullptr, 0, nullptr), 0);
-    } else if (state == engine::e_trans_empty) {
-      ASSERT_EQ(engine::transend(*h, 1), 0);
-    } else {
-      ASSERT_EQ(state, 0);
-    }
+    settle(h);
   }
   // Before or after, never between: what was acknowledged at event n, or one step more.
   void verify(const disk_image& image, std::size_t n, power how = power::was_off) {
@@ -219,7 +195,7 @@ class Crash : public ::testing::TestWithParam<scenario> {
     ASSERT_EQ(h.close(), 0);
     ASSERT_EQ(disk_open_files(), 0);
     points_++;
-    if (points_ % (torture() ? 1 : 16) == 0) expect_sound(disk_now());
+    if (points_ % (torture() ? 1 : 16) == 0) expect_sound_bytes(disk_now().at(path).bytes);
   }
   void run() {
     mount_memory_disk(start_, power::stays_on);
@@ -341,7 +317,7 @@ TEST_P(Crash, ACleanCloseLeavesAFileThatNeedsNoJournal) {
       EXPECT_EQ(events_[i].bytes.size(), 4U);
     }
   }
-  expect_sound(alone);
+  expect_sound_bytes(alone.at(path).bytes);
   mount_memory_disk(alone);
   handle h;
   ASSERT_EQ(h.open_for_work(path), 0);

@@ -66,6 +66,18 @@ class JournalKill : public ::testing::Test {
     const check_result checked = check_file(path_, true);
     ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text();
   }
+  // Who opens it now finds everything and works on.
+  void expect_whole() {
+    handle h;
+    h.journal = journal_use::on;
+    ASSERT_EQ(h.open_for_work(path_), 0);
+    ASSERT_EQ(engine::transstat(h), 0);
+    expect_all(&h);
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(h.insert(sample(104)), 0);
+    ASSERT_EQ(h.close(), 0);
+    expect_sound();
+  }
   scratch_folder folder_;
   std::string path_;
 };
@@ -77,15 +89,7 @@ TEST_F(JournalKill, WhatWasFlushedIsThereWhereverItsWriterDies) {
     ASSERT_LT(nth, 100);
     make_file();
     const bool died = killed(nth);
-    handle h;
-    h.journal = journal_use::on;
-    ASSERT_EQ(h.open_for_work(path_), 0);
-    ASSERT_EQ(engine::transstat(h), 0);
-    expect_all(&h);
-    if (HasFatalFailure()) return;
-    ASSERT_EQ(h.insert(sample(104)), 0);
-    ASSERT_EQ(h.close(), 0);
-    expect_sound();
+    expect_whole();
     if (HasFatalFailure()) return;
     if (!died) break;
   }
@@ -163,14 +167,7 @@ TEST_P(RepairFault, EndsWithACodeAndTheNextOneRepairs) {
     }
     ASSERT_EQ(open_files(), 0);
     const bool failed = failures() > 0;
-    handle h;
-    h.journal = journal_use::on;
-    ASSERT_EQ(h.open_for_work(path_), 0);
-    expect_all(&h);
-    if (HasFatalFailure()) return;
-    ASSERT_EQ(h.insert(sample(104)), 0);
-    ASSERT_EQ(h.close(), 0);
-    expect_sound();
+    expect_whole();
     if (HasFatalFailure()) return;
     if (!failed) break;
   }

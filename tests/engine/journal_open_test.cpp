@@ -7,12 +7,12 @@
 #include <functional>
 #include <utility>
 
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/os_file.h"
 #include "engine/psp.h"
-#include "engine/scratch_folder.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::test {
@@ -81,21 +81,14 @@ class JournalOpen : public ::testing::Test {
     if (const int inserted = h->insert(sample(i)); inserted != 0) return inserted;
     return engine::transend(*h, 1);
   }
-  static void expect_sound() {
-    scratch_folder folder;
-    write_file(folder.file("f"), disk_now().at(path).bytes);
-    const check_result checked = check_file(folder.file("f"), true);
-    ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
-  }
+  static void expect_sound() { expect_sound_bytes(disk_now().at(path).bytes); }
   // A commit that was acknowledged, and a power cut: the journal has it, the file nothing of it.
   disk_image after_lost_pages() {
     EXPECT_EQ(a_.open_for_work(path), 0);
     EXPECT_EQ(put(&a_, 101), 0);
-    const std::vector<disk_event> events = disk_events();
-    std::map<std::size_t, write_fate> fates;
-    for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+    disk_image left = flushed_alone(image(), disk_events());
     engine::abandon(a_);
-    return after_power_cut(image(), events, events.size(), fates, nullptr);
+    return left;
   }
   handle a_, b_;
 };

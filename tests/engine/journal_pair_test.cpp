@@ -11,8 +11,11 @@
 #include <iostream>
 #include <map>
 
+#include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
+#include "engine/file_pair.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/os_file.h"
@@ -25,84 +28,14 @@ namespace zvrdb::test {
 namespace {
 
 using engine::journal_use;
-using records = std::map<std::string, sample_record>;
 
-constexpr const char* paths[] = {"/disk/first", "/disk/second"};
+constexpr auto& paths = pair_paths;
 
 bool torture() { return std::getenv("ZVR_TORTURE") != nullptr; }
 
-struct both_states {
-  records of[2];
-  bool operator==(const both_states&) const = default;
-};
 struct milestone {
   std::size_t events;
   both_states state;
-};
-
-records all_records(handle* h) {
-  records result;
-  for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-    sample_record r;
-    EXPECT_EQ(h->read(&r), 0);
-    result[r.name] = r;
-  }
-  return result;
-}
-
-disk_image small_files() {
-  file_recipe recipe = sample_recipe(false, 20, 600);
-  recipe.spare_nodes = 6;
-  const disk_bytes bytes = build_file(recipe).bytes;
-  disk_image start;
-  start[paths[0]] = {bytes, 5000};
-  start[paths[1]] = {bytes, 6000};
-  return start;
-}
-
-void settle(handle* h) {
-  const int state = engine::transstat(*h);
-  if (state == engine::e_trans_interrupted) {
-    ASSERT_EQ(engine::transroll(*h, nullptr, 0, nullptr), 0);
-  } else if (state == engine::e_trans_empty) {
-    ASSERT_EQ(engine::transend(*h, 1), 0);
-  } else {
-    ASSERT_EQ(state, 0);
-  }
-}
-
-struct file_pair {
-  handle of[2];
-  file_pair() { of[0].journal = of[1].journal = journal_use::on; }
-  void open(int first = 0) {
-    ASSERT_EQ(of[first].open_for_work(paths[first]), 0);
-    settle(&of[first]);
-    ASSERT_EQ(of[1 - first].open_for_work(paths[1 - first]), 0);
-    settle(&of[1 - first]);
-  }
-  void close(int first = 0) {
-    ASSERT_EQ(of[first].close(), 0);
-    ASSERT_EQ(of[1 - first].close(), 0);
-  }
-  // One record more in each, one less in the second.
-  int change_both(int i, std::size_t payload) {
-    for (handle& h : of) {
-      EXPECT_EQ(engine::transbeg(h, 3, nullptr), 0);
-      EXPECT_EQ(h.insert(sample(i, payload)), 0);
-    }
-    if (of[1].find_name(sample(i - 100).name) == 0) {
-      EXPECT_EQ(of[1].remove(), 0);
-    }
-    EXPECT_TRUE(engine::can_end_together(of[0], of[1]));
-    return engine::transend_together(of[0], of[1], 1);
-  }
-  int change_one(int which, int i) {
-    handle& h = of[which];
-    EXPECT_EQ(engine::transbeg(h, 3, nullptr), 0);
-    EXPECT_EQ(h.insert(sample(i, 300)), 0);
-    return engine::transend(h, 1);
-  }
-  both_states now() { return {{all_records(&of[0]), all_records(&of[1])}}; }
 };
 
 // Length of the journals, and how the run goes on behind the first pair.
@@ -178,12 +111,7 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
     if (points_ % (torture() ? 1 : 32) == 0) expect_sound();
   }
   static void expect_sound() {
-    for (const char* path : paths) {
-      scratch_folder folder;
-      write_file(folder.file("check"), disk_now().at(path).bytes);
-      const check_result checked = check_file(folder.file("check"), true);
-      ASSERT_EQ(checked.outcome, engine::report_outcome::sound) << checked.text() << checked.reason;
-    }
+    for (const char* path : paths) expect_sound_bytes(disk_now().at(path).bytes);
   }
 
   disk_image start_;
@@ -450,14 +378,6 @@ TEST_F(JournalPair, OneFileDecidesForSeveralPartners) {
   ASSERT_EQ(files.of[1].close(), 0);
 }
 
-// What a power cut leaves when nothing is kept but what was flushed.
-disk_image all_lost(const disk_image& start) {
-  const std::vector<disk_event> events = disk_events();
-  std::map<std::size_t, write_fate> fates;
-  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
-  return after_power_cut(start, events, events.size(), fates, nullptr);
-}
-
 void expect_the_first_pair_alone(const disk_image& left) {
   for (const int first : {0, 1}) {
     mount_memory_disk(left);
@@ -472,27 +392,23 @@ void expect_the_first_pair_alone(const disk_image& left) {
 
 // What stood behind a promise told that it counts, and the deciding journal relied on that.
 TEST_F(JournalPair, APromiseStaysWhenWhatStoodBehindItIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   ASSERT_EQ(files.of[0].close(), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   engine::abandon(files.of[1]);
   expect_the_first_pair_alone(left);
 }
 
 // The next pair's promise stood behind it, whose writer died before that was decided.
 TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
-  ASSERT_EQ(files.change_both(101, 300), 0);
-  ASSERT_EQ(engine::transbeg(files.of[1], 3, nullptr), 0);
+  files.change_both_and_go_on();
+  ASSERT_FALSE(HasFatalFailure());
   ASSERT_EQ(engine::wrenter(files.of[1]), 0);
   ASSERT_EQ(files.of[1].insert(sample(102)), 0);
   engine::group_link next;
@@ -503,17 +419,15 @@ TEST_F(JournalPair, APromiseStaysWhenTheNextOneIsTakenBack) {
   ASSERT_EQ(engine::wrleave_with_promise(files.of[1], 0, next), 0);
   engine::abandon(files.of[1]);
   ASSERT_EQ(files.of[0].close(), 0);
-  expect_the_first_pair_alone(all_lost(start));
+  expect_the_first_pair_alone(flushed_alone(small_files(), disk_events()));
 }
 
 // Who works in the deciding file may begin a new life there at any moment.
 TEST_F(JournalPair, WhoSettlesAPromiseWritesNothingWhereSomebodyWorks) {
-  const disk_image start = small_files();
-  mount_memory_disk(start);
   file_pair files;
   files.open();
   ASSERT_EQ(files.change_both(101, 300), 0);
-  const disk_image left = all_lost(start);
+  const disk_image left = flushed_alone(small_files(), disk_events());
   for (handle& h : files.of) engine::abandon(h);
   for (const bool at_work : {false, true}) {
     mount_memory_disk(left);

@@ -27,6 +27,9 @@ struct {
   int next_fd = 1000;
   std::uint64_t mount = 1;
   std::uint64_t next_identity = 1;
+  int good_flushes = -1;   // until flushes fail; -1: they don't
+  int bad_flushes = 0;     // then so many
+  int failed = 0;
 } disk;
 
 stored* file_of(int fd) {
@@ -89,7 +92,23 @@ std::int64_t do_write(int fd, std::uint64_t offset, const void* from, std::size_
   disk.events.push_back({disk_event::kind::write, file_of(fd)->identity, offset, {bytes, bytes + n}, {}});
   return static_cast<std::int64_t>(n);
 }
+// Of a flush.
+bool fails_now() {
+  if (disk.good_flushes < 0 || disk.bad_flushes == 0) return false;
+  if (disk.good_flushes > 0) {
+    --disk.good_flushes;
+    return false;
+  }
+  --disk.bad_flushes;
+  ++disk.failed;
+  return true;
+}
+
 int do_flush(int fd) {
+  if (fails_now()) {
+    disk.events.push_back({disk_event::kind::failed_flush, file_of(fd)->identity, 0, {}, file_of(fd)->path});
+    return -1;
+  }
   disk.events.push_back({disk_event::kind::flush, file_of(fd)->identity, 0, {}, file_of(fd)->path});
   return 0;
 }
@@ -123,11 +142,13 @@ int do_unlock(int fd, std::uint64_t offset, std::uint64_t length) {
   locks = left;
   return 0;
 }
-int do_probe(int fd, std::uint64_t offset) {
+std::int64_t do_find_held(int fd, std::uint64_t offset, std::uint64_t length) {
   for (const held& l : disk.locks[file_of(fd)->identity])
-    if (l.fd != fd && l.from <= offset && offset < l.to) return 1;
-  return 0;
+    if (l.fd != fd && l.from < offset + length && offset < l.to)
+      return static_cast<std::int64_t>(std::max(l.from, offset));
+  return engine::none_held;
 }
+int do_probe(int fd, std::uint64_t offset) { return do_find_held(fd, offset, 1) == engine::none_held ? 0 : 1; }
 
 const engine::os_ops& table() {
   static const engine::os_ops ops = [] {
@@ -149,6 +170,7 @@ const engine::os_ops& table() {
     t.lock = do_lock;
     t.unlock = do_unlock;
     t.probe = do_probe;
+    t.find_held = do_find_held;
     return t;
   }();
   return ops;
@@ -200,6 +222,7 @@ void mount_memory_disk(const disk_image& image, power how) {
   disk.open.clear();
   disk.locks.clear();
   disk.events.clear();
+  fail_flushes(0, 0);
   for (const auto& [path, file] : image) {
     disk.names[path] = std::make_shared<stored>(stored{file.bytes, file.identity, path});
     disk.next_identity = std::max(disk.next_identity, file.identity + 1);
@@ -221,9 +244,16 @@ disk_image disk_now() {
 void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes) {
   put_bytes(&disk.names.at(path)->bytes, offset, bytes.data(), bytes.size());
 }
+void fail_flushes(int nth, int count) {
+  disk.good_flushes = nth - 1;
+  disk.bad_flushes = count;
+  disk.failed = 0;
+}
+int failed_flushes() { return disk.failed; }
 int disk_open_files() { return static_cast<int>(disk.open.size()); }
 
 void rewind_disk(const disk_image& start, std::size_t n) {
+  n = std::min(n, disk.events.size());
   const disk_image image = after_kill(start, disk.events, n);
   for (auto& [path, f] : disk.names) f->bytes = image.at(path).bytes;
   disk.events.resize(n);
@@ -231,20 +261,34 @@ void rewind_disk(const disk_image& start, std::size_t n) {
 
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n) {
   builder b(start);
-  for (std::size_t i = 0; i < n; i++) b.apply(events[i]);
+  for (std::size_t i = 0; i < std::min(n, events.size()); i++) b.apply(events[i]);
   return b.image();
 }
 
 std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events, std::size_t n) {
-  std::map<std::uint64_t, std::size_t> last_flush;
-  for (std::size_t i = 0; i < n; i++)
-    if (events[i].what == disk_event::kind::flush) last_flush[events[i].identity] = i;
   std::vector<std::size_t> result;
+  std::map<std::uint64_t, std::vector<std::size_t>> waiting;   // for the next flush of their file
   for (std::size_t i = 0; i < n; i++) {
-    if (events[i].what != disk_event::kind::write && events[i].what != disk_event::kind::cut) continue;
-    auto at = last_flush.find(events[i].identity);
-    if (at == last_flush.end() || at->second < i) result.push_back(i);
+    std::vector<std::size_t>& own = waiting[events[i].identity];
+    switch (events[i].what) {
+      case disk_event::kind::write:
+      case disk_event::kind::cut:
+        own.push_back(i);
+        break;
+      case disk_event::kind::failed_flush:
+        result.insert(result.end(), own.begin(), own.end());
+        own.clear();
+        break;
+      case disk_event::kind::flush:
+        own.clear();
+        break;
+      case disk_event::kind::name:
+      case disk_event::kind::remove:
+        break;
+    }
   }
+  for (const auto& [identity, own] : waiting) result.insert(result.end(), own.begin(), own.end());
+  std::sort(result.begin(), result.end());
   return result;
 }
 
@@ -260,6 +304,12 @@ disk_image after_power_cut(const disk_image& start, const std::vector<disk_event
     }
   }
   return b.image();
+}
+
+disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events) {
+  std::map<std::size_t, write_fate> fates;
+  for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
+  return after_power_cut(start, events, events.size(), fates, nullptr);
 }
 
 }  // namespace zvrdb::test

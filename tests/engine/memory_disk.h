@@ -19,7 +19,7 @@ struct disk_file {
 using disk_image = std::map<std::string, disk_file>;   // by path
 
 struct disk_event {
-  enum class kind { write, flush, cut, name, remove } what;
+  enum class kind { write, flush, failed_flush, cut, name, remove } what;
   std::uint64_t identity;   // of the file
   std::uint64_t offset;     // of what is written; of a cut the new size
   disk_bytes bytes;         // written
@@ -33,6 +33,11 @@ void mount_memory_disk(const disk_image& image, power how = power::was_off);
 void unmount_memory_disk();
 const std::vector<disk_event>& disk_events();
 int disk_flushes(const std::string& path_end = "");   // of files whose path ends so
+// From now on flushes fail from the nth on, so many of them; `nth` 0: none.  What they were to
+// bring to the disk stays undecided, whatever is flushed afterwards, but for what is written
+// again; programs go on to see it as written.
+void fail_flushes(int nth, int count);
+int failed_flushes();   // since then
 disk_image disk_now();
 int disk_open_files();
 void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes);
@@ -44,10 +49,12 @@ void rewind_disk(const disk_image& start, std::size_t n);
 disk_image after_kill(const disk_image& start, const std::vector<disk_event>& events, std::size_t n);
 
 // Writes whose fate a power cut behind the first n events decides: those that no flush of
-// their file followed.
+// their file followed, or one that failed.
 std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events, std::size_t n);
 enum class write_fate { kept, lost, torn };   // torn: each 512 bytes by a coin
 disk_image after_power_cut(const disk_image& start, const std::vector<disk_event>& events, std::size_t n,
                            const std::map<std::size_t, write_fate>& fates, std::mt19937* coin);
+// Behind all events, when a power cut leaves nothing but what was flushed.
+disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events);
 
 }  // namespace zvrdb::test

@@ -3,11 +3,11 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <map>
 #include <optional>
 #include <random>
 
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
@@ -23,8 +23,6 @@ struct model_case {
   engine::journal_use journal = engine::journal_use::off;
   bool from_cache = false;
 };
-
-using records = std::map<std::string, sample_record>;
 
 class Model : public ::testing::TestWithParam<model_case> {
  protected:

@@ -75,13 +75,6 @@ script whole_life_of(std::vector<step> steps) {
   return {std::move(steps), {}, true};
 }
 
-bool explicit_transaction(void* task, bool keep) {
-  return db_start_trans(task, DB_TRG) == DBE_OK && crash_test::put_target(task, "NEW", "in a transaction") &&
-         crash_test::put_shadow(task, "NEW", 1000, 1) &&
-         crash_test::put_target(task, "T1", "changed in it") && crash_test::del_shadow(task, "T2") &&
-         (keep ? db_commit(task, DB_TRG) : db_rollback(task, DB_TRG)) == DBE_OK;
-}
-
 // Lists of targets and change files, and all of requests and pairs.
 bool lists(void* task) {
   std::vector<char> names(64 * 16);
@@ -213,7 +206,10 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
     // What waits for something that another task is to bring waits short.
     co_test_delay_factor(1, 1000);
     const scenario& s = GetParam();
-    if (!s.from_nothing) prepare();
+    if (!s.from_nothing) {
+      const step start = [](void* t) { return put_start(t) && put_change_file(t, "APP.FREE.REF.1"); };
+      ASSERT_EQ(place_.start_with(start), "");
+    }
     if (s.killed_in) leave_killed(s);
     strange_answers();
     rehearse();
@@ -234,23 +230,6 @@ class CallFaults : public ::testing::TestWithParam<scenario> {
     std::ifstream log(place_.base() + "/log/messages.log");
     const std::string text((std::istreambuf_iterator<char>(log)), {});
     return text.substr(text.size() - std::min<std::size_t>(text.size(), 3000));
-  }
-  void prepare() {
-    script base;
-    base.steps.push_back([](void* t) {
-      for (const char* name : {"LOCAL", "SRC", "SRV", "T1", "T2"})
-        if (!put_target(t, name, "of the start")) return false;
-      return put_parameters(t, "T1", 20, 1) && put_hardware(t, "T1", 1) && put_shadow(t, "T2", 1000, 1) &&
-             put_shadow(t, "SRV", 10, 1) && put_change_file(t, "APP.ONE.REF.1") &&
-             put_change_file(t, "APP.TWO.REF.1") && put_change_file(t, "APP.FREE.REF.1") &&
-             put_status(t, "T1", "APP.ONE.REF.1", 1) && put_status(t, "T1", "APP.TWO.REF.1", 2) &&
-             put_status(t, "T2", "APP.ONE.REF.1", 3) && put_request(t, 1) && put_request(t, 2);
-    });
-    const outcome made = place_.rehearse(base);
-    ASSERT_FALSE(made.failed);
-    ASSERT_EQ(place_.faults(), "");
-    place_.forget_shared_state();
-    place_.keep_this();
   }
   void put_back() {
     place_.put_back();
@@ -416,6 +395,9 @@ TEST_P(CallFaults, WhicheverRequestFailsNothingIsLostAndNothingLeftBehind) {
     ASSERT_EQ(run_with(kind, 0, false), 0u);
     all[k] = counted(kind);
   }
+  unsigned requests_of_run = 0;
+  for (const unsigned n : all) requests_of_run += n;
+  std::cout << requests_of_run << " requests" << std::endl;
   for (unsigned k = 0; k < requests; ++k) {
     const auto kind = static_cast<request>(k);
     for (const bool for_good : {false, true}) {
@@ -423,6 +405,7 @@ TEST_P(CallFaults, WhicheverRequestFailsNothingIsLostAndNothingLeftBehind) {
         unsigned n = 1;
         while (n < most_faults && try_point(kind, n, for_good)) ++n;
         ASSERT_LT(n, most_faults);
+        std::cout << name_of(kind) << (for_good ? " all " : " ") << n - 1 << std::endl;
       } else if (all[k] != 0) {
         try_point(kind, 1 + static_cast<unsigned>(random_() % all[k]), for_good);
       }

@@ -27,6 +27,24 @@ class Generations : public zvrtest::FrameTest {
     });
     ASSERT_EQ(1000 + SIGKILL, child.finish());
   }
+
+  // A child's task that has the generation of "A", and none when it does not see "A".  The child
+  // is forked before there is a task: what it inherits mapped stays mapped in it.
+  static void* task_that_saw_a(parent_link& parent) {
+    parent.stop_here();
+    void* own = co_init_task("other", nullptr, 0);
+    if (get_target(own, "A") != DBE_OK) return nullptr;
+    parent.stop_here();
+    return own;
+  }
+  // The next generation begins with "B" while that child has the one of "A".
+  static void go_on_without(child_process& child, const client_task& task) {
+    ASSERT_EQ(DBE_OK, put_target(task, "A"));
+    child.go_on();
+    ASSERT_EQ(1, child.next());
+    task.cntl()->fwrite_in_prog = 1;
+    ASSERT_EQ(DBE_OK, put_target(task, "B"));
+  }
 };
 
 TEST_F(Generations, AReadFindsAWriterThatDiedInsideItsCall) {
@@ -227,12 +245,9 @@ TEST_F(Generations, OldGenerationsDoNotPileUp) {
 }
 
 TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
-  // Forked before there is a task: what a child inherits mapped stays mapped in it.
   child_process child([](parent_link& parent) {
-    parent.stop_here();
-    void* own = co_init_task("other", nullptr, 0);
-    if (get_target(own, "A") != DBE_OK) return 1;
-    parent.stop_here();
+    void* own = task_that_saw_a(parent);
+    if (!own) return 1;
     if (get_target(own, "B") != DBE_OK) return 2;
     if (tcb_of(own)->shm_generation != 1) return 3;
     coi_term_task(own, 0);
@@ -240,11 +255,8 @@ TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
   });
   ASSERT_EQ(1, child.next());
   client_task task("mover");
-  ASSERT_EQ(DBE_OK, put_target(task, "A"));
-  child.go_on();
-  ASSERT_EQ(1, child.next());
-  task.cntl()->fwrite_in_prog = 1;
-  ASSERT_EQ(DBE_OK, put_target(task, "B"));
+  go_on_without(child, task);
+  ASSERT_FALSE(HasFatalFailure());
   EXPECT_EQ(2u, zvrtest::segments_in(co_shared_folder(task)));
   child.go_on();
   EXPECT_EQ(0, child.finish());
@@ -252,20 +264,11 @@ TEST_F(Generations, ATaskInAnotherProcessMovesAtItsNextCall) {
 }
 
 TEST_F(Generations, AnOldOneThatATaskHadWhenItWasKilledGoesWithTheNextTaskThatComes) {
-  child_process child([](parent_link& parent) {
-    parent.stop_here();
-    void* own = co_init_task("other", nullptr, 0);
-    if (get_target(own, "A") != DBE_OK) return 1;
-    parent.stop_here();
-    return 0;
-  });
+  child_process child([](parent_link& parent) { return task_that_saw_a(parent) ? 0 : 1; });
   ASSERT_EQ(1, child.next());
   client_task task("mover");
-  ASSERT_EQ(DBE_OK, put_target(task, "A"));
-  child.go_on();
-  ASSERT_EQ(1, child.next());
-  task.cntl()->fwrite_in_prog = 1;
-  ASSERT_EQ(DBE_OK, put_target(task, "B"));
+  go_on_without(child, task);
+  ASSERT_FALSE(HasFatalFailure());
   child.kill_now();
   EXPECT_EQ(2u, zvrtest::segments_in(co_shared_folder(task)));
   client_task next("next");

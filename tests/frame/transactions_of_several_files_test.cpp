@@ -22,6 +22,14 @@ class TransactionsOfSeveralFiles : public zvrtest::FrameTest {
     return db_start_trans(own, DB_TRG) == DBE_OK && put_target(own, "HALF") == DBE_OK &&
            db_start_trans(own, DB_RQR) == DBE_OK && db_commit(own, DB_RQR) == DBE_OK;
   }
+  static void die_with_targets_open() {
+    child_process child([](parent_link& parent) {
+      void* own = co_init_task("victim", nullptr, 0);
+      if (!own || !leave_targets_open(own)) return 1;
+      parent.die();
+    });
+    ASSERT_EQ(1000 + SIGKILL, child.finish());
+  }
   void expect_memory_and_file_agree(const char* name) {
     EXPECT_EQ(get_target(task, name), get_target_from_file(task, name)) << name;
   }
@@ -29,12 +37,8 @@ class TransactionsOfSeveralFiles : public zvrtest::FrameTest {
 };
 
 TEST_F(TransactionsOfSeveralFiles, ADeathWithoutTheSemaphoreLeavesMemoryAndFileTheSame) {
-  child_process child([](parent_link& parent) {
-    void* own = co_init_task("victim", nullptr, 0);
-    if (!own || !leave_targets_open(own)) return 1;
-    parent.die();
-  });
-  ASSERT_EQ(1000 + SIGKILL, child.finish());
+  die_with_targets_open();
+  ASSERT_FALSE(HasFatalFailure());
   EXPECT_EQ(DBE_OK, put_target(task, "B"));
   expect_memory_and_file_agree("A");
   expect_memory_and_file_agree("B");
@@ -43,12 +47,8 @@ TEST_F(TransactionsOfSeveralFiles, ADeathWithoutTheSemaphoreLeavesMemoryAndFileT
 }
 
 TEST_F(TransactionsOfSeveralFiles, AFreshTaskAfterSuchADeathBringsMemoryBackToTheFile) {
-  child_process child([](parent_link& parent) {
-    void* own = co_init_task("victim", nullptr, 0);
-    if (!own || !leave_targets_open(own)) return 1;
-    parent.die();
-  });
-  ASSERT_EQ(1000 + SIGKILL, child.finish());
+  die_with_targets_open();
+  ASSERT_FALSE(HasFatalFailure());
   client_task fresh("fresh");
   EXPECT_EQ(DBE_OK, get_target(fresh, "A"));
   expect_memory_and_file_agree("A");
@@ -57,12 +57,8 @@ TEST_F(TransactionsOfSeveralFiles, AFreshTaskAfterSuchADeathBringsMemoryBackToTh
 }
 
 TEST_F(TransactionsOfSeveralFiles, AFreshTaskOfClassZeroLeavesTheRebuildToTheNextCallOfClassOne) {
-  child_process child([](parent_link& parent) {
-    void* own = co_init_task("victim", nullptr, 0);
-    if (!own || !leave_targets_open(own)) return 1;
-    parent.die();
-  });
-  ASSERT_EQ(1000 + SIGKILL, child.finish());
+  die_with_targets_open();
+  ASSERT_FALSE(HasFatalFailure());
   client_task fresh("fresh");
   char config[100];
   EXPECT_EQ(DBE_OK, db_get(fresh, DB_CFG, 0, nullptr, config, sizeof config));

@@ -9,11 +9,7 @@
 namespace zvrdb::recfile {
 namespace {
 
-struct target_key {
-  std::uint32_t db_id;
-  std::uint32_t number;
-  std::uint32_t recnum;
-};
+using zvrtest::target_key;
 
 int flushes = 0;
 

@@ -64,6 +64,26 @@ class file_task {
   zvrdb::DBR_TCB* tcb_;
 };
 
+// The key of a record in the file of the targets.
+struct target_key {
+  std::uint32_t db_id;
+  std::uint32_t number;
+  std::uint32_t recnum;
+};
+static_assert(sizeof(target_key) == 12);
+
+// A target of 40 zero bytes.
+inline std::int16_t write_target(file_task& files, std::uint32_t number) {
+  target_key key = {DB_SHT, number, 0};
+  const unsigned char record[40] = {};
+  return zvrdb::recfile::db_write(files.task(), files.tcb()->trg_file, &key, record, sizeof record);
+}
+
+inline std::int16_t find_target(file_task& files, std::uint32_t number) {
+  target_key key = {DB_SHT, number, 0};
+  return zvrdb::recfile::db_locate(files.task(), files.tcb()->trg_file, &key, zvrdb::recfile::KEY_EQ);
+}
+
 inline std::vector<unsigned char> bytes_of(std::uint32_t length, unsigned seed) {
   std::vector<unsigned char> bytes(length);
   unsigned value = seed * 2654435761u + 1;

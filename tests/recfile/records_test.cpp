@@ -7,17 +7,11 @@ namespace {
 
 using zvrtest::bytes_of;
 using zvrtest::pieces_in;
+using zvrtest::target_key;
 
 constexpr std::uint32_t group_piece = 16000 - 72;
 constexpr std::uint32_t target_piece = 16000 - 12;
 constexpr std::uint32_t most = 65535;
-
-struct target_key {
-  std::uint32_t db_id;
-  std::uint32_t number;
-  std::uint32_t recnum;
-};
-static_assert(sizeof(target_key) == 12);
 
 class Records : public ::testing::Test {
  protected:

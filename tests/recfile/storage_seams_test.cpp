@@ -19,22 +19,8 @@
 namespace zvrdb::recfile {
 namespace {
 
-struct target_key {
-  std::uint32_t db_id;
-  std::uint32_t number;
-  std::uint32_t recnum;
-};
-
-std::int16_t write_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  const unsigned char record[40] = {};
-  return db_write(files.task(), files.tcb()->trg_file, &key, record, sizeof record);
-}
-
-std::int16_t find_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  return db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ);
-}
+using zvrtest::find_target;
+using zvrtest::write_target;
 
 // Waits pass at once as long as it lives; they are counted all the same.
 class no_waiting {
@@ -57,13 +43,16 @@ std::int64_t write_unless_full(int file, std::uint64_t offset, const void* from,
   return disk_is_full ? 0 : engine::linux_ops.write_at(file, offset, from, n);
 }
 
+bool is_busy_slot(std::uint64_t offset) {
+  return offset == engine::slot_bytes && co_test_delayed() < first_slot_busy_until;
+}
 int probe_with_busy_slot(int file, std::uint64_t offset) {
-  const bool busy = offset == engine::slot_bytes && co_test_delayed() < first_slot_busy_until;
-  return busy ? 1 : engine::linux_ops.probe(file, offset);
+  return is_busy_slot(offset) ? 1 : engine::linux_ops.probe(file, offset);
 }
 
 // Holds the thread of that name until somebody asks for a wait.
 engine::lock_answer lock_and_hold(int file, std::uint64_t offset, std::uint64_t length) {
+  if (is_busy_slot(offset)) return engine::lock_answer::busy;
   if (held_thread.load() == std::this_thread::get_id()) {
     held_thread = std::thread::id();
     const std::uint64_t before = co_test_delayed();

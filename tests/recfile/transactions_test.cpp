@@ -5,21 +5,10 @@
 namespace zvrdb::recfile {
 namespace {
 
-struct target_key {
-  std::uint32_t db_id;
-  std::uint32_t number;
-  std::uint32_t recnum;
-};
-
-std::int16_t write_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  const unsigned char record[40] = {};
-  return db_write(files.task(), files.tcb()->trg_file, &key, record, sizeof record);
-}
+using zvrtest::write_target;
 
 bool has_target(zvrtest::file_task& files, std::uint32_t number) {
-  target_key key = {4, number, 0};
-  return db_locate(files.task(), files.tcb()->trg_file, &key, KEY_EQ) == DBE_OK;
+  return zvrtest::find_target(files, number) == DBE_OK;
 }
 
 class Transactions : public ::testing::Test {

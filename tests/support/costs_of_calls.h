@@ -2,6 +2,7 @@
 // For a program of its own, and for one source of it: the allocator is replaced.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <malloc.h>
@@ -58,5 +59,36 @@ inline bool forbid_system_calls() {
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
+
+// The work of a child process: `first`, and then `rest` without system calls.  Both answer true
+// when they were done.  The process ends with 0, with 3 where the rest was not done, with 1 or 2
+// where it did not come to that; or it is killed.
+template <class First, class Rest>
+int then_without_system_calls(First first, Rest rest) {
+  if (!first()) return 1;
+  if (!forbid_system_calls()) return 2;
+  syscall(SYS_exit_group, rest() ? 0 : 3);
+  return 4;
+}
+
+template <class Calls>
+bool a_thousand_times(Calls calls) {
+  for (int i = 0; i < 1000; ++i)
+    if (!calls()) return false;
+  return true;
+}
+
+#if !ZVR_SANITIZED
+// The calls, which answer true when they were done, allocate nothing behind their first time.
+template <class Calls>
+void expect_no_allocation(Calls calls) {
+  ASSERT_TRUE(calls());
+  const unsigned long before = allocations;
+  const std::size_t in_use = mallinfo2().uordblks;
+  ASSERT_TRUE(a_thousand_times(calls));
+  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(mallinfo2().uordblks, in_use);
+}
+#endif
 
 }  // namespace zvrtest

@@ -1,9 +1,11 @@
 #include "targets/killed_writers.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zvrco/zvrco.h>
 
 #include <cstdlib>
 
@@ -11,14 +13,16 @@
 
 namespace target_test {
 
-void KilledWriters::SetUp() {
-  TargetsTest::SetUp();
-  control_ = share<Control>();
+void StoredVersion::settle(std::uint32_t stored, const std::string& name) {
+  EXPECT_TRUE(stored == done || stored == under_way) << name;
+  done = stored;
+  under_way = stored;
 }
 
-void KilledWriters::TearDown() {
+KilledWriters::KilledWriters() : control_(share<Control>()) {}
+
+KilledWriters::~KilledWriters() {
   for (const auto& [memory, bytes] : shared_) munmap(memory, bytes);
-  TargetsTest::TearDown();
 }
 
 void* KilledWriters::share(std::size_t bytes) {
@@ -34,23 +38,6 @@ bool KilledWriters::expect(int rc, int wanted, int place) {
   if (control_->unexpected.compare_exchange_strong(none, rc == 0 ? -1 : rc)) control_->unexpected_at = place;
   control_->stop = 1;
   return false;
-}
-
-std::uint32_t KilledWriters::stored_version(const std::string& name) {
-  const Reading whole = get(name);
-  const Reading head = get(name, 192);
-  EXPECT_EQ(whole.rc, head.rc) << "memory and file of " << name;
-  if (whole.rc == DBE_NOT_FOUND) return 0;
-  EXPECT_EQ(whole.rc, DBE_OK);
-  EXPECT_EQ(whole.record.text_at(64, 60), head.record.text_at(64, 60)) << "memory and file of " << name;
-  EXPECT_EQ(whole.record.text_at(64, 60), whole.record.text_at(288, 60)) << "half a record of " << name;
-  return static_cast<std::uint32_t>(std::stoul(std::string(whole.record.text_at(64, 60))));
-}
-
-std::string KilledWriters::target_file() {
-  char base_path[CO_PATH_MAX] = "";
-  co_get_orvo_path(task, base_path, 0);
-  return std::string(base_path) + "/db/trgcfg";
 }
 
 // Each finished step is a byte in the pipe.  The parent keeps the reading end alone, so
@@ -76,7 +63,7 @@ pid_t KilledWriters::start(unsigned writer, unsigned seed, int* progress) {
 }
 
 void KilledWriters::kill_one(unsigned victim) {
-  const zvrdb::engine::writers_held arbiter(target_file().c_str());
+  const zvrdb::engine::writers_held arbiter(written_file().c_str());
   ASSERT_EQ(arbiter.result(), 0);
   ASSERT_EQ(kill(children_[victim], SIGKILL), 0);
   ASSERT_EQ(waitpid(children_[victim], nullptr, 0), children_[victim]);
@@ -99,11 +86,11 @@ void KilledWriters::end_all() {
 
 void KilledWriters::run_and_kill(const Plan& plan) {
   const unsigned seed = std::random_device{}();
-  SCOPED_TRACE(numbered("seed ", seed));
+  SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   for (unsigned w = 0; w < writers; ++w)
     children_[w] = start(w, static_cast<unsigned>(random()), &progress_[w]);
-  for (int kills = 0; kills < plan.kills && !HasFailure() && !control_->stop; ++kills) {
+  for (int kills = 0; kills < plan.kills && !::testing::Test::HasFailure() && !control_->stop; ++kills) {
     const auto victim = static_cast<unsigned>(random() % writers);
     const unsigned range = plan.most_steps - plan.fewest_steps + 1;
     unsigned steps = plan.fewest_steps + static_cast<unsigned>(random() % range);

@@ -1,30 +1,42 @@
 // Several processes write at once while one after the other is killed and started anew.
 //
-// The killer owns the writer arbiter of the target file while it kills, so that the
-// victim may be anywhere but in the bytes of one write operation: a put is four of
-// them, and it dies before, between or behind them, or inside the memory's tables.
+// The killer owns the writer arbiter of the file while it kills, so that the victim may be
+// anywhere but in the bytes of one write operation: it dies before, between or behind those of
+// a call, or inside the memory's tables.
 #pragma once
 
 #include <sys/types.h>
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "targets/targets_fixture.h"
-
 namespace target_test {
 
-class KilledWriters : public TargetsTest {
+// What one writer stores again and again: a version, 0 when there is nothing.
+struct StoredVersion {
+  std::atomic<std::uint32_t> under_way;
+  std::atomic<std::uint32_t> done;
+  // After the writer's death the stored version becomes the one that counts.
+  void settle(std::uint32_t stored, const std::string& name);
+};
+
+// For a fixture, beside that of its floor.
+class KilledWriters {
  protected:
   static constexpr unsigned writers = 3;
 
-  void SetUp() override;
-  void TearDown() override;
+  KilledWriters();
+  virtual ~KilledWriters();
+  KilledWriters(const KilledWriters&) = delete;
+  KilledWriters& operator=(const KilledWriters&) = delete;
 
+  // The file that they write.
+  virtual std::string written_file() = 0;
   // What a writer does over and over, in its own process and with a task of its own.
   // False when it gives up on an answer that it did not expect.
   virtual bool step(void* own, unsigned writer, std::mt19937& random) = 0;
@@ -48,10 +60,6 @@ class KilledWriters : public TargetsTest {
   // For a writer: false, and the end of all of them, when the answer is another one.
   bool expect(int rc, int wanted, int place);
 
-  // The version of a target that bears it as description and as customer's name, 0 when
-  // there is no such target.  Memory and file must agree on it.
-  std::uint32_t stored_version(const std::string& name);
-
  private:
   struct Control {
     std::atomic<std::uint32_t> stop;
@@ -63,10 +71,9 @@ class KilledWriters : public TargetsTest {
   pid_t start(unsigned writer, unsigned seed, int* progress);
   void kill_one(unsigned victim);
   void end_all();
-  std::string target_file();
 
-  Control* control_ = nullptr;
   std::vector<std::pair<void*, std::size_t>> shared_;
+  Control* control_;
   std::array<int, writers> progress_{};
   std::array<pid_t, writers> children_{};
 };

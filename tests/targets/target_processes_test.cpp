@@ -1,36 +1,25 @@
 // Several processes change targets at once while their writers are killed: what was
 // answered as done is there, what was under way is there whole or not at all.
-#include "targets/killed_writers.h"
+#include "targets/target_writers.h"
 
 namespace target_test {
 namespace {
 
 constexpr unsigned cells = 12;
 
-// One name: the version that its description tells, 0 when there is no such target.
-struct Cell {
-  std::atomic<std::uint32_t> under_way;
-  std::atomic<std::uint32_t> done;
-};
-
 std::string name_of(unsigned writer, unsigned cell) {
   return numbered("W", writer) + numbered(".", cell);
 }
 
-class TargetProcesses : public KilledWriters {
+class TargetProcesses : public TargetWriters {
  protected:
   struct Shared {
-    Cell cell[writers][cells];
+    StoredVersion cell[writers][cells];   // of each name: what its description tells
   };
-
-  void SetUp() override {
-    KilledWriters::SetUp();
-    shared = share<Shared>();
-  }
 
   bool step(void* own, unsigned writer, std::mt19937& random) override {
     const auto at = static_cast<unsigned>(random() % cells);
-    Cell& cell = shared->cell[writer][at];
+    StoredVersion& cell = shared->cell[writer][at];
     const std::string name = name_of(writer, at);
     const void* keys[] = {name.c_str()};
     const std::uint32_t old = cell.done;
@@ -48,18 +37,14 @@ class TargetProcesses : public KilledWriters {
     return true;
   }
 
-  // After the writer's death the stored version becomes the one that counts.
   void check_dead_writer(unsigned writer) override {
     for (unsigned at = 0; at < cells; ++at) {
-      Cell& cell = shared->cell[writer][at];
-      const std::uint32_t stored = stored_version(name_of(writer, at));
-      EXPECT_TRUE(stored == cell.done || stored == cell.under_way) << name_of(writer, at);
-      cell.done = stored;
-      cell.under_way = stored;
+      const std::string name = name_of(writer, at);
+      shared->cell[writer][at].settle(stored_version(name), name);
     }
   }
 
-  Shared* shared = nullptr;
+  Shared* shared = share<Shared>();
 };
 
 TEST_F(TargetProcesses, WhatWasAnsweredAsDoneSurvivesTheDeathOfAWriterBetweenWriteOperations) {

@@ -1,7 +1,7 @@
 // Several processes change groups of targets in explicit transactions, on one file or
 // on two, while they are killed between write operations: after any death a group is of
 // one version, that which was stored or that under way, in memory and in the file.
-#include "targets/killed_writers.h"
+#include "targets/target_writers.h"
 
 namespace target_test {
 namespace {
@@ -9,26 +9,15 @@ namespace {
 constexpr unsigned members = 4;
 constexpr std::uint32_t requests = DB_RQR;
 
-// One group: the version that all of its members bear, 0 when there are none.
-struct Group {
-  std::atomic<std::uint32_t> under_way;
-  std::atomic<std::uint32_t> done;
-};
-
 std::string member(unsigned writer, unsigned at) {
   return numbered("G", writer) + numbered(".", at);
 }
 
-class TransactionProcesses : public KilledWriters {
+class TransactionProcesses : public TargetWriters {
  protected:
   struct Shared {
-    Group group[writers];
+    StoredVersion group[writers];   // which all of its members bear
   };
-
-  void SetUp() override {
-    KilledWriters::SetUp();
-    shared = share<Shared>();
-  }
 
   // Gives every member the version, or deletes all of them for version 0.
   bool change_members(void* own, unsigned writer, std::uint32_t old, std::uint32_t version) {
@@ -50,7 +39,7 @@ class TransactionProcesses : public KilledWriters {
   }
 
   bool change_group(void* own, unsigned writer, std::mt19937& random) {
-    Group& group = shared->group[writer];
+    StoredVersion& group = shared->group[writer];
     const std::uint32_t old = group.done;
     const std::uint32_t next = random() % 4 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
     const bool two_files = random() % 3 == 0;
@@ -81,7 +70,7 @@ class TransactionProcesses : public KilledWriters {
   }
 
   void check_dead_writer(unsigned writer) override {
-    Group& group = shared->group[writer];
+    StoredVersion& group = shared->group[writer];
     const std::uint32_t first = stored_version(member(writer, 0));
     for (unsigned at = members; at-- > 0;) {
       const std::string name = member(writer, at);
@@ -97,7 +86,7 @@ class TransactionProcesses : public KilledWriters {
     group.under_way = 0;
   }
 
-  Shared* shared = nullptr;
+  Shared* shared = share<Shared>();
 };
 
 TEST_F(TransactionProcesses, AGroupIsOfOneVersionAfterTheDeathOfAWriterBetweenWriteOperations) {

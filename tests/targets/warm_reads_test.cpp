@@ -7,7 +7,7 @@
 namespace target_test {
 namespace {
 
-using zvrtest::forbid_system_calls;
+using zvrtest::then_without_system_calls;
 
 struct WarmRead {
   unsigned char record[192];
@@ -41,12 +41,8 @@ TEST_F(WarmReads, MakeNoSystemCall) {
   fill();
   EXPECT_EQ(in_child([](void* child) {
               WarmRead reads;
-              if (reads.all(child) != DBE_OK) return 1;
-              if (!forbid_system_calls()) return 2;
-              int rc = DBE_OK;
-              for (int i = 0; i < 1000 && rc == DBE_OK; ++i) rc = reads.all(child);
-              syscall(SYS_exit_group, rc == DBE_OK ? 0 : 3);
-              return 4;
+              const auto all = [&] { return reads.all(child) == DBE_OK; };
+              return then_without_system_calls(all, [&] { return zvrtest::a_thousand_times(all); });
             }),
             0);
 }
@@ -55,12 +51,12 @@ TEST_F(WarmReads, AreKilledByTheSameFilterWhenTheyReachTheFile) {
   fill();
   const int status = in_child([](void* child) {
     WarmRead reads;
-    if (reads.all(child) != DBE_OK) return 1;
-    if (!forbid_system_calls()) return 2;
-    std::vector<unsigned char> record(193);
-    db_get(child, DB_TRG, 1, reads.keys, record.data(), 193);
-    syscall(SYS_exit_group, 0);
-    return 4;
+    const auto from_memory = [&] { return reads.all(child) == DBE_OK; };
+    return then_without_system_calls(from_memory, [&] {
+      std::vector<unsigned char> record(193);
+      db_get(child, DB_TRG, 1, reads.keys, record.data(), 193);
+      return true;
+    });
   });
   EXPECT_LT(status, 0) << "the filter works: a read from the file makes system calls";
 }
@@ -71,13 +67,8 @@ TEST_F(WarmReads, AllocateNothing) {
 #else
   fill();
   WarmRead reads;
-  ASSERT_EQ(reads.all(task), DBE_OK);
+  zvrtest::expect_no_allocation([&] { return reads.all(task) == DBE_OK; });
   const unsigned long before = allocations;
-  const std::size_t in_use = mallinfo2().uordblks;
-  for (int i = 0; i < 1000; ++i)
-    if (reads.all(task) != DBE_OK) FAIL();
-  EXPECT_EQ(allocations, before);
-  EXPECT_EQ(mallinfo2().uordblks, in_use);
   get("T50");
   EXPECT_GT(allocations, before) << "the counter works";
 #endif
