@@ -200,9 +200,6 @@ using progress_fn = int (*)(PSP* h, double done, const log_view* record);
 // and all that follow in the transaction answer why; the file itself is whole, and the
 // companion no copy any more.  Nor is it one when the transaction was left behind by a death.
 int transbeg(PSP* h, int type, PSP* companion);
-// A plain transaction that one call of the caller's begins and ends.  It may stay unseen by readers
-// without locks (read_from_cache) until it ends; all else is as of transbeg.
-int transbeg_of_call(PSP* h);
 int transend(PSP* h, int mode);
 // Ends the transactions of two files in the same folder at once: after a crash at any point
 // both count or neither.  0, or an error: then both are to be rolled back.  Each file is

@@ -311,7 +311,7 @@ int commit_change(PSP* h) {
   const bool defer = more && j->log.at.end + room <= defer_to;
   const log_mark before = j->log.at;
   change_kind kind;
-  if (defer) kind.open = h->one_call ? group_open::in_call : group_open::in_transaction;
+  if (defer) kind.open = h->held ? group_open::in_call : group_open::in_transaction;
   if (j->decision.there) kind.decision = &j->decision;
   if (const int appended = append_change(h, kind); appended != e_ok) return appended;
   if (defer) {

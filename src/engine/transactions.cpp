@@ -39,7 +39,6 @@ constexpr std::uint8_t rollback_key[] = "TRANSNDE";
 
 void forget_transaction(PSP* h) {
   h->transtype = 0;
-  h->one_call = 0;
   h->lognode = -1;
   h->opnode = -1;
   h->logpos = 0;
@@ -468,16 +467,6 @@ int transbeg(PSP* h, int type, PSP* companion) {
   if (h->rw == 1) return keep_status(h, e_read_only);
   if (const int good = check_begin(h, type, companion); good != e_ok) return keep_status(h, good);
   return begin_transaction(h, type, companion);
-}
-
-int transbeg_of_call(PSP* h) {
-  const one_thread alone;
-  if (!is_open(h)) return e_bad_handle;
-  const bool begins = h->transtype == 0;
-  if (begins) h->one_call = 1;
-  const int result = transbeg(h, 3, nullptr);
-  if (begins && result != e_ok) h->one_call = 0;
-  return result;
 }
 
 int transend(PSP* h, int mode) {

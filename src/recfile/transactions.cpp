@@ -275,12 +275,12 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
   }
   // Its operations are one call: nobody comes between, and they cost the system less.
   engine::begin_call(file.entry->psp);
-  int code = engine::transbeg_of_call(file.entry->psp);
+  int code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   if (left_behind(code)) {
     engine::end_call(file.entry->psp);
     transaction->reopened = true;
     reopen_after_failure(task, file.index);
-    if (file.entry->iocb) code = engine::transbeg_of_call(file.entry->psp);
+    if (file.entry->iocb) code = engine::transbeg(file.entry->psp, plain_transaction, nullptr);
   }
   if (code != engine::e_ok) {
     if (file.entry->iocb) engine::end_call(file.entry->psp);
