@@ -180,10 +180,10 @@ TEST(WaitingQueueFailure, IsToldByTheOpenAndByTheWriter) {
     EXPECT_EQ(h.insert(sample(1)), 0);
     const int file = engine::linux_ops.open(path.c_str(), {true, false, false});
     ASSERT_EQ(engine::linux_ops.lock(file, arbiter, 1), engine::lock_answer::taken);
-    // The slot is taken first; then the arbiter is seen held.
+    // The slot is taken first, behind that of the other handle; then the arbiter is seen held.
     handle second;
     second.options = engine::option_queue;
-    fail_call(os_call::lock, 2, true);
+    fail_call(os_call::lock, 3, true);
     EXPECT_EQ(second.open(path), engine::e_queue);
     EXPECT_EQ(engine::checkpsp(second), 'C');
     disarm();
