@@ -292,7 +292,7 @@ TEST_F(KilledBeforeAWrite, APutIsThereWholeOrNotAtAllAndTheInstallationGoesOn) {
     ASSERT_TRUE(memory::tables_sound(live, reason, sizeof reason)) << n << " " << reason;
   }
   EXPECT_FALSE(killed);
-  EXPECT_GT(n, 10);
+  EXPECT_GE(n, 10);   // all of them writes of the put: the open before it makes none
 }
 
 TEST_F(KilledBeforeAWrite, AnAcknowledgedTransactionIsThereWholeAndTheInstallationGoesOn) {
