@@ -49,22 +49,27 @@ class Engine final : public Rival {
     Fields f(record);
     check(engine::dinsert(psp(), f.list), "insert");
   }
+  // As the library's own calls do: what belongs to one change is one call.
   void replace(const Record& record) override {
-    begin();
+    engine::begin_call(psp());
+    check(engine::transbeg_of_call(psp()), "begin");
     find(record.name);
     check(engine::dlock(psp()), "lock");
     Fields f(record);
     check(engine::dupdate(psp(), f.list), "update");
     check(engine::dunlock(psp()), "unlock");
     commit();
+    check(engine::end_call(psp()), "end of a call");
   }
   void erase(const Record& record) override {
-    begin();
+    engine::begin_call(psp());
+    check(engine::transbeg_of_call(psp()), "begin");
     find(record.name);
     check(engine::dlock(psp()), "lock");
     Fields f(record);
     check(engine::ddelete(psp(), f.list), "delete");
     commit();
+    check(engine::end_call(psp()), "end of a call");
   }
   bool get(const unsigned char* name, Record* out) override {
     unsigned char value[1 + name_len];

@@ -1,5 +1,8 @@
 #include <pthread.h>
 #include <unistd.h>
+#ifdef __SANITIZE_THREAD__
+#include <sanitizer/tsan_interface.h>
+#endif
 
 #include <cerrno>
 #include <cstring>
@@ -59,6 +62,14 @@ uint16_t after_lock(const Task& task, SharedSemaphore* semaphore, int result) {
 // knows of no waiters and wakes none.  So who waits looks again by itself now and then.
 constexpr long look_again_ns = 100 * 1000 * 1000;
 
+// The thread sanitizer knows nothing of pthread_mutex_clocklock.
+void tell_of_lock([[maybe_unused]] pthread_mutex_t* mutex) {
+#ifdef __SANITIZE_THREAD__
+  __tsan_mutex_pre_lock(mutex, __tsan_mutex_try_lock);
+  __tsan_mutex_post_lock(mutex, __tsan_mutex_try_lock, 0);
+#endif
+}
+
 int lock_for_certain(pthread_mutex_t* mutex) {
   int result = pthread_mutex_trylock(mutex);
   while (result == EBUSY || result == ETIMEDOUT) {
@@ -70,6 +81,7 @@ int lock_for_certain(pthread_mutex_t* mutex) {
       ++until.tv_sec;
     }
     result = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &until);
+    if (result == 0 || result == EOWNERDEAD) tell_of_lock(mutex);
   }
   return result;
 }

@@ -84,7 +84,7 @@ unsigned nodes_to_bring(PSP* h) {
 
 bool begin_quiet_read(PSP* h, int keyno) {
   cached_reads* c = h->cached;
-  if (c == nullptr || is_exclusive(h) || h->rdnest != 0 || h->wrnest != 0 || h->keylocks[keyno - 1] != 'U') return false;
+  if (c == nullptr || is_exclusive(h) || h->held || h->rdnest != 0 || h->wrnest != 0 || h->keylocks[keyno - 1] != 'U') return false;
   if (!journal_in_view(h) || (something_moved(h) && !follow_writer(h))) return false;
   c->state = quiet::running;
   c->due = 0;

@@ -228,6 +228,18 @@ int dkeytree(PSP* h, int key, int tree);
 // of it may be lost space.
 int dfreetree(PSP* h, int tree);
 
+// ---- Several operations as one
+// What stands between the two is a call of its own: no other handle writes or begins to read
+// before it ends, nor does another thread of the process enter the engine.  Every operation
+// answers as it would alone, and the file is the same afterwards; but what a transaction inside
+// does reaches the journal together, in front of its commit.  A failure to write ends the call.
+// For a handle with a commit journal, shared, outside an operation; for others nothing happens,
+// and so where the bytes cannot be locked: the operations are on their own then.
+void begin_call(PSP* h);
+// Without a call that began, or when it has ended, nothing happens.  0; e_write: what was done
+// since the last commit never was, the begin of a transaction too; e_byte_lock.
+int end_call(PSP* h);
+
 // ---- Before-image journal
 // From now on the image of each node before its first change in a write operation goes to a
 // second file (made when it isn't there), ahead of the change, so that an operation that a

@@ -14,8 +14,10 @@
 #include "engine/journal.h"
 
 #include <cstring>
+#include <utility>
 
 #include "engine/cached_reads.h"
+#include "engine/companion.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
 #include "engine/planted_fault.h"
@@ -184,6 +186,24 @@ int reload(PSP* h) {
   return e_ok;
 }
 
+void note_place(PSP* h) {
+  journal* j = h->journal;
+  if (j->log.gathered_length == 0) j->place = {j->deferred, h->transtype, h->opnode, h->oppos};
+}
+
+// The handle as it was when the operation began whose group was the first that waited.
+void take_place(PSP* h) {
+  journal* j = h->journal;
+  j->deferred = j->place.deferred;
+  h->transtype = j->place.transtype;
+  const bool inside = h->transtype != 0;
+  h->lognode = h->opnode = inside ? j->place.lognode : -1;
+  h->logpos = h->oppos = inside ? j->place.logpos : 0;
+  if (inside) return;
+  h->transgen = 0;
+  h->transseq = 0;
+}
+
 }  // namespace
 
 void forget_operation(PSP* h) {
@@ -200,14 +220,19 @@ void forget_operation(PSP* h) {
   }
 }
 
-// The operation never was.  Those before it in its transaction are in the log.
+// The operation never was.  Those before it in its transaction are in the log, or, where that could
+// not be written, those of its call never were either.
 int undo_operation(PSP* h, int result) {
   journal* j = h->journal;
+  stop_holding(h);
+  const bool lost = std::exchange(j->log.lost, false);
+  if (lost) take_place(h);
   const bool earlier = j->deferred;
   forget_operation(h);
   if (earlier && repair_file(h, false) != e_ok) j->must_repair = true;
   reload(h);
   if (j->log.alive) h->generation = j->log.at.generation;
+  if (h->transtype == 0 && lost) companion_let_go(h);
   return result;
 }
 
@@ -246,6 +271,7 @@ int append_change(PSP* h, const change_kind& kind) {
   g.open = kind.open;
   g.promise = kind.promise;
   g.decision = kind.decision;
+  note_place(h);
   const int appended = append_group(&j->log, g);
   if (appended == e_ok) j->unflushed = true;
   return appended;
@@ -271,6 +297,7 @@ void apply_committed(PSP* h) {
     return;
   }
   j->must_repair = true;
+  stop_holding(h);
   if (repair_file(h, false) == e_ok) reload(h);
   if (j->log.alive) h->generation = j->log.at.generation;
 }
@@ -311,6 +338,7 @@ int note_generation(PSP* h) {
     forget_pages(&j->pages);
     return e_ok;
   }
+  note_place(h);
   if (const int appended = append_group(&j->log, group_of(h)); appended != e_ok) return appended;
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;

@@ -12,8 +12,15 @@
 
 namespace zvrdb::engine {
 
+// Where a handle stood when the first of the groups that wait in memory was made.
+struct call_place {
+  bool deferred;
+  std::int32_t transtype, lognode, logpos;
+};
+
 struct journal {
   journal_file log;
+  call_place place;
   pending_pages pages;                // changed, and not in the record file yet
   std::uint8_t before[header_size];   // header when the operation at hand began
   std::uint32_t disk_generation;      // of the record file, as last seen

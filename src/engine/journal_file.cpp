@@ -191,6 +191,19 @@ void step_over(journal_file* j, const group_read& g) {
   std::memcpy(at.header, g.header, header_size);
 }
 
+// No group begins behind the last one known.
+bool cut_off(const journal_file* j, std::uint64_t end) {
+  static constexpr std::uint8_t zeros[journal_sector] = {};
+  return os().write_at(j->file, end, zeros, sizeof zeros) == static_cast<std::int64_t>(sizeof zeros);
+}
+
+void end_journal_at(journal_file* j, const log_mark& mark) {
+  const log_mark back = mark;   // it may be one of the journal's own
+  cut_off(j, back.end);
+  j->at = back;
+  j->unsure = false;
+}
+
 // Whether the head of a group says what can be: bytes that are none of this life's end it.
 bool head_is_good(const journal_file* j, const std::uint8_t* head, const group_place& place) {
   if (std::memcmp(head, group_magic, 4) != 0) return false;
@@ -271,8 +284,9 @@ void close_journal(journal_file* j) {
   j->file = -1;
   j->alive = false;
   os().release(j->buffer);
-  j->buffer = nullptr;
-  j->capacity = 0;
+  os().release(j->gathered);
+  j->buffer = j->gathered = nullptr;
+  j->capacity = j->gathered_length = 0;
   j->window_length = 0;
 }
 
@@ -539,6 +553,36 @@ std::uint64_t next_random(journal_file* j) {
 }
 }  // namespace
 
+namespace {
+// Puts a group behind those that wait in memory.  False when it shall not, or has no room.
+bool gather(journal_file* j, const std::uint8_t* group, std::size_t n) {
+  if (!j->gathers || planted(planted_fault::group_cut) || n > gathered_room - j->gathered_length) return false;
+  if (j->gathered == nullptr) j->gathered = static_cast<std::uint8_t*>(os().allocate(gathered_room));
+  if (j->gathered == nullptr) return false;
+  if (j->gathered_length == 0) j->gathered_from = j->at;
+  std::memcpy(j->gathered + j->gathered_length, group, n);
+  j->gathered_length += n;
+  return true;
+}
+
+int put_gathered(journal_file* j) {
+  const auto n = static_cast<std::int64_t>(j->gathered_length);
+  if (n == 0) return e_ok;
+  j->gathered_length = 0;
+  if (os().write_at(j->file, j->gathered_from.end, j->gathered, static_cast<std::size_t>(n)) == n) return e_ok;
+  end_journal_at(j, j->gathered_from);
+  j->lost = true;
+  return e_write;
+}
+}  // namespace
+
+void gather_groups(journal_file* j) { j->gathers = true; }
+
+int write_gathered(journal_file* j) {
+  j->gathers = false;
+  return put_gathered(j);
+}
+
 int append_group(journal_file* j, const group_to_write& g) {
   const std::uint32_t kind = kind_of(g);
   const std::uint64_t length = length_of(g, kind);
@@ -570,7 +614,9 @@ int append_group(journal_file* j, const group_to_write& g) {
   if (g.decision != nullptr) written.decision = *g.decision;
   store_le32(at + group_at::crc, written.crc);
   const std::uint64_t kept = padded - (planted(planted_fault::group_cut) ? journal_sector : 0);
-  const bool good = os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept);
+  const bool good = gather(j, at, padded) ||
+                    (put_gathered(j) == e_ok &&
+                     os().write_at(j->file, j->at.end, at, kept) == static_cast<std::int64_t>(kept));
   give_back_room(j);
   if (!good) return e_write;
   step_over(j, written);
@@ -578,19 +624,9 @@ int append_group(journal_file* j, const group_to_write& g) {
   return e_ok;
 }
 
-namespace {
-// No group begins behind the last one known.
-bool cut_off(const journal_file* j, std::uint64_t end) {
-  static constexpr std::uint8_t zeros[journal_sector] = {};
-  return os().write_at(j->file, end, zeros, sizeof zeros) == static_cast<std::int64_t>(sizeof zeros);
-}
-}  // namespace
-
 void take_back_group(journal_file* j, const log_mark& before) {
-  const log_mark back = before;   // it may be one of the journal's own
-  cut_off(j, back.end);
-  j->at = back;
-  j->unsure = false;
+  if (j->at.sequence < before.sequence) return;
+  end_journal_at(j, before);
 }
 
 int take_back_from(journal_file* j, std::uint64_t place) {
@@ -642,6 +678,7 @@ int end_doubt(journal_file* j) {
 }
 
 int flush_journal(journal_file* j) {
+  if (const int put = put_gathered(j); put != e_ok) return put;
   if (os().flush(j->file) == 0) return e_ok;
   if (!planted(planted_fault::doubt_forgotten)) note_doubt(j, true);
   return e_write;

@@ -76,6 +76,7 @@ inline constexpr std::uint64_t journal_size = 1024 * 1024;     // bytes made ahe
 inline constexpr std::uint64_t journal_kept = 4 * journal_size; // a longer one is cut back to journal_size
 inline constexpr std::size_t journal_head_size = 512;
 inline constexpr std::size_t group_head_size = 64;
+inline constexpr std::size_t gathered_room = 64 * 1024;
 
 // What a promise and its decision say of each other.
 inline constexpr std::size_t link_size = 64;
@@ -121,6 +122,13 @@ struct journal_file {
   std::size_t capacity = 0;
   std::uint64_t window_at = 0;           // which piece the buffer holds
   std::size_t window_length = 0;         // 0: none
+
+  // Groups that wait in memory, all behind what the file has.
+  bool gathers = false;                  // those to come wait too
+  bool lost = false;                     // some could not be written, and do not count
+  std::uint8_t* gathered = nullptr;      // gathered_room bytes
+  std::size_t gathered_length = 0;
+  log_mark gathered_from;                // as it was before the first of them
 
   std::uint64_t random = 0;              // where the random numbers of this handle's groups stand
   bool seeded = false;
@@ -246,12 +254,18 @@ bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std:
 
 // Appends a group, without a flush.  0; e_write, e_no_memory: it does not count.
 int append_group(journal_file* j, const group_to_write& g);
+// From now on groups that are appended wait in memory, for one write in front of the next flush.
+// What is read of the journal meanwhile doesn't have them.
+void gather_groups(journal_file* j);
+// Writes those that wait; the next ones don't, unless told so again.  0; e_write: they do not
+// count, `at` is as it was before the first of them and `lost` is set.
+int write_gathered(journal_file* j);
 // Bytes that appending moves the end by, at most.
 std::uint64_t group_room(std::uint32_t nodes, bool change);
 // Takes all groups from a place on back; one begins there.  A promise that is the last one then
 // gets an empty group behind it: that it counts stays told.  0, e_no_memory, e_io, e_write.
 int take_back_from(journal_file* j, std::uint64_t place);
-// Takes the last group back: `before` is the mark as it was before the appending.
+// Takes the last group back, unless it was lost: `before` is the mark as it was before the appending.
 void take_back_group(journal_file* j, const log_mark& before);
 // The same for one whose flush failed, so that no power cut brings it back.  e_ok; or the journal
 // is in doubt.
@@ -260,7 +274,7 @@ int refuse_group(journal_file* j, const log_mark& before);
 // on the disk.  For who holds the arbiter and has read the log to its end.
 // 0; e_write, e_io, e_no_memory: the doubt stays.
 int end_doubt(journal_file* j);
-// 0; e_write: and then there is doubt.
+// Groups that wait are written first.  0; e_write: and then there is doubt, or those were lost.
 int flush_journal(journal_file* j);
 
 // Where a group stands, and what it must say to belong there.

@@ -157,6 +157,7 @@ int journal_break_promise(PSP* h, int result) {
 
 void journal_leave_open(PSP* h) {
   journal* j = h->journal;
+  stop_holding(h);
   forget_operation(h);
   j->log.unsure = true;   // another one may come to know
   j->must_repair = true;

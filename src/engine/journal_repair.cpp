@@ -345,6 +345,11 @@ int note_in_file(PSP* h, const first_page& page, std::uint32_t generation) {
 
 int check_point(PSP* h) {
   journal* j = h->journal;
+  // None of them holds a change, or they would have been flushed.
+  if (write_gathered(&j->log) != e_ok) {
+    j->log.lost = false;
+    return e_write;
+  }
   if (const int sound = end_doubt(&j->log); sound != e_ok) return sound;
   // The system tells of a flush that failed once; the next one of another handle would succeed.
   if (j->pages_lost || j->must_repair || was_mount_forgotten(&j->log)) {

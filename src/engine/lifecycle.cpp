@@ -82,6 +82,8 @@ void prepare_block(PSP* h, const char* path) {
 }
 
 void close_block(PSP* h) {
+  if (h->held) let_other_threads_in();
+  h->held = 0;
   purgefile(h);
   forget_handle(h);
   if (h->file >= 0) os().close(h->file);
@@ -409,6 +411,7 @@ int dcreate(PSP* h, const char* path, void* recbuf, int reclen, char access, int
 int cclose(PSP* h) {
   const one_thread alone;
   if (!is_open(h)) return e_bad_handle;
+  if (const int ended = end_call(h); ended != e_ok) return keep_status(h, ended);
   const int result = finish_handle(h);
   if (result != e_ok) return keep_status(h, result);
   const int file = h->file;

@@ -15,6 +15,10 @@ class one_thread {
   one_thread& operator=(const one_thread&) = delete;
 };
 
+// The same beyond the end of a call, for a thread that is inside.
+void keep_other_threads_out();
+void let_other_threads_in();
+
 // In a forked child only the forking thread lives on: nobody else is inside any more.
 void forget_other_threads();
 

@@ -117,6 +117,7 @@ struct PSP {
   struct journal* journal;  // null: the literal order of writes
   std::uint8_t took_back;   // the open took back an unfinished transaction
   std::uint8_t one_call;    // the transaction begins and ends in one call of the caller's
+  std::uint8_t held;        // between begin_call and end_call: the arbiter stays
 
   // Optional facilities, all zero where nobody asked for one.
   std::uint8_t trees;           // a key has a tree of its own

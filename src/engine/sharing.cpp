@@ -12,6 +12,7 @@
 //      failed: then the flag stands on the disk
 //   9  lognode >= 0 only with transtype != 0; logpos lies in the entry area
 //  10  quiet reading: as idle, but rdnest > 0; nodes come from the cache alone
+//  11  held: the arbiter stays L between operations, and no reader byte is taken or let go of
 //
 //        idle --rdenter--> reading --rdleave--> idle
 //        idle --begin_quiet_read--> quiet reading --a node is missing--> reading
@@ -112,20 +113,6 @@ int end_write_operation(PSP* h) {
 constexpr std::uint64_t writer_length = slot_count + 1;   // all reader bytes and the arbiter
 static_assert(reader_bytes + slot_count == arbiter_byte);
 
-// The locks go at the end of an outermost write operation, or when it cannot begin.
-int release_writer(PSP* h) {
-  if (is_exclusive(h)) return e_ok;
-  if (h->locklevel == 3 && h->arbiter == 'L' && h->rdnest == 0) {
-    h->locklevel = 1;
-    h->arbiter = 'U';
-    return os().unlock(h->file, reader_bytes, writer_length) == 0 ? e_ok : e_byte_lock;
-  }
-  int result = e_ok;
-  if (h->locklevel != 1) result = unlockread(h);
-  if (h->rdnest != 0) result = leave_result(lockread(h, false), result);
-  return leave_result(relarbiter(h), result);
-}
-
 }  // namespace
 
 bool slot_is_alive(PSP* h, int slot) {
@@ -184,6 +171,21 @@ int relarbiter(PSP* h) {
   if (h->arbiter != 'L') return e_ok;
   h->arbiter = 'U';
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;
+}
+
+// The locks go at the end of an outermost write operation, or when it cannot begin, or at the end
+// of a call of several.
+int release_writer(PSP* h) {
+  if (is_exclusive(h) || h->held) return e_ok;
+  if (h->locklevel == 3 && h->arbiter == 'L' && h->rdnest == 0) {
+    h->locklevel = 1;
+    h->arbiter = 'U';
+    return os().unlock(h->file, reader_bytes, writer_length) == 0 ? e_ok : e_byte_lock;
+  }
+  int result = e_ok;
+  if (h->locklevel != 1) result = unlockread(h);
+  if (h->rdnest != 0) result = leave_result(lockread(h, false), result);
+  return leave_result(relarbiter(h), result);
 }
 
 namespace {
@@ -256,9 +258,18 @@ int rdleave(PSP* h) {
   assert_handle(h);
   --h->rdnest;
   if (h->wrnest != 0 || h->rdnest != 0) return e_ok;
-  int result = is_shared(h) ? unlockread(h) : e_ok;
+  int result = is_shared(h) && !h->held ? unlockread(h) : e_ok;
   if (h->deferred != 0) result = h->deferred;
   assert_handle(h);
+  return result;
+}
+
+int become_writer(PSP* h) {
+  int result = h->locklevel != 1 && unlockread(h) != e_ok ? e_byte_lock : e_ok;
+  if (result == e_ok) result = getarbiter(h);
+  const bool known = result == e_ok && nothing_moved(h);
+  if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
+  if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
   return result;
 }
 
@@ -268,13 +279,7 @@ int wrenter(PSP* h) {
   if (h->rdnest == 0 && h->wrnest == 0) h->hops = 0;
   int result = is_quiet(h) ? leave_quiet_read(h) : static_cast<int>(e_ok);
   if (result != e_ok) return result;
-  if (is_shared(h) && h->arbiter == 'U') {
-    if (h->locklevel != 1 && unlockread(h) != e_ok) result = e_byte_lock;
-    if (result == e_ok) result = getarbiter(h);
-    const bool known = result == e_ok && nothing_moved(h);
-    if (result == e_ok && !known && h->journal != nullptr) result = journal_enter(h);
-    if (result == e_ok && !known && gencheck(h) != e_ok) result = e_byte_lock;
-  }
+  if (is_shared(h) && h->arbiter == 'U') result = become_writer(h);
   if (result == e_ok && h->journal != nullptr && is_exclusive(h) && h->wrnest == 0) result = journal_enter(h);
   if (result == e_ok && h->wrnest == 0) result = begin_write_operation(h);
   if (result != e_ok) {

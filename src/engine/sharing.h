@@ -34,7 +34,13 @@ void relslot(PSP* h);
 // Reader bytes: the own one, or all; nothing is done if it has all.  e_byte_lock when they cannot be had.
 int lockread(PSP* h, bool all);
 int unlockread(PSP* h);
+// Ends a call of several operations, but for its locks: the operation at hand lets go of them, or
+// release_writer.
+void stop_holding(PSP* h);
+int release_writer(PSP* h);
 int getarbiter(PSP* h);
+// The arbiter, and what others did meanwhile is known.  On an error locks may be held.
+int become_writer(PSP* h);
 int relarbiter(PSP* h);
 // Waits for the writer at work, if there is one.
 int waitarbiter(PSP* h);

@@ -273,13 +273,17 @@ std::int16_t begin_implicit(void* task, const open_file& file, implicit_transact
     note_change(file.tcb, file.index);
     return DBE_OK;
   }
+  // Its operations are one call: nobody comes between, and they cost the system less.
+  engine::begin_call(file.entry->psp);
   int code = engine::transbeg_of_call(file.entry->psp);
   if (left_behind(code)) {
+    engine::end_call(file.entry->psp);
     transaction->reopened = true;
     reopen_after_failure(task, file.index);
     if (file.entry->iocb) code = engine::transbeg_of_call(file.entry->psp);
   }
   if (code != engine::e_ok) {
+    if (file.entry->iocb) engine::end_call(file.entry->psp);
     issue_err_msg(task, file.spec->name, static_cast<std::int16_t>(code), at_transbeg);
     return DBE_IO_ERROR;
   }
@@ -296,6 +300,8 @@ std::int16_t end_implicit(void* task, const open_file& file, const implicit_tran
   } else {
     undo(task, file.index, file.entry->psp);
   }
+  // All it did was flushed, or undone.
+  if (file.entry->iocb) engine::end_call(file.entry->psp);
   reset_trans_active(task, file.spec->list_id);
   return rc;
 }

@@ -93,6 +93,12 @@ class Cost : public ::testing::Test {
     ASSERT_EQ(h_.update(changed), 0);
     ASSERT_EQ(engine::transend(h_, 1), 0);
   }
+  void remove(int i) {
+    ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+    ASSERT_EQ(h_.find_name(sample(i).name), 0);
+    ASSERT_EQ(h_.remove(), 0);
+    ASSERT_EQ(engine::transend(h_, 1), 0);
+  }
   // Of `measured` operations, after one that is not counted.
   static cost of(const std::function<void(int)>& operation) {
     operation(0);
@@ -144,13 +150,27 @@ TEST_F(Cost, OfADurableReplaceIsOneFlush) {
 }
 
 TEST_F(Cost, OfADurableDeleteIsOneFlush) {
-  EXPECT_EQ(of([&](int i) {
-              ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
-              ASSERT_EQ(h_.find_name(sample(2 + i * 4).name), 0);
-              ASSERT_EQ(h_.remove(), 0);
-              ASSERT_EQ(engine::transend(h_, 1), 0);
-            }),
+  EXPECT_EQ(of([&](int i) { remove(2 + i * 4); }),
             (cost{1135, measured, 0}));
+}
+
+// The same in one call each, as the calls of an installation make them.
+TEST_F(Cost, OfADurableReplaceInOneCall) {
+  EXPECT_EQ(of([&](int i) {
+              engine::begin_call(h_);
+              replace(2 + i * 4);
+              ASSERT_EQ(engine::end_call(h_), 0);
+            }),
+            (cost{452, measured, 0}));
+}
+
+TEST_F(Cost, OfADurableDeleteInOneCall) {
+  EXPECT_EQ(of([&](int i) {
+              engine::begin_call(h_);
+              remove(2 + i * 4);
+              ASSERT_EQ(engine::end_call(h_), 0);
+            }),
+            (cost{685, measured, 0}));
 }
 
 // What an operation wrote stands together in the cache, however many nodes that holds.

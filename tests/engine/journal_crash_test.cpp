@@ -93,6 +93,15 @@ class work {
     mark();
   }
 
+  // The same, whose operations nobody comes between.
+  void held_call(const std::function<void()>& change) {
+    engine::begin_call(*h_);
+    begin();
+    change();
+    end();
+    ASSERT_EQ(engine::end_call(*h_), 0);
+  }
+
  private:
   void done() {
     if (!inside_) committed_ = now_;
@@ -230,6 +239,8 @@ const scenario scenarios[] = {
     {"Checkpoints", [](work& w) { for (int i = 101; i < 113; i++) w.call([&] { w.insert(i, 300); }); }, small, false},
     {"CheckpointsInATransaction", [](work& w) { w.begin(); for (int i = 101; i < 121; i++) w.insert(i, 500); w.end(); w.insert(121); }, small / 2, false},
     {"CheckpointsInARollBack", [](work& w) { w.begin(); for (int i = 101; i < 116; i++) w.insert(i, 500); w.roll_back(); w.insert(121); }, small / 2, false},
+    {"HeldCalls", [](work& w) { w.held_call([&] { w.insert(101, 300); }); w.held_call([&] { w.update(7, 500); }); w.held_call([&] { w.remove(8); w.insert(102, 900); }); }, big, false, many},
+    {"HeldCallsWithCheckpoints", [](work& w) { for (int i = 101; i < 109; i++) w.held_call([&] { w.insert(i, 300); w.remove(i - 90); }); }, small, false},
     {"CallsOnNodesInTheCache", [](work& w) { w.call([&] { w.insert(101, 300); }); w.call([&] { w.update(7, 500); }); w.update(7, 30); w.call([&] { w.remove(8); }); }, big, false, many},
     {"CommitOfNodesInTheCache", [](work& w) { w.insert(103); w.begin(); w.insert(101, 300); w.update(7, 400); w.remove(8); w.end(); w.insert(102); }, big, false, many},
     {"CheckpointsAmongNodesInTheCache", [](work& w) { for (int i = 101; i < 109; i++) w.call([&] { w.insert(i, 300); w.remove(i - 90); }); }, small, false, many},
