@@ -61,9 +61,24 @@ neighbours look_around(PSP* h) {
   return found;
 }
 
+// Who dies gives back its slot before its byte of the journal, so the next one in that slot may be
+// there too early.  About a second is more than enough for a death.
 bool take_user_byte(PSP* h) {
-  return is_exclusive(h) || h->slot < 0 ||
-         os().lock(h->journal->log.file, user_byte(h->slot), 1) == lock_answer::taken;
+  if (is_exclusive(h) || h->slot < 0) return true;
+  constexpr unsigned patience = 1000;
+  for (unsigned attempt = 0; attempt < patience; ++attempt) {
+    const lock_answer answer = os().lock(h->journal->log.file, user_byte(h->slot), 1);
+    if (answer != lock_answer::busy) return answer == lock_answer::taken;
+    os().wait(attempt);
+  }
+  return false;
+}
+
+// The arbiter is held, so nobody who comes finds the one byte given back and not the other.
+void give_back_slot(PSP* h) {
+  const int log = h->journal->log.file;
+  if (is_shared(h) && h->slot >= 0 && log >= 0) os().unlock(log, user_byte(h->slot), 1);
+  relslot(h);
 }
 
 bool is_at_last_change(const journal* j, std::uint32_t generation) {
@@ -627,7 +642,7 @@ int journal_finish(PSP* h) {
     // life without a change is ended without a flush; if it cannot be just now, the next one may.
     check_point(h);
   }
-  relslot(h);
+  give_back_slot(h);
   return result;
 }
 
