@@ -313,7 +313,10 @@ void apply_committed(PSP* h) {
   }
   j->must_repair = true;
   stop_holding(h);
-  if (repair_file(h, false) == e_ok) reload(h);
+  if (repair_file(h, false) == e_ok)
+    reload(h);
+  else
+    note_that_it_ended(h);   // the answer is that it is there
   if (j->log.alive) h->generation = j->log.at.generation;
 }
 
@@ -557,8 +560,11 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   if (flag ? j->deferred : generation != j->disk_generation) return true;
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
-  const journal_news news = look_for_news(&j->log, view);
+  std::uint32_t under_way = generation;
+  const journal_news news = look_for_news(&j->log, view, &under_way);
   if (news != journal_news::change_under_way) return flag || news == journal_news::some;
+  // A program without a journal is at work behind that change.
+  if (flag && generation != j->disk_generation && generation != under_way) return true;
   // Its commit should not wait for the end of a reader's time slice.
   constexpr unsigned reads_without_pause = 16;
   if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
