@@ -61,6 +61,18 @@ neighbours look_around(PSP* h) {
   return found;
 }
 
+// Whether a handle in one of `n` slots from `first` on doesn't use the journal, or nobody can say.
+bool is_without_journal(PSP* h, int first, int n) {
+  if (n <= 0) return false;
+  const std::uint64_t from = slot_bytes + static_cast<std::uint64_t>(first);
+  const std::int64_t held = os().find_held(h->file, from, static_cast<std::uint64_t>(n));
+  if (held == none_held) return false;
+  if (held < 0) return true;
+  const int slot = static_cast<int>(held - static_cast<std::int64_t>(slot_bytes));
+  return os().probe(h->journal->log.file, user_byte(slot)) != 1 || is_without_journal(h, first, slot - first) ||
+         is_without_journal(h, slot + 1, first + n - slot - 1);
+}
+
 // Who dies gives back its slot before its byte of the journal, so the next one in that slot may be
 // there too early.  About a second is more than enough for a death.
 bool take_user_byte(PSP* h) {
@@ -563,8 +575,11 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   std::uint32_t under_way = generation;
   const journal_news news = look_for_news(&j->log, view, &under_way);
   if (news != journal_news::change_under_way) return flag || news == journal_news::some;
-  // A program without a journal is at work behind that change.
-  if (flag && generation != j->disk_generation && generation != under_way) return true;
+  // The flag may be that of a program without a journal, which is at work behind that change.
+  if (flag && generation != j->disk_generation &&
+      (generation != under_way || is_without_journal(h, 0, slot_count))) {
+    return true;
+  }
   // Its commit should not wait for the end of a reader's time slice.
   constexpr unsigned reads_without_pause = 16;
   if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
