@@ -340,7 +340,7 @@ int note_generation(PSP* h) {
   }
   note_place(h);
   if (const int appended = append_group(&j->log, group_of(h)); appended != e_ok) {
-    if (j->deferred || flush) return appended;
+    if (j->deferred || j->flush_wanted || j->closing) return appended;   // that is told
     forget_pages(&j->pages);   // as above
     h->generation = j->log.at.generation;
     return e_ok;
