@@ -42,7 +42,7 @@ std::int16_t alloc_cat(void* task) {
     }
     cntl->num_cat_inited = count;
   }
-  cntl->num_cat_alloc = cntl->num_cat_inited + spare_slots;
+  memory::tell_count(&cntl->num_cat_alloc, cntl->num_cat_inited + spare_slots);
   cntl->cat_cntl_len = cntl->num_cat_alloc * static_cast<std::uint32_t>(sizeof(CAT_CNTL_ENTRY));
   cntl->dist_cat_len = cntl->num_cat_alloc * static_cast<std::uint32_t>(sizeof(DIST_CAT_ENTRY));
   return rc;

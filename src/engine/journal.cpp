@@ -369,7 +369,12 @@ int note_generation(PSP* h) {
     return e_ok;
   }
   note_place(h);
-  if (const int appended = append_group(&j->log, group_of(h)); appended != e_ok) return appended;
+  if (const int appended = append_group(&j->log, group_of(h)); appended != e_ok) {
+    if (j->deferred || j->flush_wanted || j->closing) return appended;   // that is told
+    forget_pages(&j->pages);   // as above
+    h->generation = j->log.at.generation;
+    return e_ok;
+  }
   if (flush) {
     if (const int flushed = flush_log(j); flushed != e_ok) return flushed;
   }

@@ -29,10 +29,14 @@ std::uint32_t entries_before(const Entry* table, const void* behind) {
   return static_cast<std::uint32_t>(bytes / sizeof(Entry));
 }
 
+// A count that may be told while tables are built anew.
+inline std::uint32_t count_now(const std::uint32_t& count) { return __atomic_load_n(&count, __ATOMIC_RELAXED); }
+inline void tell_count(std::uint32_t* count, std::uint32_t n) { __atomic_store_n(count, n, __ATOMIC_RELAXED); }
+
 // Slots of TRG_CNTL, and entries of each index of targets.
 inline std::uint32_t trg_table_size(const DBR_TCB* tcb) {
   if (!tables_mapped(tcb)) return 0;
-  return std::min({tcb->cntl->num_trgs_allowed, entries_before(tcb->trg_cntl, tcb->name_index),
+  return std::min({count_now(tcb->cntl->num_trgs_allowed), entries_before(tcb->trg_cntl, tcb->name_index),
                    entries_before(tcb->name_index, tcb->dsu_index),
                    entries_before(tcb->dsu_index, tcb->cat_cntl)});
 }
@@ -40,7 +44,7 @@ inline std::uint32_t trg_table_size(const DBR_TCB* tcb) {
 // Slots of DIST_CAT, and entries of CAT_CNTL.
 inline std::uint32_t cat_table_size(const DBR_TCB* tcb) {
   if (!tables_mapped(tcb)) return 0;
-  return std::min({tcb->cntl->num_cat_alloc, entries_before(tcb->cat_cntl, tcb->dist_cat),
+  return std::min({count_now(tcb->cntl->num_cat_alloc), entries_before(tcb->cat_cntl, tcb->dist_cat),
                    entries_before(tcb->dist_cat, tcb->shm_base + tcb->shm_length)});
 }
 

@@ -97,14 +97,15 @@ int undo(void* task, unsigned index, engine::PSP* psp) {
   return code;
 }
 
-// Ends the engine's transaction for good; when that fails it is rolled back.
-std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* psp) {
+// Ends the engine's transaction for good; when that fails it is rolled back, and `doubtful` if it
+// may have ended before the failure.
+std::int16_t end_or_undo(void* task, DBR_TCB* tcb, unsigned index, engine::PSP* psp, bool doubtful) {
   const int code = engine::transend(psp, free_the_chain);
   if (code == engine::e_ok) return DBE_OK;
   issue_err_msg(task, file_at(index).name, static_cast<std::int16_t>(code), at_transend);
   note_undone(tcb, index);
   undo(task, index, psp);
-  follow_file(tcb, index);  // the end may have been written before the failure
+  if (doubtful) follow_file(tcb, index);
   return DBE_IO_ERROR;
 }
 
@@ -127,7 +128,7 @@ std::int16_t end_transaction(void* task, std::uint32_t db_id, ending how) {
   }
   const auto index = static_cast<unsigned>(file_index(db_id));
   if (how == ending::keep) {
-    rc = end_or_undo(task, tcb, index, entry->psp);
+    rc = end_or_undo(task, tcb, index, entry->psp, true);
   } else {
     note_undone(tcb, index);
     const int code = undo(task, index, entry->psp);
@@ -296,7 +297,9 @@ std::int16_t end_implicit(void* task, const open_file& file, const implicit_tran
                           std::int16_t rc) {
   if (!transaction.owned) return rc;
   if (rc == DBE_OK) {
-    rc = end_or_undo(task, file.tcb, file.index, file.entry->psp);
+    // What a journal refuses never was.
+    const bool doubtful = !engine::has_journal(file.entry->psp);
+    rc = end_or_undo(task, file.tcb, file.index, file.entry->psp, doubtful);
   } else {
     undo(task, file.index, file.entry->psp);
   }

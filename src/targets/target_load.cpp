@@ -143,7 +143,7 @@ std::int16_t alloc_trg(void* task) {
     co_log2(task, 36355, 0, 0, 0, "%s", "base configuration");
     return rc = DBE_INIT_FAILED;
   }
-  cntl->num_trgs_allowed = std::min(configured_targets(task), most_targets);
+  memory::tell_count(&cntl->num_trgs_allowed, std::min(configured_targets(task), most_targets));
   cntl->trg_cntl_len = cntl->num_trgs_allowed * head_len;
   cntl->name_index_len = cntl->num_trgs_allowed * static_cast<std::uint32_t>(sizeof(NAME_INDEX_ENTRY));
   cntl->dsu_index_len = cntl->num_trgs_allowed * 4;
