@@ -571,6 +571,9 @@ int put_gathered(journal_file* j) {
   if (n == 0) return e_ok;
   j->gathered_length = 0;
   if (os().write_at(j->file, j->gathered_from.end, j->gathered, static_cast<std::size_t>(n)) == n) return e_ok;
+  // Who has read some of them finds the last one it knows gone.
+  std::memset(j->gathered, 0, static_cast<std::size_t>(n));
+  os().write_at(j->file, j->gathered_from.end, j->gathered, static_cast<std::size_t>(n));
   end_journal_at(j, j->gathered_from);
   j->lost = true;
   return e_write;

@@ -2,13 +2,17 @@
 // leaves what an operation that fails leaves.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "engine/engine_handle.h"
 #include "engine/faulty_os.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/os_file.h"
+#include "engine/psp.h"
 #include "engine/sample_files.h"
 #include "engine/scratch_folder.h"
 
@@ -160,6 +164,42 @@ TEST_F(HeldCall, IsNothingWithoutAJournal) {
   ASSERT_EQ(b_.insert(sample(101)), 0);
   ASSERT_EQ(a_.insert(sample(102)), 0);
   EXPECT_EQ(engine::end_call(a_), 0);
+}
+
+// Somebody reads the journal just when all but the last sector of the groups stands there.
+TEST_F(HeldCall, WhatOfItWasWrittenInPartMisleadsNobodyWhoHasReadIt) {
+  engine::journal_file log;
+  log.identity = a_.get()->journal->log.identity;
+  ASSERT_EQ(engine::open_journal(&log, "/disk/file.jnl"), 0);
+  ASSERT_EQ(engine::catch_up(&log, false), 0);
+  static engine::os_ops below;
+  static std::function<void()> halfway;   // done once, within the next write of several groups
+  below = engine::os();
+  static engine::os_ops torn;
+  torn = below;
+  torn.write_at = [](int file, std::uint64_t offset, const void* from, std::size_t n) {
+    const bool groups = n >= 3 * engine::journal_sector && std::memcmp(from, "ZVRG", 4) == 0;
+    if (!groups || !halfway) return below.write_at(file, offset, from, n);
+    const std::int64_t written = below.write_at(file, offset, from, n - engine::journal_sector);
+    std::exchange(halfway, nullptr)();
+    return written;
+  };
+  engine::set_os_ops(&torn);
+  const std::uint64_t known = log.at.sequence;
+  halfway = [&] { EXPECT_EQ(engine::catch_up(&log, false), 0); };
+  engine::begin_call(a_);
+  ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+  ASSERT_EQ(a_.insert(sample(101)), 0);
+  EXPECT_EQ(engine::transend(a_, 1), engine::e_write);
+  EXPECT_EQ(engine::end_call(a_), 0);
+  EXPECT_GT(log.at.sequence, known + 1) << "it has read several groups";
+  ASSERT_EQ(a_.find_name(sample(1).name), 0);
+  ASSERT_EQ(engine::dlock(a_), 0) << "a short group in the place of the first of them";
+  EXPECT_EQ(engine::catch_up(&log, false), 0);
+  EXPECT_EQ(log.at.changed_generation, a_.get()->journal->log.at.changed_generation);
+  EXPECT_EQ(log.at.sequence, a_.get()->journal->log.at.sequence);
+  engine::close_journal(&log);
+  ASSERT_EQ(engine::dunlock(a_), 0);
 }
 
 // Every nth call of the system fails inside a call of several operations, once and for good.
