@@ -327,6 +327,14 @@ TEST_F(InstallationCommands, DumpAndSummaryTellWhatIsNoRecordFile) {
   }
 }
 
+TEST_F(InstallationCommands, AChoiceThatCannotBeStoredLeavesNothingBehind) {
+  ASSERT_TRUE(std::filesystem::create_directory(base.file("journal")));
+  const tool_result refused = base.tool({"journal", "off"});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_THAT(refused.err, HasSubstr("cannot be replaced"));
+  EXPECT_FALSE(std::filesystem::exists(base.file("journal.new")));
+}
+
 TEST_F(InstallationCommands, ResetSaysWhenThereIsNoInstallation) {
   EXPECT_EQ(base.tool({"reset"}).err, "");
   const std::string empty = base.file("empty");
