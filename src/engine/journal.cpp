@@ -61,9 +61,24 @@ neighbours look_around(PSP* h) {
   return found;
 }
 
+// Who dies gives back its slot before its byte of the journal, so the next one in that slot may be
+// there too early.  About a second is more than enough for a death.
 bool take_user_byte(PSP* h) {
-  return is_exclusive(h) || h->slot < 0 ||
-         os().lock(h->journal->log.file, user_byte(h->slot), 1) == lock_answer::taken;
+  if (is_exclusive(h) || h->slot < 0) return true;
+  constexpr unsigned patience = 1000;
+  for (unsigned attempt = 0; attempt < patience; ++attempt) {
+    const lock_answer answer = os().lock(h->journal->log.file, user_byte(h->slot), 1);
+    if (answer != lock_answer::busy) return answer == lock_answer::taken;
+    os().wait(attempt);
+  }
+  return false;
+}
+
+// The arbiter is held, so nobody who comes finds the one byte given back and not the other.
+void give_back_slot(PSP* h) {
+  const int log = h->journal->log.file;
+  if (is_shared(h) && h->slot >= 0 && log >= 0) os().unlock(log, user_byte(h->slot), 1);
+  relslot(h);
 }
 
 bool is_at_last_change(const journal* j, std::uint32_t generation) {
@@ -298,7 +313,10 @@ void apply_committed(PSP* h) {
   }
   j->must_repair = true;
   stop_holding(h);
-  if (repair_file(h, false) == e_ok) reload(h);
+  if (repair_file(h, false) == e_ok)
+    reload(h);
+  else
+    note_that_it_ended(h);   // the answer is that it is there
   if (j->log.alive) h->generation = j->log.at.generation;
 }
 
@@ -547,8 +565,11 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   if (flag ? j->deferred : generation != j->disk_generation) return true;
   // Known of the log, and not in the file: somebody's transaction.
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
-  const journal_news news = look_for_news(&j->log, view);
+  std::uint32_t under_way = generation;
+  const journal_news news = look_for_news(&j->log, view, &under_way);
   if (news != journal_news::change_under_way) return flag || news == journal_news::some;
+  // A program without a journal is at work behind that change.
+  if (flag && generation != j->disk_generation && generation != under_way) return true;
   // Its commit should not wait for the end of a reader's time slice.
   constexpr unsigned reads_without_pause = 16;
   if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
@@ -632,7 +653,7 @@ int journal_finish(PSP* h) {
     // life without a change is ended without a flush; if it cannot be just now, the next one may.
     check_point(h);
   }
-  relslot(h);
+  give_back_slot(h);
   return result;
 }
 

@@ -149,6 +149,10 @@ bool others_alive(PSP* h);
 // are shut out meanwhile.  0 the file is as the log says; not_explained; or an error.
 inline constexpr int not_explained = 1;
 int repair_file(PSP* h, bool all);
+// The last change of the log has been seen, or answered, and the flag may stand once more: that is
+// not its own then.  Who reads without locks tells by the empty group behind it.  0, e_write,
+// e_no_memory.
+int note_that_it_ended(PSP* h);
 // Nobody else has the file open: takes back what a transaction, whose owner must be dead, left
 // in the log and nowhere else.  0, or an error of reading or writing.
 int drop_unfinished(PSP* h);

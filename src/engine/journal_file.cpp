@@ -464,7 +464,7 @@ class journal_view {
 };
 }  // namespace
 
-journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
+journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
   constexpr int most_groups = 16;
   const journal_view view(j, bytes);
   if (!view.same_life() || view.look(journal_doubt_at) != 0) return journal_news::some;
@@ -476,6 +476,7 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes) {
     if (behind == at || !view.in_sight(behind)) break;
     if (!view.may_wait(at)) {
       const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
+      if (last && generation != nullptr) *generation = view.generation_after(at);
       return last ? journal_news::change_under_way : journal_news::some;
     }
     at = behind;

@@ -247,7 +247,8 @@ enum class journal_news {
   change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   some,
 };
-journal_news look_for_news(const journal_file* j, const std::uint8_t* view);
+// `generation` becomes that of a change that is under way.
+journal_news look_for_news(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation = nullptr);
 // The generation of the last change but one behind what is known, if nothing but changes that are
 // not open stands there.  Its operation has ended: another one appended behind it.
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation);

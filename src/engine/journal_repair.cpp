@@ -175,6 +175,13 @@ bool lacks_changes(journal_file* log, const first_page& page) {
 }
 }  // namespace
 
+int note_that_it_ended(PSP* h) {
+  journal_file* log = &h->journal->log;
+  group_to_write none = {};
+  none.generation_before = none.generation_after = log->at.generation;
+  return append_group(log, none);
+}
+
 int read_first_page(PSP* h, first_page* out) { return first_page_of(h->file, out); }
 
 bool journal_is_ahead(const char* path) {
@@ -223,6 +230,9 @@ int repair_file(PSP* h, bool all) {
   if (!page.flag && !in_step(j, page)) {
     if (const int closed = close_open_groups(h, from); closed != e_ok) return closed;
     if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  }
+  if (!page.flag && in_step(j, page)) {
+    if (const int noted = note_that_it_ended(h); noted != e_ok) return noted;
   }
   j->unflushed = false;
   const bool locks = is_shared(h) && h->locklevel != 3;

@@ -24,6 +24,7 @@ constexpr char path[] = "/disk/file";
 
 // Done once, ahead of the next attempt to lock the arbiter byte.
 std::function<void()> before_arbiter;
+std::function<void()> while_waiting;   // done once
 bool creations_fail = false;
 bool flushes_fail = false;
 bool file_flushes_fail = false;   // of the record file alone
@@ -33,6 +34,10 @@ engine::os_ops below;
 engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
   if (offset == engine::arbiter_byte && before_arbiter) std::exchange(before_arbiter, nullptr)();
   return below.lock(file, offset, length);
+}
+void wait(unsigned attempt) {
+  if (while_waiting) std::exchange(while_waiting, nullptr)();
+  below.wait(attempt);
 }
 int create(const char* name) { return creations_fail ? -1 : below.create(name); }
 int flush(int file) {
@@ -48,7 +53,7 @@ class JournalOpen : public ::testing::Test {
     a_.journal = b_.journal = journal_use::on;
   }
   void TearDown() override {
-    before_arbiter = nullptr;
+    before_arbiter = while_waiting = nullptr;
     creations_fail = flushes_fail = file_flushes_fail = false;
     engine::checkpoint_at = engine::journal_size;
     for (handle* h : {&a_, &b_}) {
@@ -65,6 +70,7 @@ class JournalOpen : public ::testing::Test {
     static engine::os_ops watched;
     watched = below;
     watched.lock = lock;
+    watched.wait = wait;
     watched.create = create;
     watched.flush = flush;
     engine::set_os_ops(&watched);
@@ -281,6 +287,19 @@ TEST_F(JournalOpen, AProgramWithoutOneIsNoticedBehindOperationsWithoutAChange) {
   ASSERT_EQ(foreign.close(), 0);
   ASSERT_EQ(a_.close(), 0);
   expect_sound();
+}
+
+// The system closes the record file of a dead process first, and its journal then.
+TEST_F(JournalOpen, WaitsForTheDyingOneWhoseSlotItHas) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(a_.close(), 0);
+  constexpr std::uint64_t byte_of_slot_0 = (std::uint64_t{1} << 32) + 64;
+  const int dying = engine::os().open("/disk/file.jnl", {true, false, false});
+  ASSERT_EQ(engine::os().lock(dying, byte_of_slot_0, 1), engine::lock_answer::taken);
+  while_waiting = [&] { engine::os().close(dying); };
+  EXPECT_EQ(a_.open_for_work(path), 0);
+  EXPECT_FALSE(while_waiting) << "it never waited";
+  EXPECT_TRUE(engine::has_journal(a_));
 }
 
 }  // namespace
