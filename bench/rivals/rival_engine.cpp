@@ -52,7 +52,7 @@ class Engine final : public Rival {
   // As the library's own calls do: what belongs to one change is one call.
   void replace(const Record& record) override {
     engine::begin_call(psp());
-    check(engine::transbeg_of_call(psp()), "begin");
+    check(engine::transbeg(psp(), 3, nullptr), "begin");
     find(record.name);
     check(engine::dlock(psp()), "lock");
     Fields f(record);
@@ -63,7 +63,7 @@ class Engine final : public Rival {
   }
   void erase(const Record& record) override {
     engine::begin_call(psp());
-    check(engine::transbeg_of_call(psp()), "begin");
+    check(engine::transbeg(psp(), 3, nullptr), "begin");
     find(record.name);
     check(engine::dlock(psp()), "lock");
     Fields f(record);

@@ -112,9 +112,14 @@ int main(int argc, char** argv) {
   describe(options, rivals, &report);
   if (!is_system_workload(options.only)) run_store_workloads(options, rivals, &report);
   run_system_workloads(system, &report);
-  print_report(report, wanted);
-  write_json(report, wanted, json);
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
+  if (report.figures.empty()) {
+    std::fprintf(stderr, "rivals_bench: no workload is called \"%s\"; a run of all of them tells their names\n",
+                 options.only.c_str());
+    return 2;
+  }
+  print_report(report, wanted);
+  write_json(report, wanted, json);
   return 0;
 }

@@ -304,6 +304,46 @@ TEST_F(InstallationCommands, HoldTellsWhatItsCommandAnswered) {
   EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg")}).exit, 2);
 }
 
+TEST_F(InstallationCommands, HoldTakesAFileThatIsNamedTwiceOnce) {
+  const std::string file = base.file("db/trgcfg");
+  const tool_result result = run_tool({"file", "hold", file, base.file("db/../db/trgcfg"), file, "--run", "echo ran"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  EXPECT_EQ(result.out, "ran\n");
+}
+
+TEST_F(InstallationCommands, HoldRunsNothingWhenNothingIsHeld) {
+  const tool_result result =
+      run_tool({"file", "hold", base.file("db/trgcfg.jnl"), base.file("db/tmp"), "--run", "echo ran"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr("none of the names is a record file"));
+}
+
+TEST_F(InstallationCommands, DumpAndSummaryTellWhatIsNoRecordFile) {
+  for (const char* command : {"dump", "summary"}) {
+    const tool_result result = run_tool({"file", command, base.file("db/trgcfg.jnl")});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_THAT(result.err, HasSubstr("db/trgcfg.jnl: a journal and no record file"));
+  }
+}
+
+TEST_F(InstallationCommands, AChoiceThatCannotBeStoredLeavesNothingBehind) {
+  ASSERT_TRUE(std::filesystem::create_directory(base.file("journal")));
+  const tool_result refused = base.tool({"journal", "off"});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_THAT(refused.err, HasSubstr("cannot be replaced"));
+  EXPECT_FALSE(std::filesystem::exists(base.file("journal.new")));
+}
+
+TEST_F(InstallationCommands, ResetSaysWhenThereIsNoInstallation) {
+  EXPECT_EQ(base.tool({"reset"}).err, "");
+  const std::string empty = base.file("empty");
+  ASSERT_TRUE(std::filesystem::create_directory(empty));
+  const tool_result result = run_tool({"--base", empty, "reset"});
+  EXPECT_EQ(result.exit, 0);
+  EXPECT_THAT(result.err, HasSubstr("there is no installation here"));
+}
+
 TEST_F(InstallationCommands, FoldersAndTextRecordsAmongTheFilesArePassedOver) {
   write_file(base.file("db/user_config"), "CONFIG_USER: VIEW\n");
   const std::vector<std::string> every{base.file("db/tmp"), base.file("db/trgcfg"), base.file("db/user_config")};

@@ -120,8 +120,14 @@ void write_config(void* task, const std::string& path, const config_record& reco
 
 void write_config_text(const std::string& path, const std::string& text) {
   const std::string fresh = path + ".new";
-  write_whole(fresh, text);
-  rename_durably(fresh, path);
+  try {
+    write_whole(fresh, text);
+    if (std::rename(fresh.c_str(), path.c_str()) != 0) fail(path, "cannot be replaced");
+  } catch (const refusal&) {
+    (void)unlink(fresh.c_str());  // a full disk leaves part of it
+    throw;
+  }
+  flush_directory_of(path);
 }
 
 void publish_pending(const std::string& base) {

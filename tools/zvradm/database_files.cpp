@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "refusals.h"
+
 namespace zvradm {
 
 namespace {
@@ -34,6 +36,10 @@ std::vector<std::string> record_files_among(const std::vector<std::string>& name
       files.push_back(name);
   }
   return files;
+}
+
+void require_record_file_name(const std::string& name) {
+  if (const char* why = why_passed_over(name)) throw refusal(name + ": " + why + " and no record file");
 }
 
 }  // namespace zvradm

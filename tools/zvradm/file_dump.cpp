@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "database_files.h"
 #include "file_header_json.h"
 #include "json_output.h"
 
@@ -42,6 +43,7 @@ bool print_entry(void* context, const dump_entry& entry) {
 }
 
 void dump(const std::string& file) {
+  require_record_file_name(file);
   dump_run run;
   std::string reason;
   const report_outcome outcome =

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "database_files.h"
 #include "file_header_json.h"
 #include "json_output.h"
 #include "table_output.h"
@@ -74,6 +75,7 @@ void print_summary_table(const json& summary) {
 }
 
 void summarize(const summary_options& options) {
+  require_record_file_name(options.file);
   file_summary summary{};
   std::string reason;
   const report_outcome outcome = zvrdb::engine::summarize_file(options.file.c_str(), &summary, &reason);

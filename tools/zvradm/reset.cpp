@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <filesystem>
 
 #include "commands.h"
 #include "session.h"
@@ -38,7 +40,13 @@ of targets and changes of the base configuration that were made in memory are lo
 
 Example:
   zvradm --base /srv/zvr reset)");
-  sub.callback([&all] { drop_shared_state(base_directory(all)); });
+  sub.callback([&all] {
+    const std::string base = base_directory(all);
+    drop_shared_state(base);
+    std::error_code ignored;
+    if (!std::filesystem::exists(base + "/orvo.cfg", ignored))
+      std::fprintf(stderr, "zvradm: %s: note: there is no installation here (orvo.cfg is missing)\n", base.c_str());
+  });
 }
 
 }  // namespace zvradm
