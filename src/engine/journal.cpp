@@ -547,7 +547,10 @@ int wait_for_arbiter_or_change(PSP* h, std::uint32_t generation) {
 }
 }  // namespace
 
-int journal_follow(PSP* h) {
+namespace {
+// `again`: the file changed while the reader waited, and there is more to follow.
+int follow_once(PSP* h, bool* again) {
+  *again = false;
   journal* j = h->journal;
   if (j->log.file < 0 || follow_to_file(h)) return e_ok;
   if (const int caught = catch_up(h, false); caught != e_ok) return caught;
@@ -562,13 +565,23 @@ int journal_follow(PSP* h) {
   if (result == e_ok) result = wait_for_arbiter_or_change(h, page.generation);
   if (result == file_changed) {
     result = lockread(h, false);
-    return result == e_ok ? journal_follow(h) : result;
+    *again = result == e_ok;
+    return result;
   }
   if (result == e_ok) result = journal_enter(h);
   // A flag that the journal does not explain is the business of writers.
   if (result == e_write_flag) result = e_ok;
   result = leave_result(result, relarbiter(h));
   return result == e_ok ? lockread(h, false) : result;
+}
+}  // namespace
+
+int journal_follow(PSP* h) {
+  bool again = false;
+  int result = e_ok;
+  do result = follow_once(h, &again);
+  while (again);
+  return result;
 }
 
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag) {
