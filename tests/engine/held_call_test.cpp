@@ -4,10 +4,10 @@
 
 #include <cstring>
 #include <functional>
-#include <map>
 #include <utility>
 
 #include "engine/engine_handle.h"
+#include "engine/every_record.h"
 #include "engine/faulty_os.h"
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
@@ -20,19 +20,8 @@ namespace zvrdb::test {
 namespace {
 
 using engine::journal_use;
-using records = std::map<std::string, sample_record>;
 
 constexpr char path[] = "/disk/file";
-
-records all_records(handle* h) {
-  records result;
-  for (int found = engine::dseq(*h, 1, engine::seq_first); found == 0; found = engine::dseq(*h, 1, engine::seq_next)) {
-    sample_record r;
-    EXPECT_EQ(h->read(&r), 0);
-    result[r.name] = r;
-  }
-  return result;
-}
 
 class HeldCall : public ::testing::Test {
  protected:
