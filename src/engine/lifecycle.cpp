@@ -57,6 +57,7 @@ void prepare_block(PSP* h, const char* path) {
   if (nodes_in_cache() != nodes_of_open_handles()) purge_memory_of(h);
   forget_buffers(h);
   std::memset(h, 0, sizeof *h);
+  note_change(h);
   mark_block(h);
   h->state = 'C';
   h->file = -1;

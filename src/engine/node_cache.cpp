@@ -8,6 +8,7 @@
 #include "engine/header_page.h"
 #include "engine/image_journal.h"
 #include "engine/journal.h"
+#include "engine/kept_bodies.h"
 #include "engine/key_compare.h"
 #include "engine/one_thread.h"
 #include "engine/open_handles.h"
@@ -49,17 +50,19 @@ struct block {
 
 // Where a search ended.
 struct leaf_hint {
-  std::uint32_t block;     // its place and one more; 0: none
-  std::uint32_t version;   // of the block then
-  std::uint32_t changes;   // of all nodes then
-  std::uint16_t offset;    // and 0x8000 for the first of its key value
-  std::uint8_t index;
-  std::uint8_t tag;        // of the search's hash
+  std::uint32_t version;    // of the block then
+  std::uint32_t changes;    // of all nodes then, its lower half
+  std::uint64_t block : 21; // its place and one more; 0: none
+  std::uint64_t offset : 10;
+  std::uint64_t index : 8;
+  std::uint64_t first : 1;  // of its key value
+  std::uint64_t tag : 7;    // of the search's hash
+  std::uint64_t body : 17;  // where the body of its record is kept, its lower bits
 };
+static_assert(max_entries < 1 << 8 && entry_area < 1 << 10);
 constexpr std::size_t memory_line = 64;
 constexpr unsigned hints_a_set = memory_line / sizeof(leaf_hint);   // looked at together
 static_assert(hints_a_set == 4);
-constexpr std::uint16_t hint_first = 0x8000;
 constexpr unsigned hints_a_block = 4;
 
 // Blocks in order of use, most recent first, and a hash table over them.
@@ -79,7 +82,7 @@ struct block_cache {
   unsigned wanted = 10;
   std::uint64_t moves = 0;
   std::uint32_t versions = 0;
-  std::uint32_t changes = 0;   // of nodes, as far as this process knows
+  std::uint64_t changes = 0;   // of nodes, as far as this process knows
 };
 block_cache cache;
 
@@ -97,9 +100,12 @@ void release_cache() {
   os().release(cache.blocks);
   os().release(cache.hint_memory);
   os().release(cache.table);
+  release_kept_bodies();
   const unsigned wanted = cache.wanted;
+  const std::uint64_t changes = cache.changes;
   cache = block_cache{};
   cache.wanted = wanted;
+  cache.changes = changes;
 }
 
 void unchain(block* b) {
@@ -135,11 +141,10 @@ void forget_hints() {
 void new_image(block* b) {
   b->indexed = false;
   b->version = ++cache.versions;
-  if (cache.versions == 0) forget_hints();
-}
-
-void note_change() {
-  if (++cache.changes == 0 && cache.hints != nullptr) forget_hints();
+  if (cache.versions == 0) {
+    forget_hints();
+    forget_kept_bodies();
+  }
 }
 
 void own_block(block* b, PSP* h, std::int32_t n) {
@@ -315,6 +320,19 @@ bool entry_is_sound(const PSP* h, const std::uint8_t* entry, int left, bool inne
 
 }  // namespace
 
+std::uint64_t node_changes() { return cache.changes; }
+
+void note_change(PSP* h) {
+  h->nodes_changed = ++cache.changes;
+  if (static_cast<std::uint32_t>(cache.changes) == 0 && cache.hints != nullptr) forget_hints();
+}
+
+bool is_unchanged(const PSP* h, node_stamp s) {
+  if (s.where == 0 || s.where > cache.used) return false;
+  const block& b = cache.blocks[s.where - 1];
+  return b.version == s.version && b.owner == h && b.file == h->file;
+}
+
 void convert_head(node& v, byte_order order) {
   if (order == native_order) return;
   v.child0 = static_cast<std::int32_t>(swap_bytes(static_cast<std::uint32_t>(v.child0)));
@@ -377,7 +395,8 @@ int cache_ready() {
   cache.blocks = static_cast<block*>(os().allocate(count * sizeof(block)));
   cache.table = static_cast<block**>(os().allocate(table * sizeof(block*)));
   cache.hint_memory = os().allocate(std::size_t{hints_a_block} * table * sizeof(leaf_hint) + memory_line);
-  if (cache.blocks == nullptr || cache.table == nullptr || cache.hint_memory == nullptr) {
+  const int kept = make_kept_bodies(count);
+  if (cache.blocks == nullptr || cache.table == nullptr || cache.hint_memory == nullptr || kept != e_ok) {
     release_cache();
     return e_no_memory;
   }
@@ -481,7 +500,7 @@ void show(block* b, node_view* out) {
     b->indexed = true;
   }
   cache.viewed = b;
-  *out = {&b->image, offsets, b->number, place_of(b)};
+  *out = {&b->image, offsets, b->number, place_of(b), b->version};
 }
 
 bool is_tree_node(const node& v) { return is_tree_level(v.level) && v.count <= max_entries; }
@@ -504,7 +523,7 @@ namespace {
 leaf_hint* hint_set(std::uint64_t hash) {
   return cache.hints + (hash & cache.hint_mask & ~std::uint64_t{hints_a_set - 1});
 }
-std::uint8_t tag_of(std::uint64_t hash) { return static_cast<std::uint8_t>(hash >> 56); }
+unsigned tag_of(std::uint64_t hash) { return static_cast<unsigned>(hash >> 57); }
 
 // Bytes that are about to be read.
 void fetch(const void* from, std::size_t n) {
@@ -525,20 +544,22 @@ bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
     block* b = cache.blocks + (hint.block - 1);
     out->image = &b->image;
     out->index = hint.index;
-    out->offset = hint.offset & ~hint_first;
+    out->offset = hint.offset;
     fetch(out->image->entries + out->offset, max_entry_size);
+    expect_kept_body(hint.body);
     if (b->owner != h || b->file != h->file || b->version != hint.version) continue;
     note_use(b);
     out->number = b->number;
     out->where = hint.block;
-    out->first = (hint.offset & hint_first) != 0;
-    out->sure = hint.changes == cache.changes;
+    out->version = hint.version;
+    out->first = hint.first != 0;
+    out->sure = hint.changes == static_cast<std::uint32_t>(cache.changes);
     return true;
   }
   return false;
 }
 
-void remember_entry(std::uint64_t hash, int index, int offset, bool first) {
+void remember_entry(std::uint64_t hash, int index, int offset, bool first, std::uint32_t body) {
   const block* b = cache.viewed;
   leaf_hint* set = hint_set(hash);
   leaf_hint* to = set + (hash >> 48) % hints_a_set;   // unless there is one that is of no use
@@ -547,8 +568,14 @@ void remember_entry(std::uint64_t hash, int index, int offset, bool first) {
     const bool stale = hint.block == 0 || cache.blocks[hint.block - 1].version != hint.version;
     if (stale || hint.tag == tag_of(hash)) to = set + i;
   }
-  *to = {place_of(b), b->version, cache.changes,
-         static_cast<std::uint16_t>(offset | (first ? hint_first : 0)), static_cast<std::uint8_t>(index), tag_of(hash)};
+  to->version = b->version;
+  to->changes = static_cast<std::uint32_t>(cache.changes);
+  to->block = place_of(b) & 0x1FFFFF;
+  to->offset = static_cast<unsigned>(offset) & 0x3FF;
+  to->index = static_cast<unsigned>(index) & 0xFF;
+  to->first = first;
+  to->tag = tag_of(hash) & 0x7F;
+  to->body = body & 0x1FFFF;
 }
 
 int nodeget(PSP* h, node_buffer* b, std::int32_t n) {
@@ -591,7 +618,7 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n) {
   found->imaged = h->generation;
   std::memcpy(&found->image, &b.image, page_size);
   new_image(found);
-  note_change();
+  note_change(h);
   if (has_companion(h)) note_node_write(h, n);
   if (n > h->extent) return raise_damage(h, n);
   const bool through = h->intlevel == 3 || (h->intlevel == 2 && b.image.level == 0);
@@ -609,7 +636,6 @@ int keep_free_node(PSP* h, const node& v, std::int32_t n) {
   own_block(b, h, n);
   std::memcpy(&b->image, &v, page_size);
   new_image(b);
-  note_change();
   return e_ok;
 }
 }  // namespace
@@ -624,6 +650,7 @@ int nodeputd(PSP* h, node_buffer& b, std::int32_t n) {
   }
   const byte_range changed = cached != nullptr ? change_of(h, cached, b.image) : all_entries;
   drop_cached(h, n);
+  note_change(h);
   set_tag(b, h, n);
   forget_other_copies(b, h, n);
   const int written = write_image(h, b.image, n, changed);
@@ -667,7 +694,7 @@ int dropfile(PSP* h) {
 }
 
 void purgefile(PSP* h) {
-  note_change();
+  note_change(h);
   for (block* b = cache.newest; b != nullptr && h->blocks > 0; b = b->older)
     if (b->owner == h) free_block(b);
   h->dirtyblocks = 0;
@@ -675,7 +702,7 @@ void purgefile(PSP* h) {
 }
 
 void purge_memory_of(PSP* h) {
-  note_change();
+  note_change(h);
   unsigned left = cache.owned;
   for (block* b = cache.newest; b != nullptr && left > 0; b = b->older) {
     if (b->owner == nullptr) continue;
@@ -693,6 +720,7 @@ void forget_buffers(PSP* h) {
 void renew_cached_node(PSP* h, const node_change& c) {
   const std::int32_t n = c.number;
   if (cache.blocks == nullptr || n < 0 || n > max_node) return;
+  note_change(h);
   block* b = find_block(h, n);
   if (b == nullptr && n >= h->nextnode && is_whole(c) && (cache.used < cache.count || !cache.oldest->dirty)) {
     b = spare_block();
@@ -705,7 +733,6 @@ void renew_cached_node(PSP* h, const node_change& c) {
   std::memcpy(image + c.from, c.entries, c.length);
   convert_head(b->image, h->order);
   new_image(b);
-  note_change();
   set_dirty(b, false);
   if (!is_tree_level(b->image.level) || !node_is_sound(h, b->image)) free_block(b);
 }

@@ -52,15 +52,29 @@ struct node_view {
   const std::uint16_t* offsets;   // of its `count` entries
   std::int32_t number;
   std::uint32_t where;            // in the cache, for a later view of the same node
+  std::uint32_t version;          // of the image there
 };
 // As nodeget, without a buffer and without h->current.  e_damaged also for what is no tree node.
 // `where` may tell the place of an earlier view, or anything.
 int view_node(PSP* h, std::int32_t n, node_view* out, std::uint32_t where = 0);
+// An image in the cache.
+struct node_stamp {
+  std::uint32_t where, version;
+};
+// Whether the node is still there and as it was.
+bool is_unchanged(const PSP* h, node_stamp s);
+// How often a node of any file changed, or may have, as far as this process knows.  What was seen
+// at a number that is not below h->nodes_changed has not changed since.
+std::uint64_t node_changes();
+// Nodes of the file may be others now.
+void note_change(PSP* h);
+
 // Where a search ended: an entry in a leaf that the cache held then, and has not changed since.
 struct hinted_entry {
   const node* image;
   std::int32_t number;
   std::uint32_t where;
+  std::uint32_t version;
   int index;
   int offset;
   bool first;   // as it was told
@@ -70,8 +84,9 @@ struct hinted_entry {
 bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out);
 // It will be asked for soon.
 void expect_recall(std::uint64_t hash);
-// The search ended in the node viewed last.
-void remember_entry(std::uint64_t hash, int index, int offset, bool first);
+// The search ended in the node viewed last, at an entry of the record whose body has that place
+// among those that are kept.
+void remember_entry(std::uint64_t hash, int index, int offset, bool first, std::uint32_t body);
 
 // Writes a node through the cache, as the integrity level has it.
 // 0, e_damaged (room or count negative, number above extent), e_io, e_write.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/cursor.h"
+#include "engine/kept_bodies.h"
 #include "engine/key_compare.h"
 #include "engine/key_search.h"
 #include "engine/node_cache.h"
@@ -17,6 +18,7 @@ struct place {
   const node* image;
   std::int32_t number;
   std::uint32_t where;
+  std::uint32_t version;
   int index;
   int offset;
   entry_sign sign;
@@ -80,6 +82,7 @@ bool descend(PSP* h, const target& t, place* out) {
       out->image = v.image;
       out->number = v.number;
       out->where = v.where;
+      out->version = v.version;
       out->index = index;
       out->offset = v.offsets[index];
       return true;
@@ -94,7 +97,7 @@ bool descend(PSP* h, const target& t, place* out) {
 bool recall_place(PSP* h, const target& t, std::uint64_t hash, place* out) {
   hinted_entry e;
   if (!recall_entry(h, hash, &e)) return false;
-  *out = {e.image, e.number, e.where, e.index, e.offset, entrycmp(e.image->entries + e.offset, t, true)};
+  *out = {e.image, e.number, e.where, e.version, e.index, e.offset, entrycmp(e.image->entries + e.offset, t, true)};
   if (out->sign.full == 0) return true;
   return out->sign.key == 0 && t.recno == 0 && e.first && (e.index > 0 || e.sure);
 }
@@ -104,7 +107,8 @@ bool find_place(PSP* h, const target& t, place* out) {
   if (recall_place(h, t, hash, out)) return true;
   if (!descend(h, t, out)) return false;
   const bool first = t.recno == 0 && out->sign.key == 0;
-  if (first || out->sign.full == 0) remember_entry(hash, out->index, out->offset, first);
+  if (first || out->sign.full == 0)
+    remember_entry(hash, out->index, out->offset, first, place_of_body(h, entry_record(entry_of(*out), h->order)));
   return true;
 }
 
@@ -120,13 +124,15 @@ bool step(PSP* h, place* at) {
   at->image = v.image;
   at->number = v.number;
   at->where = v.where;
+  at->version = v.version;
   at->index = 0;
   at->offset = 0;
   return true;
 }
 
-// The data of the value that begins at a place, into the buffer of the request.
-bool read_value(PSP* h, place at) {
+// The data of the value that begins at a place, into the buffer of the request.  The place becomes
+// that of its last piece.
+bool read_value(PSP* h, place& at) {
   std::uint8_t* const buffer = h->dataptr;
   const int capacity = h->datalen;
   std::int32_t copied = 0;
@@ -171,6 +177,29 @@ void stand_at(PSP* h, const place& at, const std::uint8_t* entry) {
   publish(h, entry);
 }
 
+// A body that was just read into the buffer of the request, from one leaf or two, and whose first
+// piece is that entry, which stood at a place.
+void keep_body(PSP* h, const place& from, const std::uint8_t* entry, const place& to) {
+  const bool in_two_leaves_at_most = (entry_of(to)[entry_at::piece] & piece_number) <= 1;
+  if (!in_two_leaves_at_most || h->datafull > longest_kept_body || h->datafull != h->datalen) return;
+  kept_body* b = room_for_body(h, h->recno);
+  if (b == nullptr) return;
+  b->first = {from.where, from.version};
+  b->last = {to.where, to.version};
+  b->number = from.number;
+  b->index = static_cast<std::int16_t>(from.index);
+  b->length = static_cast<std::int16_t>(h->datafull);
+  std::memcpy(b->entry, entry, entry_head_size + 1);
+  std::memcpy(b->entry + entry_head_size + 1, h->dataptr, static_cast<std::size_t>(h->datafull));
+}
+
+// Who walks along a key asks for the body of the next entry too.
+void expect_body_behind(const PSP* h, const place& at) {
+  if (at.index + 1 >= at.image->count) return;
+  const std::uint8_t* entry = entry_of(at) + entry_size(entry_of(at));
+  expect_kept_body(place_of_body(h, entry_record(entry, h->order)));
+}
+
 // The value at a place is read, and the place becomes the cursor's.  False: nothing was changed
 // but the caller's buffer.
 bool take_value(PSP* h, const place& at) {
@@ -184,20 +213,40 @@ bool take_value(PSP* h, const place& at) {
   // Its leaf may leave the cache when the value goes on in another one.
   std::uint8_t first[max_entry_size];
   std::memcpy(first, entry, static_cast<std::size_t>(entry_size(entry)));
-  if (!read_value(h, at)) return false;
+  place last = at;
+  if (!read_value(h, last)) return false;
   stand_at(h, at, first);
+  if (h->keyno == key_bodies) keep_body(h, at, first, last);
+  return true;
+}
+
+// The body asked for, if it is kept.
+bool take_kept_body(PSP* h) {
+  const kept_body* b = h->dataptr != nullptr ? recall_body(h, h->recno) : nullptr;
+  if (b == nullptr || b->length > h->datalen) return false;
+  std::memcpy(h->dataptr, b->data(), static_cast<std::size_t>(b->length));
+  h->datalen = b->length;
+  h->datafull = b->length;
+  stand_at(h, {nullptr, b->number, b->first.where, b->first.version, b->index, 0, {}}, b->entry);
+  h->cmpfull = 0;
+  h->cmpkey = 0;
   return true;
 }
 
 }  // namespace
 
 void expect_body(const PSP* h, std::int32_t recno) {
+  expect_kept_body(place_of_body(h, recno));
   static constexpr std::uint8_t empty_key[1] = {};
   expect_recall(hash_of(h, {empty_key, recno, key_bodies, kt_string, 0, 0, h->order, nullptr}));
 }
 
 bool find_value_in_place(PSP* h, int* result) {
   if (h->wrnest != 0 || h->edge != 0 || !has_cursor(h, h->keyno)) return false;
+  if (h->keyno == key_bodies && take_kept_body(h)) {
+    *result = e_ok;
+    return true;
+  }
   const target t = target_of(h, h->keyno, h->keyptr, h->recno, 0);
   place at;
   if (!find_place(h, t, &at)) return false;
@@ -221,11 +270,12 @@ bool next_value_in_place(PSP* h, int* result) {
   node_view v;
   if (view_node(h, cursor_node(h, h->keyno), &v, c.cwhere) != e_ok) return false;
   if (v.image->level != 0 || c.cindex < 0 || c.cindex >= v.image->count) return false;
-  place at{v.image, v.number, v.where, c.cindex, v.offsets[c.cindex], {}};
+  place at{v.image, v.number, v.where, v.version, c.cindex, v.offsets[c.cindex], {}};
   if (!step(h, &at)) return false;
   const std::uint8_t* entry = entry_of(at);
   if (entry[entry_at::key] != h->keyno) return false;
   if (at.number != c.cnode && !follows_in_order(h, c, entry, 1)) return false;
+  if (h->keyno < key_bodies) expect_body_behind(h, at);
   if (!take_value(h, at)) return false;
   *result = e_ok;
   return true;

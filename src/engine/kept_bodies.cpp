@@ -1,0 +1,74 @@
+#include "engine/kept_bodies.h"
+
+#include "engine/os_file.h"
+
+namespace zvrdb::engine {
+namespace {
+
+constexpr std::size_t memory_line = 64;
+
+void* memory = nullptr;
+kept_body* bodies = nullptr;   // each at the beginning of a line of memory
+std::uint32_t mask = 0;
+
+kept_body* kept_at(std::uint32_t place) { return bodies + (place & mask); }
+
+}  // namespace
+
+// Records of a file follow each other, so that a small file takes little of the table.
+std::uint32_t place_of_body(const PSP* h, std::int32_t recno) {
+  const auto file = static_cast<std::uint32_t>((reinterpret_cast<std::uintptr_t>(h) * 0x9E3779B97F4A7C15u) >> 32);
+  return (file + static_cast<std::uint32_t>(recno)) & mask;
+}
+
+const kept_body* recall_body(const PSP* h, std::int32_t recno) {
+  if (bodies == nullptr) return nullptr;
+  kept_body* b = kept_at(place_of_body(h, recno));
+  if (b->owner != h || b->recno != recno) return nullptr;
+  if (b->changes < h->nodes_changed) {
+    if (!is_unchanged(h, b->first) || !is_unchanged(h, b->last)) return nullptr;
+    b->changes = node_changes();
+  }
+  return b;
+}
+
+void expect_kept_body(std::uint32_t place) {
+  if (bodies == nullptr) return;
+  const auto* from = reinterpret_cast<const char*>(kept_at(place));
+  for (std::size_t at = 0; at < sizeof(kept_body); at += memory_line) __builtin_prefetch(from + at);
+}
+
+kept_body* room_for_body(const PSP* h, std::int32_t recno) {
+  if (bodies == nullptr) return nullptr;
+  kept_body* b = kept_at(place_of_body(h, recno));
+  b->owner = h;
+  b->changes = node_changes();
+  b->recno = recno;
+  return b;
+}
+
+int make_kept_bodies(unsigned nodes) {
+  constexpr unsigned few = 1024;
+  if (nodes < few) return e_ok;
+  std::uint32_t count = few;
+  while (count < nodes) count *= 2;
+  memory = os().allocate(std::size_t{count} * sizeof(kept_body) + memory_line);
+  if (memory == nullptr) return e_no_memory;
+  const std::size_t off = reinterpret_cast<std::uintptr_t>(memory) % memory_line;
+  bodies = reinterpret_cast<kept_body*>(static_cast<char*>(memory) + (off == 0 ? 0 : memory_line - off));
+  mask = count - 1;
+  return e_ok;
+}
+
+void forget_kept_bodies() {
+  for (std::uint32_t i = 0; bodies != nullptr && i <= mask; ++i) bodies[i].owner = nullptr;
+}
+
+void release_kept_bodies() {
+  os().release(memory);
+  memory = nullptr;
+  bodies = nullptr;
+  mask = 0;
+}
+
+}  // namespace zvrdb::engine
