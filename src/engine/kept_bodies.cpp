@@ -17,8 +17,7 @@ kept_body* kept_at(std::uint32_t place) { return bodies + (place & mask); }
 
 // Records of a file follow each other, so that a small file takes little of the table.
 std::uint32_t place_of_body(const PSP* h, std::int32_t recno) {
-  const auto file = static_cast<std::uint32_t>((reinterpret_cast<std::uintptr_t>(h) * 0x9E3779B97F4A7C15u) >> 32);
-  return (file + static_cast<std::uint32_t>(recno)) & mask;
+  return (h->opened_as * 0x9E3779B9u + static_cast<std::uint32_t>(recno)) & mask;
 }
 
 const kept_body* recall_body(const PSP* h, std::int32_t recno) {
@@ -48,9 +47,7 @@ kept_body* room_for_body(const PSP* h, std::int32_t recno) {
 }
 
 int make_kept_bodies(unsigned nodes) {
-  constexpr unsigned few = 1024;
-  if (nodes < few) return e_ok;
-  std::uint32_t count = few;
+  std::uint32_t count = 1;
   while (count < nodes) count *= 2;
   memory = os().allocate(std::size_t{count} * sizeof(kept_body) + memory_line);
   if (memory == nullptr) return e_no_memory;

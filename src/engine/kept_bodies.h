@@ -3,8 +3,8 @@
 // A body lies in pieces in leaves of its own; to put it together means looking at several places
 // in memory, one after the other.  Who asked for a record once often asks again: its pieces are
 // then kept here, side by side, for as long as the nodes that they lie in stay what they were.
-// The table is process-wide and there with a big cache only; a record has one place in it, which
-// it shares with others.
+// The table is process-wide, as the cache is, and as long; a record has one place in it, which it
+// shares with others.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ void expect_kept_body(std::uint32_t place);
 // caller fills all but owner, changes and recno, which are set already.
 kept_body* room_for_body(const PSP* h, std::int32_t recno);
 
-// Makes room for as many as a cache of that many nodes is worth.  0, e_no_memory.
+// Makes room for about as many as the cache has nodes.  0, e_no_memory.
 int make_kept_bodies(unsigned nodes);
 void forget_kept_bodies();
 void release_kept_bodies();

@@ -57,6 +57,8 @@ void prepare_block(PSP* h, const char* path) {
   if (nodes_in_cache() != nodes_of_open_handles()) purge_memory_of(h);
   forget_buffers(h);
   std::memset(h, 0, sizeof *h);
+  static std::uint32_t opens;
+  h->opened_as = ++opens;
   note_change(h);
   mark_block(h);
   h->state = 'C';

@@ -107,6 +107,7 @@ struct PSP {
   std::int32_t dirtyblocks; // dirty blocks in the cache
   std::int32_t blocks;      // all of its blocks there
   std::uint64_t nodes_changed;  // node_changes() when a node of the file changed last
+  std::uint32_t opened_as;      // counts the opens of this process: what is kept of its searches lies by it
 
   std::uint8_t* recbuf;
   std::int32_t reclen;

@@ -57,7 +57,7 @@ std::uint64_t mixed(std::uint64_t v) {
 }
 
 std::uint64_t hash_of(const PSP* h, const target& t) {
-  std::uint64_t v = reinterpret_cast<std::uintptr_t>(h) ^ static_cast<std::uint32_t>(t.keyno);
+  std::uint64_t v = (std::uint64_t{h->opened_as} << 8) ^ static_cast<std::uint32_t>(t.keyno);
   v = mixed(v ^ (std::uint64_t{static_cast<std::uint32_t>(t.recno)} << 32));
   int left = std::max(caller_key_length(t.type, t.key), 0);
   const std::uint8_t* p = t.key;

@@ -175,11 +175,16 @@ void settle_others(handle* h) {
   }
 }
 
-// False while the slot of a dead one that had locked it is being taken over.
+// False while the slot of a dead one that had locked it is being taken over, and behind one whose
+// transaction met a fault and had not ended.
 bool replace(handle* h, int i, int n) {
   const int found = h->find_name(sample(i).name);
   expect(found == 0, "find of a writer", found);
   const int updated = h->update(numbered(i, n));
+  if (seen->faults && (updated == engine::e_trans_busy || updated == engine::e_trans_interrupted)) {
+    settle_others(h);
+    return false;
+  }
   expect(updated == 0 || updated == engine::e_locked_by_other, "update", updated);
   return updated == 0;
 }

@@ -1,0 +1,198 @@
+// Bodies that are kept in one piece: what comes from them is what a read of the file would give.
+#include "engine/kept_bodies.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/agent.h"
+#include "engine/engine_handle.h"
+#include "engine/node_cache.h"
+#include "engine/psp.h"
+#include "engine/scratch_folder.h"
+
+namespace zvrdb::test {
+namespace {
+
+constexpr int records = 200;
+
+class KeptBodies : public ::testing::TestWithParam<engine::journal_use> {
+ protected:
+  void SetUp() override {
+    engine::set_cache_blocks(2000);
+    for (handle* h : {&h_, &other_}) {
+      h->journal = GetParam();
+      h->from_cache = true;
+    }
+    ASSERT_EQ(h_.create(path_), 0);
+    ASSERT_EQ(engine::csetfile(h_, 4), 0);
+    for (int i = 1; i <= records; ++i) ASSERT_EQ(h_.insert(sample(i, 300)), 0);
+  }
+  void TearDown() override {
+    other_.close();
+    h_.close();
+    engine::set_cache_blocks(10);
+  }
+
+  // Twice, so that the second time it comes from what was kept the first time.
+  static sample_record get(handle& h, int i) {
+    sample_record found;
+    for (int time = 0; time < 2; ++time) {
+      EXPECT_EQ(h.find_name(sample(i).name), 0);
+      EXPECT_EQ(h.read(&found), 0);
+    }
+    return found;
+  }
+  static bool is_kept(handle& h) { return engine::recall_body(h, engine::current_record(h)) != nullptr; }
+  int change(handle& h, const sample_record& record) {
+    const int found = h.find_name(record.name);
+    return found != 0 ? found : h.update(record);
+  }
+  static sample_record changed(int i) {
+    sample_record record = sample(i, 300);
+    record.payload[9] = '#';
+    record.small = 77;
+    return record;
+  }
+
+  scratch_folder folder_;
+  std::string path_ = folder_.file("bodies");
+  handle h_, other_;
+};
+
+TEST_P(KeptBodies, AreWhatAReadGave) {
+  for (int i = 1; i <= records; ++i) {
+    EXPECT_EQ(get(h_, i), sample(i, 300));
+    EXPECT_TRUE(is_kept(h_)) << i;
+  }
+}
+
+TEST_P(KeptBodies, LeaveTheBlockAsAReadDoes) {
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  const engine::PSP* p = h_;
+  const engine::PSP before = *p;
+  const engine::cursor at = *p->cursors[engine::key_bodies - 1];
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  ASSERT_EQ(h_.read(&found), 0);
+  EXPECT_EQ(std::memcmp(p->keybuf, before.keybuf, sizeof before.keybuf), 0);
+  EXPECT_EQ(std::memcmp(p->cursors[engine::key_bodies - 1], &at, sizeof at), 0);
+  for (const auto field : {&engine::PSP::keyno, &engine::PSP::recno, &engine::PSP::datalen, &engine::PSP::datafull,
+                           &engine::PSP::status, &engine::PSP::cmpfull, &engine::PSP::cmpkey, &engine::PSP::keylen,
+                           &engine::PSP::pieceln})
+    EXPECT_EQ(p->*field, before.*field);
+  EXPECT_EQ(p->piece, before.piece);
+}
+
+TEST_P(KeptBodies, AreReadAnewBehindAChangeOfTheHandle) {
+  get(h_, 5);
+  ASSERT_EQ(change(h_, changed(5)), 0);
+  EXPECT_EQ(get(h_, 5), changed(5));
+  EXPECT_EQ(get(h_, 6), sample(6, 300)) << "a neighbour";
+}
+
+TEST_P(KeptBodies, AreReadAnewBehindAChangeOfAnotherHandle) {
+  ASSERT_EQ(other_.open_for_work(path_), 0);
+  for (int i = 1; i <= records; ++i) get(h_, i);
+  for (int i = 1; i <= records; i += 3) ASSERT_EQ(change(other_, changed(i)), 0);
+  for (int i = 1; i <= records; ++i) EXPECT_EQ(get(h_, i), i % 3 == 1 ? changed(i) : sample(i, 300)) << i;
+}
+
+TEST_P(KeptBodies, AreReadAnewBehindAChangeOfAnotherProcess) {
+  agent writer;
+  ASSERT_EQ(writer.tell("open " + path_), 0);
+  for (int i = 1; i <= records; ++i) get(h_, i);
+  for (int i = 1; i <= records; i += 7) {
+    ASSERT_EQ(writer.tell("find " + std::to_string(i)), 0);
+    ASSERT_EQ(writer.tell("change " + std::to_string(i) + " " + std::to_string(1000 + i)), 0);
+    EXPECT_EQ(get(h_, i).number, 1000 + i);
+  }
+  EXPECT_EQ(get(h_, 2), sample(2, 300));
+}
+
+// The leaves of a body may have left the cache when another process changes it.
+TEST_P(KeptBodies, AreReadAnewWhenTheirLeavesLeftTheCacheBeforeTheChange) {
+  ASSERT_EQ(h_.close(), 0);
+  engine::set_cache_blocks(16);
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  agent writer;
+  ASSERT_EQ(writer.tell("open " + path_), 0);
+  get(h_, 5);
+  // Their bodies are kept in other places.
+  for (int i = 6; i <= 20; ++i) get(h_, i);
+  for (int i = 100; i <= 160; ++i) ASSERT_EQ(h_.find_name(sample(i).name), 0);
+  ASSERT_EQ(writer.tell("find 5"), 0);
+  ASSERT_EQ(writer.tell("change 5 4711"), 0);
+  EXPECT_EQ(get(h_, 5).number, 4711);
+}
+
+TEST_P(KeptBodies, AreAsBeforeBehindARollBack) {
+  get(h_, 5);
+  ASSERT_EQ(engine::transbeg(h_, 3, nullptr), 0);
+  ASSERT_EQ(change(h_, changed(5)), 0);
+  EXPECT_EQ(get(h_, 5), changed(5)) << "the handle's own";
+  ASSERT_EQ(engine::transroll(h_, nullptr, 0, nullptr), 0);
+  EXPECT_EQ(get(h_, 5), sample(5, 300));
+}
+
+TEST_P(KeptBodies, AreNotFoundBehindADeletion) {
+  get(h_, 5);
+  const std::int32_t number = engine::current_record(h_);
+  ASSERT_EQ(h_.remove(), 0);
+  EXPECT_EQ(h_.find_name(sample(5).name), engine::e_not_found);
+  // Its number is the next one's.
+  sample_record next = sample(records + 1, 300);
+  ASSERT_EQ(h_.insert(next), 0);
+  EXPECT_EQ(get(h_, records + 1), next);
+  EXPECT_EQ(engine::current_record(h_), number);
+}
+
+// The same block, and the same numbers of records, in another file.
+TEST_P(KeptBodies, AreOfOneFileOnly) {
+  for (int i = 1; i <= records; ++i) get(h_, i);
+  ASSERT_EQ(h_.close(), 0);
+  ASSERT_EQ(h_.create(folder_.file("another")), 0);
+  for (int i = 1; i <= records; ++i) ASSERT_EQ(h_.insert(changed(i)), 0);
+  for (int i = 1; i <= records; ++i) EXPECT_EQ(get(h_, i), changed(i));
+}
+
+TEST_P(KeptBodies, MovedByASplitAreStillRight) {
+  for (int i = 1; i <= records; ++i) get(h_, i);
+  for (int i = 1; i <= records; i += 5) {
+    sample_record longer = sample(i, 800);
+    ASSERT_EQ(change(h_, longer), 0);
+  }
+  for (int i = 1; i <= records; ++i) EXPECT_EQ(get(h_, i), sample(i, i % 5 == 1 ? 800 : 300)) << i;
+}
+
+// Up to the last byte that there is room for, and one more.
+TEST_P(KeptBodies, AreKeptUpToTheLengthOfAPlace) {
+  const engine::PSP* p = h_;
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  sample_record found;
+  ASSERT_EQ(h_.read(&found), 0);
+  const auto rest = static_cast<std::size_t>(engine::longest_kept_body - p->datafull);
+  for (const std::size_t more : {rest - 1, rest, rest + 1, rest + 300}) {
+    ASSERT_EQ(change(h_, sample(5, 300 + more)), 0);
+    EXPECT_EQ(get(h_, 5), sample(5, 300 + more));
+    EXPECT_EQ(is_kept(h_), more <= rest) << more;
+  }
+}
+
+// A buffer of records that is too short meets what it would meet without.
+TEST_P(KeptBodies, AnswerAShortBufferAsAReadDoes) {
+  get(h_, 5);
+  static_cast<engine::PSP*>(h_)->reclen = 100;
+  sample_record found;
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  EXPECT_EQ(h_.read(&found), engine::e_record_length);
+  EXPECT_EQ(static_cast<engine::PSP*>(h_)->datalen, 100);
+  EXPECT_GT(static_cast<engine::PSP*>(h_)->datafull, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(Journal, KeptBodies, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
+                         [](const auto& use) {
+                           return use.param == engine::journal_use::on ? "WithAJournal" : "Without";
+                         });
+
+}  // namespace
+}  // namespace zvrdb::test
