@@ -584,6 +584,23 @@ int journal_follow(PSP* h) {
   return result;
 }
 
+namespace {
+// That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
+// another one would have appended before it set it.  What a dead one left is seen by nobody before
+// the record file or the journal shows it, so that now and then is often enough to ask.
+bool its_writer_lives(PSP* h, std::uint32_t generation) {
+  constexpr unsigned reads_without_pause = 16;
+  cached_reads* c = h->cached;
+  if (c->beside == generation && ++c->reads_beside % reads_without_pause != 0) return true;
+  // Its commit should not wait for the end of a reader's time slice.
+  if (c->beside == generation) os().wait(give_way);
+  if (os().probe(h->file, arbiter_byte) != 1) return false;
+  if (c->beside != generation) c->reads_beside = 0;
+  c->beside = generation;
+  return true;
+}
+}  // namespace
+
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag) {
   const journal* j = h->journal;
   if (j->must_repair || j->must_reload || j->ahead || !j->log.alive || j->log.doubt) return true;
@@ -598,12 +615,7 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
       (generation != under_way || is_without_journal(h, 0, slot_count))) {
     return true;
   }
-  // Its commit should not wait for the end of a reader's time slice.
-  constexpr unsigned reads_without_pause = 16;
-  if (++h->cached->reads_beside % reads_without_pause == 0) os().wait(give_way);
-  // That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
-  // another one would have appended before it set it.
-  return os().probe(h->file, arbiter_byte) != 1;
+  return !its_writer_lives(h, under_way);
 }
 
 bool journal_take_seen(PSP* h, std::uint32_t generation) {
