@@ -25,7 +25,8 @@ enum class sharing : char { with_all = 'S', with_nobody = 'E' };
 constexpr int read_write = 2;
 constexpr int native_order = 3;
 constexpr std::uint32_t busy_wait_ms = 60000;
-// Twice the nodes of a file of 100,000 requests. Memory is used as nodes are read, 1.7 KiB each.
+// Twice the nodes of a file of 100,000 requests. Memory is used as nodes are
+// read, 1.7 KiB each, and as bodies are, half a KiB each.
 constexpr unsigned cache_blocks = 131072;
 
 DBR_TCB* tcb_of(void* task) {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <utility>
 
 #include "engine/agent.h"
 #include "engine/engine_handle.h"
@@ -319,6 +320,21 @@ TEST_P(JournalledReads, SeeNothingOfACallThatHasNotEnded) {
     EXPECT_EQ(engine::end_call(writer_), 0);
     for (int i = 5; i <= 8; ++i) EXPECT_EQ(number_of(reader_, i), 4000 + mode);
   }
+}
+
+// Each get is two reads: one to find, one to read.
+TEST_P(JournalledReads, AskNowAndThenWhetherTheWriterOfAChangeLives) {
+  constexpr int gets = 64;
+  bool flushed = false;
+  before_flush = [&] {
+    if (std::exchange(flushed, true)) return;
+    calls = 0;
+    for (int i = 1; i <= gets; ++i) EXPECT_EQ(number_of(reader_, i), sample(i).number);
+    EXPECT_EQ(calls, 1 + 2 * gets / 16 - 1) << "at the first read, and at each sixteenth behind it";
+  };
+  ASSERT_EQ(change(writer_, 5, 4711), 0);
+  before_flush = nullptr;
+  EXPECT_EQ(number_of(reader_, 5), 4711);
 }
 
 // What a reader need not know, who writes has to.
