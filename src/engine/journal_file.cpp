@@ -6,59 +6,13 @@
 
 #include "engine/crc32c.h"
 #include "engine/engine.h"
+#include "engine/journal_layout.h"
 #include "engine/os_file.h"
 #include "engine/planted_fault.h"
 
 namespace zvrdb::engine {
 namespace {
 
-namespace head_at {
-constexpr std::size_t magic = 0;
-constexpr std::size_t salt = 8;
-constexpr std::size_t identity = 16;
-constexpr std::size_t generation = 24;
-constexpr std::size_t settled = 28;
-constexpr std::size_t header = 32;
-constexpr std::size_t crc = 508;
-}  // namespace head_at
-
-namespace group_at {
-constexpr std::size_t magic = 0;
-constexpr std::size_t length = 4;
-constexpr std::size_t salt = 8;
-constexpr std::size_t sequence = 16;
-constexpr std::size_t before = 24;
-constexpr std::size_t after = 28;
-constexpr std::size_t extent = 32;
-constexpr std::size_t nodes = 36;
-constexpr std::size_t kind = 40;
-constexpr std::size_t chain = 44;
-constexpr std::size_t random = 48;
-constexpr std::size_t open = 56;
-constexpr std::size_t crc = 60;
-}  // namespace group_at
-
-namespace list_at {
-constexpr std::size_t number = 0;
-constexpr std::size_t from = 4;
-constexpr std::size_t length = 6;
-constexpr std::size_t size = 8;
-}  // namespace list_at
-
-namespace link_at {
-constexpr std::size_t number = 0;
-constexpr std::size_t salt = 8;
-constexpr std::size_t name = 16;
-}  // namespace link_at
-static_assert(link_at::name + sizeof(group_link::name) == link_size);
-static_assert(head_at::header + header_size <= head_at::crc && head_at::crc + 4 == journal_head_size);
-static_assert(group_at::crc + 4 == group_head_size);
-
-constexpr char head_magic[] = "ZVRJRNL2";
-constexpr char group_magic[] = "ZVRG";
-constexpr std::uint32_t kind_change = 1;
-constexpr std::uint32_t kind_promise = 2;
-constexpr std::uint32_t kind_decision = 3;
 constexpr std::size_t buffer_kept = 1024 * 1024;
 // Read at once: most often there are few groups, and short ones.  Then four times as much each time.
 constexpr std::size_t first_window = 8 * 1024;
@@ -67,9 +21,6 @@ constexpr std::size_t longest_window = 64 * 1024;
 // The head and what stands behind it in the next sector.
 constexpr std::size_t head_and_state = journal_doubt_at + 8;
 static_assert(journal_mount_at == journal_head_size && journal_doubt_at == journal_mount_at + 8);
-
-std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
-void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::little); }
 
 bool is_linked(std::uint32_t kind) { return kind >= kind_promise; }
 
@@ -81,8 +32,6 @@ std::uint64_t least_length(std::uint32_t nodes, std::uint32_t kind) {
 std::uint64_t most_length(std::uint32_t nodes, std::uint32_t kind) {
   return least_length(nodes, kind) + std::uint64_t{nodes} * (page_size - node_head_size);
 }
-
-std::uint64_t to_sectors(std::uint64_t n) { return (n + journal_sector - 1) / journal_sector * journal_sector; }
 
 bool make_room(journal_file* j, std::size_t n) {
   j->window_length = 0;
@@ -423,82 +372,6 @@ int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher)
     if (found <= 0) return found;
     // What has a group behind it is there to stay, and so is what changes nothing.
     j->unsure = g.header != nullptr && (!arbiter_held || g.promise.there);
-  }
-}
-
-namespace {
-// The first bytes of a journal as they are now, which others write meanwhile.
-class journal_view {
- public:
-  journal_view(const journal_file* j, const std::uint8_t* view) : j_(j), view_(view) {}
-  std::uint64_t look(std::uint64_t at) const {
-    const std::uint64_t v = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(view_ + at), __ATOMIC_ACQUIRE);
-    return native_order == byte_order::little ? v : swap_bytes(v);
-  }
-  bool same_life() const { return look(head_at::salt) == j_->salt; }
-  static bool in_sight(std::uint64_t at) { return at + group_head_size <= journal_size; }
-  // Whether a group of this life begins at a place in sight.
-  bool begins(std::uint64_t at, std::uint64_t sequence) const {
-    return look(at + group_at::sequence) == sequence && look(at + group_at::salt) == j_->salt;
-  }
-  std::uint64_t end_of(std::uint64_t at) const {
-    static_assert(group_at::length == 4);
-    return at + to_sectors(look(at) >> 32);
-  }
-  bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
-  // Of no interest to who only reads, as long as nothing else follows.
-  bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
-  std::uint32_t generation_after(std::uint64_t at) const {
-    static_assert(group_at::before == 24 && group_at::after == 28);
-    return static_cast<std::uint32_t>(look(at + group_at::before) >> 32);
-  }
-
- private:
-  std::uint32_t kind_of(std::uint64_t at) const { return static_cast<std::uint32_t>(look(at + group_at::kind)); }
-  group_open open_of(std::uint64_t at) const {
-    return static_cast<group_open>(static_cast<std::uint32_t>(look(at + group_at::open)));
-  }
-
-  const journal_file* j_;
-  const std::uint8_t* view_;
-};
-}  // namespace
-
-journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
-  constexpr int most_groups = 16;
-  const journal_view view(j, bytes);
-  if (!view.same_life() || view.look(journal_doubt_at) != 0) return journal_news::some;
-  std::uint64_t at = j->at.end;
-  std::uint64_t sequence = j->at.sequence;
-  for (int groups = 0; groups < most_groups && view.in_sight(at); ++groups) {
-    if (!view.begins(at, sequence)) return groups == 0 ? journal_news::none : journal_news::nothing_to_read;
-    const std::uint64_t behind = view.end_of(at);
-    if (behind == at || !view.in_sight(behind)) break;
-    if (!view.may_wait(at)) {
-      const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
-      if (last && generation != nullptr) *generation = view.generation_after(at);
-      return last ? journal_news::change_under_way : journal_news::some;
-    }
-    at = behind;
-    ++sequence;
-  }
-  return journal_news::some;
-}
-
-bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
-  const journal_view view(j, bytes);
-  std::uint64_t at = j->at.end;
-  std::uint64_t sequence = j->at.sequence;
-  if (!view.same_life() || !view.in_sight(at) || !view.begins(at, sequence)) return false;
-  bool ended = false;
-  for (;;) {
-    if (!view.is_change(at)) return false;
-    const std::uint64_t behind = view.end_of(at);
-    if (behind == at || !view.in_sight(behind)) return false;
-    if (!view.begins(behind, ++sequence)) return ended;
-    *generation = view.generation_after(at);
-    ended = true;
-    at = behind;
   }
 }
 
