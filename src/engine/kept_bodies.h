@@ -37,6 +37,7 @@ const kept_body* recall_body(const PSP* h, std::int32_t recno);
 std::uint32_t place_of_body(const PSP* h, std::int32_t recno);
 // What is at that place will be asked for soon.
 void expect_kept_body(std::uint32_t place);
+inline void expect_body(const PSP* h, std::int32_t recno) { expect_kept_body(place_of_body(h, recno)); }
 // Where the body of that record goes, null where none are kept.  What was there is gone; the
 // caller fills all but owner, changes and recno, which are set already.
 kept_body* room_for_body(const PSP* h, std::int32_t recno);

@@ -531,10 +531,6 @@ void fetch(const void* from, std::size_t n) {
 }
 }  // namespace
 
-void expect_recall(std::uint64_t hash) {
-  if (cache.hints != nullptr) fetch(hint_set(hash), 1);
-}
-
 bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
   if (cache.blocks == nullptr) return false;
   const leaf_hint* set = hint_set(hash);

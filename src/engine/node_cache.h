@@ -82,8 +82,6 @@ struct hinted_entry {
 };
 // What is known of the search with that hash.  It may be another search of the same hash.
 bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out);
-// It will be asked for soon.
-void expect_recall(std::uint64_t hash);
 // The search ended in the node viewed last, at an entry of the record whose body has that place
 // among those that are kept.
 void remember_entry(std::uint64_t hash, int index, int offset, bool first, std::uint32_t body);

@@ -197,7 +197,7 @@ void keep_body(PSP* h, const place& from, const std::uint8_t* entry, const place
 void expect_body_behind(const PSP* h, const place& at) {
   if (at.index + 1 >= at.image->count) return;
   const std::uint8_t* entry = entry_of(at) + entry_size(entry_of(at));
-  expect_kept_body(place_of_body(h, entry_record(entry, h->order)));
+  expect_body(h, entry_record(entry, h->order));
 }
 
 // The value at a place is read, and the place becomes the cursor's.  False: nothing was changed
@@ -234,12 +234,6 @@ bool take_kept_body(PSP* h) {
 }
 
 }  // namespace
-
-void expect_body(const PSP* h, std::int32_t recno) {
-  expect_kept_body(place_of_body(h, recno));
-  static constexpr std::uint8_t empty_key[1] = {};
-  expect_recall(hash_of(h, {empty_key, recno, key_bodies, kt_string, 0, 0, h->order, nullptr}));
-}
 
 bool find_value_in_place(PSP* h, int* result) {
   if (h->wrnest != 0 || h->edge != 0 || !has_cursor(h, h->keyno)) return false;

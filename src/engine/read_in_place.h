@@ -15,7 +15,4 @@ bool find_value_in_place(PSP* h, int* result);
 // A step forward to the next value, from an entry that is a whole value.  False as above.
 bool next_value_in_place(PSP* h, int* result);
 
-// The body of that record will be read soon.
-void expect_body(const PSP* h, std::int32_t recno);
-
 }  // namespace zvrdb::engine
