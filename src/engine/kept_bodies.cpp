@@ -49,8 +49,10 @@ kept_body* room_for_body(const PSP* h, std::int32_t recno) {
 int make_kept_bodies(unsigned nodes) {
   std::uint32_t count = 1;
   while (count < nodes) count *= 2;
-  memory = os().allocate(std::size_t{count} * sizeof(kept_body) + memory_line);
+  const std::size_t bytes = std::size_t{count} * sizeof(kept_body) + memory_line;
+  memory = os().allocate(bytes);
   if (memory == nullptr) return e_no_memory;
+  os().scatter(memory, bytes);
   const std::size_t off = reinterpret_cast<std::uintptr_t>(memory) % memory_line;
   bodies = reinterpret_cast<kept_body*>(static_cast<char*>(memory) + (off == 0 ? 0 : memory_line - off));
   mask = count - 1;

@@ -68,6 +68,7 @@ struct os_ops {
   void (*wait)(unsigned attempt);
 
   void* (*allocate)(std::size_t bytes);        // zeroed, or null
+  void (*scatter)(void* memory, std::size_t bytes);   // of what was allocated little will be touched, here and there
   void (*release)(void* memory);
 };
 

@@ -338,15 +338,23 @@ std::uint64_t linux_random() {
          (static_cast<std::uint64_t>(getpid()) << 40);
 }
 
+constexpr std::size_t long_page = 2u << 20;
+
 // What is long comes in long pages where the system has them: fewer of them to be looked up.
 void* linux_allocate(std::size_t bytes) {
-  constexpr std::size_t long_page = 2u << 20;
   constexpr std::size_t much = 16u << 20;   // of less, one long page would be more than is ever used
   void* memory = std::calloc(1, bytes);
   if (memory == nullptr || bytes < much) return memory;
   const std::size_t skip = (long_page - reinterpret_cast<std::uintptr_t>(memory) % long_page) % long_page;
   madvise(static_cast<char*>(memory) + skip, (bytes - skip) / long_page * long_page, MADV_HUGEPAGE);
   return memory;
+}
+// A touch of a long page would take all of it.
+void linux_scatter(void* memory, std::size_t bytes) {
+  constexpr std::size_t page = 4096;
+  if (bytes < long_page) return;
+  const std::size_t skip = (page - reinterpret_cast<std::uintptr_t>(memory) % page) % page;
+  madvise(static_cast<char*>(memory) + skip, (bytes - skip) / page * page, MADV_NOHUGEPAGE);
 }
 void linux_release(void* memory) { std::free(memory); }
 
@@ -376,6 +384,7 @@ const os_ops linux_ops = {
     .find_held = linux_find_held,
     .wait = linux_wait,
     .allocate = linux_allocate,
+    .scatter = linux_scatter,
     .release = linux_release,
 };
 
