@@ -589,14 +589,19 @@ namespace {
 // another one would have appended before it set it.  What a dead one left is seen by nobody before
 // the record file or the journal shows it, so that now and then is often enough to ask.
 bool its_writer_lives(PSP* h, std::uint32_t generation) {
-  constexpr unsigned reads_without_pause = 16;
+  constexpr unsigned reads_without_asking = 15;
   cached_reads* c = h->cached;
-  if (c->beside == generation && ++c->reads_beside % reads_without_pause != 0) return true;
+  const bool asked_before = c->beside == generation;
+  if (asked_before && c->reads_beside < reads_without_asking) {
+    ++c->reads_beside;
+    return true;
+  }
   // Its commit should not wait for the end of a reader's time slice.
-  if (c->beside == generation) os().wait(give_way);
+  if (asked_before) os().wait(give_way);
+  // Until the answer is yes it is asked each time: a read that finds that something moved looks again.
   if (os().probe(h->file, arbiter_byte) != 1) return false;
-  if (c->beside != generation) c->reads_beside = 0;
   c->beside = generation;
+  c->reads_beside = 0;
   return true;
 }
 }  // namespace

@@ -1,8 +1,10 @@
 // Reads without locks: what they cost, and that they miss nothing that others wrote.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <functional>
 #include <utility>
 
@@ -334,6 +336,34 @@ TEST_P(JournalledReads, AskNowAndThenWhetherTheWriterOfAChangeLives) {
   };
   ASSERT_EQ(change(writer_, 5, 4711), 0);
   before_flush = nullptr;
+  EXPECT_EQ(number_of(reader_, 5), 4711);
+}
+
+// The change is committed when its writer stops, and seen to be under way; then the writer dies.
+TEST_P(JournalledReads, MakeTheChangeOfOneWhoDiesBesideThemCount) {
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    handle h;
+    h.journal = engine::journal_use::on;
+    sample_record changed = sample(5);
+    changed.number = 4711;
+    sample_fields fields(changed);
+    if (h.open_for_work(path_) != 0 || h.find_name(changed.name) != 0 || engine::dlock(h) != 0) _exit(1);
+    before_write = [](std::uint64_t offset) {
+      if (offset == engine::flag_offset) std::raise(SIGSTOP);
+    };
+    engine::dupdate(h, fields.list);
+    _exit(2);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  ASSERT_TRUE(WIFSTOPPED(status)) << status;
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number) << "it has not ended";
+  ASSERT_EQ(kill(child, SIGKILL), 0);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  constexpr int gets = 16;
+  for (int i = 1; i <= gets; ++i) number_of(reader_, 5);
   EXPECT_EQ(number_of(reader_, 5), 4711);
 }
 
