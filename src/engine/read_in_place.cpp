@@ -177,11 +177,15 @@ void stand_at(PSP* h, const place& at, const std::uint8_t* entry) {
   publish(h, entry);
 }
 
+// The bodies of records have the empty key value, and no others are kept.
+bool is_empty_key(const std::uint8_t* value) { return *value == 0; }
+
 // A body that was just read into the buffer of the request, from one leaf or two, and whose first
 // piece is that entry, which stood at a place.
 void keep_body(PSP* h, const place& from, const std::uint8_t* entry, const place& to) {
   const bool in_two_leaves_at_most = (entry_of(to)[entry_at::piece] & piece_number) <= 1;
-  if (!in_two_leaves_at_most || h->datafull > longest_kept_body || h->datafull != h->datalen) return;
+  if (!is_empty_key(entry + entry_at::value) || !in_two_leaves_at_most) return;
+  if (h->datafull > longest_kept_body || h->datafull != h->datalen) return;
   kept_body* b = room_for_body(h, h->recno);
   if (b == nullptr) return;
   b->first = {from.where, from.version};
@@ -222,7 +226,8 @@ bool take_value(PSP* h, const place& at) {
 
 // The body asked for, if it is kept.
 bool take_kept_body(PSP* h) {
-  const kept_body* b = h->dataptr != nullptr ? recall_body(h, h->recno) : nullptr;
+  if (h->dataptr == nullptr || !is_empty_key(h->keyptr)) return false;
+  const kept_body* b = recall_body(h, h->recno);
   if (b == nullptr || b->length > h->datalen) return false;
   std::memcpy(h->dataptr, b->data(), static_cast<std::size_t>(b->length));
   h->datalen = b->length;

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "engine/agent.h"
+#include "engine/cursor.h"
 #include "engine/engine_handle.h"
+#include "engine/entry_update.h"
 #include "engine/node_cache.h"
 #include "engine/psp.h"
 #include "engine/scratch_folder.h"
@@ -187,6 +189,29 @@ TEST_P(KeptBodies, AnswerAShortBufferAsAReadDoes) {
   EXPECT_EQ(h_.read(&found), engine::e_record_length);
   EXPECT_EQ(static_cast<engine::PSP*>(h_)->datalen, 100);
   EXPECT_GT(static_cast<engine::PSP*>(h_)->datafull, 100);
+}
+
+// A key value tells values of one number apart, those of bodies too.
+TEST_P(KeptBodies, AreFoundByTheirOwnKeyValueOnly) {
+  const engine::PSP* p = h_;
+  get(h_, 5);
+  const std::int32_t number = engine::current_record(h_);
+  constexpr std::uint8_t none[] = "";
+  constexpr std::uint8_t name[] = "name";
+  std::uint8_t data[1000];
+  EXPECT_EQ(engine::bfind(h_, engine::key_bodies, name, number, data, sizeof data), engine::e_not_found);
+  ASSERT_EQ(engine::badd(h_, engine::key_bodies, name, number, name, 4), 0);
+  for (int time = 0; time < 3; ++time) {
+    EXPECT_EQ(engine::bfind(h_, engine::key_bodies, name, number, data, sizeof data), 0);
+    EXPECT_EQ(p->datalen, 4);
+    EXPECT_EQ(std::memcmp(data, name, 4), 0);
+    EXPECT_EQ(p->keylen, 5);
+    EXPECT_EQ(p->pieceln, 4);
+    EXPECT_EQ(get(h_, 5), sample(5, 300));
+    EXPECT_EQ(engine::bfind(h_, engine::key_bodies, none, number, data, sizeof data), 0);
+    EXPECT_EQ(p->keylen, 1);
+    EXPECT_GT(p->datalen, 300);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Journal, KeptBodies, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
