@@ -7,6 +7,7 @@
 #include "engine/cursor.h"
 #include "engine/engine_handle.h"
 #include "engine/entry_update.h"
+#include "engine/faulty_os.h"
 #include "engine/node_cache.h"
 #include "engine/psp.h"
 #include "engine/scratch_folder.h"
@@ -212,6 +213,43 @@ TEST_P(KeptBodies, AreFoundByTheirOwnKeyValueOnly) {
     EXPECT_EQ(p->keylen, 1);
     EXPECT_GT(p->datalen, 300);
   }
+}
+
+// Without a journal an operation that failed leaves its nodes in the cache, until others take their
+// place: then they are lost.
+TEST_P(KeptBodies, AreForgottenWithTheNodesOfAnOperationThatFailed) {
+  if (GetParam() == engine::journal_use::on) GTEST_SKIP() << "its nodes are forgotten at once";
+  constexpr unsigned few = 32;   // a power of two: as many bodies are kept
+  constexpr int header_and_flag = 2;
+  ASSERT_EQ(h_.close(), 0);
+  engine::set_cache_blocks(few);
+  install_faulty_os();
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  const std::int32_t number = engine::current_record(h_);
+  ASSERT_EQ(engine::dlock(h_), 0);
+  sample_record record = changed(5);
+  sample_fields fields(record);
+  fail_call(os_call::write, header_and_flag + 1, true);
+  ASSERT_NE(engine::dupdate(h_, fields.list), 0);
+  disarm();
+  ASSERT_NE(engine::dunlock(h_), 0) << "the file is known as damaged";
+  ASSERT_EQ(get(h_, 5), record) << "out of the cache";
+  ASSERT_TRUE(is_kept(h_));
+  for (int i = 100; i <= 160; ++i) {
+    ASSERT_EQ(h_.find_name(sample(i).name), 0);
+    if ((engine::current_record(h_) - number) % static_cast<int>(few) != 0) get(h_, i);
+  }
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  ASSERT_EQ(engine::current_record(h_), number);
+  sample_record kept;
+  sample_record anew;
+  EXPECT_EQ(h_.read(&kept), 0);
+  engine::forget_kept_bodies();
+  EXPECT_EQ(h_.read(&anew), 0);
+  EXPECT_TRUE(kept == anew);
+  engine::abandon(h_);
+  remove_faulty_os();
 }
 
 INSTANTIATE_TEST_SUITE_P(Journal, KeptBodies, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
