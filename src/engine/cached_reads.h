@@ -36,8 +36,8 @@ struct cached_reads {
   int leaves_ahead;              // that a missing leaf brings with it
   int due;                       // of these, by the read that is under the locks now
   unsigned misses;               // nodes that had to be read
-  std::uint32_t beside;          // generation of the change that was on its way at the last read
-  unsigned reads_beside;         // that change
+  std::uint32_t beside;          // generation of the change on its way whose writer was last seen alive
+  unsigned reads_beside;         // of that change since then
   bool backwards;                // the read steps back
 };
 

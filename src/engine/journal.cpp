@@ -507,6 +507,10 @@ int journal_enter(PSP* h) {
 }
 
 namespace {
+bool is_under_way(journal_news news) {
+  return news == journal_news::change_under_way || news == journal_news::pair_under_way;
+}
+
 // The own reader byte is held, so no page of a group goes to the file: it is as the change says
 // that it bears.  Whether that is known now, and what stands behind it has not ended.
 bool follow_to_file(PSP* h) {
@@ -524,7 +528,7 @@ bool follow_to_file(PSP* h) {
   }
   const journal_news news = look_for_news(&j->log, view);
   return news <= journal_news::nothing_to_read ||
-         (news == journal_news::change_under_way && os().probe(h->file, arbiter_byte) == 1);
+         (is_under_way(news) && os().probe(h->file, arbiter_byte) == 1);
 }
 
 // Who comes behind a living writer need not take the arbiter from it: the writer brings the file
@@ -587,16 +591,22 @@ int journal_follow(PSP* h) {
 namespace {
 // That operation has not ended if it is one, and not what a dead one left.  A flag is its own:
 // another one would have appended before it set it.  What a dead one left is seen by nobody before
-// the record file or the journal shows it, so that now and then is often enough to ask.
-bool its_writer_lives(PSP* h, std::uint32_t generation) {
-  constexpr unsigned reads_without_pause = 16;
+// the record file or the journal shows it, so that now and then is often enough to ask.  Of a
+// pair the other file may show it first.
+bool its_writer_lives(PSP* h, std::uint32_t generation, bool of_pair) {
+  const unsigned reads_without_asking = of_pair ? 0 : 15;
   cached_reads* c = h->cached;
-  if (c->beside == generation && ++c->reads_beside % reads_without_pause != 0) return true;
+  const bool asked_before = c->beside == generation;
+  if (asked_before && c->reads_beside < reads_without_asking) {
+    ++c->reads_beside;
+    return true;
+  }
   // Its commit should not wait for the end of a reader's time slice.
-  if (c->beside == generation) os().wait(give_way);
+  if (asked_before) os().wait(give_way);
+  // Until the answer is yes it is asked each time: a read that finds that something moved looks again.
   if (os().probe(h->file, arbiter_byte) != 1) return false;
-  if (c->beside != generation) c->reads_beside = 0;
   c->beside = generation;
+  c->reads_beside = 0;
   return true;
 }
 }  // namespace
@@ -609,13 +619,13 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   std::uint32_t under_way = generation;
   const journal_news news = look_for_news(&j->log, view, &under_way);
-  if (news != journal_news::change_under_way) return flag || news == journal_news::some;
+  if (!is_under_way(news)) return flag || news == journal_news::some;
   // The flag may be that of a program without a journal, which is at work behind that change.
   if (flag && generation != j->disk_generation &&
       (generation != under_way || is_without_journal(h, 0, slot_count))) {
     return true;
   }
-  return !its_writer_lives(h, under_way);
+  return !its_writer_lives(h, under_way, news == journal_news::pair_under_way);
 }
 
 bool journal_take_seen(PSP* h, std::uint32_t generation) {

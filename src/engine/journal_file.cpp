@@ -22,8 +22,6 @@ constexpr std::size_t longest_window = 64 * 1024;
 constexpr std::size_t head_and_state = journal_doubt_at + 8;
 static_assert(journal_mount_at == journal_head_size && journal_doubt_at == journal_mount_at + 8);
 
-bool is_linked(std::uint32_t kind) { return kind >= kind_promise; }
-
 // Of a group without the entries of its nodes.
 std::uint64_t least_length(std::uint32_t nodes, std::uint32_t kind) {
   return group_head_size + (is_linked(kind) ? link_size : 0) + (kind != 0 ? header_size : 0) +

@@ -245,6 +245,7 @@ enum class journal_news {
   none,
   nothing_to_read,    // operations without a change, or of a call that goes on
   change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
+  pair_under_way,     // the same, of two files: when its writer dies the other one may show first that it counts
   some,
 };
 // `generation` becomes that of a change that is under way.

@@ -57,6 +57,7 @@ inline constexpr char group_magic[] = "ZVRG";
 inline constexpr std::uint32_t kind_change = 1;
 inline constexpr std::uint32_t kind_promise = 2;
 inline constexpr std::uint32_t kind_decision = 3;
+inline bool is_linked(std::uint32_t kind) { return kind >= kind_promise; }
 
 inline std::uint64_t load_le64(const std::uint8_t* p) { return load<std::uint64_t>(p, byte_order::little); }
 inline void store_le64(std::uint8_t* p, std::uint64_t v) { store(p, v, byte_order::little); }

@@ -22,6 +22,7 @@ class journal_view {
     static_assert(group_at::length == 4);
     return at + to_sectors(look(at) >> 32);
   }
+  bool is_of_pair(std::uint64_t at) const { return is_linked(kind_of(at)); }
   bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
   // Of no interest to who only reads, as long as nothing else follows.
   bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
@@ -53,8 +54,9 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std
     if (behind == at || !view.in_sight(behind)) break;
     if (!view.may_wait(at)) {
       const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
-      if (last && generation != nullptr) *generation = view.generation_after(at);
-      return last ? journal_news::change_under_way : journal_news::some;
+      if (!last) return journal_news::some;
+      if (generation != nullptr) *generation = view.generation_after(at);
+      return view.is_of_pair(at) ? journal_news::pair_under_way : journal_news::change_under_way;
     }
     at = behind;
     ++sequence;

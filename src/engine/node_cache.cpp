@@ -250,7 +250,9 @@ int evict(block* b) {
   if (is_shared(owner) && owner->wrnest == 0) {
     // Left over from an operation that failed.  Its locks are gone and its flag stands
     // on the disk, so the file is known as damaged: not one byte more may be written.
+    // What was read of the node is lost with it.
     set_dirty(b, false);
+    note_change(owner);
     return e_ok;
   }
   return write_block(b);

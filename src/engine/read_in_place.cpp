@@ -167,21 +167,28 @@ bool has_data(const PSP* h, const std::uint8_t* entry) {
   return key_value_length(type_of_key(h, entry[entry_at::key]), entry + entry_at::value, avail) < avail;
 }
 
-void stand_at(PSP* h, const place& at, const std::uint8_t* entry) {
+void stand_at(PSP* h, std::int32_t number, std::uint32_t where, int index, const std::uint8_t* entry) {
   cursor& c = cursor_of(h, h->keyno);
-  c.cnode = at.number;
-  c.cwhere = at.where;
-  c.cindex = at.index;
+  c.cnode = number;
+  c.cwhere = where;
+  c.cindex = index;
   c.cstale = 0;
   c.cdeleted = 0;
   publish(h, entry);
 }
+void stand_at(PSP* h, const place& at, const std::uint8_t* entry) {
+  stand_at(h, at.number, at.where, at.index, entry);
+}
+
+// The bodies of records have the empty key value, and no others are kept.
+bool is_empty_key(const std::uint8_t* value) { return *value == 0; }
 
 // A body that was just read into the buffer of the request, from one leaf or two, and whose first
 // piece is that entry, which stood at a place.
 void keep_body(PSP* h, const place& from, const std::uint8_t* entry, const place& to) {
   const bool in_two_leaves_at_most = (entry_of(to)[entry_at::piece] & piece_number) <= 1;
-  if (!in_two_leaves_at_most || h->datafull > longest_kept_body || h->datafull != h->datalen) return;
+  if (!is_empty_key(entry + entry_at::value) || !in_two_leaves_at_most) return;
+  if (h->datafull > longest_kept_body || h->datafull != h->datalen) return;
   kept_body* b = room_for_body(h, h->recno);
   if (b == nullptr) return;
   b->first = {from.where, from.version};
@@ -222,12 +229,13 @@ bool take_value(PSP* h, const place& at) {
 
 // The body asked for, if it is kept.
 bool take_kept_body(PSP* h) {
-  const kept_body* b = h->dataptr != nullptr ? recall_body(h, h->recno) : nullptr;
+  if (h->dataptr == nullptr || !is_empty_key(h->keyptr)) return false;
+  const kept_body* b = recall_body(h, h->recno);
   if (b == nullptr || b->length > h->datalen) return false;
   std::memcpy(h->dataptr, b->data(), static_cast<std::size_t>(b->length));
   h->datalen = b->length;
   h->datafull = b->length;
-  stand_at(h, {nullptr, b->number, b->first.where, b->first.version, b->index, 0, {}}, b->entry);
+  stand_at(h, b->number, b->first.where, b->index, b->entry);
   h->cmpfull = 0;
   h->cmpkey = 0;
   return true;

@@ -1,8 +1,10 @@
 // Reads without locks: what they cost, and that they miss nothing that others wrote.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <functional>
 #include <utility>
 
@@ -335,6 +337,89 @@ TEST_P(JournalledReads, AskNowAndThenWhetherTheWriterOfAChangeLives) {
   ASSERT_EQ(change(writer_, 5, 4711), 0);
   before_flush = nullptr;
   EXPECT_EQ(number_of(reader_, 5), 4711);
+}
+
+// The change is committed when its writer stops, and seen to be under way; then the writer dies.
+TEST_P(JournalledReads, MakeTheChangeOfOneWhoDiesBesideThemCount) {
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    handle h;
+    h.journal = engine::journal_use::on;
+    sample_record changed = sample(5);
+    changed.number = 4711;
+    sample_fields fields(changed);
+    if (h.open_for_work(path_) != 0 || h.find_name(changed.name) != 0 || engine::dlock(h) != 0) _exit(1);
+    before_write = [](std::uint64_t offset) {
+      if (offset == engine::flag_offset) std::raise(SIGSTOP);
+    };
+    engine::dupdate(h, fields.list);
+    _exit(2);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  ASSERT_TRUE(WIFSTOPPED(status)) << status;
+  EXPECT_EQ(number_of(reader_, 5), sample(5).number) << "it has not ended";
+  ASSERT_EQ(kill(child, SIGKILL), 0);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  constexpr int gets = 16;
+  for (int i = 1; i <= gets; ++i) number_of(reader_, 5);
+  EXPECT_EQ(number_of(reader_, 5), 4711);
+}
+
+// A process that changes record i of both files as one is stopped when it is about to write the flag
+// for the nth time, and killed when the readers know that it is at work.
+void kill_a_pair(const std::string (&paths)[2], int i, int nth, const std::function<void()>& look) {
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    handle pair[2];
+    for (handle& h : pair) {
+      h.journal = engine::journal_use::on;
+      if (h.open_for_work(paths[&h - pair]) != 0) _exit(1);
+    }
+    sample_record changed = sample(i);
+    changed.number = 4711;
+    for (handle& h : pair) {
+      engine::begin_call(h);
+      if (engine::transbeg(h, 3, nullptr) != 0 || h.find_name(changed.name) != 0 || h.update(changed) != 0) _exit(1);
+    }
+    before_write = [&](std::uint64_t offset) {
+      if (offset == engine::flag_offset && --nth == 0) std::raise(SIGSTOP);
+    };
+    engine::transend_together(pair[0], pair[1], 1);
+    _exit(2);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  ASSERT_TRUE(WIFSTOPPED(status)) << status;
+  look();
+  ASSERT_EQ(kill(child, SIGKILL), 0);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+}
+
+// One file shows the change when somebody looks; from then on the other one does too.
+TEST_P(JournalledReads, ShowNoHalfOfAPairWhoseWriterDied) {
+  const std::string paths[] = {path_, folder_.file("second")};
+  handle second;
+  second.journal = engine::journal_use::on;
+  second.from_cache = true;
+  ASSERT_EQ(second.create(paths[1]), 0);
+  ASSERT_EQ(engine::csetfile(second, 4), 0);
+  for (int i = 1; i <= 9; ++i) ASSERT_EQ(second.insert(sample(i)), 0);
+  const auto neither_has = [&](int i) {
+    EXPECT_EQ(number_of(reader_, i), sample(i).number);
+    EXPECT_EQ(number_of(second, i), sample(i).number);
+  };
+  neither_has(5);   // who goes to a file waits for its writer
+  kill_a_pair(paths, 5, 1, [&] { neither_has(5); });
+  EXPECT_EQ(number_of(second, 5), 4711);
+  EXPECT_EQ(number_of(reader_, 5), 4711);
+  // The pages of the first file are all there.
+  neither_has(8);
+  kill_a_pair(paths, 8, 3, [&] { EXPECT_EQ(number_of(second, 8), sample(8).number); });
+  EXPECT_EQ(number_of(reader_, 8), 4711);
+  EXPECT_EQ(number_of(second, 8), 4711);
 }
 
 // What a reader need not know, who writes has to.

@@ -20,6 +20,7 @@ using engine::linux_ops;
 
 std::function<void()> before_write;
 bool reader_locks_fail = false;
+bool writes_fail = false;
 
 engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
   const bool readers = offset >= engine::reader_bytes && offset < engine::arbiter_byte;
@@ -28,6 +29,7 @@ engine::lock_answer lock(int file, std::uint64_t offset, std::uint64_t length) {
 
 std::int64_t write_at(int file, std::uint64_t offset, const void* from, std::size_t n) {
   if (before_write) before_write();
+  if (writes_fail) return -1;
   return linux_ops.write_at(file, offset, from, n);
 }
 
@@ -55,7 +57,7 @@ class EndedChange : public ::testing::Test {
   }
   void TearDown() override {
     before_write = nullptr;
-    reader_locks_fail = false;
+    reader_locks_fail = writes_fail = false;
     engine::checkpoint_at = engine::journal_size;
     for (handle* h : {&reader_, &other_, &writer_}) EXPECT_EQ(h->close(), 0);
     engine::set_os_ops(nullptr);
@@ -118,6 +120,25 @@ TEST_F(EndedChange, IsNotUnseenWhereItsPagesCouldNotBeWritten) {
   ASSERT_EQ(engine::relarbiter(other_), 0);
   EXPECT_EQ(number_of(&reader_), 4711);
   EXPECT_EQ(number_of(&other_), 4711);
+}
+
+// The answer is that it is there, and nothing more can be written to the file or to the journal.
+// A reader that saw it under way is told by nobody, and asks before long.
+TEST_F(EndedChange, IsSeenSoonWhereNothingCouldTellOfIt) {
+  before_write = [&] {
+    const engine::journal_file& log = reader_.get()->journal->log;
+    const engine::journal_news news = engine::look_for_news(&log, engine::view_of_journal(reader_));
+    if (writes_fail || news != engine::journal_news::change_under_way) return;
+    EXPECT_TRUE(needs_nothing_new()) << "its writer lives";
+    writes_fail = true;
+  };
+  ASSERT_EQ(change(), 0) << "it is in the journal";
+  before_write = nullptr;
+  ASSERT_TRUE(std::exchange(writes_fail, false));
+  constexpr int reads = 15;
+  for (int read = 0; read < reads; ++read) needs_nothing_new();
+  EXPECT_FALSE(needs_nothing_new());
+  EXPECT_EQ(number_of(&reader_), 4711);
 }
 
 TEST_F(EndedChange, IsNotUnseenWhileAProgramWithoutAJournalWrites) {

@@ -3,8 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "engine/agent.h"
+#include "engine/cursor.h"
 #include "engine/engine_handle.h"
+#include "engine/entry_update.h"
+#include "engine/faulty_os.h"
 #include "engine/node_cache.h"
 #include "engine/psp.h"
 #include "engine/scratch_folder.h"
@@ -57,6 +62,8 @@ class KeptBodies : public ::testing::TestWithParam<engine::journal_use> {
   std::string path_ = folder_.file("bodies");
   handle h_, other_;
 };
+
+class BodiesWithoutAJournal : public KeptBodies {};
 
 TEST_P(KeptBodies, AreWhatAReadGave) {
   for (int i = 1; i <= records; ++i) {
@@ -189,6 +196,168 @@ TEST_P(KeptBodies, AnswerAShortBufferAsAReadDoes) {
   EXPECT_GT(static_cast<engine::PSP*>(h_)->datafull, 100);
 }
 
+// A key value tells values of one number apart, those of bodies too.
+TEST_P(KeptBodies, AreFoundByTheirOwnKeyValueOnly) {
+  const engine::PSP* p = h_;
+  get(h_, 5);
+  const std::int32_t number = engine::current_record(h_);
+  constexpr std::uint8_t none[] = "";
+  constexpr std::uint8_t name[] = "name";
+  std::uint8_t data[1000];
+  EXPECT_EQ(engine::bfind(h_, engine::key_bodies, name, number, data, sizeof data), engine::e_not_found);
+  ASSERT_EQ(engine::badd(h_, engine::key_bodies, name, number, name, 4), 0);
+  for (int time = 0; time < 3; ++time) {
+    EXPECT_EQ(engine::bfind(h_, engine::key_bodies, name, number, data, sizeof data), 0);
+    EXPECT_EQ(p->datalen, 4);
+    EXPECT_EQ(std::memcmp(data, name, 4), 0);
+    EXPECT_EQ(p->keylen, 5);
+    EXPECT_EQ(p->pieceln, 4);
+    EXPECT_EQ(get(h_, 5), sample(5, 300));
+    EXPECT_EQ(engine::bfind(h_, engine::key_bodies, none, number, data, sizeof data), 0);
+    EXPECT_EQ(p->keylen, 1);
+    EXPECT_GT(p->datalen, 300);
+  }
+}
+
+// An operation that failed leaves its nodes in the cache, until others take their
+// place: then they are lost.
+TEST_P(BodiesWithoutAJournal, AreForgottenWithTheNodesOfAnOperationThatFailed) {
+  constexpr unsigned few = 32;   // a power of two: as many bodies are kept
+  constexpr int header_and_flag = 2;
+  ASSERT_EQ(h_.close(), 0);
+  engine::set_cache_blocks(few);
+  install_faulty_os();
+  ASSERT_EQ(h_.open_for_work(path_), 0);
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  const std::int32_t number = engine::current_record(h_);
+  ASSERT_EQ(engine::dlock(h_), 0);
+  sample_record record = changed(5);
+  sample_fields fields(record);
+  fail_call(os_call::write, header_and_flag + 1, true);
+  ASSERT_NE(engine::dupdate(h_, fields.list), 0);
+  disarm();
+  ASSERT_NE(engine::dunlock(h_), 0) << "the file is known as damaged";
+  ASSERT_EQ(get(h_, 5), record) << "out of the cache";
+  ASSERT_TRUE(is_kept(h_));
+  for (int i = 100; i <= 160; ++i) {
+    ASSERT_EQ(h_.find_name(sample(i).name), 0);
+    if ((engine::current_record(h_) - number) % static_cast<int>(few) != 0) get(h_, i);
+  }
+  ASSERT_EQ(h_.find_name(sample(5).name), 0);
+  ASSERT_EQ(engine::current_record(h_), number);
+  sample_record kept;
+  sample_record anew;
+  EXPECT_EQ(h_.read(&kept), 0);
+  engine::forget_kept_bodies();
+  EXPECT_EQ(h_.read(&anew), 0);
+  EXPECT_TRUE(kept == anew);
+  engine::abandon(h_);
+  remove_faulty_os();
+}
+
+// Two handles that do this and that, now and then with a fault.
+class this_and_that {
+ public:
+  int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+  sample_record some() {
+    sample_record record = sample(1 + below(60), static_cast<std::size_t>(100 + below(500)));
+    record.small = static_cast<std::int16_t>(below(30000));
+    return record;
+  }
+  void fault() {
+    constexpr os_call kinds[] = {os_call::write, os_call::read,  os_call::flush,
+                                 os_call::lock,  os_call::probe, os_call::allocate};
+    fail_call(kinds[below(6)], 1 + below(20), below(2) == 0);
+  }
+  // What it comes to is no matter.
+  void act(handle& h) {
+    const sample_record record = some();
+    switch (below(10)) {
+      case 0:
+        if (h.find_name(record.name) == 0) h.remove();
+        break;
+      case 1:
+        h.insert(record);
+        break;
+      case 2:
+        engine::transbeg(h, 3, nullptr);
+        break;
+      case 3:
+        engine::transend(h, 1);
+        break;
+      case 4:
+        engine::transroll(h, nullptr, 0, nullptr);
+        break;
+      case 5:
+        engine::begin_call(h);   // nobody else may be asked for anything until its end
+        for (int i = below(4); i > 0; --i) act(h);
+        engine::end_call(h);
+        break;
+      default:
+        if (h.find_name(record.name) == 0) h.update(record);
+        break;
+    }
+  }
+
+ private:
+  std::mt19937 random_{4711};
+};
+
+// Reads a record out of what is kept and without: 1 it was kept, 0 not, or it cannot be read.
+int compare(handle& h, const std::string& name) {
+  sample_record kept;
+  sample_record anew;
+  if (h.find_name(name) != 0) return 0;
+  const bool is = engine::recall_body(h, engine::current_record(h)) != nullptr;
+  if (h.read(&kept) != 0) return 0;
+  const engine::PSP before = *h.get();
+  const engine::cursor at = *before.cursors[engine::key_bodies - 1];
+  engine::room_for_body(h, engine::current_record(h))->owner = nullptr;
+  EXPECT_EQ(h.read(&anew), 0);
+  EXPECT_TRUE(kept == anew);
+  const engine::PSP& after = *h.get();
+  const engine::cursor& now = *after.cursors[engine::key_bodies - 1];
+  EXPECT_EQ(now.cnode, at.cnode);
+  EXPECT_EQ(now.cindex, at.cindex);
+  EXPECT_EQ(std::memcmp(after.keybuf, before.keybuf, sizeof before.keybuf), 0);
+  EXPECT_EQ(after.datafull, before.datafull);
+  EXPECT_EQ(after.status, before.status);
+  return is ? 1 : 0;
+}
+
+TEST_P(KeptBodies, AreWhatIsReadBehindAnything) {
+  ASSERT_EQ(h_.close(), 0);
+  this_and_that work;
+  int compared = 0;
+  for (int round = 0; round < 6; ++round) {
+    engine::set_cache_blocks(round % 2 == 0 ? 40 : 400);
+    install_faulty_os();
+    const std::string path = folder_.file("any" + std::to_string(round));
+    ASSERT_EQ(h_.create(path), 0);
+    ASSERT_EQ(engine::csetfile(h_, 4), 0);
+    for (int i = 1; i <= 60; ++i) ASSERT_EQ(h_.insert(sample(i, 300)), 0);
+    ASSERT_EQ(other_.open_for_work(path), 0);
+    handle* const both[] = {&h_, &other_};
+    for (int step = 0; step < 1000 && !HasFailure(); ++step) {
+      SCOPED_TRACE(std::to_string(round) + " " + std::to_string(step));
+      if (round % 3 != 0 && work.below(40) == 0) work.fault();
+      work.act(*both[work.below(2)]);
+      disarm();
+      sample_record found;
+      for (int i = 0; i < 6; ++i) {
+        handle& h = *both[work.below(2)];
+        if (h.find_name(work.some().name) == 0) h.read(&found);
+      }
+      compared += compare(*both[work.below(2)], work.some().name);
+    }
+    engine::abandon(other_);
+    engine::abandon(h_);
+    remove_faulty_os();
+  }
+  EXPECT_GT(compared, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(Off, BodiesWithoutAJournal, ::testing::Values(engine::journal_use::off));
 INSTANTIATE_TEST_SUITE_P(Journal, KeptBodies, ::testing::Values(engine::journal_use::off, engine::journal_use::on),
                          [](const auto& use) {
                            return use.param == engine::journal_use::on ? "WithAJournal" : "Without";
