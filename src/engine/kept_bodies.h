@@ -1,8 +1,8 @@
 // Bodies of records in one piece each, as they were read last.
 //
 // A body lies in pieces in leaves of its own; to put it together means looking at several places
-// in memory, one after the other.  Who asked for a record once often asks again: its pieces are
-// then kept here, side by side, for as long as the nodes that they lie in stay what they were.
+// in memory, one after the other.  Of a record that is asked for a second time they are kept here,
+// side by side, for as long as the nodes that they lie in stay what they were.
 // The table is process-wide, as the cache is, and as long; a record has one place in it, which it
 // shares with others.
 #pragma once

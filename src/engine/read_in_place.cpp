@@ -102,9 +102,11 @@ bool recall_place(PSP* h, const target& t, std::uint64_t hash, place* out) {
   return out->sign.key == 0 && t.recno == 0 && e.first && (e.index > 0 || e.sure);
 }
 
-bool find_place(PSP* h, const target& t, place* out) {
+// `again` tells whether that was found before.
+bool find_place(PSP* h, const target& t, place* out, bool* again) {
   const std::uint64_t hash = hash_of(h, t);
-  if (recall_place(h, t, hash, out)) return true;
+  *again = recall_place(h, t, hash, out);
+  if (*again) return true;
   if (!descend(h, t, out)) return false;
   const bool first = t.recno == 0 && out->sign.key == 0;
   if (first || out->sign.full == 0)
@@ -207,9 +209,9 @@ void expect_body_behind(const PSP* h, const place& at) {
   expect_body(h, entry_record(entry, h->order));
 }
 
-// The value at a place is read, and the place becomes the cursor's.  False: nothing was changed
-// but the caller's buffer.
-bool take_value(PSP* h, const place& at) {
+// The value at a place is read, and the place becomes the cursor's.  A body that is to be kept is.
+// False: nothing was changed but the caller's buffer.
+bool take_value(PSP* h, const place& at, bool keep) {
   const std::uint8_t* entry = entry_of(at);
   if (h->dataptr == nullptr || !has_data(h, entry)) {
     h->datalen = 0;
@@ -223,7 +225,7 @@ bool take_value(PSP* h, const place& at) {
   place last = at;
   if (!read_value(h, last)) return false;
   stand_at(h, at, first);
-  if (h->keyno == key_bodies) keep_body(h, at, first, last);
+  if (keep && h->keyno == key_bodies) keep_body(h, at, first, last);
   return true;
 }
 
@@ -251,13 +253,15 @@ bool find_value_in_place(PSP* h, int* result) {
   }
   const target t = target_of(h, h->keyno, h->keyptr, h->recno, 0);
   place at;
-  if (!find_place(h, t, &at)) return false;
+  bool again = false;
+  if (!find_place(h, t, &at, &again)) return false;
   const std::uint8_t* entry = entry_of(at);
   if (entry[entry_at::key] != h->keyno) {
     stand_at(h, at, entry);
     *result = e_not_found;
   } else {
-    if (!take_value(h, at)) return false;
+    // Who passes once over all records shall not fill the table with them.
+    if (!take_value(h, at, again)) return false;
     *result = at.sign.full == 0 ? 0 : at.sign.key != 0 ? 2 : 1;
   }
   h->cmpfull = at.sign.full;
@@ -278,7 +282,7 @@ bool next_value_in_place(PSP* h, int* result) {
   if (entry[entry_at::key] != h->keyno) return false;
   if (at.number != c.cnode && !follows_in_order(h, c, entry, 1)) return false;
   if (h->keyno < key_bodies) expect_body_behind(h, at);
-  if (!take_value(h, at)) return false;
+  if (!take_value(h, at, false)) return false;
   *result = e_ok;
   return true;
 }
