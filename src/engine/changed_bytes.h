@@ -22,15 +22,37 @@ inline byte_range unite(const byte_range& a, const byte_range& b) {
   return {std::min(a.from, b.from), std::max(a.to, b.to)};
 }
 
+inline bool is_all(const byte_range& r) { return r.from <= all_entries.from && r.to >= all_entries.to; }
+inline bool lies_in(const byte_range& inner, const byte_range& outer) {
+  return inner.to <= inner.from || (inner.from >= outer.from && inner.to <= outer.to);
+}
+
+// Whether a stretch of both nodes is the same.
+template <std::size_t Step>
+bool is_same(const std::uint8_t* one, const std::uint8_t* other) {
+  std::uint64_t differing = 0;
+  for (std::size_t i = 0; i < Step; i += sizeof differing) {
+    std::uint64_t a;
+    std::uint64_t b;
+    std::memcpy(&a, one + i, sizeof a);
+    std::memcpy(&b, other + i, sizeof b);
+    differing |= a ^ b;
+  }
+  return differing == 0;
+}
+
 // The bytes from the first to the last in which the entries of two nodes differ.
 inline byte_range differing_entries(const std::uint8_t* one, const std::uint8_t* other) {
-  constexpr std::size_t step = 16;   // compared at once
+  constexpr std::size_t far = 64;   // compared at once
+  constexpr std::size_t near = 8;
   std::size_t from = node_head_size;
-  while (from + step <= page_size && std::memcmp(one + from, other + from, step) == 0) from += step;
+  while (from + far <= page_size && is_same<far>(one + from, other + from)) from += far;
+  while (from + near <= page_size && is_same<near>(one + from, other + from)) from += near;
   while (from < page_size && one[from] == other[from]) ++from;
   if (from == page_size) return no_entries;
   std::size_t to = page_size;
-  while (to - from >= step && std::memcmp(one + to - step, other + to - step, step) == 0) to -= step;
+  while (to - from >= far && is_same<far>(one + to - far, other + to - far)) to -= far;
+  while (to - from >= near && is_same<near>(one + to - near, other + to - near)) to -= near;
   while (one[to - 1] == other[to - 1]) --to;
   return {static_cast<std::uint16_t>(from), static_cast<std::uint16_t>(to)};
 }

@@ -172,6 +172,8 @@ int clear_the_way(PSP* h, const value_at& v, int mode, int* offset) {
     if (got != e_ok) return got;
   }
   *offset = entry_offset(main_buffer.image, c.cindex);
+  // The leaf that the search led to is at hand, and what is put there is searched from there.
+  h->lastkey = v.keyno;
   return e_ok;
 }
 

@@ -18,23 +18,18 @@ struct found_place {
 };
 
 // The first entry at or above the target, the last entry being looked at first, so
-// that rising targets are placed with one comparison.
-found_place search_entries(const node& v, const target& t) {
-  std::uint16_t offsets[max_entries];
+// that rising targets are placed with one comparison.  `end` is where the entries end.
+found_place search_entries(const node& v, const std::uint16_t* offsets, int end, const target& t) {
   const int count = v.count;
   if (count == 0) return {0, 0, {1, 1}};
-  int at = 0;
-  for (int i = 0; i < count; ++i) {
-    offsets[i] = static_cast<std::uint16_t>(at);
-    at += entry_size(v.entries + at);
-  }
+  const bool leaf = v.level == 0;
   int high = count - 1;
-  entry_sign at_high = entrycmp(v.entries + offsets[high], t, v.level == 0);
-  if (at_high.full < 0) return {count, at, {-1, -1}};
+  entry_sign at_high = entrycmp(v.entries + offsets[high], t, leaf);
+  if (at_high.full < 0) return {count, end, {-1, -1}};
   int low = 0;
   while (low < high) {
     const int probe = (high + low) / 2;
-    const entry_sign s = entrycmp(v.entries + offsets[probe], t, v.level == 0);
+    const entry_sign s = entrycmp(v.entries + offsets[probe], t, leaf);
     if (s.full < 0) {
       low = probe + 1;
     } else {
@@ -45,25 +40,36 @@ found_place search_entries(const node& v, const target& t) {
   return {high, offsets[high], at_high};
 }
 
-std::int32_t child_of(const PSP* h, const node& v, int index) {
-  if (index < 0) return v.child0;
-  const std::uint8_t* entry = v.entries + entry_offset(v, index);
+// The same in a node whose entries were not looked for yet.
+found_place search_entries(const node& v, const target& t) {
+  std::uint16_t offsets[max_entries];
+  int at = 0;
+  for (int i = 0; i < v.count; ++i) {
+    offsets[i] = static_cast<std::uint16_t>(at);
+    at += entry_size(v.entries + at);
+  }
+  return search_entries(v, offsets, at, t);
+}
+
+std::int32_t child_of(const PSP* h, const node_view& v, int index) {
+  if (index < 0) return v.image->child0;
+  const std::uint8_t* entry = v.image->entries + v.offsets[index];
   return load32s(entry + entry[entry_at::length] - 3, h->order);
 }
 
-// The child to follow from the inner node at hand, which may turn out to be a right
+// The child to follow from an inner node of that level, which may turn out to be a right
 // neighbour: the node number in `n` is brought up to date.  -1 on damage.
-std::int32_t search_inner(PSP* h, std::int32_t* n, const target& t) {
-  const int level = h->current->level;
+std::int32_t search_inner(PSP* h, std::int32_t* n, int level, const target& t) {
+  node_view v;
+  if (view_node(h, *n, &v) != e_ok || v.image->level != level) return -1;
   for (;;) {
-    const node& v = *h->current;
-    if (v.count > max_entries) return -1;
-    if (v.count == 0) return v.child0;
-    const found_place place = search_entries(v, t);
+    const int count = v.image->count;
+    if (count == 0) return v.image->child0;
+    const found_place place = search_entries(*v.image, v.offsets, entries_end(*v.image), t);
+    const std::int32_t right = v.image->next;
     // Above all entries: what was split off to the right is found through the link.
-    if (place.index < v.count || v.next == -1) return child_of(h, v, place.index - 1);
-    const std::int32_t right = v.next;
-    if (!may_hop(h) || nodeget(h, nullptr, right) != e_ok || h->current->level != level) return -1;
+    if (place.index < count || right == -1) return child_of(h, v, place.index - 1);
+    if (!may_hop(h) || view_node(h, right, &v) != e_ok || v.image->level != level) return -1;
     *n = right;
   }
 }
@@ -95,13 +101,19 @@ void place_cursor(PSP* h, const target& t, const found_place& place) {
   if (k > 0 && k <= value_and_data) std::memcpy(c.ckey, entry + entry_at::value, static_cast<std::size_t>(k));
 }
 
-// Rising inserts land behind the end of the last leaf, which is still at hand.
-bool found_behind_last_leaf(PSP* h, const target& t) {
+// The leaf of the search before is still at hand, and what is sought lies in it: between two of its
+// entries, as the second search for one value does, or behind the end of the last leaf, as rising
+// inserts do.  A descent would end there.
+bool found_in_leaf_at_hand(PSP* h, const target& t) {
   const node& v = main_buffer.image;
   if (t.keyno != h->lastkey || h->lastleaf < 0 || !holds(main_buffer, h, h->lastleaf)) return false;
-  if (v.level != 0 || v.next != -1 || v.count == 0) return false;
+  if (v.level != 0 || v.count == 0) return false;
+  const bool ordered = is_totally_ordered(t.type) && t.edge == 0;
+  if (!ordered && v.next != -1) return false;
   const found_place place = search_entries(v, t);
-  if (place.index < v.count) return false;
+  const bool inside = ordered && place.index > 0 && place.index < v.count;
+  const bool behind_all = place.index == v.count && v.next == -1;
+  if (!inside && !behind_all) return false;
   place_cursor(h, t, place);
   return true;
 }
@@ -118,21 +130,18 @@ std::int32_t descend(PSP* h, const target& t) {
   clear_tag(main_buffer);
   for (std::int32_t& p : h->path_nodes) p = -1;
   const tree_place tree = place_of_key(h, t.keyno);
+  if (tree.depth < 1 || tree.depth > max_depth) return -1;
   std::int32_t n = tree.root;
-  if (nodeget(h, nullptr, n) != e_ok) return -1;
-  int level = h->current->level;
-  if (level + 1 != tree.depth || level >= max_depth) return -1;
-  if (level == 0) copy_leaf_to_main(h, n);
-  while (level > 0) {
-    const std::int32_t child = search_inner(h, &n, t);
+  for (int level = tree.depth - 1; level > 0; --level) {
+    const std::int32_t child = search_inner(h, &n, level, t);
     h->path_nodes[level] = n;
-    if (child < 0 || nodeget(h, level < 2 ? &main_buffer : nullptr, child) != e_ok) return -1;
-    if (h->current->level + 1 != level) {
-      clear_tag(main_buffer);
-      return -1;
-    }
-    --level;
+    if (child < 0) return -1;
     n = child;
+  }
+  if (nodeget(h, &main_buffer, n) != e_ok) return -1;
+  if (main_buffer.image.level != 0) {
+    clear_tag(main_buffer);
+    return -1;
   }
   h->path_nodes[0] = n;
   return n;
@@ -220,7 +229,7 @@ bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, 
   if (!make_cursor(h, keyno)) return false;
   const target t = target_of(h, keyno, key, recno, piece);
   h->hops = 0;
-  if (found_behind_last_leaf(h, t)) return true;
+  if (found_in_leaf_at_hand(h, t)) return true;
   std::int32_t leaf = descend(h, t);
   found_place place{};
   if (leaf < 0 || !search_leaves(h, &leaf, t, &place)) {
@@ -233,6 +242,24 @@ bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, 
   h->lastkey = keyno;
   place_cursor(h, t, place);
   return true;
+}
+
+bool is_surely_absent(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno) {
+  target t = target_of(h, keyno, key, recno, 0);
+  t.edge = 0;
+  h->hops = 0;
+  const tree_place tree = place_of_key(h, keyno);
+  if (tree.depth < 1 || tree.depth > max_depth || !is_totally_ordered(t.type)) return false;
+  std::int32_t n = tree.root;
+  for (int level = tree.depth - 1; level > 0; --level) {
+    const std::int32_t child = search_inner(h, &n, level, t);
+    if (child < 0) return false;
+    n = child;
+  }
+  node_view v;
+  if (view_node(h, n, &v) != e_ok || v.image->level != 0) return false;
+  const found_place place = search_entries(*v.image, v.offsets, entries_end(*v.image), t);
+  return place.index < v.image->count ? place.sign.full != 0 : v.image->next == -1;
 }
 
 void clear_request(PSP* h) {

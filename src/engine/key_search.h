@@ -22,6 +22,10 @@ target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t 
 // cmpkey tell how that entry compares.  False: damage (e_damaged).
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece);
 
+// Whether there is no entry (keyno, key, recno), inside a write operation.  Buffers, cursors and
+// the place of the search before stay as they are.  False: there is one, or only a search can tell.
+bool is_surely_absent(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno);
+
 // Finds keyno, keyptr, recno, with the given piece, and makes the entry current:
 // 0 exact, 1 same key value, 2 greater, -1 nothing, e_damaged.  A find of 2 may be an
 // entry of another key number: see the cursor's ckeyno.

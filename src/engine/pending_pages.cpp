@@ -1,6 +1,7 @@
 #include "engine/pending_pages.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 #include "engine/os_file.h"
@@ -87,7 +88,9 @@ bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_r
   pending_node& node = p->nodes[index - 1];
   const bool first_time = node.touched != p->operation;
   if (!is_new) {
-    const byte_range now = differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes));
+    byte_range now = changed;
+    if (is_all(changed)) now = differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes));
+    assert(lies_in(differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes)), now));
     node.changed = first_time ? now : unite(node.changed, now);
   }
   std::memcpy(node.bytes, bytes, page_size);

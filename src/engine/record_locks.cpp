@@ -5,6 +5,7 @@
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/key_compare.h"
+#include "engine/key_search.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -134,6 +135,7 @@ bool entry_still_there(PSP* h, int key) {
 }
 
 int foreign_lock_state(PSP* h, const lock_name& lock) {
+  if (h->wrnest > 0 && is_surely_absent(h, key_locks, lock.key, lock.recno)) return e_not_locked;
   const request_kept kept(h);
   const int owner = owner_of(h, lock);
   if (owner == -1) return e_not_locked;
