@@ -54,7 +54,7 @@ class Engine final : public Rival {
     engine::begin_call(psp());
     check(engine::transbeg(psp(), 3, nullptr), "begin");
     find(record.name);
-    check(engine::dlock(psp()), "lock");
+    check(engine::dlock_for_call(psp()), "lock");
     Fields f(record);
     check(engine::dupdate(psp(), f.list), "update");
     check(engine::dunlock(psp()), "unlock");
@@ -65,7 +65,7 @@ class Engine final : public Rival {
     engine::begin_call(psp());
     check(engine::transbeg(psp(), 3, nullptr), "begin");
     find(record.name);
-    check(engine::dlock(psp()), "lock");
+    check(engine::dlock_for_call(psp()), "lock");
     Fields f(record);
     check(engine::ddelete(psp(), f.list), "delete");
     commit();

@@ -4,6 +4,7 @@
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/one_thread.h"
+#include "engine/record_locks.h"
 #include "engine/sharing.h"
 
 namespace zvrdb::engine {
@@ -24,6 +25,7 @@ void begin_call(PSP* h) {
 void stop_holding(PSP* h) {
   if (!h->held) return;
   h->held = 0;
+  forget_unwritten_lock(h);
   if (h->journal != nullptr) write_gathered(&h->journal->log);   // who goes on asks whether some were lost
   let_other_threads_in();
 }

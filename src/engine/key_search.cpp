@@ -244,7 +244,7 @@ bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, 
   return true;
 }
 
-bool is_surely_absent(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno) {
+bool look_up(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, leaf_place* out) {
   target t = target_of(h, keyno, key, recno, 0);
   t.edge = 0;
   h->hops = 0;
@@ -256,10 +256,12 @@ bool is_surely_absent(PSP* h, int keyno, const std::uint8_t* key, std::int32_t r
     if (child < 0) return false;
     n = child;
   }
-  node_view v;
-  if (view_node(h, n, &v) != e_ok || v.image->level != 0) return false;
-  const found_place place = search_entries(*v.image, v.offsets, entries_end(*v.image), t);
-  return place.index < v.image->count ? place.sign.full != 0 : v.image->next == -1;
+  if (view_node(h, n, &out->leaf) != e_ok || out->leaf.image->level != 0) return false;
+  const node& v = *out->leaf.image;
+  const found_place place = search_entries(v, out->leaf.offsets, entries_end(v), t);
+  out->index = place.index;
+  out->found = place.index < v.count && place.sign.full == 0;
+  return place.index < v.count || v.next == -1;
 }
 
 void clear_request(PSP* h) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "engine/key_compare.h"
+#include "engine/node_cache.h"
 #include "engine/psp.h"
 
 namespace zvrdb::engine {
@@ -22,9 +23,15 @@ target target_of(const PSP* h, int keyno, const std::uint8_t* key, std::int32_t 
 // cmpkey tell how that entry compares.  False: damage (e_damaged).
 bool treesearch(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, int piece);
 
-// Whether there is no entry (keyno, key, recno), inside a write operation.  Buffers, cursors and
-// the place of the search before stay as they are.  False: there is one, or only a search can tell.
-bool is_surely_absent(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno);
+// Where in a leaf (keyno, key, recno) is, or would be put.
+struct leaf_place {
+  node_view leaf;
+  int index;
+  bool found;
+};
+// Looks for that inside a write operation.  Buffers, cursors and the place of the search before
+// stay as they are.  False: only a search can tell.
+bool look_up(PSP* h, int keyno, const std::uint8_t* key, std::int32_t recno, leaf_place* out);
 
 // Finds keyno, keyptr, recno, with the given piece, and makes the entry current:
 // 0 exact, 1 same key value, 2 greater, -1 nothing, e_damaged.  A find of 2 may be an

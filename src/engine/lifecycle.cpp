@@ -87,6 +87,7 @@ void prepare_block(PSP* h, const char* path) {
 void close_block(PSP* h) {
   if (h->held) let_other_threads_in();
   h->held = 0;
+  h->lock_unwritten = 0;
   purgefile(h);
   forget_handle(h);
   if (h->file >= 0) os().close(h->file);

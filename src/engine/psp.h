@@ -119,6 +119,7 @@ struct PSP {
   struct journal* journal;  // null: the literal order of writes
   std::uint8_t took_back;   // the open took back an unfinished transaction
   std::uint8_t held;        // between begin_call and end_call: the arbiter stays
+  std::uint8_t lock_unwritten;  // and so long: the lock of the current record, which the file doesn't have
 
   // Optional facilities, all zero where nobody asked for one.
   std::uint8_t trees;           // a key has a tree of its own

@@ -346,6 +346,22 @@ void value_in_file_order(const PSP* h, int key, const std::uint8_t* given, key_v
   std::memset(out + n, 0, static_cast<std::size_t>(key_value_buffer - n));
 }
 
+int lock_record(PSP* h, lock_for use) {
+  const one_thread alone;
+  if (!is_open(h)) return e_bad_handle;
+  if (h->rw == 1) return keep_status(h, e_read_only);
+  const int entered = wrenter(h);
+  if (entered != e_ok) return keep_status(h, entered);
+  int result = bfind(h, key_bodies, empty_key, h->recno_cur, nullptr, 0);
+  if (result == e_ok) {
+    result = keylock(h, key_bodies, use);
+  } else if (result >= -1) {
+    result = e_no_current;
+  }
+  h->recno_locked = result == e_ok ? h->recno_cur : -1;
+  return leave_with(h, result);
+}
+
 }  // namespace
 
 int dfind(PSP* h, int key, const void* value, char key_type, int option) {
@@ -491,21 +507,8 @@ int ddelete(PSP* h, field* fields) {
   return leave_with(h, delete_record(h, fields));
 }
 
-int dlock(PSP* h) {
-  const one_thread alone;
-  if (!is_open(h)) return e_bad_handle;
-  if (h->rw == 1) return keep_status(h, e_read_only);
-  const int entered = wrenter(h);
-  if (entered != e_ok) return keep_status(h, entered);
-  int result = bfind(h, key_bodies, empty_key, h->recno_cur, nullptr, 0);
-  if (result == e_ok) {
-    result = keylock(h, key_bodies);
-  } else if (result >= -1) {
-    result = e_no_current;
-  }
-  h->recno_locked = result == e_ok ? h->recno_cur : -1;
-  return leave_with(h, result);
-}
+int dlock(PSP* h) { return lock_record(h, lock_for::as_long_as_asked); }
+int dlock_for_call(PSP* h) { return lock_record(h, lock_for::one_call); }
 
 int dunlock(PSP* h) {
   const one_thread alone;

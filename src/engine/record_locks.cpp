@@ -1,7 +1,9 @@
 #include "engine/record_locks.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "engine/companion.h"
 #include "engine/cursor.h"
 #include "engine/entry_update.h"
 #include "engine/key_compare.h"
@@ -117,6 +119,41 @@ int unlockentry(PSP* h, const lock_name& lock) {
   return owner == h->slot ? bdelcur(h, key_locks) : static_cast<int>(e_locked_by_other);
 }
 
+// Whether the last leaf, where the lock would stand, has room for it, and is as it was when the lock
+// has gone again.
+bool leaves_no_trace(const leaf_place& at, int size) {
+  const node& v = *at.leaf.image;
+  if (v.next != -1 || v.prev < 0 || v.count == 0 || v.count == max_entries || v.room < size) return false;
+  const std::uint8_t* behind = v.entries + entries_end(v);
+  return std::all_of(behind, behind + size, [](std::uint8_t b) { return b == 0; });
+}
+
+// Whether the lock of the record at hand may stay out of the file while nobody sees it: the lock is
+// nobody's, and the change of the record doesn't reach the leaf in which it would stand.  That is so
+// when the leaf before that one ends with a later record.
+bool may_stay_unwritten(PSP* h, int key, const lock_name& lock) {
+  if (key != key_bodies || !h->held || h->journal == nullptr || has_companion(h) || h->trees != 0) return false;
+  leaf_place at;
+  if (!look_up(h, key_locks, lock.key, lock.recno, &at) || at.found) return false;
+  if (!leaves_no_trace(at, entry_head_size + 1 + lock.key[0] + owner_size)) return false;
+  const std::int32_t last = at.leaf.number;
+  node_view before;
+  if (view_node(h, at.leaf.image->prev, &before) != e_ok) return false;
+  const node& v = *before.image;
+  if (v.level != 0 || v.next != last || v.count == 0) return false;
+  const std::uint8_t* end = v.entries + before.offsets[v.count - 1];
+  return end[entry_at::key] == key_bodies && entry_record(end, h->order) > lock.recno;
+}
+
+// The write operation that would take the lock out of the file.
+int give_up_unwritten_lock(PSP* h) {
+  const int entered = wrenter(h);
+  if (entered != e_ok) return entered;
+  const int left = wrleave(h);
+  if (left == e_ok) h->lock_unwritten = 0;
+  return left;
+}
+
 int check_lock_call(PSP* h, int key) {
   if (!is_open(h)) return e_bad_handle;
   return good_key_number(key) ? static_cast<int>(e_ok) : keep_status(h, e_bad_argument);
@@ -135,7 +172,7 @@ bool entry_still_there(PSP* h, int key) {
 }
 
 int foreign_lock_state(PSP* h, const lock_name& lock) {
-  if (h->wrnest > 0 && is_surely_absent(h, key_locks, lock.key, lock.recno)) return e_not_locked;
+  if (leaf_place at; h->wrnest > 0 && look_up(h, key_locks, lock.key, lock.recno, &at) && !at.found) return e_not_locked;
   const request_kept kept(h);
   const int owner = owner_of(h, lock);
   if (owner == -1) return e_not_locked;
@@ -151,7 +188,14 @@ int foreign_lock_state(PSP* h, const lock_name& lock) {
 
 }  // namespace
 
-int keylock(PSP* h, int key) {
+void forget_unwritten_lock(PSP* h) {
+  if (!h->lock_unwritten) return;
+  h->lock_unwritten = 0;
+  h->keylocks[key_bodies - 1] = 'U';
+  h->recno_locked = -1;
+}
+
+int keylock(PSP* h, int key, lock_for use) {
   if (const int good = check_lock_call(h, key); good != e_ok) return good;
   char& state = h->keylocks[key - 1];
   if (is_exclusive(h)) {
@@ -165,8 +209,10 @@ int keylock(PSP* h, int key) {
   int result = entry_still_there(h, key) ? e_ok : e_no_current;
   lock_name lock;
   if (result == e_ok && !name_lock(h, key, &lock)) result = e_no_current;
-  if (result == e_ok) result = lockentry(h, lock);
+  const bool unwritten = result == e_ok && use == lock_for::one_call && may_stay_unwritten(h, key, lock);
+  if (result == e_ok && !unwritten) result = lockentry(h, lock);
   if (result == e_ok) state = 'L';
+  if (unwritten) h->lock_unwritten = 1;
   return leave_result(result, wrleave(h));
 }
 
@@ -184,7 +230,8 @@ int keyunlock(PSP* h, int key) {
   }
   lock_name lock;
   if (!stands_on_entry(h, key) || !name_lock(h, key, &lock)) return e_no_current;
-  const int result = unlockentry(h, lock);
+  const bool unwritten = key == key_bodies && h->lock_unwritten;
+  const int result = unwritten ? give_up_unwritten_lock(h) : unlockentry(h, lock);
   if (result == e_ok) state = 'U';
   return result;
 }

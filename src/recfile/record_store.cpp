@@ -79,7 +79,7 @@ std::int16_t read_other_keys(void* task, const open_file& file, field_list* list
 }
 
 std::int16_t replace_piece(void* task, const open_file& file, field_list* list) {
-  int code = engine::dlock(file.entry->psp);
+  int code = engine::dlock_for_call(file.entry->psp);
   if (code != engine::e_ok) return failed(task, file, code, at_lock);
   code = engine::dupdate(file.entry->psp, list->fields.data());
   std::int16_t rc = DBE_OK;
@@ -90,7 +90,7 @@ std::int16_t replace_piece(void* task, const open_file& file, field_list* list) 
 }
 
 std::int16_t delete_current_piece(void* task, const open_file& file, field_list* list) {
-  int code = engine::dlock(file.entry->psp);
+  int code = engine::dlock_for_call(file.entry->psp);
   if (code != engine::e_ok) return failed(task, file, code, at_lock);
   code = engine::ddelete(file.entry->psp, list->fields.data());
   if (code != engine::e_ok) return failed(task, file, code, at_delete);

@@ -164,13 +164,15 @@ TEST_F(Cost, OfADurableReplaceInOneCall) {
             (cost{452, measured, 0}));
 }
 
+// The lock of the record stays out of the file, so the last leaf isn't written.  In this file it lies
+// between two nodes that are, and one write of three nodes is two now: a call more, and a node less.
 TEST_F(Cost, OfADurableDeleteInOneCall) {
   EXPECT_EQ(of([&](int i) {
               engine::begin_call(h_);
               remove(2 + i * 4);
               ASSERT_EQ(engine::end_call(h_), 0);
             }),
-            (cost{685, measured, 0}));
+            (cost{735, measured, 0}));
 }
 
 // What an operation wrote stands together in the cache, however many nodes that holds.

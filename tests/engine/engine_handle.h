@@ -66,7 +66,7 @@ class handle {
   }
   // Locks the current record, changes it and unlocks it.
   int update(const sample_record& record) {
-    int result = engine::dlock(get());
+    int result = engine::dlock_for_call(get());
     if (result) return result;
     sample_fields fields(record);
     result = engine::dupdate(get(), fields.list);
@@ -74,7 +74,7 @@ class handle {
     return result ? result : unlocked;
   }
   int remove() {
-    int result = engine::dlock(get());
+    int result = engine::dlock_for_call(get());
     if (result) return result;
     sample_fields fields;
     return engine::ddelete(get(), fields.list);

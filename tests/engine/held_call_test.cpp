@@ -81,6 +81,116 @@ TEST_F(HeldCall, LeavesTheFileThatItsOperationsLeaveAlone) {
   EXPECT_TRUE(results[0] == results[1]);
 }
 
+// Changes of records all over a file, each locked for it: with the lock in the file, with one that
+// may stay out of it, and without a journal, where there is no call.
+class LockForACall : public HeldCall {
+ protected:
+  enum class how { lock_in_file, lock_for_call, no_journal };
+  disk_bytes work(how way, bool merges, int* unwritten) {
+    EXPECT_EQ(a_.close(), 0);
+    disk_image start;
+    file_recipe recipe = sample_recipe(false, 150, 700, 500);
+    recipe.spare_nodes = 3;
+    start[path] = {build_file(recipe).bytes, 5000};
+    mount_memory_disk(start);
+    a_.journal = way == how::no_journal ? journal_use::off : journal_use::on;
+    a_.options = merges ? unsigned{engine::option_merge} : 0u;
+    EXPECT_EQ(a_.open_for_work(path), 0);
+    for (int round = 0; round < 300 && !HasFailure(); round++) {
+      const int i = 1 + round * 37 % 150;
+      engine::begin_call(a_);
+      EXPECT_EQ(engine::transbeg(a_, 3, nullptr), 0);
+      if (a_.find_name(sample(i).name) != 0) {
+        EXPECT_EQ(a_.insert(sample(i, static_cast<std::size_t>(round))), 0);
+      } else {
+        EXPECT_EQ(way == how::lock_for_call ? engine::dlock_for_call(a_) : engine::dlock(a_), 0);
+        *unwritten += a_.get()->lock_unwritten;
+        sample_record r = sample(i, static_cast<std::size_t>(round * 7 % 900));
+        r.number += round;
+        sample_fields fields(r);
+        if (round % 3 == 0) {
+          EXPECT_EQ(engine::ddelete(a_, fields.list), 0);
+        } else {
+          EXPECT_EQ(engine::dupdate(a_, fields.list), 0);
+          EXPECT_EQ(engine::dunlock(a_), 0);
+        }
+      }
+      EXPECT_EQ(engine::transend(a_, 1), 0);
+      EXPECT_EQ(engine::end_call(a_), 0);
+    }
+    EXPECT_EQ(a_.close(), 0);
+    disk_bytes bytes = disk_now().at(path).bytes;
+    a_.options = 0;
+    a_.journal = journal_use::on;
+    EXPECT_EQ(a_.open_for_work(path), 0);
+    return bytes;
+  }
+};
+
+TEST_F(LockForACall, LeavesTheFileThatALockInTheFileLeaves) {
+  for (const bool merges : {false, true}) {
+    int unwritten[3] = {};
+    const disk_bytes in_file = work(how::lock_in_file, merges, unwritten);
+    const disk_bytes for_call = work(how::lock_for_call, merges, unwritten + 1);
+    const disk_bytes without = work(how::no_journal, merges, unwritten + 2);
+    EXPECT_TRUE(for_call == in_file);
+    EXPECT_TRUE(for_call == without);
+    EXPECT_EQ(unwritten[0], 0);
+    EXPECT_GT(unwritten[1], 100) << "most stay out of the file";
+    EXPECT_EQ(unwritten[2], 0);
+  }
+}
+
+TEST_F(LockForACall, MeetsTheLockOfAnotherHandle) {
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(b_.find_name(sample(3).name), 0);
+  ASSERT_EQ(engine::dlock(b_), 0);
+  engine::begin_call(a_);
+  ASSERT_EQ(a_.find_name(sample(3).name), 0);
+  EXPECT_EQ(engine::dlock_for_call(a_), engine::e_locked_by_other);
+  EXPECT_FALSE(a_.get()->lock_unwritten);
+  EXPECT_EQ(engine::end_call(a_), 0);
+  ASSERT_EQ(engine::dunlock(b_), 0);
+}
+
+TEST_F(LockForACall, TakesOverTheLockOfADeadHandle) {
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(b_.find_name(sample(3).name), 0);
+  ASSERT_EQ(engine::dlock(b_), 0);
+  engine::abandon(b_);
+  engine::begin_call(a_);
+  ASSERT_EQ(a_.find_name(sample(3).name), 0);
+  EXPECT_EQ(a_.update(sample(3, 50)), 0);
+  EXPECT_EQ(engine::end_call(a_), 0);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(b_.find_name(sample(3).name), 0);
+  EXPECT_EQ(b_.update(sample(3, 60)), 0);
+}
+
+TEST_F(LockForACall, EndsWithTheCallAtTheLatest) {
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  engine::begin_call(a_);
+  ASSERT_EQ(a_.find_name(sample(3).name), 0);
+  ASSERT_EQ(engine::dlock_for_call(a_), 0);
+  ASSERT_TRUE(a_.get()->lock_unwritten);
+  EXPECT_EQ(engine::end_call(a_), 0);
+  sample_fields fields(sample(3, 50));
+  EXPECT_EQ(engine::dupdate(a_, fields.list), engine::e_lock_needed);
+  ASSERT_EQ(b_.find_name(sample(3).name), 0);
+  ASSERT_EQ(engine::dlock(b_), 0);
+  EXPECT_EQ(engine::dupdate(b_, fields.list), 0);
+  EXPECT_EQ(engine::dunlock(b_), 0);
+}
+
+TEST_F(LockForACall, OutsideACallStandsInTheFile) {
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(a_.find_name(sample(3).name), 0);
+  ASSERT_EQ(engine::dlock_for_call(a_), 0);
+  ASSERT_EQ(b_.find_name(sample(3).name), 0);
+  EXPECT_EQ(engine::dlock(b_), engine::e_locked_by_other);
+  ASSERT_EQ(engine::dunlock(a_), 0);
+}
+
 TEST_F(HeldCall, WritesTheGroupsOfItsOperationsAtOnce) {
   replace(&a_, 1, 20);
   std::size_t from = disk_events().size();
@@ -90,7 +200,7 @@ TEST_F(HeldCall, WritesTheGroupsOfItsOperationsAtOnce) {
   engine::begin_call(a_);
   replace(&a_, 3, 20);
   EXPECT_EQ(engine::end_call(a_), 0);
-  EXPECT_EQ(writes_since(from), alone - 4) << "begin, lock, update, unlock, end";
+  EXPECT_EQ(writes_since(from), alone - 5) << "begin, lock, update, unlock, end, and no leaf for the lock";
 }
 
 TEST_F(HeldCall, KeepsOthersOutUntilItEnds) {
@@ -223,7 +333,8 @@ TEST_P(HeldCallFaults, LeaveTheRecordWholeOrAsItWas) {
           h.journal = journal_use::on;
           ASSERT_EQ(h.create(file), 0);
           ASSERT_EQ(engine::csetfile(h, 4), 0);
-          for (int i = 1; i <= 30; i++) ASSERT_EQ(h.insert(sample(i, 20)), 0);
+          // Of short records the lock stands in the leaf of the one that is changed.
+          for (int i = 1; i <= 30; i++) ASSERT_EQ(h.insert(sample(i, begun_before ? 20 : 300)), 0);
           before = after = all_records(&h);
           if (begun_before) {
             ASSERT_EQ(engine::transbeg(h, 3, nullptr), 0);
