@@ -661,6 +661,12 @@ int nodegetd(PSP* h, node_buffer& b, std::int32_t n) {
   return got;
 }
 
+void forget_node(PSP* h, std::int32_t n) {
+  if (cache.blocks == nullptr) return;
+  const block* b = find_block(h, n);
+  if (b != nullptr && !b->dirty) drop_cached(h, n);
+}
+
 namespace {
 int write_dirty_blocks(PSP* h) {
   int result = e_ok;

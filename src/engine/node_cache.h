@@ -93,6 +93,9 @@ int nodeput(PSP* h, node_buffer& b, std::int32_t n);
 int nodeputd(PSP* h, node_buffer& b, std::int32_t n);
 int nodegetd(PSP* h, node_buffer& b, std::int32_t n);
 
+// The cache needs not keep a node that was written so.
+void forget_node(PSP* h, std::int32_t n);
+
 // Blocks that the cache has.
 unsigned cache_blocks();
 unsigned nodes_in_cache();

@@ -94,8 +94,11 @@ int begin_chain(PSP* h, std::int32_t* head) {
 }
 
 // Walks a chain whose head is in the log buffer; each node is emptied, and given back
-// if `free` is set.
+// if `free` is set.  The cache keeps those that the next allocations take: a long chain
+// would fill it with free nodes.
 int empty_chain(PSP* h, std::int32_t n, bool free) {
+  constexpr std::int32_t kept = 16;
+  std::int32_t freed[kept] = {};
   for (std::int32_t steps = 0; n > 0; ++steps) {
     if (steps >= h->nextnode) return raise_damage(h, n);
     int result = read_log_node(h, log_buffer, n);
@@ -110,6 +113,8 @@ int empty_chain(PSP* h, std::int32_t n, bool free) {
     result = nodeputd(h, log_buffer, n);
     if (result != e_ok) return result;
     if (has_companion(h)) note_node_write(h, n);
+    if (steps >= kept) forget_node(h, freed[steps % kept]);
+    freed[steps % kept] = n;
     n = next;
   }
   return e_ok;
