@@ -128,7 +128,7 @@ TEST_F(JournalUse, ALifeBegunWithoutAFlushMayBeLost) {
   for (std::size_t n = 0; n <= written.size(); n++) {
     for (int s = 0; s < 10; s++) {
       SCOPED_TRACE(std::to_string(n) + " " + std::to_string(s));
-      std::map<std::size_t, write_fate> fates;
+      write_fates fates;
       for (std::size_t i : undecided_writes(written, n)) fates[i] = static_cast<write_fate>(coin() % 3);
       mount_memory_disk(after_power_cut(start, written, n, fates, &coin));
       ASSERT_EQ(a_.open_for_work(path), 0);
