@@ -44,13 +44,50 @@ std::uint32_t by_tables(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
 }
 
 #if defined(__x86_64__)
-// The processor has an instruction for it; the value that is handed in and out is inverted.
+// What `stretch` bytes of zero do to a value, which is linear: a table for each of its bytes.
+constexpr std::size_t stretch = 128;
+using stretch_tables = std::array<std::array<std::uint32_t, 256>, 4>;
+
+constexpr stretch_tables make_stretch_tables() {
+  stretch_tables t{};
+  for (std::size_t bit = 0; bit < 32; ++bit) {
+    std::uint32_t v = std::uint32_t{1} << bit;
+    for (std::size_t i = 0; i < stretch; ++i) v = (v >> 8) ^ tables[0][v & 0xFF];
+    const std::size_t of_bit = std::size_t{1} << bit % 8;
+    for (std::size_t i = 0; i < of_bit; ++i) t[bit / 8][of_bit + i] = t[bit / 8][i] ^ v;
+  }
+  return t;
+}
+constexpr stretch_tables over_stretch = make_stretch_tables();
+
+std::uint32_t past_stretch(std::uint64_t v) {
+  return over_stretch[0][v & 0xFF] ^ over_stretch[1][(v >> 8) & 0xFF] ^ over_stretch[2][(v >> 16) & 0xFF] ^
+         over_stretch[3][(v >> 24) & 0xFF];
+}
+
+std::uint64_t eight_at(const std::uint8_t* p) {
+  std::uint64_t v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+// The processor has an instruction for it; the value that is handed in and out is inverted.  Each
+// waits for the one before it, so three stretches are taken side by side and put together then.
 __attribute__((target("sse4.2"))) std::uint32_t by_instruction(std::uint32_t v, const std::uint8_t* p, std::size_t n) {
+  for (; n >= 3 * stretch; n -= 3 * stretch, p += 3 * stretch) {
+    std::uint64_t first = v;
+    std::uint64_t second = 0;
+    std::uint64_t third = 0;
+    for (std::size_t i = 0; i < stretch; i += at_once) {
+      first = _mm_crc32_u64(first, eight_at(p + i));
+      second = _mm_crc32_u64(second, eight_at(p + stretch + i));
+      third = _mm_crc32_u64(third, eight_at(p + 2 * stretch + i));
+    }
+    v = past_stretch(past_stretch(first) ^ second) ^ static_cast<std::uint32_t>(third);
+  }
   std::uint64_t wide = v;
   for (; n >= at_once; n -= at_once, p += at_once) {
-    std::uint64_t eight;
-    std::memcpy(&eight, p, sizeof eight);
-    wide = _mm_crc32_u64(wide, eight);
+    wide = _mm_crc32_u64(wide, eight_at(p));
   }
   v = static_cast<std::uint32_t>(wide);
   for (; n > 0; --n, ++p) v = _mm_crc32_u8(v, *p);

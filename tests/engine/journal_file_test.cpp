@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -137,6 +138,19 @@ TEST(Crc32c, HasTheValuesThatArePublished) {
   EXPECT_EQ(engine::crc32c(engine::crc32c(0, rising.data(), 13), rising.data() + 13, 19), 0x46DD794Eu);
   for (std::size_t n = 0; n <= rising.size(); ++n)
     EXPECT_EQ(engine::crc32c_without_instruction(7, rising.data(), n), engine::crc32c(7, rising.data(), n));
+}
+
+TEST(Crc32c, IsTheSameWithTheInstructionOfTheProcessorAtEveryLength) {
+  std::vector<std::uint8_t> bytes(2000);
+  for (std::size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<std::uint8_t>(i * i * 31 + i / 7);
+  std::uint32_t before = 0;
+  for (std::size_t n = 0; n < bytes.size(); n++) {
+    const std::uint8_t* from = bytes.data() + n % 9;
+    const std::size_t length = std::min(n, bytes.size() - n % 9);
+    const std::uint32_t one = engine::crc32c_without_instruction(before, from, length);
+    ASSERT_EQ(engine::crc32c(before, from, length), one) << length << " bytes";
+    before = one;
+  }
 }
 
 TEST_F(JournalFile, GivesBackWhatWasAppended) {
