@@ -86,14 +86,19 @@ bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_r
     p->table[at] = index;
   }
   pending_node& node = p->nodes[index - 1];
+  const auto* now = static_cast<const std::uint8_t*>(bytes);
   const bool first_time = node.touched != p->operation;
-  if (!is_new) {
-    byte_range now = changed;
-    if (is_all(changed)) now = differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes));
-    assert(lies_in(differing_entries(node.bytes, static_cast<const std::uint8_t*>(bytes)), now));
-    node.changed = first_time ? now : unite(node.changed, now);
+  if (is_new) {
+    std::memcpy(node.bytes, now, page_size);
+  } else {
+    const byte_range differing = is_all(changed) ? differing_entries(node.bytes, now) : changed;
+    assert(lies_in(differing_entries(node.bytes, now), differing));
+    node.changed = first_time ? differing : unite(node.changed, differing);
+    // What else there is of it stays far from the processor.
+    std::memcpy(node.bytes, now, node_head_size);
+    if (differing.from < differing.to)
+      std::memcpy(node.bytes + differing.from, now + differing.from, std::size_t{differing.to} - differing.from);
   }
-  std::memcpy(node.bytes, bytes, page_size);
   if (!first_time) return true;
   node.touched = p->operation;
   p->touched[p->touched_count++] = index - 1;

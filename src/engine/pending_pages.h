@@ -36,8 +36,9 @@ struct pending_pages {
   std::uint8_t header[header_size] = {};
 };
 
-// Keeps a node.  `changed` tells in which entries it may differ from what it was when the
-// operation began, if it is not among the kept ones.  False when memory is out, with nothing changed.
+// Keeps a node.  `changed` tells in which entries it may differ from what it was when it was kept
+// the last time or, if it is not among the kept ones, when the operation began.  False when memory
+// is out, with nothing changed.
 bool keep_node(pending_pages* p, std::int32_t n, const void* bytes, const byte_range& changed);
 // The kept bytes of a node, or null.
 const std::uint8_t* find_node(const pending_pages* p, std::int32_t n);
