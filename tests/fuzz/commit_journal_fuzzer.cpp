@@ -244,14 +244,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   disk_image image = crash(start.image, events, power_cut);
   engine::set_os_ops(nullptr);
 
-  disk_bytes& journal = image.at(journal_path).bytes;
+  disk_bytes journal = image.at(journal_path).bytes;
   const disk_bytes journal_before = journal;
   take_changes(&input, &journal);
   const bool journal_changed = journal != journal_before;
   if (flags & 1 && journal_changed) mend_checksums(&journal);
-  disk_bytes& file = image.at(path).bytes;
+  disk_bytes file = image.at(path).bytes;
   const disk_bytes file_before = file;
   take_changes(&input, &file);
+  image.at(journal_path).bytes = journal;
+  image.at(path).bytes = file;
   if (flags & 2) image.at(path).identity += 1000;
 
   promise kept = promise::all;
