@@ -42,6 +42,8 @@ class journal_view {
 };
 }  // namespace
 
+bool is_same_life(const journal_file* j, const std::uint8_t* bytes) { return journal_view(j, bytes).same_life(); }
+
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
   constexpr int most_groups = 16;
   const journal_view view(j, bytes);
