@@ -73,7 +73,7 @@ bool follow_writer(PSP* h) {
   // While the pages of a commit go to the file, what ended before is all that counts.
   std::uint32_t generation = page.generation;
   if (page.flag && !look_for_ended_change(&h->journal->log, h->cached->journal, &generation)) return false;
-  if (!journal_follow_quietly(h, generation)) return false;
+  if (!journal_follow_quietly(h, h->cached->journal, generation)) return false;
   const first_page_seen after = look_at_first_page(h);
   if (!page.flag && (after.flag || after.generation != generation)) return false;
   return journal_take_seen(h, generation) && !something_moved(h);

@@ -648,10 +648,12 @@ bool journal_follow_into_life(PSP* h) {
   return look_at_life_quietly(&j->log, watcher_of(h)) && journal_take_seen(h, j->log.base_generation);
 }
 
-bool journal_follow_quietly(PSP* h, std::uint32_t generation) {
+bool journal_follow_quietly(PSP* h, const std::uint8_t* view, std::uint32_t generation) {
   journal* j = h->journal;
   if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
   if (j->log.unsure) return false;
+  // What is taken on the way to one that isn't there would cost the whole cache.
+  if (!is_at_last_change(j, generation) && !look_for_change(&j->log, view, generation)) return false;
   if (catch_up_to(&j->log, generation, watcher_of(h)) == 1) return true;
   // What was taken on the way may be taken back yet by its writer.
   if (j->ahead) j->follows = false;

@@ -349,7 +349,7 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
   j->window_length = 0;
   int found = 1;
   group_read g;
-  while (found == 1 && !(j->at.any_change && j->at.changed_generation == generation))
+  while (found == 1 && j->at.changed_generation != generation)
     found = take_next_group(j, watcher, &g);
   if (found != 1) {
     j->at = before;
@@ -404,7 +404,10 @@ int look_at_life(journal_file* j, const journal_watcher& watcher) {
 
 bool look_at_life_quietly(journal_file* j, const journal_watcher& watcher) {
   std::uint8_t head[journal_head_size];
-  if (read_head(j, &head) != 1 || !is_sound(j, head)) return false;
+  const bool doubt = j->doubt;
+  const int got = read_head(j, &head);
+  j->doubt = doubt;   // looked at by who works on it
+  if (got != 1 || !is_sound(j, head)) return false;
   if (!j->alive || load_le64(head + head_at::salt) != j->salt) go_into_life(j, head, watcher);
   return true;
 }

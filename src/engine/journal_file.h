@@ -258,7 +258,7 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
 // of the journal as they are now.
 enum class journal_news {
   none,
-  nothing_to_read,    // operations without a change, or of a call that goes on
+  nothing_to_read,    // operations without a change, or of a call that goes on; or the life is being begun
   change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   pair_under_way,     // the same, of two files: when its writer dies the other one may show first that it counts
   some,
@@ -266,6 +266,8 @@ enum class journal_news {
 bool is_same_life(const journal_file* j, const std::uint8_t* view);
 // `generation` becomes that of a change that is under way.
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation = nullptr);
+// Whether the change that led to a generation seems to stand behind what is known, and is not open.
+bool look_for_change(const journal_file* j, const std::uint8_t* view, std::uint32_t generation);
 // The generation of the last change but one behind what is known, if nothing but changes that are
 // not open stands there.  Its operation has ended: another one appended behind it.
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -458,6 +459,35 @@ TEST_F(SleptOverCheckpoints, NobodyIsKeptWaitingByOne) {
   EXPECT_GE(flushes, 2);
   EXPECT_EQ(found, sample(777).number);
   ASSERT_EQ(other.close(), 0);
+}
+
+// A change is three operations, with a flush each: a lock, an update, an unlock.  The update of the
+// first one ends the life: then the file is flushed, and the new head.  At each flush the reader
+// looks, and sees what has ended by then.
+TEST_F(SleptOverCheckpoints, OneThatIsUnderWayCostsNothing) {
+  std::vector<int> seen;
+  int asked = 0;
+  static std::function<void()> look;
+  look = [&] {
+    clear_events();
+    seen.push_back(small_of(7));
+    for (const os_event& e : events()) asked += e.call != os_call::probe ? 1 : 0;
+  };
+  engine::os_ops ops = engine::os();
+  ops.flush = [](int file) {
+    look();
+    return engine::linux_ops.flush(file);
+  };
+  engine::set_os_ops(&ops);
+  change(6, 909);
+  seen.clear();
+  change_and_end_life(7, 910);
+  change(7, 911);
+  EXPECT_EQ(small_of(7), 911);
+  install_faulty_os();
+  const int was = sample(7).small;
+  EXPECT_EQ(seen, (std::vector<int>{was, was, 910, 910, 910, 910, 910, 911}));
+  EXPECT_EQ(asked, 0);
 }
 
 // A reader that sleeps at random beside two writers, with faults; each time it wakes it answers what
