@@ -225,10 +225,6 @@ void check_unreachable(survey* s, bool deep) {
 }  // namespace
 }  // namespace report
 
-const char *const journal_ahead_note =
-    "its journal has changes that it does not have yet, or only in part: the next opening brings them in, and "
-    "what is told here may be over then";
-
 report_outcome verify_file(const char* path, const check_options& options, problem_fn tell, void* context,
                            std::string* reason) {
   using namespace report;
@@ -240,7 +236,7 @@ report_outcome verify_file(const char* path, const check_options& options, probl
   s.progress_context = options.progress_context;
   if (options.deep && !s.reader.guarded)
     tell_note(&s, -1, "file", "no reader byte could be had: the file was read as it lay, writers may have been at work");
-  if (s.header.journal_ahead) tell_note(&s, -1, "file", journal_ahead_note);
+  if (s.header.journal_note) tell_note(&s, -1, "file", s.header.journal_note);
   s.segments = take_segments(s.header, options.keys);
   check_header(&s);
   deep_check deep;

@@ -47,10 +47,8 @@ struct file_header {
   std::array<std::int32_t, 20> tree_roots;
   bool write_flag;      // write-in-progress flag set
   std::uint64_t size;   // bytes of the file
-  bool journal_ahead;   // its journal has changes that the file has not, or only in part
+  const char* journal_note;   // what its journal means to who looks at the file alone; null: nothing
 };
-// What is to be told of such a file.
-extern const char *const journal_ahead_note;
 
 struct dump_entry {
   int key;                            // key number

@@ -124,9 +124,11 @@ struct first_page {
   bool flag;
 };
 int read_first_page(PSP* h, first_page* out);   // 0, e_io
-// Whether the journal beside a record file has committed changes that the file does not show,
-// or was on the way to it with some.  For reports: nothing is changed, nobody is kept out.
-bool journal_is_ahead(const char* path);
+// What the journal beside a record file means to who looks at the file alone: nothing; that it
+// has committed changes that the file does not show, or was on the way to it with some; or that
+// it is there and can't be opened.  For reports: nothing is changed, nobody is kept out.
+enum class journal_beside { nothing, ahead, closed };
+journal_beside look_at_journal_beside(const char* path);
 // ---- parts of an operation's end, journal.cpp
 int ready_log(PSP* h);
 struct change_kind {

@@ -184,20 +184,21 @@ int note_that_it_ended(PSP* h) {
 
 int read_first_page(PSP* h, first_page* out) { return first_page_of(h->file, out); }
 
-bool journal_is_ahead(const char* path) {
+journal_beside look_at_journal_beside(const char* path) {
   char name[4096];
-  if (!journal_path(path, name, sizeof name)) return false;
+  if (!journal_path(path, name, sizeof name)) return journal_beside::nothing;
   const int file = os().open(path, {false, false, false});
-  if (file < 0) return false;
+  if (file < 0) return journal_beside::nothing;
   journal_file log;
   log.identity = os().identity(file);
   log.file = os().open(name, {false, false, false});
+  const bool closed = log.file < 0 && os().exists(name) == 1;
   first_page page;
   const bool known = log.file >= 0 && catch_up(&log, false) == e_ok && log.alive && log.at.any_change;
   const bool ahead = known && first_page_of(file, &page) == e_ok && lacks_changes(&log, page);
   close_journal(&log);
   os().close(file);
-  return ahead;
+  return closed ? journal_beside::closed : ahead ? journal_beside::ahead : journal_beside::nothing;
 }
 
 // Operations without a change move the generation in the log alone: one that the file bears

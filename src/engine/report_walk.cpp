@@ -282,7 +282,21 @@ bool open_survey(const char* path, survey* s, std::string* reason) {
     close_reader(&s->reader);
     return false;
   }
-  s->header.journal_ahead = journal_is_ahead(path);
+  switch (look_at_journal_beside(path)) {
+    case journal_beside::nothing:
+      s->header.journal_note = nullptr;
+      break;
+    case journal_beside::ahead:
+      s->header.journal_note =
+          "its journal has changes that it does not have yet, or only in part: the next opening brings them in, and "
+          "what is told here may be over then";
+      break;
+    case journal_beside::closed:
+      s->header.journal_note =
+          "its journal is there and cannot be opened, and until it can be the file isn't opened either: see the "
+          "journal's owner, mode and kind";
+      break;
+  }
   std::uint64_t pages = s->header.size / page_size;
   std::uint64_t on_disk = pages > 0 ? pages - 1 : 0;
   std::uint64_t allocated = s->header.nextnode > 0 ? static_cast<std::uint64_t>(s->header.nextnode) : 0;

@@ -271,7 +271,7 @@ TEST_P(ImageCrash, APowerCutAtAnyWriteLeavesTheOperationWholeOrUndone) {
   for (std::size_t n = 0; n <= events_.size(); n += step) {
     const std::vector<std::size_t> open = undecided_writes(events_, n);
     for (int variant = 0; variant < 4; variant++, points++) {
-      std::map<std::size_t, write_fate> fates;
+      write_fates fates;
       for (std::size_t w : open) {
         const unsigned coin = static_cast<unsigned>(random() % 3);
         fates[w] = variant == 0 || coin == 0 ? write_fate::lost : coin == 1 ? write_fate::torn : write_fate::kept;

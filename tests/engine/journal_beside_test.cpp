@@ -61,9 +61,8 @@ TEST_F(JournalUse, AnotherHandleSeesTheChangesOfARunningTransaction) {
 TEST_F(JournalUse, AGenerationThatWrapsIsFollowed) {
   for (const int left : {2, 5, 9, 14, 20, 30}) {
     disk_image start = image();
-    disk_bytes& bytes = start.at(path).bytes;
-    bytes[0] = static_cast<unsigned char>(0xFF - left);
-    bytes[1] = bytes[2] = bytes[3] = 0xFF;
+    const unsigned char generation[] = {static_cast<unsigned char>(0xFF - left), 0xFF, 0xFF, 0xFF};
+    start.at(path).bytes.write(0, generation, sizeof generation);
     mount_memory_disk(start);
     ASSERT_EQ(a_.open_for_work(path), 0);
     ASSERT_EQ(b_.open_for_work(path), 0);

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
-#include <map>
 
 #include "engine/after_a_crash.h"
 #include "engine/engine_handle.h"
@@ -293,12 +292,11 @@ TEST_P(Crash, ACrashInTheRepairIsRepaired) {
       SCOPED_TRACE("kill behind event " + std::to_string(n) + ", then at event " + std::to_string(m - n) + " of the repair");
       if (torture() || coin() % 3 == 0) verify(after_kill(start_, repair, m), n);
       if (HasFatalFailure() || HasNonfatalFailure()) return;
-      for (int s = 0; s < (torture() ? 20 : 1); s++) {
-        std::map<std::size_t, write_fate> fates;
-        for (std::size_t i : undecided_writes(repair, m)) fates[i] = static_cast<write_fate>(coin() % 3);
-        verify(after_power_cut(start_, repair, m, fates, &coin), n);
-        if (HasFatalFailure() || HasNonfatalFailure()) return;
-      }
+      if (!for_each_fate(undecided_writes(repair, m), torture(), torture() ? 20 : 1, &coin, [&](const write_fates& fates) {
+            verify(after_power_cut(start_, repair, m, fates, &coin), n);
+            return !HasFatalFailure() && !HasNonfatalFailure();
+          }))
+        return;
     }
   }
   std::cout << points_ << " points" << std::endl;

@@ -128,7 +128,7 @@ TEST_F(JournalUse, ALifeBegunWithoutAFlushMayBeLost) {
   for (std::size_t n = 0; n <= written.size(); n++) {
     for (int s = 0; s < 10; s++) {
       SCOPED_TRACE(std::to_string(n) + " " + std::to_string(s));
-      std::map<std::size_t, write_fate> fates;
+      write_fates fates;
       for (std::size_t i : undecided_writes(written, n)) fates[i] = static_cast<write_fate>(coin() % 3);
       mount_memory_disk(after_power_cut(start, written, n, fates, &coin));
       ASSERT_EQ(a_.open_for_work(path), 0);
@@ -151,23 +151,23 @@ TEST_F(JournalUse, ALifeBegunWithoutAFlushMayBeLost) {
 // A check of a file that a killed writer left says so.
 TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
   ASSERT_EQ(a_.open_for_work(path), 0);
-  EXPECT_FALSE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::nothing);
   const std::size_t events = disk_events().size();
   ASSERT_EQ(a_.insert(sample(102)), 0);
   engine::abandon(a_);
-  EXPECT_FALSE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::nothing);
   rewind_disk(image(), next_flush(events) + 3);   // among the pages
-  EXPECT_TRUE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::ahead);
   rewind_disk(image(), next_flush(events) + 1);   // committed, the file not yet changed
-  EXPECT_TRUE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::ahead);
   ASSERT_EQ(a_.open_for_work(path), 0);
-  EXPECT_FALSE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::nothing);
   ASSERT_EQ(engine::transbeg(a_, 3, nullptr), 0);
   ASSERT_EQ(a_.insert(sample(103)), 0);
-  EXPECT_FALSE(engine::journal_is_ahead(path)) << "a transaction that runs is none";
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::nothing) << "a transaction that runs is none";
   ASSERT_EQ(engine::transend(a_, 1), 0);
   ASSERT_EQ(a_.close(), 0);
-  EXPECT_FALSE(engine::journal_is_ahead(path));
+  EXPECT_EQ(engine::look_at_journal_beside(path), engine::journal_beside::nothing);
 }
 
 }  // namespace

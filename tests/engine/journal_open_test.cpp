@@ -252,7 +252,7 @@ TEST_F(JournalOpen, WhatAFlushThatFailedMayHaveLostIsWrittenAgainByWhoeverFlushe
   EXPECT_TRUE(std::any_of(events.begin() + static_cast<std::ptrdiff_t>(written_in_vain), events.end(), [](const disk_event& e) {
     return e.what == disk_event::kind::flush && e.identity == file_identity;
   })) << "a checkpoint";
-  std::map<std::size_t, write_fate> fates;
+  write_fates fates;
   for (std::size_t i = 0; i < written_in_vain; ++i)
     if (events[i].what == disk_event::kind::write && events[i].identity == file_identity) fates[i] = write_fate::lost;
   const disk_image left = after_power_cut(image(), events, events.size(), fates, nullptr);

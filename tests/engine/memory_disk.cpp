@@ -1,7 +1,6 @@
 #include "engine/memory_disk.h"
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 
 #include "engine/os_file.h"
@@ -10,7 +9,7 @@ namespace zvrdb::test {
 namespace {
 
 struct stored {
-  disk_bytes bytes;
+  paged_bytes bytes;
   std::uint64_t identity;
   std::string path;   // empty while it has no name
 };
@@ -74,21 +73,12 @@ int do_remove(const char* path) {
 }
 int do_exists(const char* path) { return disk.names.count(path) ? 1 : 0; }
 std::int64_t do_read(int fd, std::uint64_t offset, void* to, std::size_t n) {
-  const disk_bytes& bytes = file_of(fd)->bytes;
-  if (offset >= bytes.size()) return 0;
-  n = std::min<std::size_t>(n, bytes.size() - offset);
-  std::memcpy(to, bytes.data() + offset, n);
-  return static_cast<std::int64_t>(n);
-}
-
-void put_bytes(disk_bytes* into, std::uint64_t offset, const unsigned char* from, std::size_t n) {
-  if (into->size() < offset + n) into->resize(offset + n);
-  std::memcpy(into->data() + offset, from, n);
+  return static_cast<std::int64_t>(file_of(fd)->bytes.read(offset, to, n));
 }
 
 std::int64_t do_write(int fd, std::uint64_t offset, const void* from, std::size_t n) {
   const auto* bytes = static_cast<const unsigned char*>(from);
-  put_bytes(&file_of(fd)->bytes, offset, bytes, n);
+  file_of(fd)->bytes.write(offset, bytes, n);
   disk.events.push_back({disk_event::kind::write, file_of(fd)->identity, offset, {bytes, bytes + n}, {}});
   return static_cast<std::int64_t>(n);
 }
@@ -186,7 +176,7 @@ class builder {
     }
   }
   void apply(const disk_event& e) {
-    if (e.what == disk_event::kind::write) put_bytes(&bytes_[e.identity], e.offset, e.bytes.data(), e.bytes.size());
+    if (e.what == disk_event::kind::write) bytes_[e.identity].write(e.offset, e.bytes.data(), e.bytes.size());
     if (e.what == disk_event::kind::cut) bytes_[e.identity].resize(e.offset);
     if (e.what == disk_event::kind::name) names_[e.path] = e.identity;
     if (e.what == disk_event::kind::remove) names_.erase(e.path);
@@ -196,7 +186,7 @@ class builder {
     for (std::size_t at = 0; at < e.bytes.size();) {
       const std::size_t in_sector = 512 - (e.offset + at) % 512;
       const std::size_t n = std::min(in_sector, e.bytes.size() - at);
-      if ((*coin)() % 2 == 0) put_bytes(&bytes_[e.identity], e.offset + at, e.bytes.data() + at, n);
+      if ((*coin)() % 2 == 0) bytes_[e.identity].write(e.offset + at, e.bytes.data() + at, n);
       at += n;
     }
   }
@@ -204,13 +194,13 @@ class builder {
     disk_image result;
     for (const auto& [path, identity] : names_) {
       auto at = bytes_.find(identity);
-      result[path] = {at == bytes_.end() ? disk_bytes{} : at->second, identity};
+      result[path] = {at == bytes_.end() ? paged_bytes{} : at->second, identity};
     }
     return result;
   }
 
  private:
-  std::map<std::uint64_t, disk_bytes> bytes_;
+  std::map<std::uint64_t, paged_bytes> bytes_;
   std::map<std::string, std::uint64_t> names_;
 };
 
@@ -242,7 +232,7 @@ disk_image disk_now() {
   return result;
 }
 void patch_disk(const std::string& path, std::uint64_t offset, const disk_bytes& bytes) {
-  put_bytes(&disk.names.at(path)->bytes, offset, bytes.data(), bytes.size());
+  disk.names.at(path)->bytes.write(offset, bytes.data(), bytes.size());
 }
 void fail_flushes(int nth, int count) {
   disk.good_flushes = nth - 1;
@@ -293,7 +283,7 @@ std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events,
 }
 
 disk_image after_power_cut(const disk_image& start, const std::vector<disk_event>& events, std::size_t n,
-                           const std::map<std::size_t, write_fate>& fates, std::mt19937* coin) {
+                           const write_fates& fates, std::mt19937* coin) {
   builder b(start);
   for (std::size_t i = 0; i < n; i++) {
     auto at = fates.find(i);
@@ -307,7 +297,7 @@ disk_image after_power_cut(const disk_image& start, const std::vector<disk_event
 }
 
 disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events) {
-  std::map<std::size_t, write_fate> fates;
+  write_fates fates;
   for (const std::size_t i : undecided_writes(events, events.size())) fates[i] = write_fate::lost;
   return after_power_cut(start, events, events.size(), fates, nullptr);
 }

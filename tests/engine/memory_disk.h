@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "engine/paged_bytes.h"
+
 namespace zvrdb::test {
 
 using disk_bytes = std::vector<unsigned char>;
 
 struct disk_file {
-  disk_bytes bytes;
+  paged_bytes bytes;
   std::uint64_t identity;
 };
 using disk_image = std::map<std::string, disk_file>;   // by path
@@ -52,8 +54,9 @@ disk_image after_kill(const disk_image& start, const std::vector<disk_event>& ev
 // their file followed, or one that failed.
 std::vector<std::size_t> undecided_writes(const std::vector<disk_event>& events, std::size_t n);
 enum class write_fate { kept, lost, torn };   // torn: each 512 bytes by a coin
+using write_fates = std::map<std::size_t, write_fate>;   // by event
 disk_image after_power_cut(const disk_image& start, const std::vector<disk_event>& events, std::size_t n,
-                           const std::map<std::size_t, write_fate>& fates, std::mt19937* coin);
+                           const write_fates& fates, std::mt19937* coin);
 // Behind all events, when a power cut leaves nothing but what was flushed.
 disk_image flushed_alone(const disk_image& start, const std::vector<disk_event>& events);
 

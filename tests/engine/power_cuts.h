@@ -14,8 +14,15 @@ namespace zvrdb::test {
 struct power_cut_sample {
   std::size_t points;     // behind about so many of the events
   std::size_t prefixes;   // about so many of the prefixes, of the single losses and of the tears at each
-  int subsets;            // random ones at each; 200 of everything
+  int subsets;            // random ones at each
+  int seeds = 200;        // the same where everything is tried and the writes are many
 };
+
+// Fates of writes that a power cut decides.  Where they are few every choice of the kept and the
+// lost is tried, and besides some with tears; where they are many, and with `all` not set, so many
+// by the coin.  Ends with the first false that `look` answers, and answers it.
+bool for_each_fate(const std::vector<std::size_t>& open, bool all, int seeds, std::mt19937* coin,
+                   const std::function<bool(const write_fates& fates)>& look);
 
 // Behind events of the run on `start`: of the writes that no flush followed all are lost, or
 // all but a prefix, or a single one, or a single one is torn, or each fares by the coin.

@@ -170,6 +170,16 @@ TEST_F(InstallationCommands, JournalsAmongTheFilesArePassedOver) {
   EXPECT_THAT(result.err, HasSubstr(journal + ": a journal, passed over"));
 }
 
+TEST_F(InstallationCommands, CheckNotesAJournalThatCannotBeOpened) {
+  const std::string file = base.file("db/trgcfg"), journal = file + ".jnl";
+  std::filesystem::remove(journal);
+  std::filesystem::create_directory(journal);
+  const tool_result result = run_tool({"file", "check", "--deep", file});
+  EXPECT_EQ(result.exit, 0);
+  EXPECT_THAT(result.out, HasSubstr(file + ": note: its journal is there and cannot be opened"));
+  EXPECT_THAT(run_tool({"file", "summary", file}).out, HasSubstr("its journal is there and cannot be opened"));
+}
+
 TEST_F(InstallationCommands, ACopyOfAHeldFileHasWhatADeadWriterStored) {
   const std::string copy = base.file("copy");
   {

@@ -11,6 +11,7 @@ namespace {
 
 using namespace tool_test;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 const std::vector<std::vector<std::string>> all_commands{{"init"},
                                                          {"status"},
@@ -68,6 +69,12 @@ TEST(Usage, TheExamplesOfACommandAreItsOwn) {
     const std::string out = run_tool(command).out;
     EXPECT_THAT(out.substr(std::min(out.find("Example"), out.size())), HasSubstr(" " + command[0]));
   }
+}
+
+TEST(Usage, TheVersionIsTold) {
+  const tool_result result = run_tool({"--version"});
+  EXPECT_EQ(result.exit, 0);
+  EXPECT_THAT(result.out, MatchesRegex("zvradm [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 TEST(Usage, AWordThatIsNoCommandIsNamed) {

@@ -57,6 +57,7 @@ int run_command_line(int argc, const char* const* argv) {
   app.fallthrough();
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help of all commands");
+  app.set_version_flag("--version", "zvradm " ZVRDB_VERSION);
   app.add_option("--base", all.base, "Base directory of the installation")
       ->type_name("DIR")
       ->envname("ORVO_PATH");

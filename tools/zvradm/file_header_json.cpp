@@ -29,7 +29,7 @@ json file_header_json(const zvrdb::engine::file_header& h) {
   if (!trees.empty()) object["trees"] = std::move(trees);   // beside the one that all files have
   object["write_flag"] = h.write_flag;
   object["size"] = h.size;
-  if (h.journal_ahead) object["note"] = zvrdb::engine::journal_ahead_note;
+  if (h.journal_note) object["note"] = h.journal_note;
   return object;
 }
 
