@@ -304,11 +304,12 @@ TEST_P(FailedFlush, APowerCutBehindAKillLosesAndHalvesNothing) {
           verify(after_power_cut(start_, all, m, fates, &coin), n, static_cast<unsigned>(coin() % 4));
           return !failed();
         };
+        // All lost, and by the coin: near kills and cuts are alike, so that these too are many.
         write_fates lost;
         for (const std::size_t i : open) lost[i] = write_fate::lost;
         const bool all_lost = torture() || m % 2 == 0;
         if (all_lost && !look(lost)) return;
-        if (!for_each_fate(open, torture(), torture() ? seeds : all_lost ? 0 : 1, &coin, look)) return;
+        if ((torture() || !all_lost) && !for_each_fate(open, false, 1, &coin, look)) return;
       }
     }
   });
