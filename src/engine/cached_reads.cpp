@@ -49,14 +49,31 @@ bool journal_in_view(PSP* h) {
   return c->journal != nullptr;
 }
 
+// While it lives the journal is read through its mapping.
+class journal_in_mapping {
+ public:
+  explicit journal_in_mapping(PSP* h) : log_(&h->journal->log) { log_->view = h->cached->journal; }
+  journal_in_mapping(const journal_in_mapping&) = delete;
+  journal_in_mapping& operator=(const journal_in_mapping&) = delete;
+  ~journal_in_mapping() { log_->view = nullptr; }
+
+ private:
+  journal_file* log_;
+};
+
 // What others changed is taken from the journal without waiting for who is at work.
 bool follow_writer(PSP* h) {
   if (h->journal == nullptr) return false;
+  const journal_in_mapping mapped(h);
+  if (!is_same_life(&h->journal->log, h->cached->journal)) {
+    if (!journal_follow_into_life(h)) return false;
+    if (!something_moved(h)) return true;
+  }
   const first_page_seen page = look_at_first_page(h);
   // While the pages of a commit go to the file, what ended before is all that counts.
   std::uint32_t generation = page.generation;
   if (page.flag && !look_for_ended_change(&h->journal->log, h->cached->journal, &generation)) return false;
-  if (!journal_follow_quietly(h, generation)) return false;
+  if (!journal_follow_quietly(h, h->cached->journal, generation)) return false;
   const first_page_seen after = look_at_first_page(h);
   if (!page.flag && (after.flag || after.generation != generation)) return false;
   return journal_take_seen(h, generation) && !something_moved(h);

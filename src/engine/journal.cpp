@@ -98,10 +98,9 @@ bool is_at_last_change(const journal* j, std::uint32_t generation) {
 }
 
 // Nodes in the cache are kept true by what the groups say of them.
-void on_new_life(void* context, const journal_file& log) {
+void on_new_life(void* context, const journal_file& log, bool passed_on) {
   journal* j = static_cast<PSP*>(context)->journal;
-  j->follows = j->follows && log.alive && j->disk_generation >= log.settled_generation &&
-               j->disk_generation <= log.base_generation;
+  j->follows = j->follows && log.alive && passed_on && !j->deferred && j->pages.count == 0;
 }
 
 void on_group(void* context, const group_read& g) {
@@ -643,10 +642,18 @@ bool journal_take_seen(PSP* h, std::uint32_t generation) {
   return true;
 }
 
-bool journal_follow_quietly(PSP* h, std::uint32_t generation) {
+bool journal_follow_into_life(PSP* h) {
+  journal* j = h->journal;
+  if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
+  return look_at_life_quietly(&j->log, watcher_of(h)) && journal_take_seen(h, j->log.base_generation);
+}
+
+bool journal_follow_quietly(PSP* h, const std::uint8_t* view, std::uint32_t generation) {
   journal* j = h->journal;
   if (j->must_repair || j->must_reload || j->ahead || j->deferred || !j->follows || !j->log.alive) return false;
   if (j->log.unsure) return false;
+  // What is taken on the way to one that isn't there would cost the whole cache.
+  if (!is_at_last_change(j, generation) && !look_for_change(&j->log, view, generation)) return false;
   if (catch_up_to(&j->log, generation, watcher_of(h)) == 1) return true;
   // What was taken on the way may be taken back yet by its writer.
   if (j->ahead) j->follows = false;
@@ -688,8 +695,12 @@ int journal_end_operation(PSP* h, int result) {
   if (result == e_ok) result = change ? commit_change(h) : note_generation(h);
   if (result != e_ok) return undo_operation(h, result);
   h->grown = 0;
-  // A checkpoint that fails is tried again after the next operation: nothing is lost.
-  if (!j->deferred && !j->closing && j->log.at.end > checkpoint_at) check_point(h);
+  // A checkpoint that fails is tried again after the next operation: nothing is lost.  The file
+  // has all its pages, so readers may come in while it is flushed.
+  if (!j->deferred && !j->closing && j->log.at.end > checkpoint_at) {
+    if (h->locklevel == 3) unlockread(h);
+    check_point(h);
+  }
   return e_ok;
 }
 

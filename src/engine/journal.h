@@ -75,9 +75,12 @@ int journal_enter(PSP* h);
 // their way to the file has not ended, so what the handle knows counts still; but nothing may be
 // read of the file then.
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag);
+// Others began the journal anew: whether the handle followed the life before to its end, no lock
+// being held, and knows the file as it was then.
+bool journal_follow_into_life(PSP* h);
 // Follows what others wrote by the journal alone, no lock being held, up to the change that the
 // record file bears.  False: it must be followed under the locks.
-bool journal_follow_quietly(PSP* h, std::uint32_t generation);
+bool journal_follow_quietly(PSP* h, const std::uint8_t* view, std::uint32_t generation);
 // The header of the block becomes that of the last change followed.
 bool journal_take_seen(PSP* h, std::uint32_t generation);
 // At the beginning of a read operation, the own reader byte held.  0 or an error.

@@ -59,10 +59,34 @@ const std::uint8_t* in_window(const journal_file* j, std::uint64_t at, std::size
   return j->window_length - from >= n ? j->buffer + from : nullptr;
 }
 
+// What others may be writing meanwhile: who reads finds that by the checksums.
+void copy_from_view(const std::uint8_t* from, std::uint8_t* to, std::size_t n) {
+  while (n > 0) {
+    const std::uint64_t word = __atomic_load_n(reinterpret_cast<const std::uint64_t*>(from), __ATOMIC_RELAXED);
+    const std::size_t some = std::min(n, sizeof word);
+    std::memcpy(to, &word, some);
+    from += sizeof word;
+    to += some;
+    n -= some;
+  }
+}
+
+bool is_in_view(const journal_file* j, std::uint64_t at, std::size_t n) {
+  static_assert(journal_size % sizeof(std::uint64_t) == 0);
+  return j->view != nullptr && at <= journal_size && n <= journal_size - at;
+}
+
+// Up to n bytes from a place on, which is a multiple of 8.  Their number, negative on failure.
+std::int64_t read_bytes(const journal_file* j, std::uint64_t at, std::uint8_t* to, std::size_t n) {
+  if (!is_in_view(j, at, n)) return os().read_at(j->file, at, to, n);
+  copy_from_view(j->view + at, to, n);
+  return static_cast<std::int64_t>(n);
+}
+
 // Reads up to n bytes from a place on into the buffer.  0, e_no_memory, e_io.
 int fill_window(journal_file* j, std::uint64_t at, std::size_t n) {
   if (!make_room(j, n)) return e_no_memory;
-  const std::int64_t got = os().read_at(j->file, at, j->buffer, n);
+  const std::int64_t got = read_bytes(j, at, j->buffer, n);
   if (got < 0) return e_io;
   j->window_at = at;
   j->window_length = static_cast<std::size_t>(got);
@@ -110,10 +134,14 @@ void start_of_life(journal_file* j) {
   j->unsure = false;
 }
 
+bool is_sound(const journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
+  return std::memcmp(head, head_magic, sizeof head_magic - 1) == 0 &&
+         load_le32(head + head_at::crc) == crc32c(0, head, head_at::crc) &&
+         (load_le64(head + head_at::identity) == j->identity || planted(planted_fault::identity_ignored));
+}
+
 void take_head(journal_file* j, const std::uint8_t (&head)[journal_head_size]) {
-  j->alive = std::memcmp(head, head_magic, sizeof head_magic - 1) == 0 &&
-             load_le32(head + head_at::crc) == crc32c(0, head, head_at::crc) &&
-             (load_le64(head + head_at::identity) == j->identity || planted(planted_fault::identity_ignored));
+  j->alive = is_sound(j, head);
   j->salt = load_le64(head + head_at::salt);
   std::memcpy(j->base, head + head_at::header, header_size);
   j->base_generation = load_le32(head + head_at::generation);
@@ -238,7 +266,7 @@ void close_journal(journal_file* j) {
 }
 
 int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
-               std::uint32_t generation, begun how) {
+               std::uint32_t generation, begun how, life_before before) {
   std::uint8_t head[journal_head_size] = {};
   std::memcpy(head + head_at::magic, head_magic, sizeof head_magic - 1);
   store_le64(head + head_at::salt, os().random());
@@ -246,6 +274,11 @@ int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::
   store_le32(head + head_at::generation, generation);
   store_le32(head + head_at::settled, settled);
   std::memcpy(head + head_at::header, header, header_size);
+  if (before == life_before::leads_here) {
+    store_le64(head + head_at::before_salt, j->salt);
+    store_le64(head + head_at::before_sequence, j->at.sequence);
+    store_le32(head + head_at::before_chain, j->at.chain);
+  }
   store_le32(head + head_at::crc, crc32c(0, head, head_at::crc));
   j->alive = false;
   std::uint8_t begin[head_and_state];
@@ -316,7 +349,7 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
   j->window_length = 0;
   int found = 1;
   group_read g;
-  while (found == 1 && !(j->at.any_change && j->at.changed_generation == generation))
+  while (found == 1 && j->at.changed_generation != generation)
     found = take_next_group(j, watcher, &g);
   if (found != 1) {
     j->at = before;
@@ -329,12 +362,31 @@ namespace {
 // With what is told behind it.  1; 0 the file is too short, e_io.
 int read_head(journal_file* j, std::uint8_t (*head)[journal_head_size]) {
   std::uint8_t bytes[head_and_state] = {};
-  const std::int64_t got = os().read_at(j->file, 0, bytes, sizeof bytes);
+  const std::int64_t got = read_bytes(j, 0, bytes, sizeof bytes);
   if (got < 0) return e_io;
   if (got < static_cast<std::int64_t>(journal_head_size)) return 0;
   std::memcpy(*head, bytes, sizeof *head);
   j->doubt = j->doubt_untold || load_le64(bytes + journal_doubt_at) != 0;
   return 1;
+}
+
+// Reads the rest of a life that ended, to the end that the head of the next one tells of.  Its
+// chain leads there by what counted alone: not by a group that was taken back, nor by one that
+// is overwritten by now.
+bool read_to_its_end(journal_file* j, const std::uint8_t (&next)[journal_head_size], const journal_watcher& watcher) {
+  const std::uint64_t end = load_le64(next + head_at::before_sequence);
+  if (end == 0 || load_le64(next + head_at::before_salt) != j->salt) return false;
+  j->window_length = 0;
+  group_read g;
+  while (j->at.sequence < end)
+    if (take_next_group(j, watcher, &g) != 1) return false;
+  return j->at.sequence == end && j->at.chain == load_le32(next + head_at::before_chain);
+}
+
+void go_into_life(journal_file* j, const std::uint8_t (&head)[journal_head_size], const journal_watcher& watcher) {
+  const bool passed_on = j->alive && is_sound(j, head) && read_to_its_end(j, head, watcher);
+  take_head(j, head);
+  watcher.new_life(watcher.context, *j, passed_on);
 }
 }  // namespace
 
@@ -346,11 +398,18 @@ int look_at_life(journal_file* j, const journal_watcher& watcher) {
     j->alive = false;
     return e_ok;
   }
-  if (!j->alive || load_le64(head + head_at::salt) != j->salt) {
-    take_head(j, head);
-    watcher.new_life(watcher.context, *j);
-  }
+  if (!j->alive || load_le64(head + head_at::salt) != j->salt) go_into_life(j, head, watcher);
   return e_ok;
+}
+
+bool look_at_life_quietly(journal_file* j, const journal_watcher& watcher) {
+  std::uint8_t head[journal_head_size];
+  const bool doubt = j->doubt;
+  const int got = read_head(j, &head);
+  j->doubt = doubt;   // looked at by who works on it
+  if (got != 1 || !is_sound(j, head)) return false;
+  if (!j->alive || load_le64(head + head_at::salt) != j->salt) go_into_life(j, head, watcher);
+  return true;
 }
 
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher) {
@@ -575,13 +634,15 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
   const std::uint8_t* at = in_window(j, place.at, group_head_size);
   if (at == nullptr) {
     std::size_t window = std::min(4 * j->window_length, longest_window);
-    if (window == 0) {
+    const bool in_view = j->view != nullptr;   // nothing is won by reading ahead
+    if (window == 0 || in_view) {
       // Most often nothing has been appended: that costs one short read.
       std::uint8_t head[group_head_size];
-      const std::int64_t got = os().read_at(j->file, place.at, head, sizeof head);
+      const std::int64_t got = read_bytes(j, place.at, head, sizeof head);
       if (got < 0) return e_io;
       if (got != static_cast<std::int64_t>(sizeof head) || !head_is_good(j, head, place)) return e_ok;
-      window = std::clamp<std::size_t>(load_le32(head + group_at::length), first_window, longest_window);
+      const std::size_t length = load_le32(head + group_at::length);
+      window = in_view ? std::min(length, longest_window) : std::clamp(length, first_window, longest_window);
     }
     if (const int filled = fill_window(j, place.at, window); filled != e_ok) return filled;
     at = in_window(j, place.at, group_head_size);
@@ -589,11 +650,14 @@ int find_bytes(journal_file* j, const group_place& place, const std::uint8_t** o
   if (at == nullptr || !head_is_good(j, at, place)) return e_ok;
   const std::size_t length = load_le32(at + group_at::length);
   if (in_window(j, place.at, length) == nullptr) {
-    const std::int64_t size = os().size(j->file);
-    if (size < 0) return e_io;
-    const auto bytes = static_cast<std::uint64_t>(size);
-    if (place.at >= bytes || length > bytes - place.at) return e_ok;
-    const std::size_t wanted = std::max(length, longest_window);
+    std::size_t wanted = length;
+    if (!is_in_view(j, place.at, length)) {
+      const std::int64_t size = os().size(j->file);
+      if (size < 0) return e_io;
+      const auto bytes = static_cast<std::uint64_t>(size);
+      if (place.at >= bytes || length > bytes - place.at) return e_ok;
+      wanted = std::max(length, longest_window);
+    }
     if (const int filled = fill_window(j, place.at, wanted); filled != e_ok) return filled;
     at = in_window(j, place.at, length);
     // What was read now may not be what the head was read from: another one may be writing.

@@ -7,7 +7,10 @@
 //        |   0 "ZVRJRNL2"  8 salt (8)  16 identity (8) |
 //        |  24 generation (4)  28 settled (4)          |
 //        |  32 header of the record file (352)         |
-//        | 384 zero (124)  508 CRC-32C of 0 to 507 (4) |
+//        | 384 salt of the life before (8)             |
+//        | 392 sequence behind its last group (8)      |
+//        | 400 CRC of that group (4)                   |
+//        | 404 zero (104)  508 CRC-32C of 0 to 507 (4) |
 //    512 +---------------------------------------------+
 //        | mount (8): where the life began, see below  |
 //    520 | doubt (8): 0 none, see below                |
@@ -59,6 +62,10 @@
 // sequence 1, 2, 3...  The first place that holds no such group, whole, is the end.  Each
 // names its forerunner by the CRC, and the random number makes every CRC one of a kind: when
 // a power cut took group 7 and left 8, no new group 7 leads to that old 8.
+//
+// A new life overwrites the groups of the one before as it grows, from the front.  Who had read
+// those as far as some place finds the rest of them behind it for a while, and goes on to the end
+// that the new head tells of.  The sequence is 0 where that life says nothing of the record file.
 #pragma once
 
 #include <cstddef>
@@ -111,6 +118,7 @@ struct journal_file {
   std::uint8_t base[header_size] = {};   // header of the record file when the life began
   std::uint32_t base_generation = 0;
   std::uint32_t settled_generation = 0;  // the header may bear this one to the base's
+  const std::uint8_t* view = nullptr;    // of the first journal_size bytes: they are read there while it is set
 
   log_mark at;                    // behind the last group known
   log_mark before;                // behind the one before it, while the last is a promise
@@ -208,8 +216,11 @@ void close_journal(journal_file* j);
 // 0, e_write; then the journal has no life.  Unflushed it is for a life that follows one
 // without a change: whichever is found after a power cut says the same of the record file.
 enum class begun { flushed, unflushed };
+// Whether the record file is what the groups of the life before say, all of which are known: who
+// was in that life may then go on into this one.
+enum class life_before { unrelated, leads_here };
 int begin_life(journal_file* j, const std::uint8_t (&header)[header_size], std::uint32_t settled,
-               std::uint32_t generation, begun how = begun::flushed);
+               std::uint32_t generation, begun how = begun::flushed, life_before before = life_before::unrelated);
 
 // Whether the file system is mounted as it was when the life began.
 bool still_mounted(const journal_file* j);
@@ -222,18 +233,22 @@ bool was_mount_forgotten(const journal_file* j);
 struct group_read;
 struct journal_watcher {
   void* context;
-  void (*new_life)(void* context, const journal_file& j);
+  // `passed_on`: all groups of the life before that led here were told of.
+  void (*new_life)(void* context, const journal_file& j, bool passed_on);
   void (*group)(void* context, const group_read& g);
   void (*taken_back)(void* context);   // what was told of a group does not hold; all are told anew
 };
-inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal_file&) {},
+inline constexpr journal_watcher nobody_watches{nullptr, [](void*, const journal_file&, bool) {},
                                                [](void*, const group_read&) {}, [](void*) {}};
 // Reads what others did since: a new life, or groups behind the last known one.  A caller
 // who does not hold the arbiter may read a group that its writer takes back.
 // 0; e_no_memory, e_io.
 int catch_up(journal_file* j, bool arbiter_held, const journal_watcher& watcher = nobody_watches);
-// Its first part: whether a new life has begun.  0, e_io.
+// Its first part: whether a new life has begun.  What is left of the life before is read then, as
+// far as it still stands.  0, e_io.
 int look_at_life(journal_file* j, const journal_watcher& watcher);
+// The same for who holds no lock: false, and nothing has happened, if the head is none just now.
+bool look_at_life_quietly(journal_file* j, const journal_watcher& watcher);
 // Reads groups of the same life as far as the change that led to a generation, which the record
 // file shows.  No lock need be held.  1 it is the last one known now; 0 it was not met and
 // nothing is known beyond what was; e_no_memory, e_io.
@@ -243,13 +258,16 @@ int catch_up_to(journal_file* j, std::uint32_t generation, const journal_watcher
 // of the journal as they are now.
 enum class journal_news {
   none,
-  nothing_to_read,    // operations without a change, or of a call that goes on
+  nothing_to_read,    // operations without a change, or of a call that goes on; or the life is being begun
   change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   pair_under_way,     // the same, of two files: when its writer dies the other one may show first that it counts
   some,
 };
+bool is_same_life(const journal_file* j, const std::uint8_t* view);
 // `generation` becomes that of a change that is under way.
 journal_news look_for_news(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation = nullptr);
+// Whether the change that led to a generation seems to stand behind what is known, and is not open.
+bool look_for_change(const journal_file* j, const std::uint8_t* view, std::uint32_t generation);
 // The generation of the last change but one behind what is known, if nothing but changes that are
 // not open stands there.  Its operation has ended: another one appended behind it.
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* view, std::uint32_t* generation);

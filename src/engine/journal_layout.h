@@ -17,6 +17,9 @@ inline constexpr std::size_t identity = 16;
 inline constexpr std::size_t generation = 24;
 inline constexpr std::size_t settled = 28;
 inline constexpr std::size_t header = 32;
+inline constexpr std::size_t before_salt = 384;
+inline constexpr std::size_t before_sequence = 392;
+inline constexpr std::size_t before_chain = 400;
 inline constexpr std::size_t crc = 508;
 }  // namespace head_at
 
@@ -49,7 +52,8 @@ inline constexpr std::size_t salt = 8;
 inline constexpr std::size_t name = 16;
 }  // namespace link_at
 static_assert(link_at::name + sizeof(group_link::name) == link_size);
-static_assert(head_at::header + header_size <= head_at::crc && head_at::crc + 4 == journal_head_size);
+static_assert(head_at::header + header_size == head_at::before_salt);
+static_assert(head_at::before_chain + 4 <= head_at::crc && head_at::crc + 4 == journal_head_size);
 static_assert(group_at::crc + 4 == group_head_size);
 
 inline constexpr char head_magic[] = "ZVRJRNL2";

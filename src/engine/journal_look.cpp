@@ -42,12 +42,19 @@ class journal_view {
 };
 }  // namespace
 
+bool is_same_life(const journal_file* j, const std::uint8_t* bytes) { return journal_view(j, bytes).same_life(); }
+
 journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {
   constexpr int most_groups = 16;
   const journal_view view(j, bytes);
-  if (!view.same_life() || view.look(journal_doubt_at) != 0) return journal_news::some;
+  if (!view.same_life()) return journal_news::some;
   std::uint64_t at = j->at.end;
   std::uint64_t sequence = j->at.sequence;
+  if (view.look(journal_doubt_at) != 0) {
+    // A life that has just begun is in doubt until its head is flushed.  The file was before.
+    const bool begun_only = j->at.last == 0 && !view.begins(at, sequence);
+    return begun_only ? journal_news::nothing_to_read : journal_news::some;
+  }
   for (int groups = 0; groups < most_groups && view.in_sight(at); ++groups) {
     if (!view.begins(at, sequence)) return groups == 0 ? journal_news::none : journal_news::nothing_to_read;
     const std::uint64_t behind = view.end_of(at);
@@ -62,6 +69,19 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std
     ++sequence;
   }
   return journal_news::some;
+}
+
+bool look_for_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t generation) {
+  const journal_view view(j, bytes);
+  if (!view.same_life()) return false;
+  std::uint64_t at = j->at.end;
+  for (std::uint64_t sequence = j->at.sequence; view.in_sight(at) && view.begins(at, sequence); ++sequence) {
+    if (view.is_change(at) && view.generation_after(at) == generation) return true;
+    const std::uint64_t behind = view.end_of(at);
+    if (behind == at) return false;
+    at = behind;
+  }
+  return false;
 }
 
 bool look_for_ended_change(const journal_file* j, const std::uint8_t* bytes, std::uint32_t* generation) {

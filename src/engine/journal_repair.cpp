@@ -314,7 +314,7 @@ int apply_pages(PSP* h) {
 namespace {
 // Flushes the file; then it may bear `generation`, which needs no flush, since nothing else
 // changes with it: the new life knows the file by the one and by the other.
-int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
+int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation, life_before before) {
   journal* j = h->journal;
   if (const int settled = settle_partner(h); settled != e_ok) return settled;
   // Told before it fails: nobody may come to tell it afterwards.
@@ -331,7 +331,7 @@ int settle_and_begin(PSP* h, const first_page& page, std::uint32_t generation) {
     if (const int written = write_through(h, 0, header, sizeof(std::uint32_t)); written != e_ok) return written;
     j->disk_generation = generation;
   }
-  return begin_life(&j->log, header, page.generation, generation);
+  return begin_life(&j->log, header, page.generation, generation, begun::flushed, before);
 }
 }  // namespace
 
@@ -339,7 +339,7 @@ int begin_anew(PSP* h) {
   first_page page;
   const int got = read_first_page(h, &page);
   if (got != e_ok) return got;
-  const int begun = settle_and_begin(h, page, page.generation);
+  const int begun = settle_and_begin(h, page, page.generation, life_before::unrelated);
   return begun == partner_busy ? static_cast<int>(e_io) : begun;
 }
 
@@ -373,7 +373,7 @@ int check_point(PSP* h) {
   const bool known = j->log.alive && in_step(j, page);
   const std::uint32_t generation = known ? j->log.at.generation : page.generation;
   if (j->log.at.any_change || j->log.at.end > checkpoint_at) {
-    const int begun = settle_and_begin(h, page, generation);
+    const int begun = settle_and_begin(h, page, generation, known ? life_before::leads_here : life_before::unrelated);
     // The journal stays as it is, and the file is not flushed: it will be at the next one.
     return begun == partner_busy ? static_cast<int>(e_ok) : begun;
   }
@@ -382,7 +382,8 @@ int check_point(PSP* h) {
   }
   // Groups without a change only cost who reads them.
   if (!known || j->log.at.last == 0) return e_ok;
-  return begin_life(&j->log, j->log.base, j->log.settled_generation, generation, begun::unflushed);
+  return begin_life(&j->log, j->log.base, j->log.settled_generation, generation, begun::unflushed,
+                    life_before::leads_here);
 }
 
 }  // namespace zvrdb::engine

@@ -188,18 +188,10 @@ int release_writer(PSP* h) {
   return leave_result(relarbiter(h), result);
 }
 
-namespace {
-// A writer with a journal shuts readers out only while pages go to the file, and cannot be kept
-// out by them.  So they let it go before them, but don't wait for its flush.
-int wait_a_moment(PSP* h) {
-  constexpr unsigned patience = 4;
-  for (unsigned attempt = 0; attempt < patience && os().probe(h->file, arbiter_byte) != 0; ++attempt) os().wait(attempt);
-  return e_ok;
-}
-}  // namespace
-
 int waitarbiter(PSP* h) {
-  if (h->journal != nullptr && !queues(h)) return wait_a_moment(h);
+  // A writer with a journal shuts readers out, byte by byte, only while pages go to the file, so
+  // they cannot keep it out, and need not wait for its flush.
+  if (h->journal != nullptr && !queues(h)) return e_ok;
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
   const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;

@@ -9,6 +9,7 @@
 #include "engine/journal.h"
 #include "engine/node_cache.h"
 #include "engine/os_file.h"
+#include "engine/psp.h"
 #include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
@@ -183,7 +184,7 @@ TEST_F(Cost, OfBringingOutAReplacementDoesNotGrowWithTheCache) {
 }
 
 // Each get comes after a commit of another handle, which it follows by the journal.
-TEST_F(Cost, OfFollowingAWriterIsAFewReadsOfItsJournal) {
+TEST_F(Cost, OfFollowingAWriterIsNothing) {
   cost gets;
   for (int i = 0; i < measured; ++i) {
     ASSERT_EQ(bystander_.insert(sample(3 + i * 4, 20)), 0);
@@ -191,8 +192,45 @@ TEST_F(Cost, OfFollowingAWriterIsAFewReadsOfItsJournal) {
     get(h_, 2 + i * 4);
     gets.calls += spent.calls;
     gets.flushes += spent.flushes;
+    gets.allocations += spent.allocations;
   }
-  EXPECT_EQ(gets, (cost{100, 0, 0}));
+  EXPECT_EQ(gets, (cost{0, 0, 0}));
+}
+
+// Three changes, of which the second one ends the life of the journal, behind some that are known.
+TEST_F(Cost, OfFollowingAWriterOverACheckpointIsNothing) {
+  const std::uint64_t kept = engine::checkpoint_at;
+  cost gets;
+  for (int i = 0; i < measured; ++i) {
+    const int next = 1001 + i * 8;
+    for (int known = 0; known < 5; ++known) ASSERT_EQ(bystander_.insert(sample(next + known, 20)), 0);
+    get(h_, next);
+    ASSERT_EQ(bystander_.insert(sample(next + 5, 20)), 0);
+    const std::uint64_t life = bystander_.get()->journal->log.salt;
+    engine::checkpoint_at = 1;
+    ASSERT_EQ(bystander_.insert(sample(next + 6, 20)), 0);
+    engine::checkpoint_at = kept;
+    ASSERT_NE(bystander_.get()->journal->log.salt, life);
+    ASSERT_EQ(bystander_.insert(sample(next + 7, 20)), 0);
+    spent = {};
+    get(h_, next + 6);
+    gets.calls += spent.calls;
+    gets.flushes += spent.flushes;
+    gets.allocations += spent.allocations;
+  }
+  EXPECT_EQ(gets, (cost{0, 0, 0}));
+}
+
+// A find and a read, each under its lock, and a few nodes.
+TEST_F(Cost, OfAGetOutOfTheFileIsALockAndTheReads) {
+  for (int i = 0; i < 10; ++i) {   // who misses more than that reads nodes beside them too
+    engine::purgefile(h_);
+    spent = {};
+    get(h_, 2 + i * 4);
+    const int nodes = h_.get()->blocks;
+    ASSERT_LE(nodes, 6);
+    ASSERT_EQ(spent, (cost{2 * 2 + nodes, 0, 0}));
+  }
 }
 
 // A handle that comes beside another one, and goes.
