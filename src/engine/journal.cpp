@@ -383,6 +383,8 @@ int note_generation(PSP* h) {
 
 }  // namespace
 
+bool some_without_journal(PSP* h) { return is_without_journal(h, 0, slot_count); }
+
 bool settles_journal(const PSP* h, const char* path, journal_use asked) {
   if (asked == journal_use::on && h->rw != 1) return true;
   char name[path_limit];
@@ -621,7 +623,7 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   if (!is_under_way(news)) return flag || news == journal_news::some;
   // The flag may be that of a program without a journal, which is at work behind that change.
   if (flag && generation != j->disk_generation &&
-      (generation != under_way || is_without_journal(h, 0, slot_count))) {
+      (generation != under_way || some_without_journal(h))) {
     return true;
   }
   return !its_writer_lives(h, under_way, news == journal_news::pair_under_way);

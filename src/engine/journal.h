@@ -75,6 +75,8 @@ int journal_enter(PSP* h);
 // their way to the file has not ended, so what the handle knows counts still; but nothing may be
 // read of the file then.
 bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, bool flag);
+// Whether a handle beside this one does without the journal, or nobody can say.
+bool some_without_journal(PSP* h);
 // Others began the journal anew: whether the handle followed the life before to its end, no lock
 // being held, and knows the file as it was then.
 bool journal_follow_into_life(PSP* h);

@@ -189,10 +189,10 @@ int release_writer(PSP* h) {
 }
 
 int waitarbiter(PSP* h) {
-  // A writer with a journal shuts readers out, byte by byte, only while pages go to the file, so
-  // they cannot keep it out, and need not wait for its flush.
-  if (h->journal != nullptr && !queues(h)) return e_ok;
   if (os().probe(h->file, arbiter_byte) == 0) return e_ok;
+  // A writer with a journal shuts readers out, byte by byte, only while pages go to the file, so
+  // they cannot keep it out, and need not wait for its flush.  One without takes all bytes at once.
+  if (h->journal != nullptr && !queues(h) && !some_without_journal(h)) return e_ok;
   const int taken = queues(h) ? wait_in_queue(h) : wait_for_bytes(h->file, arbiter_byte, 1);
   if (taken != e_ok) return taken;
   return os().unlock(h->file, arbiter_byte, 1) == 0 ? e_ok : e_byte_lock;

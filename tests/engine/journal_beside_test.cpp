@@ -5,7 +5,11 @@
 #include <iostream>
 #include <string>
 
+#include "engine/journal.h"
 #include "engine/journal_use_fixture.h"
+#include "engine/os_file.h"
+#include "engine/psp.h"
+#include "engine/sharing.h"
 #include "engine/writers_held.h"
 
 namespace zvrdb::test {
@@ -267,6 +271,40 @@ TEST_F(JournalUse, AWriterWithoutOneBetweenTwoOperationsIsNoticed) {
   put(&a_, 103);
   ASSERT_EQ(a_.close(), 0);
   expect_sound();
+}
+
+// It takes all reader bytes at once, and would not get them from readers who come and go.
+TEST_F(JournalUse, ReadersLetAWriterWithoutAJournalGoFirst) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  ASSERT_EQ(engine::read_under_locks(a_), 0);
+  static engine::os_ops ops;
+  static handle* writer;
+  static int waited;
+  for (const bool with_journal : {true, false}) {
+    handle other;
+    other.journal = journal_use::on;
+    ASSERT_EQ(other.open_for_work(path), 0);
+    // One that knows of no journal has a slot, and no byte of the journal.
+    const auto slot = static_cast<std::uint64_t>(other.get()->slot);
+    if (!with_journal) {
+      ASSERT_EQ(engine::os().unlock(other.get()->journal->log.file, (std::uint64_t{1} << 32) + 64 + slot, 1), 0);
+    }
+    writer = &other;
+    waited = 0;
+    const engine::os_ops& below = engine::os();
+    ops = below;
+    ops.wait = [](unsigned) {
+      ++waited;
+      engine::relarbiter(*writer);
+    };
+    ASSERT_EQ(engine::getarbiter(other), 0);
+    engine::set_os_ops(&ops);
+    EXPECT_EQ(a_.find_name(sample(1).name), 0);
+    engine::set_os_ops(&below);
+    EXPECT_EQ(waited, with_journal ? 0 : 1);
+    ASSERT_EQ(engine::relarbiter(other), 0);
+    ASSERT_EQ(other.close(), 0);
+  }
 }
 
 }  // namespace
