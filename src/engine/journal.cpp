@@ -169,6 +169,9 @@ int settle_at_open(PSP* h, journal_use asked, bool there, bool* use) {
   if (others && !users && !j->log.alive) return e_ok;   // it is about another state: they may do without
   if (asked == journal_use::on || users) {
     *use = true;
+    if (j->log.alive && h->rw != 1 && !planted(planted_fault::last_groups_believed)) {
+      if (const int again = write_last_groups_again(&j->log); again != e_ok) return again;
+    }
     return take_user_byte(h) ? e_ok : e_byte_lock;
   }
   return j->log.alive ? check_point(h) : static_cast<int>(e_ok);

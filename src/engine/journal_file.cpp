@@ -164,6 +164,7 @@ void step_over(journal_file* j, const group_read& g) {
   at.any_change = true;
   at.changed_generation = g.generation_after;
   std::memcpy(at.header, g.header, header_size);
+  at.behind_change = at.end;
 }
 
 // No group begins behind the last one known.
@@ -705,6 +706,30 @@ int write_head_again(journal_file* j) {
 int write_group_again(journal_file* j, const group_read& g) {
   const bool written = os().write_at(j->file, g.place, g.bytes, g.length) == static_cast<std::int64_t>(g.length);
   return written ? e_ok : e_write;
+}
+
+int write_last_groups_again(journal_file* j) {
+  for (std::uint64_t at = j->at.behind_change; at < j->at.end;) {
+    const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(j->at.end - at, longest_window));
+    if (const int filled = fill_window(j, at, n); filled != e_ok) return filled;
+    if (j->window_length != n) return e_io;
+    if (os().write_at(j->file, at, j->buffer, n) != static_cast<std::int64_t>(n)) return e_write;
+    at += n;
+  }
+  return e_ok;
+}
+
+int write_again_from_promise(journal_file* j, std::uint64_t number) {
+  bool met = false;
+  group_read g;
+  for (group_place place = first_place(j); place.at < j->at.end; place = place_behind(place, g)) {
+    const int found = read_group(j, place, &g);
+    if (found <= 0) return found == 0 ? static_cast<int>(e_io) : found;
+    met = met || (g.promise.there && g.promise.number == number);
+    if (!met) continue;
+    if (const int written = write_group_again(j, g); written != e_ok) return written;
+  }
+  return e_ok;
 }
 
 namespace {

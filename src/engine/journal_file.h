@@ -94,6 +94,13 @@ struct group_link {
   char name[48] = {};         // of the other record file, in the same folder, with its NUL
 };
 
+// Where a group stands, and what it must say to belong there.
+struct group_place {
+  std::uint64_t at;
+  std::uint64_t sequence;
+  std::uint32_t chain;
+};
+
 // A place behind a group, and what is known there.
 struct log_mark {
   std::uint64_t end = journal_groups;
@@ -104,6 +111,7 @@ struct log_mark {
   std::uint32_t generation = 0;          // after the last group of any kind
   std::uint32_t chain = 0;               // CRC of the last group, or of the head
   std::uint64_t last = 0;                // where the last group begins; 0: there is none
+  std::uint64_t behind_change = journal_groups;   // where groups begin that no change follows
   group_link promise;                    // of the last group: nothing was appended behind it
   group_link decision;                   // the last one of this life
 };
@@ -297,12 +305,6 @@ int end_doubt(journal_file* j);
 // Groups that wait are written first.  0; e_write: and then there is doubt, or those were lost.
 int flush_journal(journal_file* j);
 
-// Where a group stands, and what it must say to belong there.
-struct group_place {
-  std::uint64_t at;
-  std::uint64_t sequence;
-  std::uint32_t chain;
-};
 // Of the first one; to be asked at the head of each walk, which then reads the journal anew.
 group_place first_place(journal_file* j);
 group_place place_behind(const group_place& p, const group_read& g);
@@ -315,5 +317,11 @@ int find_decision(journal_file* j, const group_link& promise, bool alone);
 // Writes the head, or a group that was read, to its place once more.  0, e_write, e_io.
 int write_head_again(journal_file* j);
 int write_group_again(journal_file* j, const group_read& g);
+// The same for the groups behind the last change.  Who wrote them may have died before he told of a
+// flush that failed, and what is appended behind them counts as long as they do.  For who holds the
+// arbiter and has read the log to its end.  0, e_write, e_io, e_no_memory.
+int write_last_groups_again(journal_file* j);
+// The same for a promise and all behind it, where there is one of that number.
+int write_again_from_promise(journal_file* j, std::uint64_t number);
 
 }  // namespace zvrdb::engine

@@ -82,6 +82,8 @@ int make_known(int record_file, const char* record, const group_link& decision) 
       behind.generation_before = behind.generation_after = log.at.generation;
       result = append_group(&log, behind);
     }
+    // Who wrote them may have died before he told of a flush that failed.
+    if (result == e_ok) result = write_again_from_promise(&log, decision.number);
     if (result == e_ok) result = flush_journal(&log);
   }
   close_journal(&log);

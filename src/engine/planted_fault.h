@@ -24,6 +24,7 @@ enum class planted_fault : int {
   doubt_forgotten = 15,          // a flush of the journal that failed is taken for none
   promise_not_kept_open = 16,    // a promise is broken while its decision may be on the disk
   open_groups_left_open = 17,    // groups that a repair brings to the file may be taken back
+  last_groups_believed = 18,     // groups without a change count on, whose flush may have failed
 };
 
 #ifdef ZVR_PLANTED_FAULTS
