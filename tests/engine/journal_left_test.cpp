@@ -148,6 +148,29 @@ TEST_F(JournalUse, ALifeBegunWithoutAFlushMayBeLost) {
   }
 }
 
+// A full disk had room for the group and not for the zeros behind it.
+TEST_F(JournalUse, ALastGroupThatEndsWithTheFileCounts) {
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  put(&a_, 101);
+  ASSERT_EQ(b_.open_for_work(path), 0);
+  ASSERT_EQ(b_.close(), 0);
+  engine::abandon(a_);
+  disk_image left = disk_now();
+  disk_bytes journal = left.at(journal_of_it).bytes;
+  std::size_t end = engine::journal_groups;
+  for (std::size_t at = end; std::memcmp(journal.data() + at, "ZVRG", 4) == 0; at = (end + 511) / 512 * 512)
+    end = at + engine::load_le32(journal.data() + at + 4);
+  ASSERT_NE(end % 512, 0U);
+  journal.resize(end);
+  left.at(journal_of_it).bytes = journal;
+  mount_memory_disk(left, power::stays_on);
+  ASSERT_EQ(a_.open_for_work(path), 0);
+  EXPECT_EQ(a_.find_name(sample(101).name), 0);
+  put(&a_, 102);
+  ASSERT_EQ(a_.close(), 0);
+  expect_sound();
+}
+
 // A check of a file that a killed writer left says so.
 TEST_F(JournalUse, ACheckTellsThatTheJournalIsAheadOfTheFile) {
   ASSERT_EQ(a_.open_for_work(path), 0);
