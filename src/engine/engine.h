@@ -236,10 +236,10 @@ void begin_call(PSP* h);
 // Without a call that began, or when it has ended, nothing happens.  0; e_write: what was done
 // since the last commit never was, the begin of a transaction too; e_byte_lock.
 int end_call(PSP* h);
-// dlock for a change that follows in the same call, and behind that dunlock, unless the change is
-// ddelete.  Nobody can see such a lock before it is given up, so it is not put into the file where
-// that would leave no trace; those of others count as ever.  It ends with the call at the latest.
-// Outside a call it is dlock.
+// dlock for a dupdate or ddelete of the record, which follows at once in the same call, and behind
+// dupdate dunlock; nothing else may come between.  Nobody can see such a lock before it is given up,
+// so it is not put into the file where that would leave no trace; those of others count as ever.  It
+// ends with the call at the latest.  Outside a call it is dlock.
 int dlock_for_call(PSP* h);
 
 // ---- Before-image journal
