@@ -1,11 +1,10 @@
 #include "engine/kept_bodies.h"
 
+#include "engine/memory_lines.h"
 #include "engine/os_file.h"
 
 namespace zvrdb::engine {
 namespace {
-
-constexpr std::size_t memory_line = 64;
 
 void* memory = nullptr;
 kept_body* bodies = nullptr;   // each at the beginning of a line of memory
@@ -33,8 +32,7 @@ const kept_body* recall_body(const PSP* h, std::int32_t recno) {
 
 void expect_kept_body(std::uint32_t place) {
   if (bodies == nullptr) return;
-  const auto* from = reinterpret_cast<const char*>(kept_at(place));
-  for (std::size_t at = 0; at < sizeof(kept_body); at += memory_line) __builtin_prefetch(from + at);
+  call_for(kept_at(place), sizeof(kept_body));
 }
 
 kept_body* room_for_body(const PSP* h, std::int32_t recno) {
@@ -53,8 +51,7 @@ int make_kept_bodies(unsigned nodes) {
   memory = os().allocate(bytes);
   if (memory == nullptr) return e_no_memory;
   os().scatter(memory, bytes);
-  const std::size_t off = reinterpret_cast<std::uintptr_t>(memory) % memory_line;
-  bodies = reinterpret_cast<kept_body*>(static_cast<char*>(memory) + (off == 0 ? 0 : memory_line - off));
+  bodies = at_a_line<kept_body>(memory);
   mask = count - 1;
   return e_ok;
 }

@@ -10,6 +10,7 @@
 #include "engine/journal.h"
 #include "engine/kept_bodies.h"
 #include "engine/key_compare.h"
+#include "engine/memory_lines.h"
 #include "engine/one_thread.h"
 #include "engine/open_handles.h"
 #include "engine/os_file.h"
@@ -60,7 +61,6 @@ struct leaf_hint {
   std::uint64_t body : 17;  // where the body of its record is kept, its lower bits
 };
 static_assert(max_entries < 1 << 8 && entry_area < 1 << 10);
-constexpr std::size_t memory_line = 64;
 constexpr unsigned hints_a_set = memory_line / sizeof(leaf_hint);   // looked at together
 static_assert(hints_a_set == 4);
 constexpr unsigned hints_a_block = 4;
@@ -402,8 +402,7 @@ int cache_ready() {
     release_cache();
     return e_no_memory;
   }
-  const std::size_t off = reinterpret_cast<std::uintptr_t>(cache.hint_memory) % memory_line;
-  cache.hints = reinterpret_cast<leaf_hint*>(static_cast<char*>(cache.hint_memory) + (memory_line - off));
+  cache.hints = at_a_line<leaf_hint>(cache.hint_memory);
   cache.count = count;
   cache.table_mask = table - 1;
   cache.hint_mask = hints_a_block * table - 1;
@@ -526,11 +525,6 @@ leaf_hint* hint_set(std::uint64_t hash) {
   return cache.hints + (hash & cache.hint_mask & ~std::uint64_t{hints_a_set - 1});
 }
 unsigned tag_of(std::uint64_t hash) { return static_cast<unsigned>(hash >> 57); }
-
-// Bytes that are about to be read.
-void fetch(const void* from, std::size_t n) {
-  for (std::size_t at = 0; at < n; at += memory_line) __builtin_prefetch(static_cast<const char*>(from) + at);
-}
 }  // namespace
 
 bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
@@ -543,7 +537,7 @@ bool recall_entry(PSP* h, std::uint64_t hash, hinted_entry* out) {
     out->image = &b->image;
     out->index = hint.index;
     out->offset = hint.offset;
-    fetch(out->image->entries + out->offset, max_entry_size);
+    call_for(out->image->entries + out->offset, max_entry_size);
     expect_kept_body(hint.body);
     if (b->owner != h || b->file != h->file || b->version != hint.version) continue;
     note_use(b);
