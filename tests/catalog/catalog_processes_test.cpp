@@ -41,9 +41,11 @@ class CatalogProcesses : public CatalogTest, public target_test::KilledWriters {
     const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
     cell.under_way = next;
     if (next == 0) {
-      if (!expect(del_on(own, name), old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
-    } else if (!expect(put_on(own, version_of(name, next)), old ? DBE_RECORD_REPLACED : DBE_OK, 2)) {
-      return false;
+      const int rc = answer_in_the_end([&] { return del_on(own, name); });
+      if (!expect(rc, old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
+    } else {
+      const int rc = answer_in_the_end([&] { return put_on(own, version_of(name, next)); });
+      if (!expect(rc, old ? DBE_RECORD_REPLACED : DBE_OK, 2)) return false;
     }
     cell.done = next;
     return true;

@@ -10,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
 #include <utility>
@@ -59,6 +60,11 @@ class KilledWriters {
   }
   // For a writer: false, and the end of all of them, when the answer is another one.
   bool expect(int rc, int wanted, int place);
+  // For a writer: what a call on one record answers in the end.  Without journals the lock of a
+  // record is written to the file.  That of a dead writer counts once more from when another
+  // process takes its slot until that one, at the end of its open, has cleared it away; so the
+  // call is made again while it answers "locked by another".
+  static int answer_in_the_end(const std::function<int()>& call);
 
  private:
   struct Control {

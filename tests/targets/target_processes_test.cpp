@@ -26,11 +26,12 @@ class TargetProcesses : public TargetWriters {
     const std::uint32_t next = random() % 3 == 0 ? 0 : static_cast<std::uint32_t>(random() | 1u);
     cell.under_way = next;
     if (next == 0) {
-      if (!expect(db_del(own, DB_TRG, 1, keys), old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
+      const int rc = answer_in_the_end([&] { return db_del(own, DB_TRG, 1, keys); });
+      if (!expect(rc, old ? DBE_OK : DBE_NOT_FOUND, 1)) return false;
     } else {
       Record record(name);
       record.description(std::to_string(next)).ren(std::to_string(at)).text(288, 60, std::to_string(next));
-      const int rc = db_put(own, DB_TRG, 1, keys, record.bytes.data(), record_len);
+      const int rc = answer_in_the_end([&] { return db_put(own, DB_TRG, 1, keys, record.bytes.data(), record_len); });
       if (!expect(rc, old ? DBE_RECORD_REPLACED : DBE_OK, 2)) return false;
     }
     cell.done = next;
