@@ -70,7 +70,7 @@ void describe(const StoreOptions& options, const Rivals& rivals, Report* report)
 int main(int argc, char** argv) {
   StoreOptions options;
   SystemOptions system;
-  std::string json = "rivals.json";
+  std::string json;
   const auto shorter = [&](const char*) {
     options.records = 10000;
     options.slice = 0.1;
@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
           {{"--short", nullptr, "10,000 records and a fifth of the time", shorter},
            {"--dir", "FOLDER", "where the files are made (default /tmp)", [&](const char* f) { options.folder = f; }},
            {"--only", "WORKLOAD", "one workload of the table, e.g. get", [&](const char* w) { options.only = w; }},
-           {"--json", "FILE", "where the figures go (default rivals.json)", [&](const char* f) { json = f; }}}))
+           {"--json", "FILE", "write the figures there too", [&](const char* f) { json = f; }}}))
     return 2;
   setenv("ZVR_JOURNAL", "on", 1);
   std::string folder = options.folder + "/zvr-rivals-XXXXXX";
@@ -120,6 +120,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   print_report(report, wanted);
-  write_json(report, wanted, json);
+  if (!json.empty()) write_json(report, wanted, json);
   return 0;
 }
