@@ -93,13 +93,15 @@ bool descend(PSP* h, const target& t, place* out) {
 }
 
 // The very entry sought is where a descent would end.  So is the first entry of the key value
-// sought, as long as its forerunner is in the same leaf, which did not change, or nothing did.
+// sought, as long as its forerunner is in the same leaf, which did not change, or nothing did.  Not
+// of a composite key: what is remembered may be the first of a longer value, which a shorter one
+// equals, and not the first of all that begin so.
 bool recall_place(PSP* h, const target& t, std::uint64_t hash, place* out) {
   hinted_entry e;
   if (!recall_entry(h, hash, &e)) return false;
   *out = {e.image, e.number, e.where, e.version, e.index, e.offset, entrycmp(e.image->entries + e.offset, t, true)};
   if (out->sign.full == 0) return true;
-  return out->sign.key == 0 && t.recno == 0 && e.first && (e.index > 0 || e.sure);
+  return out->sign.key == 0 && t.recno == 0 && t.segments == nullptr && e.first && (e.index > 0 || e.sure);
 }
 
 // `again` tells whether that was found before.

@@ -217,6 +217,24 @@ TEST_P(CompositeKey, IsFoundByItsFirstSegmentsToo) {
   EXPECT_EQ(read(), (place{"c", 9, "c"}));
 }
 
+// What is remembered of a find may lie where that of a shorter value would: each open puts both
+// elsewhere.
+TEST_P(CompositeKey, IsFoundByItsFirstSegmentBehindAnyFindOfAWholeValue) {
+  constexpr int numbers = 60;
+  constexpr int opens = 400;
+  for (int i = 0; i < numbers; i++) ASSERT_EQ(insert({"a", i, "c"}), 0);
+  for (int i = 0; i < opens && !HasFailure(); i++) {
+    ASSERT_EQ(h_.close(), 0);
+    ASSERT_EQ(h_.open(path_, GetParam().access, 2, keys), 0);
+    ASSERT_EQ(engine::csetfile(h_, 4), 0);
+    for (int number = 0; number < numbers; number++) {
+      ASSERT_EQ(find(town_key("a", number, "c")), 0);
+      ASSERT_EQ(find(town_key("a")), 0);
+      ASSERT_EQ(read(), (place{"a", numbers - 1, "c"})) << i << " " << number;
+    }
+  }
+}
+
 TEST_P(CompositeKey, FollowsItsFieldsThroughUpdatesAndGoesWithItsRecord) {
   for (int i = 0; i < 60; i++) ASSERT_EQ(insert({"t" + std::to_string(i), i, "c"}), 0);
   for (int i = 0; i < 60; i += 2) {
