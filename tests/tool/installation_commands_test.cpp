@@ -125,7 +125,7 @@ TEST_F(JournalCommand, ShowsAndSetsTheChoiceOfTheInstallation) {
   EXPECT_THAT(base.tool({"status"}).out, HasSubstr("off (installation)"));
   EXPECT_EQ(base.tool({"get", "trg", "OSLO"}).exit, 0);
   EXPECT_EQ(base.tool({"journal", "on"}).out, "on (installation)\n");
-  EXPECT_EQ(base.tool({"journal", "--json"}).out, "{\"journal\":true,\"source\":\"installation\"}\n");
+  EXPECT_EQ(base.tool({"journal", "--json"}).out, "{\"journal\":true,\"source\":\"installation\",\"note\":\"\"}\n");
   EXPECT_EQ(base.tool({"journal", "perhaps"}).exit, 2);
 }
 
@@ -154,6 +154,8 @@ TEST_F(JournalCommand, TellsOfTasksThatKeepTheFilesAsTheyAre) {
 TEST_F(JournalCommand, AFileThatSaysNeitherIsTold) {
   write_file(base.file("journal"), "of\n");
   EXPECT_THAT(base.tool({"journal"}).out, HasSubstr("says neither on nor off"));
+  EXPECT_EQ(base.tool({"journal", "--json"}).json()["note"],
+            "the file \"journal\" of the base directory says neither on nor off");
 }
 
 TEST_F(JournalCommand, AVariableThatSaysNeitherIsTold) {

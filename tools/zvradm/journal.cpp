@@ -27,7 +27,7 @@ std::uint32_t other_tasks(void* task) {
 void show(void* task, bool as_json) {
   const journal_view view = view_journal(task);
   if (as_json) {
-    print_json({{"journal", view.on}, {"source", view.source}});
+    print_json({{"journal", view.on}, {"source", view.source}, {"note", view.note}});
     return;
   }
   std::printf("%s\n", journal_text(view).c_str());
