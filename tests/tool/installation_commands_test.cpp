@@ -312,8 +312,13 @@ TEST_F(InstallationCommands, NothingIsWrittenWhileAFileIsHeld) {
 TEST_F(InstallationCommands, HoldTellsWhatItsCommandAnswered) {
   EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg"), "--run", "true"}).exit, 0);
   EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg"), "--run", "exit 3"}).exit, 1);
-  EXPECT_EQ(run_tool({"file", "hold", base.file("db/nothing"), "--run", "true"}).exit, 1);
   EXPECT_EQ(run_tool({"file", "hold", base.file("db/trgcfg")}).exit, 2);
+}
+
+TEST_F(InstallationCommands, HoldTellsWhyAFileCannotBeOpened) {
+  const tool_result result = run_tool({"file", "hold", base.file("db/nothing"), "--run", "true"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err, HasSubstr("db/nothing: cannot be opened for writing: No such file or directory"));
 }
 
 TEST_F(InstallationCommands, HoldTakesAFileThatIsNamedTwiceOnce) {

@@ -2,7 +2,10 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -35,6 +38,14 @@ std::vector<std::string> each_once(const std::vector<std::string>& names) {
   return files;
 }
 
+// The system's word on it; empty when the file can be opened by now.
+std::string why_not_for_writing(const std::string& name) {
+  std::FILE* file = std::fopen(name.c_str(), "r+b");
+  if (!file) return std::string(": ") + std::strerror(errno);
+  std::fclose(file);
+  return "";
+}
+
 void hold(const hold_options& options) {
   const std::vector<std::string> files = each_once(record_files_among(options.files));
   if (files.empty()) throw refusal("none of the names is a record file: nothing was held, nothing was run");
@@ -45,7 +56,8 @@ void hold(const hold_options& options) {
     held.push_back(std::make_unique<writers_held>(name.c_str()));
     const int result = held.back()->result();
     if (result == zvrdb::engine::e_byte_lock) throw refusal(name + ": this file system takes no byte locks");
-    if (result == zvrdb::engine::e_not_found) throw refusal(name + ": cannot be opened for writing");
+    if (result == zvrdb::engine::e_not_found)
+      throw refusal(name + ": cannot be opened for writing" + why_not_for_writing(name));
     if (result != 0) throw refusal(name + ": cannot be kept still: code " + std::to_string(result));
   }
   const int status = std::system(options.command.c_str());
