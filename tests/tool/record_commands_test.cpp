@@ -37,6 +37,10 @@ TEST_F(RecordCommands, PutAnswersALineForEachRecord) {
                                           R"({"line":3,"rc":8196,"code":"DBE_RECORD_REPLACED"})"));
 }
 
+TEST_F(RecordCommands, PutTellsANameThatIsMisspeltAndNotThatItIsMissing) {
+  EXPECT_THAT(put("trg", R"({"trg_nam":"A","trg_type":130})").err, HasSubstr("line 1: trg_nam: unknown field"));
+}
+
 TEST_F(RecordCommands, PutTellsRefusedRecordsAndStoresTheOthers) {
   const tool_result result = put("trg", R"({"trg_name":"A","trg_type":130,"srv_name":"NOBODY"})"
                                         "\n"

@@ -85,9 +85,10 @@ void record_writer::require_kept(const record_type& type, const json& object) co
 }
 
 record_keys record_writer::prepare(const record_type& type, const json& object, bool update) {
-  require_fields(type, object, update);
   std::fill(buffer_.begin(), buffer_.end(), static_cast<unsigned char>(0));
+  // First, so that a name that is misspelt is told and not missed.
   json_to_record(type, object, buffer_);
+  require_fields(type, object, update);
   require_names(type, buffer_);
   require_file_name(type, buffer_);
   if (!update) require_kept(type, object);
