@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zvrco/zvrco.h>
+#include <zvrdb/zvrdb.h>
 
 #include <algorithm>
 
@@ -168,6 +169,12 @@ TEST(Usage, CodesThatTheCommonServicesAnswerHaveNamesAndSayWhatToDo) {
   for (const int code : {CO_NOT_FOUND, CO_IO_ERROR, CO_BAD_ARGUMENT, CO_NO_MEMORY, CO_FAILURE})
     EXPECT_STRNE(zvradm::code_name(static_cast<std::int16_t>(code)), "UNKNOWN") << code;
   EXPECT_THAT(zvradm::code_meaning(CO_IO_ERROR), HasSubstr("who may write"));
+}
+
+// On a full disk the message log may have no room for the reason, and of damage it may have none.
+TEST(Usage, FailuresOfARecordFileAreToldWithMoreThanTheLog) {
+  EXPECT_THAT(zvradm::code_meaning(DBE_IO_ERROR), HasSubstr("no room"));
+  EXPECT_THAT(zvradm::code_meaning(DBE_INIT_FAILED), HasSubstr("'zvradm file check --deep'"));
 }
 
 TEST(Usage, WithoutABaseDirectoryNothingIsDone) {

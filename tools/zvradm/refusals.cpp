@@ -26,7 +26,8 @@ constexpr std::array code_rows{
     code_row{DBE_END_OF_LIST, "DBE_END_OF_LIST", "end of the list"},
     code_row{DBE_NO_TARGET, "DBE_NO_TARGET", "a target or server that is named is not known; 'zvradm list trg --names' tells all"},
     code_row{DBE_INIT_FAILED, "DBE_INIT_FAILED",
-             "the tables in memory could not be built; the message log (log/messages.log) tells why"},
+             "the tables in memory could not be built; the message log (log/messages.log) tells why, and where it "
+             "does not, 'zvradm file check --deep' of db/trgcfg and db/catalog"},
     code_row{DBE_BAD_CMS_KEY, "DBE_BAD_CMS_KEY", "unknown target, or unknown change file"},
     code_row{DBE_ENTRY_CHANGED, "DBE_ENTRY_CHANGED", "the entry changed since the list was made; list again"},
     code_row{DBE_LIST_TOO_SMALL, "DBE_LIST_TOO_SMALL", "the list area is too small"},
@@ -45,7 +46,8 @@ constexpr std::array code_rows{
     code_row{DBE_FILE_NOT_FOUND, "DBE_FILE_NOT_FOUND", "a file does not exist, or the directory it is to be made in"},
     code_row{
         DBE_IO_ERROR, "DBE_IO_ERROR",
-        "a record file failed; the message log (log/messages.log) tells which, 'zvradm file check' what"},
+        "a record file failed, or there is no room for it on the disk; the message log (log/messages.log) tells which, "
+        "'zvradm file check' what"},
     code_row{CO_IO_ERROR, "CO_IO_ERROR",
              "the system refused to read or write a file; see who may write in the base directory and in db/, "
              "and whether the disk is full"},
