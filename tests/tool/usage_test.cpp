@@ -40,6 +40,8 @@ const std::vector<std::vector<std::string>> all_commands{{"init"},
                                                          {"correlator", "of"},
                                                          {"request", "of"},
                                                          {"matrix"},
+                                                         {"migrate"},
+                                                         {"journal"},
                                                          {"cms"},
                                                          {"cms", "put"},
                                                          {"cms", "get"},
@@ -88,6 +90,25 @@ TEST(Usage, AWordThatIsNoCommandIsNamed) {
     EXPECT_THAT(result.err, HasSubstr("'frobnicate'")) << arguments[0];
   }
   EXPECT_THAT(run_tool({"cms"}).err, HasSubstr("subcommand is required"));
+}
+
+TEST(Usage, WhatIsWrongIsToldInOneLineWithTheHelpThatTellsMore) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
+      {{}, "'zvradm --help' tells more"},
+      {{"cms"}, "'zvradm cms --help' tells more"},
+      {{"frobnicate"}, "'zvradm --help' tells which there are"},
+      {{"trace", "frobnicate"}, "'zvradm trace --help' tells which there are"},
+      {{"init", "--name", "A", "--ren", "B"}, "--rgn is required; 'zvradm init --help' tells more"},
+      {{"journal", "of"}, "'zvradm journal --help' tells more"},
+      {{"get", "trg", "A", "--tabel"}, "--tabel; 'zvradm get --help' tells more"},
+      {{"cms", "put", "A", "B", "256"}, "'zvradm cms put --help' tells more"},
+      {{"target-status", "age", "x"}, "'zvradm target-status age --help' tells more"}};
+  for (const auto& [arguments, words] : wrong) {
+    const tool_result result = run_tool(arguments);
+    EXPECT_EQ(result.exit, 2) << words;
+    EXPECT_THAT(result.err, MatchesRegex("zvradm: [^\n]*\n")) << words;
+    EXPECT_THAT(result.err, HasSubstr(words));
+  }
 }
 
 TEST(Usage, ANumberOutOfItsRangeIsToldTheRange) {

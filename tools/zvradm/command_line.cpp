@@ -11,8 +11,9 @@ namespace {
 
 constexpr const char* examples = R"(Exit codes:
   0  done
-  1  the library refused; standard error tells the code by name and number
-  2  wrong usage
+  1  refused, or not all of it done; standard error tells why, and what the library
+     answered by name and number
+  2  wrong usage, or a file that 'file check' cannot read
 
 Examples:
   zvradm --base /srv/zvr init --name OSLO --rgn NORTH --ren OSLO01 --kind server
@@ -39,6 +40,16 @@ constexpr const char* file_examples = R"(Examples:
 std::string unknown_word(const CLI::App& app) {
   const std::vector<std::string> left = app.remaining(true);
   return left.empty() ? "" : left.front();
+}
+
+// The command whose help tells more: as far down as commands were given.
+std::string help_of(const CLI::App& app) {
+  std::string words = "zvradm";
+  for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+    at = at->get_subcommands().front();
+    words += " " + at->get_name();
+  }
+  return "'" + words + " --help'";
 }
 
 // Text on standard error, one line a message, with the tool's name before it.
@@ -103,16 +114,18 @@ int run_command_line(int argc, const char* const* argv) {
     app.parse(argc, argv);
   } catch (const CLI::RequiredError& fault) {
     const std::string word = unknown_word(app);
-    if (word.empty()) {
-      app.exit(fault);
-    } else {
-      complain("there is no command or option '" + word + "' here; 'zvradm --help' tells which there are");
-    }
+    if (word.empty())
+      complain(std::string(fault.what()) + "; " + help_of(app) + " tells more");
+    else
+      complain("there is no command or option '" + word + "' here; " + help_of(app) + " tells which there are");
     return exit_usage;
   } catch (const CLI::ParseError& fault) {
-    const bool help = fault.get_exit_code() == 0;
-    app.exit(fault);
-    return help ? exit_done : exit_usage;
+    if (fault.get_exit_code() == 0) {   // help, or the version
+      app.exit(fault);
+      return exit_done;
+    }
+    complain(std::string(fault.what()) + "; " + help_of(app) + " tells more");
+    return exit_usage;
   } catch (const usage_fault& fault) {
     complain(fault.what());
     return exit_usage;
