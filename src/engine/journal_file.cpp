@@ -708,9 +708,10 @@ int write_group_again(journal_file* j, const group_read& g) {
   return written ? e_ok : e_write;
 }
 
-int write_last_groups_again(journal_file* j) {
-  for (std::uint64_t at = j->at.behind_change; at < j->at.end;) {
-    const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(j->at.end - at, longest_window));
+namespace {
+int write_groups_without_change_again(journal_file* j, const log_mark& mark) {
+  for (std::uint64_t at = mark.behind_change; at < mark.end;) {
+    const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(mark.end - at, longest_window));
     if (const int filled = fill_window(j, at, n); filled != e_ok) return filled;
     const std::size_t there = j->window_length;   // the zeros behind the last group may be missing
     if (os().write_at(j->file, at, j->buffer, there) != static_cast<std::int64_t>(there)) return e_write;
@@ -718,6 +719,17 @@ int write_last_groups_again(journal_file* j) {
     at += n;
   }
   return e_ok;
+}
+}  // namespace
+
+int write_last_groups_again(journal_file* j) { return write_groups_without_change_again(j, j->at); }
+
+int write_again_before(journal_file* j, const log_mark& mark) {
+  // A life may have begun without a flush.
+  if (!mark.any_change) {
+    if (const int head = write_head_again(j); head != e_ok) return head;
+  }
+  return write_groups_without_change_again(j, mark);
 }
 
 int write_again_from_promise(journal_file* j, std::uint64_t number) {

@@ -321,6 +321,9 @@ int write_group_again(journal_file* j, const group_read& g);
 // flush that failed, and what is appended behind them counts as long as they do.  For who holds the
 // arbiter and has read the log to its end.  0, e_write, e_io, e_no_memory.
 int write_last_groups_again(journal_file* j);
+// The same for who takes back what stands behind a mark: nothing tells any more that it was flushed,
+// and the head of a life without a change may hang on that flush too.
+int write_again_before(journal_file* j, const log_mark& mark);
 // The same for a promise and all behind it, where there is one of that number.
 int write_again_from_promise(journal_file* j, std::uint64_t number);
 

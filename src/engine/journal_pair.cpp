@@ -102,6 +102,7 @@ int settle_promise(PSP* h) {
   if (counts > 0) {
     j->log.at.promise.there = false;
   } else {
+    if (const int again = write_again_before(&j->log, j->log.before); again != e_ok) return again;
     take_back_group(&j->log, j->log.before);
     j->follows = false;   // nodes of it may be in the cache
   }

@@ -273,6 +273,9 @@ int drop_unfinished(PSP* h) {
     if (!unfinished) keep = place_behind(at, g).at;
   }
   if (!unfinished) return e_ok;
+  // A flush of a promise behind them may have failed, and the head of a life that began without one
+  // hang on it.  The groups that stay are written once more by who opens.
+  if (const int head = write_head_again(&j->log); head != e_ok) return head;
   h->took_back = 1;
   return take_back_from(&j->log, keep);
 }

@@ -278,6 +278,8 @@ const scenario scenarios[] = {
     {"Changes", {{act::one, 0, 151}, {act::one, 0, 152}, {act::undone, 0, 156}, {act::one, 0, 153}, {act::reopen}, {act::one, 0, 154}}},
     {"ChangesWithCheckpoints", {{act::one, 0, 151}, {act::one, 0, 152}, {act::one, 0, 153}, {act::one, 0, 154}, {act::one, 0, 155}, {act::one, 0, 156}}, tiny},
     {"OnePair", {{act::pair, 0, 101}}},
+    // An open and a close begin a life without a flush.
+    {"PairBehindACloseWithoutAChange", {{act::reopen}, {act::pair, 0, 101}}},
     {"PairAndTheOther", {{act::pair, 0, 101}, {act::one, 1, 152}}},
     {"PairAndTheOne", {{act::pair, 0, 101}, {act::one, 0, 152}, {act::reopen, 1}}},
     {"Pairs", {{act::pair, 0, 101}, {act::pair, 0, 102}, {act::reopen}, {act::pair, 0, 103}}},
