@@ -623,6 +623,8 @@ bool journal_moved(PSP* h, const std::uint8_t* view, std::uint32_t generation, b
   if (!j->deferred && !is_at_last_change(j, j->disk_generation)) return true;
   std::uint32_t under_way = generation;
   const journal_news news = look_for_news(&j->log, view, &under_way);
+  // Readers are shut out as long as a promise is open: who reads without locks must wait with them.
+  if (news == journal_news::promise_under_way) return true;
   if (!is_under_way(news)) return flag || news == journal_news::some;
   // The flag may be that of a program without a journal, which is at work behind that change.
   if (flag && generation != j->disk_generation &&

@@ -269,6 +269,7 @@ enum class journal_news {
   nothing_to_read,    // operations without a change, or of a call that goes on; or the life is being begun
   change_under_way,   // behind such at most, a change that is not open: while its operation lasts it is ahead of nobody
   pair_under_way,     // the same, of two files: when its writer dies the other one may show first that it counts
+  promise_under_way,  // and that other file shows it first while its writer lives too
   some,
 };
 bool is_same_life(const journal_file* j, const std::uint8_t* view);

@@ -23,6 +23,7 @@ class journal_view {
     return at + to_sectors(look(at) >> 32);
   }
   bool is_of_pair(std::uint64_t at) const { return is_linked(kind_of(at)); }
+  bool is_promise(std::uint64_t at) const { return kind_of(at) == kind_promise; }
   bool is_change(std::uint64_t at) const { return kind_of(at) != 0 && open_of(at) == group_open::no; }
   // Of no interest to who only reads, as long as nothing else follows.
   bool may_wait(std::uint64_t at) const { return kind_of(at) == 0 || open_of(at) == group_open::in_call; }
@@ -63,6 +64,7 @@ journal_news look_for_news(const journal_file* j, const std::uint8_t* bytes, std
       const bool last = view.is_change(at) && !view.begins(behind, sequence + 1);
       if (!last) return journal_news::some;
       if (generation != nullptr) *generation = view.generation_after(at);
+      if (view.is_promise(at)) return journal_news::promise_under_way;
       return view.is_of_pair(at) ? journal_news::pair_under_way : journal_news::change_under_way;
     }
     at = behind;
