@@ -251,7 +251,7 @@ class Runner {
         await(start_worker([&] {
           s.rival->open(s.folder);
           const auto all = static_cast<std::uint64_t>(options_.records / per_call);
-          for (std::uint64_t i = 0; i < all; ++i) operation(s, i);
+          for (std::uint64_t i = 0; i < all; ++i) operation(s, i);   // what a process keeps is there
           const std::uint64_t before = out->operations;
           time_all(&*out, options_.slice, UINT64_MAX, [&](std::uint64_t i) { operation(s, i); });
           // One at a time, for the spread; not for the throughput.
@@ -324,13 +324,15 @@ class Runner {
       for (unsigned r = 0; r < readers; ++r) {
         read.push_back(std::make_unique<SharedOutcome>());
         children.push_back(start_worker([&, r] {
-          s.rival->open(s.folder);
-          meet();
-          time_each(&**read[r], options_.mixed_seconds, UINT64_MAX, [&](std::uint64_t i) {
+          const auto get_one = [&](std::uint64_t i) {
             Record record, found;
             make_record_name(wandering(i * readers + r, options_.records), &record);
             need(s.rival->get(record.name, &found), "get beside a writer");
-          });
+          };
+          s.rival->open(s.folder);
+          for (std::uint64_t i = 0; i < options_.records; ++i) get_one(i);   // as where nobody writes
+          meet();
+          time_each(&**read[r], options_.mixed_seconds, UINT64_MAX, get_one);
           s.rival->close();
         }));
       }
