@@ -19,6 +19,7 @@
 #include "engine/journal.h"
 #include "engine/memory_disk.h"
 #include "engine/power_cuts.h"
+#include "engine/scratch_folder.h"
 
 namespace zvrdb::test {
 namespace {
@@ -44,6 +45,12 @@ class work {
     ASSERT_EQ(h_->insert(r), 0);
     now_[r.name] = r;
     done();
+  }
+  // A name of which a node holds four, and which differs from others at its end alone.
+  void insert_long_name(int i) {
+    sample_record r = sample(i);
+    r.name = std::string(200, 'n') + r.name;
+    put(r);
   }
   void update(int i, std::size_t payload) {
     sample_record r = sample(i, payload);
@@ -125,6 +132,7 @@ struct scenario {
   std::uint64_t checkpoint;   // length of the journal
   bool fresh_journal;         // the journal is made by the run's own open
   unsigned blocks = few;      // of the cache: groups have less of the nodes that it holds
+  bool grows = false;         // leaves, inner nodes and the root are split
 };
 void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 
@@ -210,6 +218,23 @@ class Crash : public ::testing::TestWithParam<scenario> {
     milestones_ = w.milestones();
     events_ = disk_events();
     end_ = disk_now();
+    if (GetParam().grows) expect_every_kind_of_split();
+  }
+  static engine::file_summary summary_of(const disk_bytes& bytes) {
+    scratch_folder folder;
+    write_file(folder.file("f"), bytes);
+    engine::file_summary summary = {};
+    std::string reason;
+    EXPECT_EQ(engine::summarize_file(folder.file("f").c_str(), &summary, &reason), engine::report_outcome::sound) << reason;
+    return summary;
+  }
+  // A root that is split leaves two inner nodes more, another inner node one.
+  void expect_every_kind_of_split() const {
+    const engine::file_summary before = summary_of(start_.at(path).bytes), after = summary_of(end_.at(path).bytes);
+    EXPECT_GT(after.leaves, before.leaves);
+    EXPECT_GT(after.header.depth, before.header.depth);
+    EXPECT_GT(after.inner_nodes - before.inner_nodes,
+              2U * static_cast<unsigned>(after.header.depth - before.header.depth));
   }
 
   disk_image start_, end_;
@@ -230,6 +255,7 @@ const scenario scenarios[] = {
     {"ReplaceOutsideATransaction", [](work& w) { w.update(7, 500); }, big, false},
     {"Delete", [](work& w) { w.call([&] { w.remove(7); }); }, big, false},
     {"ManyInsertsThatSplit", [](work& w) { for (int i = 101; i < 125; i++) w.insert(i, 200); }, big, false},
+    {"SplitsUpToTheRoot", [](work& w) { w.begin(); for (int i = 101; i < 113; i++) w.insert_long_name(i); w.end(); for (int i = 113; i < 121; i++) w.insert_long_name(i); }, big, false, few, true},
     {"Commit", [](work& w) { w.begin(); w.insert(101, 300); w.update(7, 400); w.remove(8); w.end(); w.insert(102); }, big, false},
     {"RollBack", [](work& w) { w.begin(); w.insert(101, 300); w.update(7, 400); w.remove(8); w.roll_back(); w.insert(102); }, big, false},
     {"RefusedAndGoneOn", [](work& w) { w.begin(); w.insert(101, 2000); w.end(); w.call([&] { w.remove(101); w.insert(101, 50); }); }, big, false},
@@ -302,6 +328,53 @@ TEST_P(Crash, ACrashInTheRepairIsRepaired) {
   std::cout << points_ << " points" << std::endl;
 }
 
+// A power cut, and another one in what the next opener does with what the first one left.  What
+// that opener gave out was true: it stays.
+TEST_P(Crash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
+  run();
+  std::mt19937 coin(31);
+  const std::size_t step = torture() ? 1 : events_.size() / 12 + 1;
+  const std::vector<milestone> milestones = milestones_;
+  for (std::size_t n = coin() % step; n <= events_.size(); n += step) {
+    for (int first_cut = 0; first_cut < (torture() ? 8 : 2); first_cut++) {
+      write_fates fates;
+      for (const std::size_t i : undecided_writes(events_, n))
+        fates[i] = first_cut == 0 ? write_fate::lost : static_cast<write_fate>(coin() % 3);
+      const disk_image left = after_power_cut(start_, events_, n, fates, &coin);
+      milestones_ = milestones;
+      verify(left, n);
+      if (HasFatalFailure()) return;
+      mount_memory_disk(left);
+      std::size_t seen = 0;
+      records found;
+      {
+        handle h;
+        recover(&h);
+        if (HasFatalFailure()) return;
+        found = all_records(&h);
+        seen = disk_events().size();
+        ASSERT_EQ(h.close(), 0);
+      }
+      const std::vector<disk_event> repair = disk_events();
+      for (std::size_t m = 0; m <= repair.size(); m++) {
+        if (!torture() && m != seen && coin() % 3 != 0) continue;
+        SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) +
+                     ", then behind event " + std::to_string(m) + " of the repair, read behind event " +
+                     std::to_string(seen));
+        if (m >= seen) milestones_ = {{0, found}};
+        const auto look = [&](const write_fates& second) {
+          verify(after_power_cut(left, repair, m, second, &coin), n);
+          return !HasFatalFailure() && !HasNonfatalFailure();
+        };
+        write_fates none;
+        for (const std::size_t i : undecided_writes(repair, m)) none[i] = write_fate::lost;
+        if (!look(none) || !for_each_fate(undecided_writes(repair, m), false, torture() ? 4 : 1, &coin, look)) return;
+      }
+    }
+  }
+  std::cout << points_ << " points" << std::endl;
+}
+
 // After a clean close the record file alone is complete.
 TEST_P(Crash, ACleanCloseLeavesAFileThatNeedsNoJournal) {
   run();
@@ -321,6 +394,88 @@ TEST_P(Crash, ACleanCloseLeavesAFileThatNeedsNoJournal) {
   ASSERT_EQ(h.open_for_work(path), 0);
   EXPECT_EQ(all_records(&h), milestones_.back().state);
   ASSERT_EQ(h.close(), 0);
+}
+
+// ---- The first creation of a file
+
+class CreationCrash : public ::testing::TestWithParam<journal_use> {
+ protected:
+  void SetUp() override {
+    alarm(600);
+    mount_memory_disk({});
+    handle h;
+    h.journal = GetParam();
+    ASSERT_EQ(h.create(path), 0);
+    created_ = disk_events().size();
+    ASSERT_EQ(engine::csetfile(h, 4), 0);
+    ASSERT_EQ(h.insert(sample(1)), 0);
+    stored_ = disk_events().size();
+    ASSERT_EQ(h.close(), 0);
+    events_ = disk_events();
+  }
+  void TearDown() override {
+    unmount_memory_disk();
+    alarm(0);
+  }
+  // Behind the n-th event: no file, and then one can be made; or a whole one.
+  void verify(const disk_image& image, std::size_t n, power how) {
+    mount_memory_disk(image, how);
+    handle h;
+    h.journal = GetParam();
+    if (image.count(path) == 0) {
+      ASSERT_LT(n, created_) << "the file is gone";
+      ASSERT_EQ(h.create(path), 0);
+      ASSERT_EQ(engine::csetfile(h, 4), 0);
+    } else {
+      if (GetParam() == journal_use::off) clear_flag(&h);
+      ASSERT_EQ(h.open_for_work(path), 0);
+      settle(&h);
+      if (HasFatalFailure()) return;
+    }
+    const records found = all_records(&h);
+    if (GetParam() == journal_use::on || n <= created_ || n >= stored_) {
+      ASSERT_TRUE(n < stored_ ? found.size() <= 1 : found.size() == 1) << found.size();
+      ASSERT_EQ(h.insert(sample(2)), 0);
+      ASSERT_EQ(h.close(), 0);
+      expect_sound_bytes(disk_now().at(path).bytes);
+    }
+    points_++;
+  }
+  // As the layer above does where nobody else has the file.
+  static void clear_flag(handle* h) {
+    ASSERT_EQ(engine::_bopen(*h, path, 'E', 2), 0);
+    ASSERT_EQ(engine::clrwrit(*h), 0);
+    ASSERT_EQ(engine::cclose(*h), 0);
+  }
+
+  std::vector<disk_event> events_;
+  std::size_t created_ = 0, stored_ = 0;
+  int points_ = 0;
+};
+INSTANTIATE_TEST_SUITE_P(Journals, CreationCrash, ::testing::Values(journal_use::on, journal_use::off),
+                         [](const auto& a) { return a.param == journal_use::on ? "On" : "Off"; });
+
+TEST_P(CreationCrash, AKillLeavesNoFileOrAWholeOne) {
+  for (const power how : {power::stays_on, power::was_off}) {
+    for (std::size_t n = 0; n <= events_.size(); n++) {
+      SCOPED_TRACE("kill behind event " + std::to_string(n) + " of " + std::to_string(events_.size()));
+      verify(after_kill({}, events_, n), n, how);
+      if (HasFatalFailure() || HasNonfatalFailure()) return;
+    }
+  }
+  std::cout << points_ << " points" << std::endl;
+}
+
+TEST_P(CreationCrash, APowerCutLeavesNoFileOrAWholeOne) {
+  // Without a journal a cut in the first put may leave half of it.
+  if (GetParam() == journal_use::off) events_.resize(created_);
+  std::mt19937 coin(21);
+  const auto none_or_whole = [&](const disk_image& left, std::size_t n) {
+    verify(left, n, power::was_off);
+    return !HasFatalFailure() && !HasNonfatalFailure();
+  };
+  if (!for_each_power_cut({}, events_, {SIZE_MAX, SIZE_MAX, 20}, &coin, none_or_whole)) return;
+  std::cout << points_ << " points" << std::endl;
 }
 
 }  // namespace

@@ -234,6 +234,55 @@ TEST_P(PairCrash, ACrashInTheRepairIsRepaired) {
   std::cout << points_ << " points" << std::endl;
 }
 
+// A power cut, and another one in what the next opener does with what the first one left.  What
+// that opener gave out was true: it stays, in both files.
+TEST_P(PairCrash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
+  std::mt19937 coin(51);
+  const std::size_t step = torture() ? 1 : events_.size() / 10 + 1;
+  const std::vector<milestone> milestones = milestones_;
+  for (std::size_t n = coin() % step; n <= events_.size(); n += step) {
+    for (int first_cut = 0; first_cut < (torture() ? 8 : 2); first_cut++) {
+      const unsigned order = static_cast<unsigned>(coin() % 4);
+      write_fates fates;
+      for (const std::size_t i : undecided_writes(events_, n))
+        fates[i] = first_cut == 0 ? write_fate::lost : static_cast<write_fate>(coin() % 3);
+      const disk_image left = after_power_cut(start_, events_, n, fates, &coin);
+      milestones_ = milestones;
+      verify(left, n, order);
+      if (HasFatalFailure()) return;
+      mount_memory_disk(left);
+      std::size_t seen = 0;
+      both_states found;
+      {
+        file_pair files;
+        files.open(order & 1);
+        if (HasFatalFailure()) return;
+        found = files.now();
+        seen = disk_events().size();
+        files.close(order >> 1);
+        if (HasFatalFailure()) return;
+      }
+      const std::vector<disk_event> repair = disk_events();
+      for (std::size_t m = 0; m <= repair.size(); m++) {
+        if (!torture() && m != seen && coin() % 3 != 0) continue;
+        const unsigned next = static_cast<unsigned>(coin() % 4);
+        SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) +
+                     ", then behind event " + std::to_string(m) + " of the repair, read behind event " +
+                     std::to_string(seen) + ", orders " + std::to_string(order) + " and " + std::to_string(next));
+        if (m >= seen) milestones_ = {{0, found}};
+        const auto look = [&](const write_fates& second) {
+          verify(after_power_cut(left, repair, m, second, &coin), n, next);
+          return !HasFatalFailure() && !HasNonfatalFailure();
+        };
+        write_fates none;
+        for (const std::size_t i : undecided_writes(repair, m)) none[i] = write_fate::lost;
+        if (!look(none) || !for_each_fate(undecided_writes(repair, m), false, torture() ? 4 : 1, &coin, look)) return;
+      }
+    }
+  }
+  std::cout << points_ << " points" << std::endl;
+}
+
 class JournalPair : public ::testing::Test {
  protected:
   void SetUp() override {
