@@ -113,10 +113,12 @@ int for_groups(PSP* h, group_place at, group_step step) {
 
 // When the file shall show groups of a transaction that goes on, or whose owner died: nobody may
 // take them back any more, even when a power cut leaves nodes of them in the file and no flag.
-int close_open_groups(PSP* h, const group_place& from) {
+// `closed` tells that there were any.
+int close_open_groups(PSP* h, const group_place& from, bool* closed) {
   journal_file* log = &h->journal->log;
   std::uint8_t header[header_size];
   bool open = false;
+  *closed = false;
   for (group_place at = from; at.at < log->at.end;) {
     group_read g;
     const int read = read_group(log, at, &g);
@@ -132,6 +134,7 @@ int close_open_groups(PSP* h, const group_place& from) {
   group_to_write none = {};
   none.header = header;
   none.generation_before = none.generation_after = log->at.generation;
+  *closed = true;
   return append_group(log, none);
 }
 
@@ -226,11 +229,16 @@ int repair_file(PSP* h, bool all) {
   purgefile(h);
   j->deferred = false;
   j->must_reload = true;
-  // With the flag set all was flushed, or none would have been on its way to the file; so was
-  // a change that the file shows.
-  if (!page.flag && !in_step(j, page)) {
-    if (const int closed = close_open_groups(h, from); closed != e_ok) return closed;
-    if (const int again = write_groups_again(h, from); again != e_ok) return again;
+  // With the flag set all was flushed that was on its way to the file then; so was a change that
+  // the file shows.  But a power cut may have lost no more than the clearing of the flag, and what
+  // a transaction that ended nowhere appended later is still open.
+  if (page.flag || !in_step(j, page)) {
+    const group_place first = page.flag ? first_place(&j->log) : from;
+    bool any_open = false;
+    if (const int closed = close_open_groups(h, first, &any_open); closed != e_ok) return closed;
+    if (!page.flag || any_open) {
+      if (const int again = write_groups_again(h, first); again != e_ok) return again;
+    }
   }
   if (!page.flag && in_step(j, page)) {
     if (const int noted = note_that_it_ended(h); noted != e_ok) return noted;
