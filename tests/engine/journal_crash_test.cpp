@@ -124,6 +124,10 @@ class work {
 
 const std::uint64_t deferred_by_default = engine::defer_to;
 
+// Lengths of the journal.
+constexpr std::uint64_t big = 1024 * 1024;
+constexpr std::uint64_t small = 16 * 1024;
+
 constexpr unsigned few = 10;
 constexpr unsigned many = 500;
 
@@ -220,6 +224,10 @@ class Crash : public ::testing::TestWithParam<scenario> {
     events_ = disk_events();
     end_ = disk_now();
     if (GetParam().grows) expect_every_kind_of_split();
+    // One of them at the close.
+    if (GetParam().checkpoint != big) {
+      EXPECT_GE(disk_flushes(path), 2) << "no checkpoint";
+    }
   }
   static engine::file_summary summary_of(const disk_bytes& bytes) {
     scratch_folder folder;
@@ -244,9 +252,6 @@ class Crash : public ::testing::TestWithParam<scenario> {
   std::vector<disk_event> events_;
   int points_ = 0;
 };
-
-constexpr std::uint64_t big = 1024 * 1024;
-constexpr std::uint64_t small = 16 * 1024;
 
 const scenario scenarios[] = {
     {"Insert", [](work& w) { w.insert(101); }, big, false},

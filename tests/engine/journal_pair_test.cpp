@@ -40,6 +40,9 @@ struct milestone {
 // Length of the journals, and how the run goes on behind the first pair.
 const std::uint64_t deferred_by_default = engine::defer_to;
 
+constexpr std::uint64_t big = 1024 * 1024;
+constexpr std::uint64_t tiny = 8 * 1024;
+
 struct scenario {
   const char* name;
   void (*run)(file_pair& files, const std::function<void()>& mark);
@@ -78,6 +81,10 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
     GetParam().run(files, mark);
     files.close();
     events_ = disk_events();
+    // One of each file at its close.
+    if (GetParam().checkpoint != big) {
+      EXPECT_GE(disk_flushes(paths[0]) + disk_flushes(paths[1]), 3) << "no checkpoint";
+    }
   }
   // order: bit 0 the file opened first, bit 1 the file closed first.
   void verify(const disk_image& image, std::size_t n, unsigned order, power how = power::was_off) {
@@ -118,9 +125,6 @@ class PairCrash : public ::testing::TestWithParam<scenario> {
   std::vector<disk_event> events_;
   int points_ = 0;
 };
-
-constexpr std::uint64_t big = 1024 * 1024;
-constexpr std::uint64_t tiny = 8 * 1024;
 
 using mark_fn = std::function<void()>;
 
