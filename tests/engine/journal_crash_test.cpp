@@ -342,7 +342,7 @@ TEST_P(Crash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
   const std::size_t step = torture() ? 1 : events_.size() / 12 + 1;
   const std::vector<milestone> milestones = milestones_;
   for (std::size_t n = coin() % step; n <= events_.size(); n += step) {
-    for (int first_cut = 0; first_cut < (torture() ? 8 : 2); first_cut++) {
+    for (int first_cut = 0; first_cut < (torture() ? 4 : 2); first_cut++) {
       write_fates fates;
       for (const std::size_t i : undecided_writes(events_, n))
         fates[i] = first_cut == 0 ? write_fate::lost : static_cast<write_fate>(coin() % 3);
@@ -363,7 +363,7 @@ TEST_P(Crash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
       }
       const std::vector<disk_event> repair = disk_events();
       for (std::size_t m = 0; m <= repair.size(); m++) {
-        if (!torture() && m != seen && coin() % 3 != 0) continue;
+        if (m != seen && coin() % (torture() ? 2 : 3) != 0) continue;
         SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) +
                      ", then behind event " + std::to_string(m) + " of the repair, read behind event " +
                      std::to_string(seen));

@@ -245,7 +245,7 @@ TEST_P(PairCrash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
   const std::size_t step = torture() ? 1 : events_.size() / 10 + 1;
   const std::vector<milestone> milestones = milestones_;
   for (std::size_t n = coin() % step; n <= events_.size(); n += step) {
-    for (int first_cut = 0; first_cut < (torture() ? 8 : 2); first_cut++) {
+    for (int first_cut = 0; first_cut < (torture() ? 4 : 2); first_cut++) {
       const unsigned order = static_cast<unsigned>(coin() % 4);
       write_fates fates;
       for (const std::size_t i : undecided_writes(events_, n))
@@ -268,7 +268,7 @@ TEST_P(PairCrash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
       }
       const std::vector<disk_event> repair = disk_events();
       for (std::size_t m = 0; m <= repair.size(); m++) {
-        if (!torture() && m != seen && coin() % 3 != 0) continue;
+        if (m != seen && coin() % (torture() ? 2 : 3) != 0) continue;
         const unsigned next = static_cast<unsigned>(coin() % 4);
         SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) +
                      ", then behind event " + std::to_string(m) + " of the repair, read behind event " +
