@@ -242,7 +242,7 @@ TEST_P(PairCrash, ACrashInTheRepairIsRepaired) {
 // that opener gave out was true: it stays, in both files.
 TEST_P(PairCrash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
   std::mt19937 coin(51);
-  const std::size_t step = torture() ? 1 : events_.size() / 10 + 1;
+  const std::size_t step = events_.size() / (torture() ? 100 : 10) + 1;
   const std::vector<milestone> milestones = milestones_;
   for (std::size_t n = coin() % step; n <= events_.size(); n += step) {
     for (int first_cut = 0; first_cut < (torture() ? 4 : 2); first_cut++) {
@@ -267,8 +267,9 @@ TEST_P(PairCrash, APowerCutInTheRepairOfAPowerCutIsRepaired) {
         if (HasFatalFailure()) return;
       }
       const std::vector<disk_event> repair = disk_events();
+      const std::size_t one_in = torture() ? repair.size() / 30 + 1 : 3;
       for (std::size_t m = 0; m <= repair.size(); m++) {
-        if (m != seen && coin() % (torture() ? 2 : 3) != 0) continue;
+        if (m != seen && coin() % one_in != 0) continue;
         const unsigned next = static_cast<unsigned>(coin() % 4);
         SCOPED_TRACE("power cut behind event " + std::to_string(n) + " of " + std::to_string(events_.size()) +
                      ", then behind event " + std::to_string(m) + " of the repair, read behind event " +
